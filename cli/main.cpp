@@ -1,0 +1,22 @@
+#include "cli/dispatcher.h"
+#include "runtime/error_stream.h"
+#include "runtime/errors.h"
+#include "runtime/fatal_error.h"
+
+#include <exception>
+#include <iostream>
+
+int main(int argc, char** argv) {
+    try {
+        return do_main(argc, argv);
+    } catch (const nimbo::NimboUtilException& exception) {
+        std::cerr << exception.what() << '\n';
+        return 1;
+    } catch (const std::exception& exception) {
+        nimbo::reportException<std::exception>(exception);
+        return 1;
+    } catch (...) {
+        nimbo::uerr << "UNSPECIFIED ERROR OCCURED" << std::endl;
+        return 2;
+    }
+}

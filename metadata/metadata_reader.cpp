@@ -1,0 +1,137 @@
+#include "metadata/metadata_reader.h"
+
+#include "metadata/exceptions.h"
+#include "metadata/xml_access.h"
+#include "runtime/admitted_exceptions.h"
+
+#include <algorithm>
+#include <array>
+#include <libxml/xpathInternals.h>
+#include <utility>
+
+namespace nimbo {
+
+namespace {
+
+struct Namespace {
+    const char* prefix;
+    const char* uri;
+};
+
+constexpr std::array namespaces{
+    Namespace{"s", LARKSPUR_WTX_NAMESPACE},
+    Namespace{"php", LARKSPUR_WTX_NAMESPACE "/php"},
+    Namespace{"cgi", LARKSPUR_WTX_NAMESPACE "/cgi"},
+    Namespace{"w", LARKSPUR_WTX_NAMESPACE},
+};
+
+constexpr const char* missingName = "Invalid package metadata file format: <s:name> element is missing.";
+constexpr const char* missingVersion = "Invalid package metadata file format: <s:version> element is missing.";
+
+/// The document and its context, both freed by a query that fails.
+struct OpenDocument {
+    XmlDocument document;
+    XPathContext context;
+
+    XPathResult query(const char* expression) {
+        xmlDoc* const rawDocument = document.release();
+        xmlXPathContext* const rawContext = context.release();
+        XPathResult result(FSAMetaDataReader::execute_xpath_query(rawDocument, rawContext, expression));
+        document.reset(rawDocument);
+        context.reset(rawContext);
+        return result;
+    }
+
+    std::string requiredText(const char* expression, const char* complaint) {
+        const XPathResult result = query(expression);
+        if (nodesOf(result.get()).empty())
+            throw FSAXMLException(complaint);
+        return contentOf(nodesOf(result.get()).front());
+    }
+};
+
+std::list<FSAMetaDataReader::urlMappingItem> topLevelMappings(OpenDocument& open) {
+    const XPathResult mappings = open.query("/s:application/s:mapping");
+    // A failing query of the walk frees the context.
+    xmlXPathContext* const context = open.context.release();
+    auto items = FSAMetaDataReader::getUrlMappings(context, mappings.get(), "", "");
+    open.context.reset(context);
+    return items;
+}
+
+FSAMetaDataWebContent contentFromItem(FSAMetaDataReader::urlMappingItem&& item) {
+    FSAMetaDataWebContent content;
+    content.depth = static_cast<int>(std::count(item.url.begin(), item.url.end(), '/'));
+    content.path = std::move(item.path);
+    content.url = std::move(item.url);
+    content.writable = item.writable;
+    content.phpHandlers = std::move(item.phpHandlers);
+    content.cgiHandlers = std::move(item.cgiHandlers);
+    content.redirect = std::move(item.redirect);
+    return content;
+}
+
+} // namespace
+
+FSAMetaDataReader::FSAMetaDataReader(std::string fileName) {
+    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] { read(fileName); });
+}
+
+void FSAMetaDataReader::read(const std::string& fileName) {
+    OpenDocument open;
+    open.document = parseXmlFile(fileName);
+    if (open.document == nullptr)
+        throw FSAXMLException("Unable to load file: " + fileName);
+    open.context.reset(xmlXPathNewContext(open.document.get()));
+    for (const Namespace& space : namespaces)
+        register_namespace(open.context.get(), space.prefix, space.uri);
+
+    formatVersion = "1.0";
+    const XPathResult application = open.query("/s:application");
+    if (!nodesOf(application.get()).empty())
+        if (const XmlText declared = attributeOf(nodesOf(application.get()).front(), "version"))
+            formatVersion = plainText(declared);
+
+    name = open.requiredText("/s:application/s:name", missingName);
+    version = open.requiredText("/s:application/s:version", missingVersion);
+    // A missing release is reported with the words for a missing name: the panel knows no third message.
+    release = open.requiredText("/s:application/s:release", missingName);
+
+    const XPathResult language = open.query("/s:application/s:configuration-script-language");
+    if (!nodesOf(language.get()).empty())
+        scriptLanguage = contentOf(nodesOf(language.get()).front());
+
+    for (urlMappingItem& item : topLevelMappings(open))
+        webContent.push_back(contentFromItem(std::move(item)));
+    webContent.sort(); // stable: equal depths stay in the order of the walk
+}
+
+std::list<FSAMetaDataWebContent> FSAMetaDataReader::get_web_content_info() const {
+    return webContent;
+}
+
+void FSAMetaDataReader::register_namespace(xmlXPathContext* context, const std::string& prefix,
+                                           const std::string& uri) {
+    admitOnly<FSAXMLException>([&] {
+        if (xmlXPathRegisterNs(context, xmlText(prefix.c_str()), xmlText(uri.c_str())) != 0)
+            throw FSAXMLException("unable to register namespace " + uri + " with prefix " + prefix);
+    });
+}
+
+xmlXPathObject* FSAMetaDataReader::execute_xpath_query(xmlDoc* document, xmlXPathContext* context,
+                                                       const std::string& expression) {
+    return admitOnly<FSAXMLException>([&] {
+        XPathResult result(xmlXPathEvalExpression(xmlText(expression.c_str()), context));
+        if (result == nullptr) {
+            const std::string detail = context->lastError.message != nullptr
+                                           ? std::string(context->lastError.message)
+                                           : "error code: " + std::to_string(context->lastError.code);
+            XPathContext(context).reset();
+            XmlDocument(document).reset();
+            throw FSAXMLException("Unable to execute XPath expression " + expression + ": " + detail);
+        }
+        return result.release();
+    });
+}
+
+} // namespace nimbo

@@ -1,0 +1,110 @@
+#include "metadata/metadata_reader.h"
+#include "metadata/xml_access.h"
+
+#include <algorithm>
+#include <ranges>
+#include <string_view>
+
+namespace nimbo {
+
+namespace {
+
+using PHPHandler = FSAMetaDataWebContent::PHPHandler;
+using CGIHandler = FSAMetaDataWebContent::CGIHandler;
+
+/// Queries relative to one element, which becomes the context's current node.
+XPathResult queryAt(xmlXPathContext* context, xmlNode* element, const char* expression) {
+    context->node = element;
+    return XPathResult(FSAMetaDataReader::execute_xpath_query(nullptr, context, expression));
+}
+
+bool hasChild(xmlXPathContext* context, xmlNode* element, const char* expression) {
+    return !nodesOf(queryAt(context, element, expression).get()).empty();
+}
+
+template <class Extension>
+std::list<Extension> extensionsOf(xmlXPathContext* context, xmlNode* handler, const char* expression) {
+    std::list<Extension> extensions;
+    const XPathResult found = queryAt(context, handler, expression);
+    for (const xmlNode* node : nodesOf(found.get()))
+        extensions.push_back({contentOf(node)});
+    return extensions;
+}
+
+bool isWritable(xmlXPathContext* context, xmlNode* mapping) {
+    const XPathResult permissions = queryAt(context, mapping, "./php:permissions");
+    return std::ranges::any_of(nodesOf(permissions.get()), [](const xmlNode* node) {
+        const XmlText writable = attributeOf(node, "writable");
+        return writable != nullptr && std::string_view(plainText(writable)) == "true";
+    });
+}
+
+std::list<PHPHandler> phpHandlersOf(xmlXPathContext* context, xmlNode* mapping) {
+    std::list<PHPHandler> handlers;
+    const XPathResult found = queryAt(context, mapping, "./php:handler");
+    for (xmlNode* node : nodesOf(found.get())) {
+        PHPHandler handler;
+        handler.disabled = hasChild(context, node, "./php:disabled");
+        if (!handler.disabled)
+            handler.extensions = extensionsOf<PHPHandler::extension>(context, node, "./php:extension");
+        handlers.push_back(std::move(handler));
+    }
+    return handlers;
+}
+
+std::list<CGIHandler> cgiHandlersOf(xmlXPathContext* context, xmlNode* mapping) {
+    std::list<CGIHandler> handlers;
+    const XPathResult found = queryAt(context, mapping, "./cgi:handler");
+    for (xmlNode* node : nodesOf(found.get())) {
+        CGIHandler handler;
+        handler.disabled = hasChild(context, node, "./cgi:disabled");
+        handler.allFiles = !handler.disabled && hasChild(context, node, "./cgi:all-files");
+        if (!handler.disabled && !handler.allFiles)
+            handler.extensions = extensionsOf<CGIHandler::extension>(context, node, "./cgi:extension");
+        handlers.push_back(std::move(handler));
+    }
+    return handlers;
+}
+
+} // namespace
+
+std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(xmlXPathContext* context,
+                                                                               const xmlXPathObject* mappings,
+                                                                               const std::string& parentPath,
+                                                                               const std::string& parentUrl) {
+    std::list<urlMappingItem> items;
+    for (xmlNode* mapping : nodesOf(mappings) | std::views::reverse) {
+        if (mapping->type != XML_ELEMENT_NODE)
+            continue;
+        // Without "url" there is no string to make: the logic error of this construction is the system's answer to
+        // a mapping that names no place.
+        const std::string url(plainText(attributeOf(mapping, "url")));
+        const XmlText ownPath = attributeOf(mapping, "path");
+
+        urlMappingItem item;
+        item.url = remove_trailing_slashes(parentUrl) + "/" + remove_starting_slashes(url);
+        if (const XmlText isVirtual = attributeOf(mapping, "virtual")) {
+            // A virtual mapping has no files: only a complete redirect counts, and nothing below it is looked at.
+            const XmlText target = attributeOf(mapping, "href");
+            if (std::string_view(plainText(isVirtual)) == "redirect" && target != nullptr) {
+                item.redirect = plainText(target);
+                items.push_back(std::move(item));
+            }
+            continue;
+        }
+        // A path of its own is taken from the package root, not from the parent.
+        item.path = ownPath != nullptr && *ownPath != '\0'
+                        ? "/" + remove_starting_slashes(plainText(ownPath))
+                        : remove_trailing_slashes(parentPath) + "/" + remove_starting_slashes(url);
+        item.writable = isWritable(context, mapping);
+        item.phpHandlers = phpHandlersOf(context, mapping);
+        item.cgiHandlers = cgiHandlersOf(context, mapping);
+        const XPathResult nested = queryAt(context, mapping, "./s:mapping");
+        auto descendants = getUrlMappings(context, nested.get(), item.path, item.url);
+        items.push_back(std::move(item));
+        items.splice(items.end(), descendants);
+    }
+    return items;
+}
+
+} // namespace nimbo

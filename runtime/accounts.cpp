@@ -1,0 +1,98 @@
+#include "runtime/accounts.h"
+
+#include "runtime/utility_log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <grp.h>
+#include <pwd.h>
+#include <string_view>
+#include <unistd.h>
+
+int p_setuid_ex(const char* user, int changeDir, int allowRoot) {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    char* home = nullptr;
+    if (nimbo_getpw(user, &uid, &gid, &home) != 0)
+        messlog2(1, 0, "User %s not found", user);
+    if (changeDir != 0 && chdir(home) != 0)
+        messlog2(1, 0, "Cannot chdir to %s homedir %s", user, home);
+    if (allowRoot == 0 && uid == 0)
+        messlog2(1, 0, "Cannot run as forbidden uid: %d\n", static_cast<int>(uid));
+    if (initgroups(user, gid) != 0)
+        messlog2(1, 0, "Unable to init new groups for user %s: %s", user, std::strerror(errno));
+    if (setgid(gid) != 0)
+        messlog2(1, 0, "Failed to setgid: %d\n", static_cast<int>(gid));
+    if (setuid(uid) != 0)
+        messlog2(1, 0, "Failed to setuid: %d\n", static_cast<int>(uid));
+    return 0;
+}
+
+int p_setuid(const char* user) {
+    return p_setuid_ex(user, 1, 0);
+}
+
+int nimbo_getpw(const char* user, uid_t* uid, gid_t* gid, char** home) {
+    const passwd* account = getpwnam(user);
+    if (account == nullptr) {
+        messlog2(0, 0, "Unable to getpwnam for user %s", user);
+        return -1;
+    }
+    if (uid != nullptr)
+        *uid = account->pw_uid;
+    if (gid != nullptr)
+        *gid = account->pw_gid;
+    if (home != nullptr)
+        *home = account->pw_dir;
+    return 0;
+}
+
+unsigned nimbo_ugid(const char* user, int wantGroup) {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    if (nimbo_getpw(user, &uid, &gid, nullptr) != 0)
+        return 0;
+    return wantGroup != 0 ? gid : uid;
+}
+
+gid_t get_group_id(const char* group) {
+    if (is_number(group) == 0)
+        return get_gid_by_name(group);
+    const char* end = group + std::strlen(group);
+    gid_t id = 0;
+    // The empty text counts as numeric but holds no number; neither it nor an overflowing one can name a group.
+    if (std::from_chars(group, end, id).ec != std::errc())
+        return 0;
+    return get_gid_by_id(id);
+}
+
+gid_t get_gid_by_name(const char* name) {
+    errno = 0;
+    if (const group* found = getgrnam(name))
+        return found->gr_gid;
+    messlog2(0, 0, "getgrnam(%s): %s", name, std::strerror(errno));
+    return 0;
+}
+
+gid_t get_gid_by_id(gid_t id) {
+    errno = 0;
+    if (getgrgid(id) != nullptr)
+        return id;
+    messlog2(0, 0, "getgrgid(%d): %s", static_cast<int>(id), std::strerror(errno));
+    return 0;
+}
+
+uid_t get_user_id(const char* name) {
+    errno = 0;
+    if (const passwd* account = getpwnam(name))
+        return account->pw_uid;
+    messlog2(0, 0, "Unable to find uid for user %s: %s", name, std::strerror(errno));
+    return 0;
+}
+
+int is_number(const char* text) {
+    const std::string_view characters(text);
+    return std::all_of(characters.begin(), characters.end(), [](char c) { return c >= '0' && c <= '9'; }) ? 1 : 0;
+}

@@ -1,0 +1,66 @@
+#include "runtime/xml.h"
+
+#include <climits>
+#include <cstring>
+#include <unordered_map>
+
+namespace {
+
+/// What all entity references of one document may expand to, in bytes.
+constexpr std::size_t expansionLimit = 10U << 20;
+
+/// Adds up what the entity references of a document expand to.  The parser refuses nested amplification by itself,
+/// but keeps a reference as a node, so that many references to one long entity would only grow when they are read.
+class ExpansionMeter {
+public:
+    bool exceeded(const xmlNode* node) {
+        return sizeBelow(node) > expansionLimit;
+    }
+
+private:
+    std::size_t sizeBelow(const xmlNode* first) {
+        std::size_t size = 0;
+        for (const xmlNode* node = first; node != nullptr && size <= expansionLimit; node = node->next) {
+            if (node->type == XML_ENTITY_REF_NODE) {
+                size += entitySize(node);
+            } else if (node->type == XML_ELEMENT_NODE) {
+                size += sizeBelow(node->children);
+                for (const xmlAttr* attribute = node->properties; attribute != nullptr; attribute = attribute->next)
+                    size += sizeBelow(attribute->children);
+            }
+        }
+        return size;
+    }
+
+    std::size_t entitySize(const xmlNode* reference) {
+        const xmlEntity* entity = xmlGetDocEntity(reference->doc, reference->name);
+        if (entity == nullptr || entity->content == nullptr)
+            return 0;
+        const auto [known, isNew] = sizes_.try_emplace(entity, 0);
+        if (isNew) {
+            const std::size_t nested = sizeBelow(entity->children);
+            sizes_[entity] = nested + std::strlen(reinterpret_cast<const char*>(entity->content));
+        }
+        return sizes_[entity];
+    }
+
+    std::unordered_map<const xmlEntity*, std::size_t> sizes_;
+};
+
+XmlDocument withinLimits(XmlDocument document) {
+    if (document != nullptr && document->intSubset != nullptr && ExpansionMeter().exceeded(document->children))
+        document.reset();
+    return document;
+}
+
+} // namespace
+
+XmlDocument parseXmlFile(const std::string& fileName) {
+    return withinLimits(XmlDocument(xmlParseFile(fileName.c_str())));
+}
+
+XmlDocument parseXmlMemory(const std::string& text) {
+    if (text.size() > INT_MAX)
+        return nullptr;
+    return withinLimits(XmlDocument(xmlParseMemory(text.data(), static_cast<int>(text.size()))));
+}

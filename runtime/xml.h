@@ -1,0 +1,44 @@
+#pragma once
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <libxml/xpath.h>
+#include <memory>
+#include <string>
+
+/// Owning handles for libxml2 objects and the two ways in which this program parses XML.  libxml2's default parser
+/// options are in force: DTDs and external entities are never loaded, diagnostics go to standard error.
+struct XmlFree {
+    void operator()(xmlDoc* document) const noexcept {
+        xmlFreeDoc(document);
+    }
+    void operator()(xmlXPathContext* context) const noexcept {
+        xmlXPathFreeContext(context);
+    }
+    void operator()(xmlXPathObject* result) const noexcept {
+        xmlXPathFreeObject(result);
+    }
+    void operator()(xmlChar* text) const noexcept {
+        xmlFree(text);
+    }
+};
+
+using XmlDocument = std::unique_ptr<xmlDoc, XmlFree>;
+using XPathContext = std::unique_ptr<xmlXPathContext, XmlFree>;
+using XPathResult = std::unique_ptr<xmlXPathObject, XmlFree>;
+using XmlText = std::unique_ptr<xmlChar, XmlFree>;
+
+inline const xmlChar* xmlText(const char* text) {
+    return reinterpret_cast<const xmlChar*>(text);
+}
+
+inline const char* plainText(const XmlText& text) {
+    return reinterpret_cast<const char*>(text.get());
+}
+
+/// \return the document, or null when the file cannot be read, is not well-formed XML (XML 1.0), or its entity
+///         references stand for an unreasonable amount of text.
+XmlDocument parseXmlFile(const std::string& fileName);
+
+/// The same for a text in memory (less than 2 GiB; larger ones give null).
+XmlDocument parseXmlMemory(const std::string& text);
