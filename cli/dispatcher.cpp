@@ -1,5 +1,7 @@
 #include "cli/dispatcher.h"
 
+#include "deploy/extract_application.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -16,6 +18,7 @@ struct Command {
 constexpr std::array commands{
     Command{"--help", helpCommand},
     Command{"-h", helpCommand},
+    Command{"--extract-application", extractApplication},
 };
 
 // A fixed text: it neither lists every option that the commands take nor only those, and the panel's own
@@ -53,7 +56,8 @@ int do_main(int argc, char** argv) {
         helpCommand(argc, argv);
     }
     const std::string_view word = argv[1];
-    const auto* found = std::find_if(commands.begin(), commands.end(), [&](const Command& c) { return c.word == word; });
+    const auto* found =
+        std::find_if(commands.begin(), commands.end(), [&](const Command& c) { return c.word == word; });
     if (found == commands.end()) {
         std::cerr << "Invalid command specified: " << word << '\n';
         helpCommand(argc, argv);

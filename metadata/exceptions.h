@@ -8,11 +8,8 @@ namespace nimbo {
 /// Base of the package layer's errors: one message.
 class FSACommonException : public std::exception {
 public:
-    explicit FSACommonException(const std::string& message) : message_(message) {
-    }
-    const char* what() const noexcept override {
-        return message_.c_str();
-    }
+    explicit FSACommonException(const std::string& message) : message_(message) {}
+    const char* what() const noexcept override { return message_.c_str(); }
 
 private:
     std::string message_;

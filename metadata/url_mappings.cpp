@@ -2,7 +2,6 @@
 #include "metadata/xml_access.h"
 
 #include <algorithm>
-#include <ranges>
 #include <string_view>
 
 namespace nimbo {
@@ -73,7 +72,9 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
                                                                                const std::string& parentPath,
                                                                                const std::string& parentUrl) {
     std::list<urlMappingItem> items;
-    for (xmlNode* mapping : nodesOf(mappings) | std::views::reverse) {
+    const auto nodes = nodesOf(mappings);
+    for (auto position = nodes.rbegin(); position != nodes.rend(); ++position) {
+        xmlNode* const mapping = *position;
         if (mapping->type != XML_ELEMENT_NODE)
             continue;
         // Without "url" there is no string to make: the logic error of this construction is the system's answer to

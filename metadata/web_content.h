@@ -33,9 +33,7 @@ public:
     FSAMetaDataWebContent& operator=(const FSAMetaDataWebContent& other);
 
     /// Orders by depth alone.
-    bool operator<(const FSAMetaDataWebContent& other) const {
-        return depth < other.depth;
-    }
+    bool operator<(const FSAMetaDataWebContent& other) const { return depth < other.depth; }
 
     std::string path; ///< directory below the package root, beginning with "/"; empty for a redirect
     std::string url;  ///< full URL path, beginning with "/"

@@ -32,8 +32,7 @@ private:
 template <int N>
 class ExSystemError : public SystemError {
 public:
-    explicit ExSystemError(const std::string& message) : SystemError(message, N) {
-    }
+    explicit ExSystemError(const std::string& message) : SystemError(message, N) {}
 };
 
 /// Throws ExSystemError<error> for EPERM, ENOENT, EINTR, EAGAIN and ECHILD, SystemError for every other value.

@@ -104,7 +104,8 @@ void vmesslog2(int exitStatus, int flag, const char* format, va_list arguments) 
     if (error != 0 && length < initialSize) {
         // The description is all or nothing: a message that leaves no room for it in the first buffer goes without.
         const std::size_t room = initialSize - length;
-        const int wanted = std::snprintf(buffer.get() + length, room, "\nSystem error %d: %s", error, std::strerror(error));
+        const int wanted =
+            std::snprintf(buffer.get() + length, room, "\nSystem error %d: %s", error, std::strerror(error));
         if (wanted < 0 || static_cast<std::size_t>(wanted) >= room)
             buffer.get()[length] = '\0';
     }

@@ -13,9 +13,7 @@ constexpr std::size_t expansionLimit = 10U << 20;
 /// but keeps a reference as a node, so that many references to one long entity would only grow when they are read.
 class ExpansionMeter {
 public:
-    bool exceeded(const xmlNode* node) {
-        return sizeBelow(node) > expansionLimit;
-    }
+    bool exceeded(const xmlNode* node) { return sizeBelow(node) > expansionLimit; }
 
 private:
     std::size_t sizeBelow(const xmlNode* first) {

@@ -9,18 +9,10 @@
 /// Owning handles for libxml2 objects and the two ways in which this program parses XML.  libxml2's default parser
 /// options are in force: DTDs and external entities are never loaded, diagnostics go to standard error.
 struct XmlFree {
-    void operator()(xmlDoc* document) const noexcept {
-        xmlFreeDoc(document);
-    }
-    void operator()(xmlXPathContext* context) const noexcept {
-        xmlXPathFreeContext(context);
-    }
-    void operator()(xmlXPathObject* result) const noexcept {
-        xmlXPathFreeObject(result);
-    }
-    void operator()(xmlChar* text) const noexcept {
-        xmlFree(text);
-    }
+    void operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
+    void operator()(xmlXPathContext* context) const noexcept { xmlXPathFreeContext(context); }
+    void operator()(xmlXPathObject* result) const noexcept { xmlXPathFreeObject(result); }
+    void operator()(xmlChar* text) const noexcept { xmlFree(text); }
 };
 
 using XmlDocument = std::unique_ptr<xmlDoc, XmlFree>;

@@ -29,7 +29,10 @@ std::string describe(const fs::path& path, const std::string& name) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         return "? " + name;
-    const char type = S_ISDIR(status.st_mode) ? 'd' : S_ISREG(status.st_mode) ? 'f' : S_ISLNK(status.st_mode) ? 'l' : 'o';
+    const char type = S_ISDIR(status.st_mode)   ? 'd'
+                      : S_ISREG(status.st_mode) ? 'f'
+                      : S_ISLNK(status.st_mode) ? 'l'
+                                                : 'o';
     return (boost::format("%1% %2$04o %3%:%4% %5%") % type % (status.st_mode & 07777U) %
             getpwuid(status.st_uid)->pw_name % getgrgid(status.st_gid)->gr_name % name)
         .str();
@@ -38,7 +41,8 @@ std::string describe(const fs::path& path, const std::string& name) {
 } // namespace
 
 Outcome run(const std::vector<std::string>& words, const std::string& input) {
-    const std::array streams{UniqueFd(memfd_create("input", MFD_CLOEXEC)), UniqueFd(memfd_create("output", MFD_CLOEXEC)),
+    const std::array streams{UniqueFd(memfd_create("input", MFD_CLOEXEC)),
+                             UniqueFd(memfd_create("output", MFD_CLOEXEC)),
                              UniqueFd(memfd_create("error", MFD_CLOEXEC))};
     EXPECT_EQ(write(streams[0].get(), input.data(), input.size()), static_cast<ssize_t>(input.size()));
     lseek(streams[0].get(), 0, SEEK_SET);
