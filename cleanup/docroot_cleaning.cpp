@@ -56,13 +56,14 @@ ExtractParams::ExtractParams(const extract_params& params)
 }
 
 std::vector<fs::path> vhostUsedDirs(SetupSkeletonMode mode) {
-    std::vector<fs::path> directories;
     if (mode == SetupSkeletonDocroot)
         return {"httpdocs", "cgi-bin", "private"};
-    if (mode == SetupSkeletonAll || mode == SetupSkeletonExceptHttpdocs)
+    std::vector<fs::path> directories;
+    if (mode == SetupSkeletonAll || mode == SetupSkeletonExceptHttpdocs) {
         for (const char* const* name = skeldir; *name != nullptr; ++name)
             if (mode == SetupSkeletonAll || std::string_view(*name) != "httpdocs")
                 directories.emplace_back(*name);
+    }
     return directories;
 }
 

@@ -28,9 +28,10 @@ fs::file_type typeOf(const std::string& path) {
     return fs::status(path, failure).type();
 }
 
-void emptyDocroot(const std::string& vhostPath, std::string wwwRoot) {
+void emptyDocroot(const std::string& vhostPath, const std::string& wwwRoot) {
+    std::string htdocs = wwwRoot;
     extract_params params{};
-    params.htdocs_dir = wwwRoot.data();
+    params.htdocs_dir = htdocs.data();
     params.keep_cgi_bin = 1;
     clean_docroot(vhostPath.c_str(), &params);
 }

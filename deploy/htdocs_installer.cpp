@@ -142,11 +142,12 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping) {
 
     plan.add({pathRel, urlRel, false});
     const CgiRule cgi(mapping.cgiHandlers);
+    const std::string sourcePrefix = pathRel.empty() ? pathRel : pathRel + "/";
+    const std::string targetPrefix = urlRel.empty() ? urlRel : urlRel + "/";
     for (const fs::path& entry : readDirContent(sourceDirectory)) {
         const std::string& name = entry.native();
         if (!name.empty())
-            plan.add({erase_starting_slashes(pathRel + "/" + name), erase_starting_slashes(urlRel + "/" + name),
-                      cgi.isProgram(name)});
+            plan.add({sourcePrefix + name, targetPrefix + name, cgi.isProgram(name)});
     }
 }
 

@@ -73,6 +73,7 @@ FSAMetaDataWebContent contentFromItem(FSAMetaDataReader::urlMappingItem&& item) 
 
 } // namespace
 
+// cppcheck-suppress passedByValue ; the callers' interface
 FSAMetaDataReader::FSAMetaDataReader(std::string fileName) {
     admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] { read(fileName); });
 }

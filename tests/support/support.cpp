@@ -40,28 +40,37 @@ std::string describe(const fs::path& path, const std::string& name) {
 
 } // namespace
 
-Outcome run(const std::vector<std::string>& words, const std::string& input) {
+Outcome inChild(const std::function<void()>& body, const std::string& input) {
     const std::array streams{UniqueFd(memfd_create("input", MFD_CLOEXEC)),
                              UniqueFd(memfd_create("output", MFD_CLOEXEC)),
                              UniqueFd(memfd_create("error", MFD_CLOEXEC))};
     EXPECT_EQ(write(streams[0].get(), input.data(), input.size()), static_cast<ssize_t>(input.size()));
     lseek(streams[0].get(), 0, SEEK_SET);
-    std::vector<char*> arguments;
-    for (const std::string& word : words)
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
 
     const pid_t child = fork();
     if (child == 0) {
         for (int i = 0; i < 3; ++i)
             dup2(streams.at(static_cast<std::size_t>(i)).get(), i);
-        execvp(arguments[0], arguments.data());
-        _exit(127);
+        body();
+        std::exit(0);
     }
     int status = 0;
     waitpid(child, &status, 0);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), wholeText(streams[1].get()),
             wholeText(streams[2].get())};
+}
+
+Outcome run(const std::vector<std::string>& words, const std::string& input) {
+    std::vector<char*> arguments;
+    for (const std::string& word : words)
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    return inChild(
+        [&] {
+            execvp(arguments[0], arguments.data());
+            _exit(127);
+        },
+        input);
 }
 
 Outcome larkspur(std::vector<std::string> words, const std::string& input) {

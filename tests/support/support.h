@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/filesystem.hpp>
+#include <functional>
 #include <gmock/gmock.h>
 #include <string>
 #include <sys/types.h>
@@ -14,6 +15,9 @@ struct Outcome {
     std::string output;
     std::string error;
 };
+
+/// Runs `body` in a forked child with streams of its own, which exits with 0 unless the body ends it, and waits.
+Outcome inChild(const std::function<void()>& body, const std::string& input = {});
 
 /// Runs a program with the given words and standard input and waits for it.
 Outcome run(const std::vector<std::string>& words, const std::string& input = {});
