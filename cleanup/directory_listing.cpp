@@ -1,13 +1,23 @@
 #include "cleanup/directory_listing.h"
 
-#include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/exception.hpp>
 #include <boost/format.hpp>
 #include <cerrno>
 #include <cstring>
+#include <dirent.h>
 #include <iostream>
+#include <memory>
+#include <string_view>
 
 namespace fs = boost::filesystem;
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* stream) const noexcept { closedir(stream); }
+};
+
+} // namespace
 
 namespace nimbo::syscall {
 
@@ -21,6 +31,23 @@ const std::string& stringFromPath(const fs::path& path) {
 
 } // namespace nimbo::syscall
 
+int readDirEntry::readEntries(const fs::path& directory, std::vector<Entry>& entries) {
+    const std::unique_ptr<DIR, CloseDirectory> stream(opendir(directory.c_str()));
+    if (stream == nullptr)
+        return errno;
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(stream.get());
+        if (entry == nullptr)
+            return errno;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            entries.push_back({std::string(name), entry->d_type == DT_DIR       ? Kind::Directory
+                                                  : entry->d_type == DT_UNKNOWN ? Kind::Unknown
+                                                                                : Kind::Other});
+    }
+}
+
 void readDirEntry::operator()(const fs::path& path) const {
     const unsigned length = pathLength(path);
     fs::path recorded;
@@ -28,34 +55,37 @@ void readDirEntry::operator()(const fs::path& path) const {
     for (auto element = path.begin(); position < length; ++element, ++position)
         if (position >= skip_)
             recorded /= *element;
-    list(path, recorded, skip_ > length ? skip_ - length : 0);
+    list(path, Kind::Unknown, recorded, skip_ > length ? skip_ - length : 0);
 }
 
-void readDirEntry::list(const fs::path& path, const fs::path& recorded, unsigned stillToSkip) const {
+void readDirEntry::list(const fs::path& path, Kind kind, const fs::path& recorded, unsigned stillToSkip) const {
     output_->push_back(recorded);
     struct stat status {};
-    if (nimbo::syscall::lstat(path, &status) != 0) {
-        if (errno != ENOENT)
-            std::cerr << boost::format("%1%: %2%\n") % path.native() % std::strerror(errno);
-        return;
+    if (kind == Kind::Unknown) {
+        if (nimbo::syscall::lstat(path, &status) != 0) {
+            if (errno != ENOENT)
+                std::cerr << boost::format("%1%: %2%\n") % path.native() % std::strerror(errno);
+            return;
+        }
+        kind = S_ISDIR(status.st_mode) ? Kind::Directory : Kind::Other;
     }
-    if (!S_ISDIR(status.st_mode))
+    if (kind != Kind::Directory)
         return;
 
+    // The types that come with the names save a look at every entry.  Not so in a directory that may be read but not
+    // searched: there each entry's own look fails and is reported.
+    const bool searchable = nimbo::syscall::lstat(path / ".", &status) == 0;
     // The directory is read to its end before anything below it is visited, so that a deep tree does not hold one
     // descriptor a level.
-    std::vector<std::string> names;
-    std::string failure;
-    try {
-        for (const fs::directory_entry& entry : fs::directory_iterator(path))
-            names.push_back(entry.path().filename().native());
-    } catch (const fs::filesystem_error& error) {
-        failure = error.what();
-    }
-    for (const std::string& name : names)
-        list(path / name, stillToSkip == 0 ? recorded / name : fs::path(), stillToSkip == 0 ? 0 : stillToSkip - 1);
-    if (!failure.empty())
-        std::cerr << failure << '\n';
+    std::vector<Entry> entries;
+    const int error = readEntries(path, entries);
+    for (const Entry& entry : entries)
+        list(path / entry.name, searchable ? entry.kind : Kind::Unknown,
+             stillToSkip == 0 ? recorded / entry.name : fs::path(), stillToSkip == 0 ? 0 : stillToSkip - 1);
+    if (error != 0)
+        std::cerr
+            << fs::filesystem_error("Unable to list directory", path, {error, boost::system::system_category()}).what()
+            << '\n';
 }
 
 std::vector<fs::path> readDirContent(const fs::path& directory) {

@@ -27,7 +27,16 @@ public:
     void operator()(const boost::filesystem::path& path) const;
 
 private:
-    void list(const boost::filesystem::path& path, const boost::filesystem::path& recorded, unsigned stillToSkip) const;
+    enum class Kind { Unknown, Directory, Other };
+    struct Entry {
+        std::string name;
+        Kind kind;
+    };
+
+    /// Appends a directory's entries; 0, or the errno value that ended the reading.
+    static int readEntries(const boost::filesystem::path& directory, std::vector<Entry>& entries);
+    void list(const boost::filesystem::path& path, Kind kind, const boost::filesystem::path& recorded,
+              unsigned stillToSkip) const;
 
     std::vector<boost::filesystem::path>* output_;
     unsigned skip_;

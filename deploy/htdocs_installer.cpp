@@ -1,6 +1,7 @@
 #include "deploy/htdocs_installer.h"
 
 #include "cleanup/directory_listing.h"
+#include "deploy/file_copy.h"
 #include "metadata/exceptions.h"
 #include "runtime/accounts.h"
 
@@ -160,47 +161,66 @@ InstallPlan planCopies(const std::string& packageDir, const std::string& destina
     return plan;
 }
 
-void copyFile(const fs::path& source, fs::file_type sourceType, const fs::path& target, bool executable) {
-    if (fs::exists(target))
-        fs::remove(target);
-    // Opening a FIFO or a device could block or act on it; what is missing fails in the copy itself.
-    if (sourceType != fs::regular_file && sourceType != fs::file_not_found)
-        throw fs::filesystem_error("not a regular file", source, target,
-                                   make_error_code(boost::system::errc::invalid_argument));
-    fs::copy_file(source, target, fs::copy_options::none);
-    (void)chmod(target.c_str(), executable ? 0755 : 0644); // a mode that cannot be set does not fail the copy
-}
-
 /// Gives the parent directories of targets the access that the copy needs, each once when that succeeds.
 class ParentAccess {
 public:
     explicit ParentAccess(const std::string& userName) : userName_(userName) {}
-    void open(const std::string& parent) {
-        if (!ready_.contains(parent) && makeUserWritableDir(parent, userName_))
-            ready_.insert(parent);
+    void open(const std::string& target) {
+        const std::string_view parent = std::string_view(target).substr(0, target.rfind('/'));
+        if (parent == last_)
+            return;
+        last_ = parent;
+        if (!ready_.contains(last_)) {
+            if (makeUserWritableDir(last_, userName_))
+                ready_.insert(last_);
+            else
+                last_.clear();
+        }
     }
 
 private:
     const std::string& userName_;
+    std::string last_; // most targets lie beside the one before
     std::unordered_set<std::string> ready_;
 };
 
+int copyFile(FileCopier& copier, const std::string& source, const struct stat& status, const std::string& target,
+             bool executable) {
+    // Opening a FIFO or a device could block or act on it.
+    if (!S_ISREG(status.st_mode))
+        return EINVAL;
+    const mode_t mode = executable ? 0755 : 0644;
+    const int error = copier.copyToNewFile(source, target, mode, status.st_size);
+    // Links are followed: a dangling one at the target does not count as something to replace.
+    if (error != EEXIST || !fs::exists(target))
+        return error;
+    fs::remove(target);
+    return copier.copyToNewFile(source, target, mode, status.st_size);
+}
+
+void installOne(FileCopier& copier, const std::string& source, const std::string& target, bool executable) {
+    struct stat status {};
+    int error = copier.examine(source, status);
+    if (error == 0 && S_ISDIR(status.st_mode))
+        ::create_directories(target);
+    else if (error == 0)
+        error = copyFile(copier, source, status, target, executable);
+    if (error != 0)
+        throw fs::filesystem_error("Unable to copy", source, target, {error, boost::system::system_category()});
+}
+
 void copyPlanned(const InstallPlan& plan, const std::string& userName) {
     ParentAccess parents(userName);
+    FileCopier copier;
     for (const FSAInstallFileinfo& copy : plan.copies) {
-        const fs::path source(plan.sourceOf(copy));
-        const fs::path target(plan.targetOf(copy));
+        const std::string source = plan.sourceOf(copy);
+        const std::string target = plan.targetOf(copy);
         try {
-            parents.open(target.parent_path().native());
-            const fs::file_type type = fs::status(source).type();
-            if (type == fs::directory_file)
-                ::create_directories(target);
-            else
-                copyFile(source, type, target, copy.executable);
+            parents.open(target);
+            installOne(copier, source, target, copy.executable);
         } catch (const fs::filesystem_error& error) {
             std::ostringstream text;
-            text << "Filesystem error: " << error.what() << '(' << error.code() << ')' << source.native() << " -> "
-                 << target.native();
+            text << "Filesystem error: " << error.what() << '(' << error.code() << ')' << source << " -> " << target;
             throw FSAFileException(text.str());
         }
     }
@@ -281,11 +301,11 @@ bool isSubdir(const fs::path& child, const fs::path& parent) {
 bool create_directories(const fs::path& directory) {
     if (directory.empty())
         return false;
-    if (fs::exists(directory)) {
-        if (fs::is_directory(directory))
-            return false;
+    const fs::file_status status = fs::status(directory);
+    if (fs::is_directory(status))
+        return false;
+    if (fs::exists(status))
         throw FSAFileException("Unable to create directory " + directory.native() + " - filename occupied");
-    }
     ::create_directories(directory.parent_path());
     try {
         fs::create_directory(directory);
