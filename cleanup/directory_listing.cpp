@@ -41,10 +41,12 @@ int readDirEntry::readEntries(const fs::path& directory, std::vector<Entry>& ent
         if (entry == nullptr)
             return errno;
         const std::string_view name = entry->d_name;
-        if (name != "." && name != "..")
-            entries.push_back({std::string(name), entry->d_type == DT_DIR       ? Kind::Directory
-                                                  : entry->d_type == DT_UNKNOWN ? Kind::Unknown
-                                                                                : Kind::Other});
+        if (name == "." || name == "..")
+            continue;
+        const Kind kind = entry->d_type == DT_DIR       ? Kind::Directory
+                          : entry->d_type == DT_UNKNOWN ? Kind::Unknown
+                                                        : Kind::Other;
+        entries.push_back({std::string(name), kind});
     }
 }
 
@@ -82,10 +84,10 @@ void readDirEntry::list(const fs::path& path, Kind kind, const fs::path& recorde
     for (const Entry& entry : entries)
         list(path / entry.name, searchable ? entry.kind : Kind::Unknown,
              stillToSkip == 0 ? recorded / entry.name : fs::path(), stillToSkip == 0 ? 0 : stillToSkip - 1);
-    if (error != 0)
-        std::cerr
-            << fs::filesystem_error("Unable to list directory", path, {error, boost::system::system_category()}).what()
-            << '\n';
+    if (error != 0) {
+        const boost::system::error_code code(error, boost::system::system_category());
+        std::cerr << fs::filesystem_error("Unable to list directory", path, code).what() << '\n';
+    }
 }
 
 std::vector<fs::path> readDirContent(const fs::path& directory) {
