@@ -1,6 +1,8 @@
 #include "cli/dispatcher.h"
 
 #include "deploy/extract_application.h"
+#include "webserver/install_config.h"
+#include "webserver/remove_config.h"
 
 #include <algorithm>
 #include <array>
@@ -19,6 +21,8 @@ constexpr std::array commands{
     Command{"--help", helpCommand},
     Command{"-h", helpCommand},
     Command{"--extract-application", extractApplication},
+    Command{"--install-apache-conf", installWebserverConfig},
+    Command{"--remove-apache-conf", removeWebserverConfig},
 };
 
 // A fixed text: it neither lists every option that the commands take nor only those, and the panel's own

@@ -1,0 +1,175 @@
+#include "runtime/conf_table.h"
+#include "runtime/errors.h"
+#include "runtime/kro_conf.h"
+#include "runtime/temporary_file.h"
+#include "runtime/utility_log.h"
+#include "tests/support/support.h"
+
+#include <cerrno>
+#include <iostream>
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace {
+
+struct FreeTable {
+    void operator()(conf_table* table) const { conf_free_r(table); }
+};
+using Table = std::unique_ptr<conf_table, FreeTable>;
+
+Table emptyTable() {
+    return Table(static_cast<conf_table*>(std::calloc(1, sizeof(conf_table))));
+}
+
+std::string show(const char* value) {
+    return value == nullptr ? "(null)" : value;
+}
+
+class Configuration : public ::testing::Test {
+protected:
+    Configuration() : file_(fs::temp_directory_path() / fs::unique_path("larkspur-%%%%%%%%.conf")) {}
+    ~Configuration() override { fs::remove_all(file_); }
+
+    Table read(const std::string& text, int expected = 0) const {
+        writeFile(file_, text);
+        Table table = emptyTable();
+        EXPECT_EQ(conf_read_file_r(file_.c_str(), table.get()), expected);
+        return table;
+    }
+
+    const fs::path file_;
+};
+
+} // namespace
+
+TEST_F(Configuration, LinesGiveValuesByTheirExactRules) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"V /srv\n", "/srv"},
+        {"V /srv", "/srv"},
+        {"V /srv \n", "/srv \n"},
+        {"V a b\n", "a b"},
+        {"  \t V\t \v/srv\n", "/srv"},
+        {"V /srv # c\n", "/srv"},
+        {"V /srv  # c\n", "/srv  "},
+        {"V /srv   # c\n", "/srv  "},
+        {"V /srv#c\n", "/srv"},
+        {"V /srv\r\n", "/srv\r\n"},
+        {"V=/srv\n", "(null)"},
+        {"V\n", "(null)"},
+        {"V \n", "(null)"},
+        {"V #x\n", "(null)"},
+        {"# V /srv\n", "(null)"},
+        {"=V /srv\n", "(null)"},
+        {"V-X /srv\n", "(null)"},
+        {"V 1\nV 2\n", "2"},
+        {"V 1\nV \nW 3\n", "1"},
+        {std::string("V a\0b\n", 6), "a"},
+        {std::string("V\0 b\n", 5), "(null)"},
+    };
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(show(conf_get_r("V", read(text).get())), expected) << text;
+}
+
+TEST_F(Configuration, LargeFilesAndLinesAreReadWhole) {
+    std::string text;
+    for (int i = 0; i < 100000; ++i)
+        text += "NAME_" + std::to_string(i % 50000) + " value" + std::to_string(i) + "\n";
+    text += "LONG " + std::string(1 << 20, 'v') + "\nbad line " + std::string(1 << 20, '=');
+    const Table table = read(text);
+    EXPECT_EQ(table->count, 50002U);
+    EXPECT_EQ(show(conf_get_r("NAME_0", table.get())), "value50000");
+    EXPECT_EQ(show(conf_get_r("NAME_49999", table.get())), "value99999");
+    EXPECT_EQ(show(conf_get_r("LONG", table.get())).size(), 1U << 20);
+}
+
+TEST_F(Configuration, WhatCannotBeReadFailsWithErrno) {
+    Table table = emptyTable();
+    EXPECT_EQ(conf_read_file_r(file_.c_str(), table.get()), -1);
+    EXPECT_EQ(errno, ENOENT);
+    for (int i = 0; i < 21; ++i) // grown, so that freeing goes through slots never used
+        EXPECT_EQ(conf_set_r(std::to_string(i).c_str(), "x", table.get()), 0);
+    EXPECT_EQ(conf_read_file_r("/", table.get()), -1);
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_EQ(table->sorted, 0);
+    EXPECT_EQ(show(conf_get_r("20", table.get())), "x");
+    EXPECT_EQ(conf_set_r("20", "y", table.get()), 0);
+    conf_finalize_r(table.get());
+    EXPECT_EQ(show(conf_get_r("20", table.get())), "y");
+    EXPECT_EQ(table->count, 21U);
+    conf_free_r(nullptr);
+}
+
+class PanelConfiguration : public SandboxTest {
+protected:
+    /// What `body` prints with the given configuration file; none without a text.
+    static Outcome with(const char* text, const std::function<void()>& body) {
+        const std::string kept = contentOf("/etc/kro/kro.conf");
+        fs::remove_all("/etc/kro/kro.conf");
+        if (text != nullptr)
+            writeFile("/etc/kro/kro.conf", text);
+        Outcome outcome = inChild(body);
+        fs::remove_all("/etc/kro/kro.conf");
+        writeFile("/etc/kro/kro.conf", kept);
+        return outcome;
+    }
+};
+
+TEST_F(PanelConfiguration, DefaultsStandWhereTheFileIsSilent) {
+    const auto paths = [] {
+        std::cout << kroConfGetDefaultByIndex(KRO_CONF_HTTPD_VHOSTS_D) << ' '
+                  << kroConfGetDefaultByIndex(KRO_CONF_PRODUCT_ROOT_D) << ' ' << kroConfGetDefault("CLIENT_PHP_BIN")
+                  << ' ' << show(kroConfGet("OWN")) << ' ' << show(kroConfGetByIndex(KRO_CONF_PRODUCT_ROOT_D));
+    };
+    const std::string defaults = "/var/www/vhosts /opt/kro /opt/kro/bin/php-cli (null) (null)";
+    EXPECT_EQ(with(nullptr, paths).output, defaults);
+    EXPECT_EQ(with("HTTPD_VHOSTS_D=/srv\n", paths).output, defaults);
+    EXPECT_EQ(with("OWN x\nPRODUCT_ROOT_D /p\nCLIENT_PHP_BIN /php\n", paths).output, "/var/www/vhosts /p /php x /p");
+    EXPECT_EQ(with(nullptr, paths).error, "");
+    EXPECT_EQ(with(nullptr, [] { std::cout << kroConfGetDefaultByIndex(13) << kroConfGetDefaultByIndex(28); }).output,
+              "/var/lib/postgresql//main256000");
+}
+
+TEST_F(PanelConfiguration, UnknownNamesAreReportedAndDetailsOnlyOnDemand) {
+    Outcome outcome = with("OWN x\n", [] {
+        std::cout << show(kroConfGetDefault("OWN")) << show(kroConfGetDefault("_MAX_POSSIBLE_KRO_CONF_VAR_NAME"))
+                  << show(kroConfGetDefault("_MIN_POSSIBLE_KRO_CONF_VAR_NAME")) << std::endl;
+    });
+    EXPECT_THAT(outcome.output, HasSubstr("\n(null)variable '_MAX_POSSIBLE_KRO_CONF_VAR_NAME' was found neither "));
+    EXPECT_THAT(outcome.output, EndsWith("\n(null)_MIN_POSSIBLE_KRO_CONF_VAR_VALUE\n"));
+    EXPECT_THAT(outcome.error,
+                StartsWith("variable 'OWN' was found neither in /etc/kro/kro.conf, nor in compile-time defaults\n"));
+    outcome = with("A=1 \nB #\n", [] {
+        LogLevel = 12;
+        autoprepend();
+    });
+    EXPECT_EQ(outcome.error, "Invalid variable definition A=1 \n\nExpected a space after variable name\n\n"
+                             "Invalid variable definition B #\n\nExpected a value\n");
+    EXPECT_EQ(outcome.output, outcome.error);
+}
+
+TEST_F(Configuration, TemporaryFilesAreUniqueCleanedAndTellOfLostBytes) {
+    fs::create_directories(file_);
+    const std::string prefix = (file_ / "new").string();
+    {
+        nimbo::TmpFile first(prefix, true);
+        nimbo::TmpFile second(prefix, true);
+        nimbo::TmpFile kept(prefix, false);
+        EXPECT_NE(first.path(), second.path());
+        EXPECT_THAT(tree(file_)[1], StartsWith("f 0600 "));
+        first << "text";
+        EXPECT_TRUE(first.close());
+        EXPECT_EQ(contentOf(first.path()), "text");
+        fs::rename(first.path(), file_ / "final");
+        second.setstate(std::ios::badbit);
+        EXPECT_FALSE(second.close());
+    }
+    EXPECT_EQ(tree(file_).size(), 3U);
+    try {
+        nimbo::TmpFile((file_ / "none/x").string(), true);
+        FAIL();
+    } catch (const nimbo::ExSystemError<ENOENT>& error) {
+        EXPECT_THAT(error.what(), StartsWith("mkstemp() failed: : "));
+    }
+}

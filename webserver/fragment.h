@@ -1,0 +1,19 @@
+#pragma once
+
+#include "metadata/web_content.h"
+
+#include <list>
+#include <string>
+
+/// What the mappings are written for.
+struct FragmentSettings {
+    bool php;                     ///< write PHP handlers
+    bool cgi;                     ///< write CGI handlers
+    std::string wwwRoot;          ///< document root
+    std::string subdirectoryPath; ///< the application's place below it: empty, or with a "/" in front
+};
+
+/// The directives that an application's mappings need, in the mappings' order: a permanent redirect for a redirect
+/// mapping, a Directory block for one with handlers.  Empty when there are none.
+std::string fragmentDirectives(const std::list<nimbo::FSAMetaDataWebContent>& mappings,
+                               const FragmentSettings& settings);

@@ -1,0 +1,108 @@
+#include "webserver/install_config.h"
+
+#include "metadata/exceptions.h"
+#include "metadata/metadata_reader.h"
+#include "runtime/admitted_exceptions.h"
+#include "runtime/options.h"
+#include "runtime/temporary_file.h"
+#include "webserver/fragment.h"
+#include "webserver/virtual_host.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <iostream>
+
+namespace fs = boost::filesystem;
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr const char* header = "# ATTENTION!\n"
+                               "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
+                               "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
+
+void writeWhole(nimbo::TmpFile& file, const std::string& text) {
+    errno = 0;
+    file << text;
+    if (!file.close()) {
+        const boost::system::error_code code(errno != 0 ? errno : EIO, boost::system::system_category());
+        throw fs::filesystem_error("Unable to write", file.path(), code);
+    }
+}
+
+int installFragment(const std::string& metadataFile, const FragmentSettings& settings, const std::string& configPath) {
+    const fs::path configDir = fs::path(configPath).parent_path();
+    boost::system::error_code undetermined;
+    if (!fs::exists(fs::status(configDir, undetermined)) && !fs::create_directory(configDir)) {
+        std::cerr << "Unable to create directory: " << configDir; // no line end; the panel's parser knows it so
+        return -1;
+    }
+    if (!settings.php && !settings.cgi) {
+        fs::remove(configPath);
+        return 0;
+    }
+
+    nimbo::TmpFile file(configPath + ".new", true);
+    const nimbo::FSAMetaDataReader reader(metadataFile);
+    const std::string directives = fragmentDirectives(reader.get_web_content_info(), settings);
+    writeWhole(file, header + directives);
+
+    if (fs::exists(configPath))
+        fs::remove(configPath);
+    if (directives.empty())
+        fs::remove(file.path());
+    else
+        fs::rename(file.path(), configPath);
+    return 0;
+}
+
+} // namespace
+
+int installWebserverConfig(int argc, char** argv) {
+    std::string vhostPath;
+    std::string wwwRoot;
+    std::string applicationSubdirectory;
+    std::string metadataFile;
+    std::string configFileName;
+    int disablePhp = 0;
+    int disableCgi = 0;
+
+    po::options_description options("Webserver configuration options");
+    // The implicit value is 0: only an explicit value that is not 0 disables anything, and a bare option does not.
+    // clang-format off
+    options.add_options()
+        ("vhost-path", po::value(&vhostPath)->required(), "path to virutal host root directory")
+        ("www-root", po::value(&wwwRoot)->required(), "path to domain www-root")
+        ("application-subdirectory", po::value(&applicationSubdirectory)->required(),
+         "application subdirectory inside documents directory")
+        ("metadata-file", po::value(&metadataFile)->required(),
+         "path to generated WTX 1.0 APP-META.xml file with URL mappings (required for WTX 1.1 support")
+        ("config-file-name", po::value(&configFileName)->required(), "filename for configuration directives")
+        ("disable-php-support", po::value(&disablePhp)->default_value(0)->implicit_value(0), "")
+        ("disable-cgi-support", po::value(&disableCgi)->default_value(0)->implicit_value(0), "");
+    // clang-format on
+    parseOptions(argc, argv, options);
+
+    using namespace nimbo::layout;
+    std::string configPath = siteApplicationConfigDirectory(virtualHostOf(vhostPath)) + configFileName;
+    return wtx_install_apache_conf(metadataFile, disablePhp, disableCgi, configPath, applicationSubdirectory, wwwRoot);
+}
+
+int wtx_install_apache_conf(const std::string& metadataFile, int disablePhp, int disableCgi, std::string& configPath,
+                            const std::string& applicationSubdirectory, const std::string& wwwRoot) {
+    return admitOnly<>([&] {
+        try {
+            const std::string subdirectoryPath =
+                applicationSubdirectory == "." ? std::string() : "/" + applicationSubdirectory;
+            return installFragment(metadataFile, {disablePhp == 0, disableCgi == 0, wwwRoot, subdirectoryPath},
+                                   configPath);
+        } catch (const fs::filesystem_error& failure) {
+            std::cerr << "Filesystem exception during config creation: " << failure.what() << " error code: ("
+                      << failure.code() << ")\n";
+        } catch (const nimbo::FSAXMLException& failure) {
+            std::cerr << "XML occured during processing the package file " << metadataFile << ": " << failure.what()
+                      << '\n';
+        }
+        return -1;
+    });
+}

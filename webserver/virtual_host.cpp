@@ -1,0 +1,18 @@
+#include "webserver/virtual_host.h"
+
+#include "runtime/kro_conf.h"
+
+#include <boost/filesystem/path.hpp>
+
+namespace nimbo::layout {
+
+VirtualHost virtualHostOf(const std::string& vhostPath) {
+    return {boost::filesystem::path(vhostPath).filename().native(), kroConfGetDefaultByIndex(KRO_CONF_HTTPD_VHOSTS_D)};
+}
+
+std::string siteApplicationConfigDirectory(const VirtualHost& host) {
+    // Two pieces with a slash each: other parts of the panel compare the text.
+    return host.vhostsRoot + "/system/" + host.name + "/conf/" + "/siteapp.d/";
+}
+
+} // namespace nimbo::layout

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+namespace nimbo::layout {
+
+/// Where a virtual host stands in the panel's layout.
+struct VirtualHost {
+    std::string name;       ///< the host's directory name
+    std::string vhostsRoot; ///< directory of all virtual hosts
+};
+
+/// The host that a path names by its last element, below the panel's own directory of virtual hosts: where the path
+/// leads plays no part.  A path that ends in "/" names the host ".".
+VirtualHost virtualHostOf(const std::string& vhostPath);
+
+/// The directory of the host's application fragments, with a "/" at its end and a doubled one inside, as the panel
+/// forms it.
+std::string siteApplicationConfigDirectory(const VirtualHost& host);
+
+} // namespace nimbo::layout
