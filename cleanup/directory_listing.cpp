@@ -3,6 +3,7 @@
 #include <boost/filesystem/exception.hpp>
 #include <boost/format.hpp>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <dirent.h>
 #include <iostream>
@@ -74,16 +75,19 @@ void readDirEntry::list(const fs::path& path, Kind kind, const fs::path& recorde
     if (kind != Kind::Directory)
         return;
 
-    // The types that come with the names save a look at every entry.  Not so in a directory that may be read but not
-    // searched: there each entry's own look fails and is reported.
+    // The types that come with the names save a look at every entry.  Not so where that look would fail and be
+    // reported: in a directory that may be read but not searched, and at the end of too long a path.
     const bool searchable = nimbo::syscall::lstat(path / ".", &status) == 0;
+    const auto kindOf = [&](const Entry& entry) {
+        return searchable && path.size() + 1 + entry.name.size() < PATH_MAX ? entry.kind : Kind::Unknown;
+    };
     // The directory is read to its end before anything below it is visited, so that a deep tree does not hold one
     // descriptor a level.
     std::vector<Entry> entries;
     const int error = readEntries(path, entries);
     for (const Entry& entry : entries)
-        list(path / entry.name, searchable ? entry.kind : Kind::Unknown,
-             stillToSkip == 0 ? recorded / entry.name : fs::path(), stillToSkip == 0 ? 0 : stillToSkip - 1);
+        list(path / entry.name, kindOf(entry), stillToSkip == 0 ? recorded / entry.name : fs::path(),
+             stillToSkip == 0 ? 0 : stillToSkip - 1);
     if (error != 0) {
         const boost::system::error_code code(error, boost::system::system_category());
         std::cerr << fs::filesystem_error("Unable to list directory", path, code).what() << '\n';

@@ -17,22 +17,37 @@ const char* const skeldir[] = {"httpdocs", "conf", "cgi-bin", "anon_ftp", "error
 
 namespace {
 
-void report(const char* call, const std::string& target) {
-    std::cerr << boost::format("%1%(\"%2%\"): %3%\n") % call % target % std::strerror(errno);
+void report(const char* call, const std::string& target, int error) {
+    std::cerr << boost::format("%1%(\"%2%\"): %3%\n") % call % target % std::strerror(error);
 }
 
 void removeEntry(const fs::path& target) {
     const std::string& name = nimbo::syscall::stringFromPath(target);
+    // Nearly all entries are files, and Linux unlinks no directory: the look at the entry is needed only where this
+    // fails, to tell which call and which complaint it deserves.
+    if (unlink(name.c_str()) == 0)
+        return;
+    const int unlinkError = errno;
     struct stat status {};
     if (nimbo::syscall::lstat(target, &status) != 0) {
         if (errno != ENOENT)
-            report("lstat", name);
-    } else if (S_ISDIR(status.st_mode)) {
-        if (rmdir(name.c_str()) != 0)
-            report("rmdir", name);
-    } else if (unlink(name.c_str()) != 0) {
-        report("unlink", name);
+            report("lstat", name, errno);
+    } else if (!S_ISDIR(status.st_mode)) {
+        report("unlink", name, unlinkError);
+    } else if (rmdir(name.c_str()) != 0) {
+        report("rmdir", name, errno);
     }
+}
+
+/// `relative` with its first element, whose text ends at `end`, replaced by `directory`.
+fs::path rerooted(const fs::path& relative, std::size_t end, const std::string& directory) {
+    if (hasPlainElements(relative))
+        return fs::path(directory) / relative.native().substr(std::min(end + 1, relative.native().size()));
+    // A separator at the end stands for a "." element, with which no directory can be removed; so it stays.
+    fs::path target(directory);
+    for (auto element = std::next(relative.begin()); element != relative.end(); ++element)
+        target /= *element;
+    return target;
 }
 
 /// Lists `directory`, wherever it is, as the content of the virtual host's directory `name`.
@@ -84,18 +99,24 @@ void DeleteDirEntry::operator()(const fs::path& relative) const {
 
     const std::size_t end = std::min(name.find('/'), name.size());
     const std::string_view top = std::string_view(name).substr(0, end);
-    const std::string rest = name.substr(std::min(end + 1, name.size()));
     if (top == "httpdocs") {
-        removeEntry(fs::path(params.htdocsDir) / rest);
+        removeEntry(rerooted(relative, end, params.htdocsDir));
     } else if (top == "cgi-bin") {
         if (!params.keepCgiBin)
-            removeEntry(fs::path(params.cgiBinDir) / rest);
+            removeEntry(rerooted(relative, end, params.cgiBinDir));
     } else if (top != "error_docs" || !params.keepErrorDocs) {
         removeEntry(fs::path(vhostDir) / relative);
     }
 }
 
-bool removedBefore(const fs::path& first, const fs::path& second) {
+bool hasPlainElements(const fs::path& path) {
+    const std::string& text = path.native();
+    return text.find("//") == std::string::npos && !text.starts_with('/') && !text.ends_with('/');
+}
+
+bool RemovalOrder::operator()(const fs::path& first, const fs::path& second) const {
+    if (!plain_)
+        return second < first;
     const std::string& a = first.native();
     const std::string& b = second.native();
     const auto [inA, inB] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
@@ -108,7 +129,8 @@ bool removedBefore(const fs::path& first, const fs::path& second) {
 }
 
 void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir, const ExtractParams& params) {
-    std::sort(entries->begin(), entries->end(), removedBefore);
+    const bool plain = std::all_of(entries->begin(), entries->end(), hasPlainElements);
+    std::sort(entries->begin(), entries->end(), RemovalOrder(plain));
     const DeleteDirEntry remove(vhostDir, params);
     for (const fs::path& entry : *entries)
         remove(entry);

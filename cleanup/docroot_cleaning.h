@@ -62,9 +62,22 @@ private:
     ExtractParams params;
 };
 
-/// True when `first` is to be removed before `second`: descending order, element by element as bytes, so that what a
-/// directory holds goes before the directory.  Both without doubled or trailing separators.
-bool removedBefore(const boost::filesystem::path& first, const boost::filesystem::path& second);
+/// True when a path's text is its elements joined by single slashes: none doubled, none at either end.
+bool hasPlainElements(const boost::filesystem::path& path);
+
+/// The order of removal: descending, element by element as bytes, so that what a directory holds goes before the
+/// directory.
+class RemovalOrder {
+public:
+    /// \param plain every path to be compared has plain elements, and need not be taken apart each time.
+    explicit RemovalOrder(bool plain) : plain_(plain) {}
+
+    /// True when `first` is to be removed before `second`.
+    bool operator()(const boost::filesystem::path& first, const boost::filesystem::path& second) const;
+
+private:
+    bool plain_;
+};
 
 /// Sorts vhost-relative paths into removal order, in place, and removes each.
 void cleanDirContent(std::vector<boost::filesystem::path>* entries, const std::string& vhostDir,

@@ -22,12 +22,6 @@ namespace {
 
 constexpr std::string_view fullNamePrefix = "file:///";
 
-/// The status of a path, links followed; one that cannot be examined counts as missing.
-fs::file_type typeOf(const std::string& path) {
-    boost::system::error_code failure;
-    return fs::status(path, failure).type();
-}
-
 void emptyDocroot(const std::string& vhostPath, const std::string& wwwRoot) {
     std::string htdocs = wwwRoot;
     extract_params params{};
@@ -69,7 +63,7 @@ int extractApplication(int argc, char** argv) {
     }
     // The package's own document has to be there even when another one is to be read.
     const std::string ownMetadata = fullName.substr(fullNamePrefix.size()) + "/APP-META.xml";
-    if (typeOf(ownMetadata) != fs::regular_file) {
+    if (fs::status(ownMetadata).type() != fs::regular_file) {
         std::cerr << "Application metadata file " << ownMetadata << " does not exist\n";
         return 1;
     }
@@ -87,7 +81,7 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
     std::array<char, 4097> packageDir{};
     get_trx_application_path(packageDir.data(), fullName.c_str());
 
-    if (typeOf(vhostPath) != fs::directory_file) {
+    if (fs::status(vhostPath).type() != fs::directory_file) {
         std::cerr << "Virtual host root directory" << vhostPath << "does not exist\n";
         return 1;
     }

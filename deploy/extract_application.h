@@ -4,7 +4,8 @@
 
 /// Handler of "--extract-application".
 /// \return 0, or 1 after a message on standard error.
-/// \throw the option library's errors; what fsa_extract_application lets through.
+/// \throw the option library's errors; boost::filesystem::filesystem_error for a place that cannot be examined; what
+///        fsa_extract_application lets through.
 int extractApplication(int argc, char** argv);
 
 /// Extracts a package into a virtual host: checks and metadata as the caller (root), everything else as the site's

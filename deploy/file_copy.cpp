@@ -51,7 +51,7 @@ int copyContent(int from, int to, off_t size) {
 
 HeldDirectory::Place HeldDirectory::of(const std::string& path) {
     const auto slash = path.rfind('/');
-    if (slash == std::string::npos || slash == 0)
+    if (slash == std::string::npos || slash == 0 || slash + 1 == path.size())
         return {AT_FDCWD, path.c_str()};
     if (fd_.get() < 0 || path_.size() != slash || path.compare(0, slash, path_) != 0) {
         path_.assign(path, 0, slash);

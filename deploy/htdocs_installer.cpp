@@ -166,7 +166,7 @@ class ParentAccess {
 public:
     explicit ParentAccess(const std::string& userName) : userName_(userName) {}
     void open(const std::string& target) {
-        const std::string_view parent = std::string_view(target).substr(0, target.rfind('/'));
+        const std::string_view parent = parentOf(target);
         if (parent == last_)
             return;
         last_ = parent;
@@ -179,6 +179,12 @@ public:
     }
 
 private:
+    /// As the library's parent_path(), without taking the path apart: the parent of "a//b" is "a", that of "/b" is "/".
+    static std::string_view parentOf(std::string_view target) {
+        const auto end = target.find_last_not_of('/', target.rfind('/'));
+        return target.substr(0, end == std::string_view::npos ? 1 : end + 1);
+    }
+
     const std::string& userName_;
     std::string last_; // most targets lie beside the one before
     std::unordered_set<std::string> ready_;

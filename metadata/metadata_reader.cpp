@@ -42,11 +42,24 @@ struct OpenDocument {
         return result;
     }
 
+    // Each result is freed before the next query, which may free the nodes that it points to.
     std::string requiredText(const char* expression, const char* complaint) {
         const XPathResult result = query(expression);
         if (nodesOf(result.get()).empty())
             throw FSAXMLException(complaint);
         return contentOf(nodesOf(result.get()).front());
+    }
+
+    std::string optionalText(const char* expression) {
+        const XPathResult result = query(expression);
+        return nodesOf(result.get()).empty() ? std::string() : contentOf(nodesOf(result.get()).front());
+    }
+
+    std::string attributeOr(const char* expression, const char* name, const char* otherwise) {
+        const XPathResult result = query(expression);
+        const XmlText value =
+            nodesOf(result.get()).empty() ? nullptr : attributeOf(nodesOf(result.get()).front(), name);
+        return value == nullptr ? otherwise : plainText(value);
     }
 };
 
@@ -87,21 +100,12 @@ void FSAMetaDataReader::read(const std::string& fileName) {
     for (const Namespace& space : namespaces)
         register_namespace(open.context.get(), space.prefix, space.uri);
 
-    formatVersion = "1.0";
-    const XPathResult application = open.query("/s:application");
-    if (!nodesOf(application.get()).empty())
-        if (const XmlText declared = attributeOf(nodesOf(application.get()).front(), "version"))
-            formatVersion = plainText(declared);
-
+    formatVersion = open.attributeOr("/s:application", "version", "1.0");
     name = open.requiredText("/s:application/s:name", missingName);
     version = open.requiredText("/s:application/s:version", missingVersion);
     // A missing release is reported with the words for a missing name: the panel knows no third message.
     release = open.requiredText("/s:application/s:release", missingName);
-
-    const XPathResult language = open.query("/s:application/s:configuration-script-language");
-    if (!nodesOf(language.get()).empty())
-        scriptLanguage = contentOf(nodesOf(language.get()).front());
-
+    scriptLanguage = open.optionalText("/s:application/s:configuration-script-language");
     for (urlMappingItem& item : topLevelMappings(open))
         webContent.push_back(contentFromItem(std::move(item)));
     webContent.sort(); // stable: equal depths stay in the order of the walk

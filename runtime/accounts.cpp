@@ -62,10 +62,14 @@ gid_t get_group_id(const char* group) {
         return get_gid_by_name(group);
     const char* end = group + std::strlen(group);
     gid_t id = 0;
-    // The empty text counts as numeric but holds no number; neither it nor an overflowing one can name a group.
-    if (std::from_chars(group, end, id).ec != std::errc())
-        return 0;
-    return get_gid_by_id(id);
+    const std::errc failure = std::from_chars(group, end, id).ec;
+    if (failure == std::errc())
+        return get_gid_by_id(id);
+    if (failure == std::errc::result_out_of_range) {
+        errno = ERANGE;
+        messlog2(0, 0, "getgrgid(%s): %s", group, std::strerror(errno));
+    }
+    return 0; // the empty text counts as numeric but holds no number
 }
 
 gid_t get_gid_by_name(const char* name) {

@@ -88,6 +88,20 @@ TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
     EXPECT_EQ(contentOf(docroot / "blog/2/all/page"), "deep");
 }
 
+TEST_F(Extract, TheWholePackageAndPathsWithSlashesAtTheEndCanBeMapped) {
+    writeFile(package / "htdocs/page", "x");
+    for (const std::string mapping :
+         {"url='/' path='/'", "url=''", "url='/' path='htdocs/'", "url='a//' path='htdocs/'"}) {
+        mappings("<mapping " + mapping + "/>");
+        writeFile(docroot / "own", "x");
+        const Outcome outcome = extract();
+        EXPECT_EQ(outcome.status, 0) << outcome.error;
+        EXPECT_EQ(outcome.error, "");
+        EXPECT_TRUE(fs::exists(docroot / "own"));
+        EXPECT_GE(tree(docroot).size(), 3U);
+    }
+}
+
 TEST_F(Extract, WritableMappingsAreOpenedSaveForPlainOnesInside) {
     mappings(
         "<mapping url='/' path='htdocs'><php:permissions writable='true'/>"
@@ -203,6 +217,7 @@ TEST_F(Extract, RefusalsNameTheirCauseAndTouchNothing) {
     writeFile(base / "bad.xml", "<application");
     writeFile(base / "no-url.xml", metadata("<mapping path='a'/>"));
     writeFile(base / "file", "x");
+    fs::create_symlink("loop", base / "loop");
     struct Case {
         std::string option; // replaces the option of the same name
         std::string error;
@@ -220,7 +235,9 @@ TEST_F(Extract, RefusalsNameTheirCauseAndTouchNothing) {
         {"--metadata-file=" + (base / "no-url.xml").string(), "std::logic_error", 128 + SIGABRT},
         {"--user-name=root", "Cannot run as forbidden uid: 0\n", 1},
         {"--user-name=no-user", "User no-user not found\n", 1},
+        {"--vhost-path=" + (base / "loop").string(), "Fatal error: boost::filesystem::filesystem_error(", 1},
         {"--no-such-option=1", "Fatal error: ", 1},
+        {"stray", "Fatal error: ", 1},
     };
     const auto before = tree(docroot);
     for (const Case& c : cases) {
