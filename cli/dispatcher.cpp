@@ -1,6 +1,8 @@
 #include "cli/dispatcher.h"
 
+#include "cleanup/delete_application.h"
 #include "deploy/extract_application.h"
+#include "scripts/run_application_script.h"
 #include "webserver/install_config.h"
 #include "webserver/remove_config.h"
 
@@ -20,7 +22,9 @@ struct Command {
 constexpr std::array commands{
     Command{"--help", helpCommand},
     Command{"-h", helpCommand},
+    Command{"--run-application-script", runApplicationScript},
     Command{"--extract-application", extractApplication},
+    Command{"--delete-application", deleteApplication},
     Command{"--install-apache-conf", installWebserverConfig},
     Command{"--remove-apache-conf", removeWebserverConfig},
 };
