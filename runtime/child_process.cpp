@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iostream>
 #include <new>
 #include <string_view>
 #include <sys/select.h>
@@ -212,6 +213,9 @@ int dup2Custom(int source, int target) {
 
 pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const ArgList& args, const std::string& user,
                      const EnvironmentAdditions& env) {
+    // What is still buffered belongs before the child's output, and a child that fails would write it once more.
+    std::cout.flush();
+    std::cerr.flush();
     const pid_t pid = fork();
     if (pid < 0)
         throwSystemError("forkExecvPipes: fork() failed", errno);

@@ -77,9 +77,6 @@ int runAndWait(const Interpreter& interpreter, const std::string& script, const 
         for (const std::string& argument : *additional)
             arguments.append(argument);
 
-    // The script writes through the same descriptors: what is still buffered here belongs before its output.
-    std::cout.flush();
-    std::cerr.flush();
     const pid_t pid = forkExecvPipes(-1, STDOUT_FILENO, STDERR_FILENO, program, arguments, {}, {});
     // A child that could not execute the program goes on here too: its wait fails and its status says so.
     const int result = fork_exec_waitpid(pid, program.c_str(), nullptr);
