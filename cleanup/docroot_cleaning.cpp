@@ -25,12 +25,12 @@ void removeEntry(const fs::path& target) {
     const std::string& name = nimbo::syscall::stringFromPath(target);
     // Nearly all entries are files, and Linux unlinks no directory: the look at the entry is needed only where this
     // fails, to tell which call and which complaint it deserves.
-    if (unlink(name.c_str()) == 0)
+    if (unlink(name.c_str()) == 0 || errno == ENOENT)
         return;
     const int unlinkError = errno;
     struct stat status {};
     if (nimbo::syscall::lstat(target, &status) != 0) {
-        if (errno != ENOENT)
+        if (errno != ENOENT) // it may have vanished since
             report("lstat", name, errno);
     } else if (!S_ISDIR(status.st_mode)) {
         report("unlink", name, unlinkError);
