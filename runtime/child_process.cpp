@@ -2,12 +2,12 @@
 
 #include "runtime/accounts.h"
 #include "runtime/errors.h"
+#include "runtime/scoped_disposition.h"
 #include "runtime/utility_log.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -34,24 +34,6 @@ void closeOwnDescriptors() {
         close(fd);
 }
 
-/// One signal's disposition, put back at the end of the scope.
-class ScopedDisposition {
-public:
-    ScopedDisposition(int signal, void (*handler)(int)) : signal_(signal) {
-        struct sigaction wanted {};
-        wanted.sa_handler = handler;
-        sigaction(signal, &wanted, &before_);
-    }
-    ScopedDisposition(const ScopedDisposition&) = delete;
-    ScopedDisposition& operator=(const ScopedDisposition&) = delete;
-    ~ScopedDisposition() { sigaction(signal_, &before_, nullptr); }
-
-private:
-    int signal_;
-    struct sigaction before_ {};
-};
-
-/// Both ends are clear of the standard streams, also in a process that was started with some of those closed.
 struct Pipe {
     Pipe() {
         std::array<int, 2> ends{-1, -1};
@@ -63,13 +45,6 @@ struct Pipe {
 
     UniqueFd readEnd;
     UniqueFd writeEnd;
-
-private:
-    static UniqueFd clearOfStandardStreams(UniqueFd end) {
-        return end.get() < 0 || end.get() >= firstOwnDescriptor
-                   ? std::move(end)
-                   : UniqueFd(fcntl(end.get(), F_DUPFD, firstOwnDescriptor));
-    }
 };
 
 void makeNonBlocking(const UniqueFd& end) {

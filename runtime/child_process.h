@@ -11,6 +11,9 @@
 class ArgList {
 public:
     ArgList() = default;
+    ArgList(const ArgList&) = delete;
+    ArgList& operator=(const ArgList&) = delete;
+    ~ArgList() = default;
     ArgList(std::initializer_list<std::string> words);
 
     /// Appends a copy, up to its first NUL byte.

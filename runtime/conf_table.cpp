@@ -137,7 +137,12 @@ int conf_init_r(conf_table* table) {
     if (entries == nullptr)
         return outOfMemory("Unable to read configuration: %s");
     std::fill(entries + (isFirst ? 0 : table->capacity), entries + capacity, conf_entry{});
-    *table = {entries, capacity, isFirst ? 0 : table->count, isFirst ? 1 : table->sorted};
+    table->entries = entries;
+    table->capacity = capacity;
+    if (isFirst) {
+        table->count = 0;
+        table->sorted = 1;
+    }
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include "runtime/accounts.h"
 #include "runtime/child_process.h"
 #include "runtime/kro_conf.h"
+#include "runtime/scoped_disposition.h"
 
 #include <algorithm>
 #include <array>
@@ -77,6 +78,8 @@ int runAndWait(const Interpreter& interpreter, const std::string& script, const 
         for (const std::string& argument : *additional)
             arguments.append(argument);
 
+    // A panel that ignores its own children hands that down, and then no exit status would be left to wait for.
+    const ScopedDisposition reaping(SIGCHLD, SIG_DFL);
     const pid_t pid = forkExecvPipes(-1, STDOUT_FILENO, STDERR_FILENO, program, arguments, {}, {});
     // A child that could not execute the program goes on here too: its wait fails and its status says so.
     const int result = fork_exec_waitpid(pid, program.c_str(), nullptr);

@@ -1,5 +1,9 @@
 #include "webserver/fragment.h"
 
+#include "metadata/exceptions.h"
+
+#include <algorithm>
+
 using nimbo::FSAMetaDataWebContent;
 
 namespace {
@@ -89,6 +93,23 @@ std::string cgiSections(const std::list<FSAMetaDataWebContent::CGIHandler>& hand
     return sections;
 }
 
+bool hasLineBreak(const std::string& text) {
+    return text.find('\n') != std::string::npos;
+}
+
+template <class Handler>
+bool hasLineBreakInExtensions(const std::list<Handler>& handlers) {
+    return std::ranges::any_of(handlers, [](const Handler& handler) {
+        return std::ranges::any_of(handler.extensions,
+                                   [](const auto& extension) { return hasLineBreak(extension.value); });
+    });
+}
+
+bool hasLineBreak(const FSAMetaDataWebContent& mapping) {
+    return hasLineBreak(mapping.url) || hasLineBreak(mapping.redirect) ||
+           hasLineBreakInExtensions(mapping.phpHandlers) || hasLineBreakInExtensions(mapping.cgiHandlers);
+}
+
 std::string redirectLine(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
     std::string source = settings.subdirectoryPath + mapping.url;
     if (source != "/")
@@ -112,7 +133,10 @@ std::string directoryBlock(const FSAMetaDataWebContent& mapping, const FragmentS
 
 std::string fragmentDirectives(const std::list<FSAMetaDataWebContent>& mappings, const FragmentSettings& settings) {
     std::string text;
-    for (const FSAMetaDataWebContent& mapping : mappings)
+    for (const FSAMetaDataWebContent& mapping : mappings) {
+        if (hasLineBreak(mapping))
+            throw nimbo::FSAXMLException("the mapping of URL " + mapping.url + " has a line break in it");
         text += mapping.redirect.empty() ? directoryBlock(mapping, settings) : redirectLine(mapping, settings);
+    }
     return text;
 }

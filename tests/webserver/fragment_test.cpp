@@ -192,6 +192,15 @@ TEST_F(Fragment, FailuresNameTheirCauseAndKeepTheOldFragment) {
     EXPECT_EQ(outcome.status, 255);
     EXPECT_THAT(outcome.error, HasSubstr("XML occured during processing the package file " + base.string() +
                                          "/meta.xml: Unable to load file: " + base.string() + "/meta.xml\n"));
+    for (const std::string breaking :
+         {"<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>",
+          "<mapping url='a&#10;'><cgi:handler/></mapping>",
+          "<mapping url='a'><cgi:handler><cgi:extension>x\n</cgi:extension></cgi:handler></mapping>"}) {
+        outcome = install(breaking);
+        EXPECT_EQ(outcome.status, 255);
+        EXPECT_THAT(outcome.error, HasSubstr("meta.xml: the mapping of URL /a"));
+    }
+    EXPECT_THAT(tree(fragments), ElementsAre(StartsWith("d "), "f 0644 root:root app.conf"));
     EXPECT_EQ(install("<mapping path='no url'/>").status, 128 + SIGABRT);
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
 
@@ -230,6 +239,14 @@ TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
     }
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
     umount(fragments.c_str());
+}
+
+TEST_F(Fragment, ClosedStandardStreamsDoNotLeakIntoIt) {
+    writeFile(base / "meta.xml", metadata("<mapping url='a' xmlns:q='a b'><cgi:handler/></mapping>"));
+    std::string command = LARKSPUR_PROGRAM " --install-apache-conf --vhost-path=/x/test.example --www-root=/w"
+                                           " --application-subdirectory=. --config-file-name=app.conf --metadata-file=";
+    EXPECT_EQ(run({"sh", "-c", command + (base / "meta.xml").string() + " <&- >&- 2>&-"}).status, 0);
+    EXPECT_EQ(directives(), "<Directory /w/a >\n\n" + cgiBy + "</IfModule>\n\n</Directory>\n\n");
 }
 
 TEST_F(Fragment, RemovalTakesTheFileBelowThePanelsDirectory) {
