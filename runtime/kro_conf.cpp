@@ -4,8 +4,8 @@
 #include "runtime/utility_log.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
 
 namespace {
@@ -14,7 +14,7 @@ constexpr const char* configurationFile = "/etc/kro/kro.conf";
 constexpr std::size_t variableCount = 30;
 
 // The first and the last mark the bounds of the index range; they are no settings.
-constexpr std::array<const char*, variableCount> theKroConfNames{
+constexpr const char* theKroConfNames[variableCount] = {
     "_MIN_POSSIBLE_KRO_CONF_VAR_NAME",
     "NIMBO_MAILNAMES_D",
     "RBLSMTPD",
@@ -47,7 +47,7 @@ constexpr std::array<const char*, variableCount> theKroConfNames{
     "_MAX_POSSIBLE_KRO_CONF_VAR_NAME",
 };
 
-constexpr std::array<const char*, variableCount> theKroConfDefauls{
+constexpr const char* theKroConfDefauls[variableCount] = {
     "_MIN_POSSIBLE_KRO_CONF_VAR_VALUE",
     "/var/qmail/mailnames",
     "/usr/sbin/rblsmtpd",
@@ -80,8 +80,8 @@ constexpr std::array<const char*, variableCount> theKroConfDefauls{
     "_MAX_POSSIBLE_KRO_CONF_VAR_VALUE",
 };
 
-conf_table* theKroConfHash = nullptr;                     // kept until the process ends
-std::array<const char*, variableCount> theKroConfArray{}; // values found so far
+conf_table* theKroConfHash = nullptr;       // kept until the process ends
+const char* theKroConfArray[variableCount]; // values found so far
 
 } // namespace
 
@@ -90,26 +90,26 @@ const char* kroConfGet(const char* name) {
 }
 
 const char* kroConfGetByIndex(int index) {
-    const auto position = static_cast<std::size_t>(index);
-    if (theKroConfArray[position] == nullptr)
-        theKroConfArray[position] = kroConfGet(theKroConfNames[position]);
-    return theKroConfArray[position];
+    const char*& value = theKroConfArray[index];
+    if (value == nullptr)
+        value = kroConfGet(theKroConfNames[index]);
+    return value;
 }
 
 const char* kroConfGetDefaultByIndex(int index) {
     const char* const value = kroConfGetByIndex(index);
-    return value != nullptr ? value : theKroConfDefauls[static_cast<std::size_t>(index)];
+    return value != nullptr ? value : theKroConfDefauls[index];
 }
 
 const char* kroConfGetDefault(const char* name) {
     // The lower bound can be asked for by name, the upper one cannot.
-    const auto* const end = theKroConfNames.end() - 1;
-    const auto* const found = std::find(theKroConfNames.begin(), end, std::string_view(name));
+    const auto* const end = std::end(theKroConfNames) - 1;
+    const auto* const found = std::find(theKroConfNames, end, std::string_view(name));
     if (found == end) {
         nimbo_log(3, "variable '%s' was found neither in %s, nor in compile-time defaults", name, configurationFile);
         return nullptr;
     }
-    return kroConfGetDefaultByIndex(static_cast<int>(found - theKroConfNames.begin()));
+    return kroConfGetDefaultByIndex(static_cast<int>(found - theKroConfNames));
 }
 
 int autoprepend() {
