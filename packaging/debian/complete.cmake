@@ -1,0 +1,12 @@
+# What Debian wants of a package beyond the installed files: run by CPack on the tree to be packed.
+cmake_minimum_required(VERSION 3.25)
+set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
+
+file(MAKE_DIRECTORY ${share}/zsh)
+file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
+file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/copyright ${share}/doc/larkspur/copyright)
+file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/changelog ${share}/doc/larkspur/changelog)
+execute_process(COMMAND gzip -9n ${share}/doc/larkspur/changelog ${share}/man/man8/larkspur.8
+  COMMAND_ERROR_IS_FATAL ANY)
+# Nothing in the package may depend on the umask of whoever builds it.
+execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY}/usr COMMAND_ERROR_IS_FATAL ANY)
