@@ -14,10 +14,11 @@
 int p_setuid_ex(const char* user, int changeDir, int allowRoot) {
     uid_t uid = 0;
     gid_t gid = 0;
-    char* home = nullptr;
+    char none[] = "";
+    char* home = none;
     if (nimbo_getpw(user, &uid, &gid, &home) != 0)
         messlog2(1, 0, "User %s not found", user);
-    if (changeDir != 0 && (home == nullptr || chdir(home) != 0))
+    if (changeDir != 0 && chdir(home) != 0)
         messlog2(1, 0, "Cannot chdir to %s homedir %s", user, home);
     if (allowRoot == 0 && uid == 0)
         messlog2(1, 0, "Cannot run as forbidden uid: %d\n", static_cast<int>(uid));

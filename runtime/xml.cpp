@@ -1,10 +1,49 @@
 #include "runtime/xml.h"
 
 #include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <libxml/xmlmemory.h>
+#include <new>
 #include <unordered_map>
 
 namespace {
+
+/// libxml2 does not survive every failed allocation: some leave a document with parts missing, some crash.  So memory
+/// exhaustion inside it ends the process the way it does in the metadata layer.
+[[noreturn]] void endOutOfMemory() noexcept {
+    try {
+        throw std::bad_alloc();
+    } catch (...) {
+        std::terminate();
+    }
+}
+
+void* allocate(std::size_t size) {
+    void* const memory = std::malloc(size);
+    if (memory == nullptr && size != 0)
+        endOutOfMemory();
+    return memory;
+}
+
+void* reallocate(void* memory, std::size_t size) {
+    void* const moved = std::realloc(memory, size);
+    if (moved == nullptr && size != 0)
+        endOutOfMemory();
+    return moved;
+}
+
+char* duplicate(const char* text) {
+    const std::size_t size = std::strlen(text) + 1;
+    return static_cast<char*>(std::memcpy(allocate(size), text, size));
+}
+
+/// To be called before the library's first allocation.
+void guardMemory() {
+    static const int guarded = xmlMemSetup(std::free, allocate, reallocate, duplicate);
+    (void)guarded;
+}
 
 /// What all entity references of one document may expand to, in bytes.
 constexpr std::size_t expansionLimit = 10U << 20;
@@ -54,11 +93,13 @@ XmlDocument withinLimits(XmlDocument document) {
 } // namespace
 
 XmlDocument parseXmlFile(const std::string& fileName) {
+    guardMemory();
     return withinLimits(XmlDocument(xmlParseFile(fileName.c_str())));
 }
 
 XmlDocument parseXmlMemory(const std::string& text) {
     if (text.size() > INT_MAX)
         return nullptr;
+    guardMemory();
     return withinLimits(XmlDocument(xmlParseMemory(text.data(), static_cast<int>(text.size()))));
 }

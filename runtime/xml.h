@@ -7,7 +7,8 @@
 #include <string>
 
 /// Owning handles for libxml2 objects and the two ways in which this program parses XML.  libxml2's default parser
-/// options are in force: DTDs and external entities are never loaded, diagnostics go to standard error.
+/// options are in force: DTDs and external entities are never loaded, diagnostics go to standard error.  From the first
+/// parse on, memory exhaustion inside libxml2 ends the process through std::terminate with a std::bad_alloc.
 struct XmlFree {
     void operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
     void operator()(xmlXPathContext* context) const noexcept { xmlXPathFreeContext(context); }
