@@ -52,14 +52,29 @@ int copyContent(int from, int to, off_t size) {
 HeldDirectory::Place HeldDirectory::of(const std::string& path) {
     const auto slash = path.rfind('/');
     if (slash == std::string::npos || slash == 0 || slash + 1 == path.size())
-        return {AT_FDCWD, path.c_str()};
+        return {AT_FDCWD, path.c_str(), 0};
     if (fd_.get() < 0 || path_.size() != slash || path.compare(0, slash, path_) != 0) {
         path_.assign(path, 0, slash);
         fd_ = UniqueFd(open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        ++number_;
     }
     if (fd_.get() < 0)
-        return {AT_FDCWD, path.c_str()};
-    return {fd_.get(), path.c_str() + slash + 1};
+        return {AT_FDCWD, path.c_str(), 0};
+    return {fd_.get(), path.c_str() + slash + 1, number_};
+}
+
+void FileCopier::settleMode(int fd, mode_t mode, unsigned directory) {
+    // The umask or a default ACL may have changed the mode, and then does so for all files of the directory: one look
+    // serves them all.
+    if (directory != 0 && directory == settledDirectory_ && mode == settledMode_)
+        return;
+    struct stat created {};
+    if (fstat(fd, &created) == 0 && (created.st_mode & 07777U) == mode) {
+        settledDirectory_ = directory;
+        settledMode_ = mode;
+    } else {
+        (void)fchmod(fd, mode); // one that cannot be set does not fail the copy
+    }
 }
 
 int FileCopier::examine(const std::string& source, struct stat& status) {
@@ -78,11 +93,7 @@ int FileCopier::copyToNewFile(const std::string& source, const std::string& targ
         return errno;
     if (const int error = copyContent(from.get(), to.get(), size))
         return error;
-    // The umask or a default ACL may have changed the mode.  One that cannot be set does not fail the copy; one that is
-    // right already is not set again, since that would write to the inode.
-    struct stat created {};
-    if (fstat(to.get(), &created) != 0 || (created.st_mode & 07777U) != mode)
-        (void)fchmod(to.get(), mode);
+    settleMode(to.get(), mode, targetPlace.number);
     // Quotas and network file systems may refuse the data only now.
     return to.close() != 0 ? errno : 0;
 }

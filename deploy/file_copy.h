@@ -11,6 +11,7 @@ public:
     struct Place {
         int directory;    ///< for the *at(2) calls
         const char* name; ///< points into the path asked for
+        unsigned number;  ///< of the held directory, another one each time; 0 when none is held
     };
     /// Never fails: where the directory cannot be held the place is the whole path.
     Place of(const std::string& path);
@@ -18,6 +19,7 @@ public:
 private:
     std::string path_;
     UniqueFd fd_;
+    unsigned number_ = 0;
 };
 
 /// Copies regular files.  Written out because the library's copy takes nearly twice the system calls, and those are
@@ -34,6 +36,11 @@ public:
     int copyToNewFile(const std::string& source, const std::string& target, mode_t mode, off_t size);
 
 private:
+    /// Gives a new file exactly the mode asked for.
+    void settleMode(int fd, mode_t mode, unsigned directory);
+
     HeldDirectory sources_;
     HeldDirectory targets_;
+    unsigned settledDirectory_ = 0; ///< where the last new file got its mode as asked for ...
+    mode_t settledMode_ = 0;        ///< ... and which
 };
