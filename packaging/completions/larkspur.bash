@@ -22,13 +22,31 @@ _larkspur_options() {
     esac
 }
 
+# A word without its quotes and backslashes; nothing in it is expanded.
+_larkspur_unquoted() {
+    local i char quote="" plain=""
+    for ((i = 0; i < ${#1}; i++)); do
+        char=${1:i:1}
+        if [[ -n $quote && $char == "$quote" ]]; then
+            quote=""
+        elif [[ -z $quote && $char == [\"\'] ]]; then
+            quote=$char
+        elif [[ $char == \\ && $quote != \' ]]; then
+            plain+=${1:++i:1}
+        else
+            plain+=$char
+        fi
+    done
+    printf '%s\n' "$plain"
+}
+
 # The value of an option among the words given so far, for options whose values depend on it.
 _larkspur_given() {
     local i
     for ((i = 1; i < ${#words[@]}; i++)); do
         case ${words[i]} in
-            "$1="*) echo "${words[i]#*=}" ;;
-            "$1") echo "${words[i + 1]-}" ;;
+            "$1="*) _larkspur_unquoted "${words[i]#*=}" ;;
+            "$1") _larkspur_unquoted "${words[i + 1]-}" ;;
         esac
     done
 }
@@ -57,7 +75,7 @@ _larkspur_values() {
 }
 
 _larkspur() {
-    local words=() piece breaks="" word option="" typed option_list candidate
+    local words=() piece breaks="" word option="" typed option_list candidate given
     # readline splits words at "=" and ":", also where the shell does not.
     for piece in "${COMP_WORDS[@]:0:COMP_CWORD+1}"; do
         if [[ $piece =~ ^[=:]+$ && ${#words[@]} -gt 1 || -n $breaks ]]; then
@@ -83,12 +101,25 @@ _larkspur() {
         *) [[ " $(_larkspur_options "${words[1]}") " != *" ${words[-2]}= "* ]] || option=${words[-2]} ;;
     esac
     if [[ -n $option ]]; then
-        mapfile -t COMPREPLY < <(_larkspur_values "$option" "$word")
+        case $option in
+            --vhost-path | --application-subdirectory)
+                # Readline would end the directory in a slash, which the program takes for an element of its own.
+                mapfile -t COMPREPLY < <(_larkspur_values "$option" "$(_larkspur_unquoted "$word")")
+                if [[ $typed == [\"\']* ]]; then
+                    word=$(_larkspur_unquoted "$word") typed=${typed#?}
+                elif [[ ${#COMPREPLY[@]} -gt 0 ]]; then
+                    mapfile -t COMPREPLY < <(printf '%q\n' "${COMPREPLY[@]}")
+                    [[ $word != \~* ]] || COMPREPLY=("${COMPREPLY[@]#\\}") # somebody's home directory
+                fi
+                ;;
+            *) mapfile -t COMPREPLY < <(_larkspur_values "$option" "$word") ;;
+        esac
         # What readline counts to the words before is there already.
         COMPREPLY=("${COMPREPLY[@]#"${word%"$typed"}"}")
         case $option:${COMPREPLY[0]-} in
             --application-full-name:file:*) compopt -o nospace 2>/dev/null ;;
             --script-name:* | --script-language:* | --user-name:*) ;;
+            --vhost-path:* | --application-subdirectory:*) compopt -o nospace 2>/dev/null ;; # a path may go on
             *) compopt -o filenames 2>/dev/null ;; # a slash behind directories, quotes where names need them
         esac
         return
@@ -96,7 +127,8 @@ _larkspur() {
 
     option_list=$(_larkspur_options "${words[1]}")
     for candidate in $option_list; do
-        if [[ $candidate == "$word"* && -z $(_larkspur_given "${candidate%%=*}") ]]; then
+        [[ $candidate != --additional-script-params= ]] && given=$(_larkspur_given "${candidate%%=*}") || given=""
+        if [[ $candidate == "$word"* && -z $given ]]; then
             COMPREPLY+=("$candidate")
         fi
     done
