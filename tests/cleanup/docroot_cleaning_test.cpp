@@ -86,16 +86,3 @@ TEST_F(Cleaning, ListingIsRelativeRecordsFirstAndReportsWhatItCannotRead) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.error, (base / "list/dir/file").string() + ": Permission denied\n");
 }
-
-TEST(DirectoryNames, OfAVirtualHost) {
-    EXPECT_THAT(vhostUsedDirs(SetupSkeletonAll),
-                ElementsAre("httpdocs", "conf", "cgi-bin", "anon_ftp", "error_docs", "statistics"));
-    EXPECT_THAT(vhostUsedDirs(SetupSkeletonDocroot), ElementsAre("httpdocs", "cgi-bin", "private"));
-    EXPECT_THAT(vhostUsedDirs(SetupSkeletonExceptHttpdocs),
-                ElementsAre("conf", "cgi-bin", "anon_ftp", "error_docs", "statistics"));
-    EXPECT_TRUE(vhostUsedDirs(static_cast<SetupSkeletonMode>(3)).empty());
-    EXPECT_THAT(vhostAllDirs(), ElementsAre("cgi-bin", "private", "httpsdocs", "httpdocs"));
-    EXPECT_EQ(pathLength("/var/www/vhosts/a"), 5U);
-    EXPECT_EQ(pathLength("/var/www/vhosts/a/"), 5U);
-    EXPECT_EQ(pathLength(""), 0U);
-}
