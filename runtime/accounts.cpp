@@ -14,7 +14,7 @@
 int p_setuid_ex(const char* user, int changeDir, int allowRoot) {
     uid_t uid = 0;
     gid_t gid = 0;
-    char none[] = "";
+    char none[] = ""; // never null, so that the message below always has text to show
     char* home = none;
     if (nimbo_getpw(user, &uid, &gid, &home) != 0)
         messlog2(1, 0, "User %s not found", user);

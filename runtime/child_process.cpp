@@ -171,7 +171,7 @@ void writeFromString(int fd, std::string& text) {
     }
     text.erase(0, done);
     if (error != 0 && error != EAGAIN)
-        throwSystemError("writeToString failed", error); // the panel's log readers know the text so
+        throwSystemError("writeToString failed", error); // names the other direction; a fixed text, kept as it is
 }
 
 int dup2Custom(int source, int target) {

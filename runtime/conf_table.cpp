@@ -97,8 +97,8 @@ void sortAndOverride(conf_table& table) {
 }
 
 /// The value's text from its first character on.  Of trailing white space a run of odd length loses its last
-/// character and a run of even length stays whole: the panel writes values without trailing blanks, and its readers
-/// have always treated others this way.
+/// character and a run of even length stays whole.  This is the rule of the file; the panel writes values without
+/// trailing blanks.
 std::string_view valueOf(const char* text) {
     const char* cut = nullptr;
     const char* end = text;

@@ -6,12 +6,12 @@
 #include "runtime/accounts.h"
 #include "runtime/child_process.h"
 #include "runtime/kro_conf.h"
+#include "runtime/options.h"
 #include "runtime/scoped_disposition.h"
 
 #include <algorithm>
 #include <array>
 #include <boost/filesystem/operations.hpp>
-#include <boost/program_options.hpp>
 #include <iostream>
 #include <optional>
 #include <sys/stat.h>
@@ -83,7 +83,8 @@ int runAndWait(const Interpreter& interpreter, const std::string& script, const 
     const pid_t pid = forkExecvPipes(-1, STDOUT_FILENO, STDERR_FILENO, program, arguments, {}, {});
     // A child that could not execute the program goes on here too: its wait fails and its status says so.
     const int result = fork_exec_waitpid(pid, program.c_str(), nullptr);
-    // Byte offset 2, not the end: the panel reads captured streams from files and relies on where they are left.
+    // Byte offset 2, not the end: the value of the direction serves as a position.  Fixed behaviour, kept as it is; on
+    // a pipe or terminal it only sets the stream's fail state.
     std::cout.seekp(std::ostream::pos_type(std::ios_base::end));
     std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));
     return result;
@@ -115,9 +116,7 @@ int runApplicationScript(int argc, char** argv) {
     all.add(options).add(hidden);
     po::positional_options_description positional;
     positional.add("additional-script-params", -1);
-    po::variables_map values;
-    po::store(po::command_line_parser(argc, argv).options(all).positional(positional).run(), values);
-    po::notify(values);
+    const po::variables_map values = parseOptions(argc, argv, all, positional);
 
     const po::variable_value& additional = values["additional-script-params"];
     return fsa_run_configure_script(fullName, action, user, scriptFile, language, phpCli,

@@ -34,7 +34,7 @@ int installFragment(const std::string& metadataFile, const FragmentSettings& set
     const fs::path configDir = fs::path(configPath).parent_path();
     boost::system::error_code undetermined;
     if (!fs::exists(fs::status(configDir, undetermined)) && !fs::create_directory(configDir)) {
-        std::cerr << "Unable to create directory: " << configDir; // no line end; the panel's parser knows it so
+        std::cerr << "Unable to create directory: " << configDir; // without a line end: a fixed text, kept as it is
         return -1;
     }
     if (!settings.php && !settings.cgi) {

@@ -156,9 +156,7 @@ TEST_F(Removal, ATreeOfThousandsOfOddNamesGoesAsItCame) {
     writeFile(package / "APP-META.xml", metadata("<mapping url='/' path='htdocs'/>"));
     for (const std::string& name : names)
         writeFile(package / "htdocs" / name, name);
-    const Outcome extracted = larkspur({"--extract-application", "--application-full-name=file:///" + package.string(),
-                                        "--vhost-path=" + vhost.string(), "--www-root=" + docroot.string(),
-                                        "--user-name=sitea", "--application-subdirectory=.", "--metadata-file", ""});
+    const Outcome extracted = extractInto(".", package);
     ASSERT_EQ(extracted.status, 0) << extracted.error;
     std::vector<std::string> installed;
     for (const auto& entry : fs::recursive_directory_iterator(package / "htdocs"))

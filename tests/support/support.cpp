@@ -128,6 +128,12 @@ void SandboxTest::SetUp() {
     giveTo(vhost, "sitea", "kroserv");
 }
 
+Outcome SandboxTest::extractInto(const std::string& subdirectory, const fs::path& from) const {
+    return larkspur({"--extract-application", "--application-full-name=file:///" + from.string(),
+                     "--vhost-path=" + vhost.string(), "--www-root=" + docroot.string(), "--user-name=sitea",
+                     "--application-subdirectory=" + subdirectory, "--metadata-file", ""});
+}
+
 void SandboxTest::TearDown() {
     boost::system::error_code ignored;
     fs::remove_all(base, ignored);

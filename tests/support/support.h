@@ -48,6 +48,9 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
+    /// Extracts the application in `from` into the virtual host.
+    Outcome extractInto(const std::string& subdirectory, const fs::path& from) const;
+
     fs::path base;    ///< everything of this test
     fs::path package; ///< empty, root's, readable by all
     fs::path vhost;   ///< virtual host "test.example", below the panel's HTTPD_VHOSTS_D

@@ -240,9 +240,7 @@ TEST_F(Fragment, ApacheAcceptsEveryCombinationOfHandlers) {
 TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
     const fs::path guestbook = package / "guestbook";
     run({"cp", "-R", LARKSPUR_SOURCE_DIR "/examples/guestbook", guestbook.string()});
-    const auto extracted = larkspur({"--extract-application", "--application-full-name=file:///" + guestbook.string(),
-                                     "--vhost-path=" + vhost.string(), "--www-root=" + docroot.string(),
-                                     "--user-name=sitea", "--application-subdirectory=app", "--metadata-file", ""});
+    const Outcome extracted = extractInto("app", guestbook);
     ASSERT_EQ(extracted.status, 0) << extracted.error;
     ASSERT_EQ(installFrom(guestbook / "APP-META.xml").status, 0);
     const auto fetch = [&](std::vector<std::string> paths) {
