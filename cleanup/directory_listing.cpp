@@ -1,5 +1,8 @@
 #include "cleanup/directory_listing.h"
 
+#include "runtime/held_directories.h"
+
+#include <array>
 #include <boost/filesystem/exception.hpp>
 #include <boost/format.hpp>
 #include <cerrno>
@@ -7,16 +10,147 @@
 #include <cstring>
 #include <dirent.h>
 #include <iostream>
-#include <memory>
-#include <string_view>
 
 namespace fs = boost::filesystem;
 
 namespace {
 
-struct CloseDirectory {
-    void operator()(DIR* stream) const noexcept { closedir(stream); }
+EntryKind kindOf(unsigned char type) {
+    switch (type) {
+    case DT_DIR:
+        return EntryKind::Directory;
+    case DT_REG:
+        return EntryKind::File;
+    case DT_UNKNOWN:
+        return EntryKind::Unknown;
+    default:
+        return EntryKind::Other;
+    }
+}
+
+/// The names in one directory, one behind the other in one buffer, with what they are.
+class Entries {
+public:
+    bool empty() const { return kinds_.empty(); }
+
+    /// Reads an open directory to its end; 0, or the errno value that ended the reading.
+    int read(int directory, bool kindsAreKnown) {
+        alignas(dirent64) static std::array<char, 32U << 10> buffer;
+        for (;;) {
+            const ssize_t size = getdents64(directory, buffer.data(), buffer.size());
+            if (size <= 0)
+                return size == 0 ? 0 : errno;
+            for (const char* at = buffer.data(); at < buffer.data() + size;) {
+                const auto* const entry = reinterpret_cast<const dirent64*>(at);
+                at += entry->d_reclen;
+                const std::string_view name = entry->d_name;
+                if (name != "." && name != "..")
+                    add(name, kindsAreKnown ? kindOf(entry->d_type) : EntryKind::Unknown);
+            }
+        }
+    }
+
+    template <class Visit>
+    void forEach(const Visit& visit) const {
+        const char* name = names_.c_str();
+        for (const EntryKind kind : kinds_) {
+            const std::string_view text = name;
+            visit(text, kind);
+            name += text.size() + 1;
+        }
+    }
+
+private:
+    void add(std::string_view name, EntryKind kind) {
+        names_.append(name).push_back('\0');
+        kinds_.push_back(kind);
+    }
+
+    std::string names_;
+    std::vector<EntryKind> kinds_;
 };
+
+/// One listing: the path at hand grows and shrinks in place as the walk goes down and up.
+class Walk {
+public:
+    Walk(const std::string& root, const EntryVisitor& visit) : path_(root), visit_(visit) {
+        if (!path_.ends_with('/'))
+            path_.push_back('/');
+        start_ = path_.size();
+        path_.assign(root);
+    }
+
+    void at(EntryKind kind) {
+        visit_(path_.size() < start_ ? std::string_view() : std::string_view(path_).substr(start_), kind);
+        if (isDirectory(kind))
+            content();
+    }
+
+private:
+    bool isDirectory(EntryKind kind) const {
+        if (kind != EntryKind::Unknown)
+            return kind == EntryKind::Directory;
+        struct stat status {};
+        if (lstat(path_.c_str(), &status) == 0)
+            return S_ISDIR(status.st_mode);
+        if (errno != ENOENT)
+            std::cerr << boost::format("%1%: %2%\n") % path_ % std::strerror(errno);
+        return false;
+    }
+
+    /// Opens the directory at hand.  Its entries' kinds are known when it may also be searched; otherwise a look at
+    /// each of them would fail, which is to be reported.
+    UniqueFd open(bool& isSearchable) {
+        constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+        const auto place = directories_.of(path_);
+        // The "." behind the name needs the right to search the directory, as the look at an entry does.
+        UniqueFd directory(openat(place.directory, std::string(place.name).append("/.").c_str(), flags));
+        isSearchable = directory.get() >= 0;
+        if (!isSearchable)
+            directory = UniqueFd(openat(place.directory, place.name, flags));
+        return directory;
+    }
+
+    void content() {
+        bool isSearchable = false;
+        UniqueFd directory = open(isSearchable);
+        // The directory is read to its end before anything below it is visited, so that a deep tree does not hold one
+        // descriptor a level.
+        Entries entries;
+        const int error = directory.get() < 0 ? errno : entries.read(directory.get(), isSearchable);
+        if (directory.get() >= 0 && !entries.empty())
+            directories_.hold(path_, std::move(directory));
+
+        const std::size_t length = path_.size();
+        if (!path_.ends_with('/'))
+            path_.push_back('/');
+        const std::size_t stem = path_.size();
+        entries.forEach([&](std::string_view name, EntryKind kind) {
+            path_.append(name);
+            // At the end of too long a path a look would fail too.
+            at(path_.size() < PATH_MAX ? kind : EntryKind::Unknown);
+            path_.resize(stem);
+        });
+        path_.resize(length);
+        if (error != 0)
+            std::cerr << fs::filesystem_error("Unable to list directory", path_,
+                                              {error, boost::system::system_category()})
+                             .what()
+                      << '\n';
+    }
+
+    std::string path_;
+    std::size_t start_; ///< of the relative part of path_
+    const EntryVisitor& visit_;
+    HeldDirectories directories_;
+};
+
+/// The text behind the first `count` elements of a relative path.
+std::string_view withoutElements(std::string_view relative, unsigned count) {
+    for (; count > 0 && !relative.empty(); --count)
+        relative.remove_prefix(std::min(relative.find('/'), relative.size() - 1) + 1);
+    return relative;
+}
 
 } // namespace
 
@@ -32,66 +166,22 @@ const std::string& stringFromPath(const fs::path& path) {
 
 } // namespace nimbo::syscall
 
-int readDirEntry::readEntries(const fs::path& directory, std::vector<Entry>& entries) {
-    const std::unique_ptr<DIR, CloseDirectory> stream(opendir(directory.c_str()));
-    if (stream == nullptr)
-        return errno;
-    for (;;) {
-        errno = 0;
-        const dirent* entry = readdir(stream.get());
-        if (entry == nullptr)
-            return errno;
-        const std::string_view name = entry->d_name;
-        if (name == "." || name == "..")
-            continue;
-        const Kind kind = entry->d_type == DT_DIR       ? Kind::Directory
-                          : entry->d_type == DT_UNKNOWN ? Kind::Unknown
-                                                        : Kind::Other;
-        entries.push_back({std::string(name), kind});
-    }
+void visitDirContent(const std::string& path, const EntryVisitor& visit) {
+    Walk(path, visit).at(EntryKind::Unknown);
 }
 
 void readDirEntry::operator()(const fs::path& path) const {
     const unsigned length = pathLength(path);
-    fs::path recorded;
+    fs::path stem;
     unsigned position = 0;
     for (auto element = path.begin(); position < length; ++element, ++position)
         if (position >= skip_)
-            recorded /= *element;
-    list(path, Kind::Unknown, recorded, skip_ > length ? skip_ - length : 0);
-}
-
-void readDirEntry::list(const fs::path& path, Kind kind, const fs::path& recorded, unsigned stillToSkip) const {
-    output_->push_back(recorded);
-    struct stat status {};
-    if (kind == Kind::Unknown) {
-        if (nimbo::syscall::lstat(path, &status) != 0) {
-            if (errno != ENOENT)
-                std::cerr << boost::format("%1%: %2%\n") % path.native() % std::strerror(errno);
-            return;
-        }
-        kind = S_ISDIR(status.st_mode) ? Kind::Directory : Kind::Other;
-    }
-    if (kind != Kind::Directory)
-        return;
-
-    // The types that come with the names save a look at every entry.  Not so where that look would fail and be
-    // reported: in a directory that may be read but not searched, and at the end of too long a path.
-    const bool searchable = nimbo::syscall::lstat(path / ".", &status) == 0;
-    const auto kindOf = [&](const Entry& entry) {
-        return searchable && path.size() + 1 + entry.name.size() < PATH_MAX ? entry.kind : Kind::Unknown;
-    };
-    // The directory is read to its end before anything below it is visited, so that a deep tree does not hold one
-    // descriptor a level.
-    std::vector<Entry> entries;
-    const int error = readEntries(path, entries);
-    for (const Entry& entry : entries)
-        list(path / entry.name, kindOf(entry), stillToSkip == 0 ? recorded / entry.name : fs::path(),
-             stillToSkip == 0 ? 0 : stillToSkip - 1);
-    if (error != 0) {
-        const boost::system::error_code code(error, boost::system::system_category());
-        std::cerr << fs::filesystem_error("Unable to list directory", path, code).what() << '\n';
-    }
+            stem /= *element;
+    const unsigned more = skip_ > length ? skip_ - length : 0;
+    visitDirContent(path.native(), [&](std::string_view relative, EntryKind) {
+        const std::string_view rest = withoutElements(relative, more);
+        output_->push_back(rest.empty() ? stem : stem / std::string(rest));
+    });
 }
 
 std::vector<fs::path> readDirContent(const fs::path& directory) {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <vector>
 
@@ -15,9 +17,24 @@ const std::string& stringFromPath(const boost::filesystem::path& path);
 
 } // namespace nimbo::syscall
 
-/// Lists a path and, when it is a directory, everything below it, symbolic links never followed (lstat(2)).
-/// A directory's own entry comes before its contents.  Best effort: what cannot be examined is recorded, reported as
-/// one line on standard error unless it has vanished, and passed over.
+/// What an entry is as far as its directory tells, links not followed.
+enum class EntryKind : unsigned char {
+    Unknown,   ///< the directory does not tell, or a look at the entry would fail
+    Directory, ///< a directory
+    File,      ///< a regular file
+    Other,     ///< a symbolic link, a device, a FIFO or a socket
+};
+
+/// Called with an entry's path relative to the listed directory (elements joined by single slashes, valid during the
+/// call) and what it is.
+using EntryVisitor = std::function<void(std::string_view relative, EntryKind kind)>;
+
+/// Visits a path and, when it is a directory, everything below it, symbolic links never followed (lstat(2)).  The
+/// first relative path is empty and stands for the path itself; a directory comes before its contents.  Best effort:
+/// what cannot be examined is visited, reported as one line on standard error unless it has vanished, and passed over.
+void visitDirContent(const std::string& path, const EntryVisitor& visit);
+
+/// visitDirContent into a list of paths.
 class readDirEntry {
 public:
     /// \param output not owned; must outlive the object.
@@ -27,17 +44,6 @@ public:
     void operator()(const boost::filesystem::path& path) const;
 
 private:
-    enum class Kind { Unknown, Directory, Other };
-    struct Entry {
-        std::string name;
-        Kind kind;
-    };
-
-    /// Appends a directory's entries; 0, or the errno value that ended the reading.
-    static int readEntries(const boost::filesystem::path& directory, std::vector<Entry>& entries);
-    void list(const boost::filesystem::path& path, Kind kind, const boost::filesystem::path& recorded,
-              unsigned stillToSkip) const;
-
     std::vector<boost::filesystem::path>* output_;
     unsigned skip_;
 };

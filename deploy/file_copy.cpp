@@ -3,7 +3,9 @@
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -49,18 +51,21 @@ int copyContent(int from, int to, off_t size) {
 
 } // namespace
 
-HeldDirectory::Place HeldDirectory::of(const std::string& path) {
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos || slash == 0 || slash + 1 == path.size())
-        return {AT_FDCWD, path.c_str(), 0};
-    if (fd_.get() < 0 || path_.size() != slash || path.compare(0, slash, path_) != 0) {
-        path_.assign(path, 0, slash);
-        fd_ = UniqueFd(open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        ++number_;
-    }
-    if (fd_.get() < 0)
-        return {AT_FDCWD, path.c_str(), 0};
-    return {fd_.get(), path.c_str() + slash + 1, number_};
+void FinishedDescriptors::add(UniqueFd fd) {
+    const auto number = static_cast<unsigned>(fd.release());
+    if (count_ == limit || number != first_ + count_)
+        closeAll();
+    if (count_ == 0)
+        first_ = number;
+    ++count_;
+}
+
+void FinishedDescriptors::closeAll() {
+    // Kernels before 5.9 lack the call.
+    if (count_ > 0 && close_range(first_, first_ + count_ - 1, 0) != 0)
+        for (unsigned number = first_; number < first_ + count_; ++number)
+            close(static_cast<int>(number));
+    count_ = 0;
 }
 
 void FileCopier::settleMode(int fd, mode_t mode, unsigned directory) {
@@ -77,23 +82,27 @@ void FileCopier::settleMode(int fd, mode_t mode, unsigned directory) {
     }
 }
 
-int FileCopier::examine(const std::string& source, struct stat& status) {
-    const auto place = sources_.of(source);
-    return fstatat(place.directory, place.name, &status, 0) == 0 ? 0 : errno;
-}
-
-int FileCopier::copyToNewFile(const std::string& source, const std::string& target, mode_t mode, off_t size) {
-    const auto sourcePlace = sources_.of(source);
-    const UniqueFd from(openat(sourcePlace.directory, sourcePlace.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+int FileCopier::copyToNewFile(const HeldDirectories::Place& source, const HeldDirectories::Place& target, mode_t mode) {
+    UniqueFd from(openat(source.directory, source.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (from.get() < 0)
         return errno;
-    const auto targetPlace = targets_.of(target);
-    UniqueFd to(openat(targetPlace.directory, targetPlace.name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    const int error = copyInto(from.get(), target, mode);
+    sources_.add(std::move(from));
+    return error;
+}
+
+int FileCopier::copyInto(int from, const HeldDirectories::Place& target, mode_t mode) {
+    struct stat status {};
+    if (fstat(from, &status) != 0)
+        return errno;
+    if (!S_ISREG(status.st_mode))
+        return EINVAL;
+    UniqueFd to(openat(target.directory, target.name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (to.get() < 0)
         return errno;
-    if (const int error = copyContent(from.get(), to.get(), size))
+    if (const int error = copyContent(from, to.get(), status.st_size))
         return error;
-    settleMode(to.get(), mode, targetPlace.number);
+    settleMode(to.get(), mode, target.number);
     // Quotas and network file systems may refuse the data only now.
     return to.close() != 0 ? errno : 0;
 }

@@ -1,46 +1,44 @@
 #pragma once
 
-#include "runtime/handles.h"
+#include "runtime/held_directories.h"
 
-#include <string>
-#include <sys/stat.h>
+#include <sys/types.h>
 
-/// A directory held open as long as consecutive paths lie in it, so that the system walks only their last element.
-class HeldDirectory {
+/// Descriptors that are done with, closed by one call as long as their numbers follow one another.
+class FinishedDescriptors {
 public:
-    struct Place {
-        int directory;    ///< for the *at(2) calls
-        const char* name; ///< points into the path asked for
-        unsigned number;  ///< of the held directory, another one each time; 0 when none is held
-    };
-    /// Never fails: where the directory cannot be held the place is the whole path.
-    Place of(const std::string& path);
+    FinishedDescriptors() = default;
+    FinishedDescriptors(const FinishedDescriptors&) = delete;
+    FinishedDescriptors& operator=(const FinishedDescriptors&) = delete;
+    ~FinishedDescriptors() { closeAll(); }
+
+    void add(UniqueFd fd);
+    void closeAll();
 
 private:
-    std::string path_;
-    UniqueFd fd_;
-    unsigned number_ = 0;
+    static constexpr unsigned limit = 16;
+
+    unsigned first_ = 0;
+    unsigned count_ = 0;
 };
 
 /// Copies regular files.  Written out because the library's copy takes nearly twice the system calls, and those are
 /// what an extraction costs.  Nothing is forced to the disk.
 class FileCopier {
 public:
-    /// stat(2), links followed.
-    /// \return 0 or the errno value.
-    int examine(const std::string& source, struct stat& status);
+    /// Copies the content of a regular file into a new file of exactly the given mode.
+    /// \return 0, or the errno value of the first failing call; EINVAL when the source is no regular file, EEXIST when
+    ///         the target exists in any form.  What a failed copy has written stays.
+    int copyToNewFile(const HeldDirectories::Place& source, const HeldDirectories::Place& target, mode_t mode);
 
-    /// Copies the content of a regular file of `size` bytes into a new file of exactly the given mode.
-    /// \return 0, or the errno value of the first failing call; EEXIST when `target` exists in any form.  What a
-    ///         failed copy has written stays.
-    int copyToNewFile(const std::string& source, const std::string& target, mode_t mode, off_t size);
+    /// Gives the descriptors of earlier copies back to the system.
+    void letGo() { sources_.closeAll(); }
 
 private:
-    /// Gives a new file exactly the mode asked for.
+    int copyInto(int from, const HeldDirectories::Place& target, mode_t mode);
     void settleMode(int fd, mode_t mode, unsigned directory);
 
-    HeldDirectory sources_;
-    HeldDirectory targets_;
+    FinishedDescriptors sources_;
     unsigned settledDirectory_ = 0; ///< where the last new file got its mode as asked for ...
     mode_t settledMode_ = 0;        ///< ... and which
 };

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "cleanup/directory_listing.h"
+#include "metadata/web_content.h"
+
+#include <list>
+#include <set>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace nimbo {
+
+/// One planned copy.
+struct FSAInstallFileinfo {
+    std::string sourcePath; ///< relative to the package directory, no leading slash
+    std::string targetPath; ///< relative to the destination root, no leading slash; empty for the root itself
+    bool executable;        ///< a regular file gets mode 0755 instead of 0644
+};
+
+} // namespace nimbo
+
+/// A planned copy and where it comes from.
+struct PlannedCopy : nimbo::FSAInstallFileinfo {
+    EntryKind kind;   ///< of the source; Unknown and Other want a look at it, links followed
+    unsigned mapping; ///< position of the deciding mapping in the list that was planned
+};
+
+/// What an extraction will do below one destination root.  A value: making one changes nothing in the site.
+struct InstallPlan {
+    struct ByTarget {
+        bool operator()(const PlannedCopy& a, const PlannedCopy& b) const { return a.targetPath < b.targetPath; }
+    };
+    /// A record that a later mapping replaced by one with another source.
+    struct Shadowed {
+        std::string targetPath;
+        std::string earlierSource; ///< relative to the package directory
+        std::string laterSource;   ///< relative to the package directory
+    };
+
+    std::string packageDir;
+    std::string destinationRoot;
+    std::set<PlannedCopy, ByTarget> copies;   ///< one a target, in ascending byte order of the target
+    std::vector<std::string> writableTargets; ///< target directories of the mappings that the web server may write
+    std::vector<std::string> plainTargets;    ///< target directories of all others
+    std::vector<Shadowed> shadowed;           ///< in the order of planning
+
+    std::string sourceOf(const PlannedCopy& copy) const { return packageDir + "/" + copy.sourcePath; }
+    std::string targetOf(const PlannedCopy& copy) const { return destinationRoot + "/" + copy.targetPath; }
+};
+
+/// The place that an application goes to: the document root for the subdirectories "." and "/", otherwise both joined
+/// by a slash as they stand.
+std::string destinationRootOf(const std::string& wwwRoot, const std::string& applicationSubdirectory);
+
+/// Plans the copies of all mappings, which are to be given in the reader's order: a later mapping's record for the same
+/// target wins.  Reads the package's directories and looks at no target.  A mapping without a source is a line on
+/// standard error, and so is a directory that cannot be listed.
+/// \param packageDir directory of the unpacked package.
+/// \param destinationRoot as of destinationRootOf.
+/// \throw boost::filesystem::filesystem_error when a mapping's source cannot be examined.
+InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
+                       const std::list<nimbo::FSAMetaDataWebContent>& mappings);
+
+/// The mode that an installed file gets.
+constexpr unsigned fileMode(const nimbo::FSAInstallFileinfo& copy) {
+    return copy.executable ? 0755U : 0644U;
+}
+
+/// The trees of plain mappings, which stay closed to the web server inside a writable one.
+class PlainTrees {
+public:
+    explicit PlainTrees(const InstallPlan& plan);
+
+    /// True when a plain mapping at or below `writable` has `entry` in its tree, so that opening the tree of `writable`
+    /// leaves `entry` alone.
+    /// \param writable placeKey of a writable mapping's target.
+    /// \param entry placeKey of an entry at or below it.
+    bool keepClosed(const std::string& writable, const std::string& entry) const;
+
+private:
+    std::unordered_set<std::string> keys_;
+};
+
+/// The text without its leading slashes.
+std::string erase_starting_slashes(const std::string& text);
+
+/// True when `name` ends in `ext`; no dot is added or required.
+bool fileHasExtension(const std::string& name, const std::string& ext);
+
+/// True when `parent` is `child` or one of its ancestors, element by element, "." elements left out; no resolution of
+/// ".." or symbolic links.  Every path is below the empty one.
+bool isSubdir(const boost::filesystem::path& child, const boost::filesystem::path& parent);

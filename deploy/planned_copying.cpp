@@ -1,0 +1,206 @@
+#include "deploy/planned_copying.h"
+
+#include "deploy/file_copy.h"
+#include "metadata/exceptions.h"
+#include "runtime/accounts.h"
+#include "runtime/entry_handle.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+namespace fs = boost::filesystem;
+using nimbo::FSAFileException;
+
+namespace {
+
+bool isNotFound(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+/// As the library's parent_path(), without taking the path apart: the parent of "a//b" is "a", that of "/b" is "/".
+std::string_view parentOf(std::string_view path) {
+    const auto end = path.find_last_not_of('/', path.rfind('/'));
+    return path.substr(0, end == std::string_view::npos ? 1 : end + 1);
+}
+
+/// The copying of one plan: where it is, and what it knows of the directories that it fills.
+class Copying {
+public:
+    Copying(const InstallPlan& plan, const std::string& userName) : plan_(plan), userName_(userName) {}
+
+    /// \throw boost::filesystem::filesystem_error, nimbo::FSAFileException
+    void copy(const PlannedCopy& copy) {
+        source_.assign(plan_.packageDir).append("/").append(copy.sourcePath);
+        target_.assign(plan_.destinationRoot).append("/").append(copy.targetPath);
+        enterParent();
+        int missing = 0;
+        const EntryKind kind = kindOfSource(copy, missing);
+        if (kind == EntryKind::Directory) {
+            makeDirectory();
+            return;
+        }
+        // Whatever the copy comes to, what stands at the target goes first.  In a directory that this run made nothing
+        // can stand.
+        if (!parentIsNew_)
+            removeStanding();
+        const int error = kind == EntryKind::File ? copyFile(fileMode(copy)) : missing != 0 ? missing : EINVAL;
+        if (error != 0)
+            fail(error);
+    }
+
+    const std::string& source() const { return source_; }
+    const std::string& target() const { return target_; }
+
+private:
+    [[noreturn]] void fail(int error) const {
+        throw fs::filesystem_error("Unable to copy", source_, target_, {error, boost::system::system_category()});
+    }
+
+    /// Gives the target's parent the access that the copy needs.
+    void enterParent() {
+        const std::string_view parent = parentOf(target_);
+        if (parent == parent_)
+            return;
+        parent_ = parent;
+        const auto known = parents_.find(parent_);
+        parentIsNew_ = known != parents_.end() && known->second;
+        if (known != parents_.end())
+            return;
+        if (makeUserWritableDir(parent_, userName_))
+            parents_.emplace(parent_, false);
+        else
+            parent_.clear(); // to be tried again for the next target
+    }
+
+    /// Links count as what they name.  A source that is not there is Other, with the errno value in `missing`.
+    EntryKind kindOfSource(const PlannedCopy& copy, int& missing) {
+        if (copy.kind == EntryKind::Directory || copy.kind == EntryKind::File)
+            return copy.kind;
+        struct stat status {};
+        const auto place = sources_.of(source_);
+        if (fstatat(place.directory, place.name, &status, 0) != 0) {
+            missing = errno;
+            if (!isNotFound(missing))
+                fail(missing);
+            return EntryKind::Other;
+        }
+        // Opening a FIFO or a device could block or act on it.
+        return S_ISDIR(status.st_mode)   ? EntryKind::Directory
+               : S_ISREG(status.st_mode) ? EntryKind::File
+                                         : EntryKind::Other;
+    }
+
+    void makeDirectory() {
+        const auto place = targets_.of(target_);
+        if (mkdirat(place.directory, place.name, 0777) == 0 || ::create_directories(target_))
+            parents_[target_.substr(0, target_.find_last_not_of('/') + 1)] = true;
+    }
+
+    /// One file, link or empty directory; a link that leads nowhere does not count as standing there.
+    void removeStanding() {
+        const auto place = targets_.of(target_);
+        struct stat status {};
+        if (fstatat(place.directory, place.name, &status, 0) == 0) {
+            if (unlinkat(place.directory, place.name, 0) == 0)
+                return;
+        } else if (isNotFound(errno)) {
+            return;
+        }
+        // Directories, and failures in the library's words.
+        if (fs::exists(target_))
+            fs::remove(target_);
+    }
+
+    int copyFile(mode_t mode) {
+        int error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
+        if (error == EMFILE) {
+            // A low limit of descriptors does not fail what needs two of them.
+            letGo();
+            error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
+        }
+        if (error == EEXIST && parentIsNew_) {
+            removeStanding(); // names like "a//b" and "a/b" meet also in new directories
+            error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
+        }
+        return error;
+    }
+
+    void letGo() {
+        copier_.letGo();
+        sources_ = HeldDirectories();
+        targets_ = HeldDirectories();
+    }
+
+    const InstallPlan& plan_;
+    const std::string& userName_;
+    std::string source_;
+    std::string target_;
+    std::string parent_; ///< of the last target; empty when it wants another look
+    bool parentIsNew_ = false;
+    std::unordered_map<std::string, bool> parents_; ///< directories with the access needed; true: made by this run
+    FileCopier copier_;
+    HeldDirectories sources_;
+    HeldDirectories targets_;
+};
+
+} // namespace
+
+void copyPlanned(const InstallPlan& plan, const std::string& userName) {
+    Copying copying(plan, userName);
+    for (const PlannedCopy& copy : plan.copies) {
+        try {
+            copying.copy(copy);
+        } catch (const fs::filesystem_error& error) {
+            std::ostringstream text;
+            text << "Filesystem error: " << error.what() << '(' << error.code() << ')' << copying.source() << " -> "
+                 << copying.target();
+            throw FSAFileException(text.str());
+        }
+    }
+}
+
+void removePlanned(const InstallPlan& plan) {
+    for (auto copy = plan.copies.rbegin(); copy != plan.copies.rend(); ++copy) {
+        boost::system::error_code failure;
+        fs::remove_all(plan.targetOf(*copy), failure);
+        if (failure)
+            return;
+    }
+}
+
+bool create_directories(const fs::path& directory) {
+    if (directory.empty())
+        return false;
+    const fs::file_status status = fs::status(directory);
+    if (fs::is_directory(status))
+        return false;
+    if (fs::exists(status))
+        throw FSAFileException("Unable to create directory " + directory.native() + " - filename occupied");
+    ::create_directories(directory.parent_path());
+    try {
+        fs::create_directory(directory);
+    } catch (const fs::filesystem_error&) {
+        throw FSAFileException("Unable to create directory " + directory.native());
+    }
+    return true;
+}
+
+bool makeUserWritableDir(const std::string& directory, const std::string& userName) {
+    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
+    static const gid_t kroclnGid = get_group_id("krocln");
+
+    const EntryHandle entry({AT_FDCWD, directory.c_str(), 0, 0});
+    if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
+        return false;
+    const mode_t needed = entry.status().st_uid == userUid ? 0700U : entry.status().st_gid == kroclnGid ? 0070U : 0007U;
+    if (entry.addMode(needed) == 0)
+        return true;
+    std::cerr << "Unable to change mode for " << directory << ": " << std::strerror(errno) << '\n';
+    return false;
+}

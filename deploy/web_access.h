@@ -1,0 +1,23 @@
+#pragma once
+
+#include "deploy/install_plan.h"
+
+#include <string>
+#include <sys/stat.h>
+
+/// Opens the trees of a plan's writable mappings to the web server's account, in their order, but for the trees of
+/// plain mappings inside them.  The entry that was examined is the one that is changed (EntryHandle).  The web server's
+/// account may change what lies in an open tree at any moment: no link is followed in the elements of a path behind the
+/// place where the outermost writable mapping begins. \param userName the site's account. \throw
+/// nimbo::FSAFileException for an entry that cannot be examined or is neither file nor directory, and for a
+///        mapping's own directory whose mode cannot be changed; other modes are changed as far as possible.
+void openToWebServer(const InstallPlan& plan, const std::string& userName);
+
+/// The mode bits with which both the web server's account and the site's user can write a directory or file.
+/// \param status of that directory or file.
+mode_t bitsForWebserver(const struct stat& status, const std::string& userName);
+
+/// Adds these bits to the entry that `path` names, without following a link in its last element.
+/// \param status of `path`, which is a directory or a regular file.
+/// \return 0, or -1 with errno.
+int makeWritableByWebserver(const std::string& path, const struct stat& status, const std::string& userName);

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "runtime/held_directories.h"
+
+#include <string>
+#include <sys/stat.h>
+
+/// One file or directory, found once and then examined and changed without going back to its name, so that nobody who
+/// may rename entries can make the change hit another one.
+///
+/// changeMode() changes the entry that was examined, or fails:
+///   with fchmodat2(2) (Linux 6.6) or a mounted /proc   always, through the handle itself;
+///   without both                                       through a second descriptor that is the same entry's, which
+///                                                      needs the right to read or to write the entry; EACCES else.
+class EntryHandle {
+public:
+    /// Finds an entry.  A link in the last element is not followed: the handle is then the link's.
+    /// \param place what its name points to must stay while the handle is used.
+    explicit EntryHandle(const HeldDirectories::Place& place);
+
+    /// \return 0, or the errno value with which finding or examining the entry failed.
+    int error() const { return error_; }
+
+    /// As of lstat(2); valid when error() is 0.
+    const struct stat& status() const { return status_; }
+
+    /// Adds mode bits; no call is spent where all are there.
+    /// \return 0, or -1 with errno.
+    int addMode(mode_t bits) const;
+
+private:
+    int changeMode(mode_t mode) const;
+    int changeModeBySecondDescriptor(mode_t mode) const;
+
+    HeldDirectories::Place place_;
+    UniqueFd fd_;
+    int error_ = 0;
+    struct stat status_ {};
+};

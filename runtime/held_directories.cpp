@@ -1,0 +1,85 @@
+#include "runtime/held_directories.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+namespace {
+
+bool hasParentElement(std::string_view path) {
+    for (auto dots = path.find(".."); dots != std::string_view::npos; dots = path.find("..", dots + 1))
+        if ((dots == 0 || path[dots - 1] == '/') && (dots + 2 == path.size() || path[dots + 2] == '/'))
+            return true;
+    return false;
+}
+
+} // namespace
+
+HeldDirectories::Place HeldDirectories::of(const std::string& path) {
+    const auto slash = path.rfind('/');
+    const Place whole{AT_FDCWD, path.c_str(), 0, 0};
+    if (slash == std::string::npos)
+        return whole;
+    const bool endsInSlash = slash + 1 == path.size();
+    const std::size_t end = path.find_last_not_of('/', slash) + 1;
+    if (end == 0 || (endsInSlash && followsAll()))
+        return whole;
+    const char* const name = endsInSlash ? "." : path.c_str() + slash + 1;
+    const bool isHeld = !levels_.empty() && levels_.back().length == end && path.compare(0, end, path_) == 0;
+    if (!isHeld) {
+        if (followsAll() && hasParentElement(path)) {
+            levels_.clear();
+            return whole;
+        }
+        keepAncestors(path, end);
+        if (const int error = openDown(path, end))
+            return followsAll() ? whole : Place{-1, name, 0, error};
+    }
+    return {levels_.back().fd.get(), name, levels_.back().number, 0};
+}
+
+void HeldDirectories::hold(const std::string& path, UniqueFd directory) {
+    keepAncestors(path, path.size());
+    if (levels_.empty() || levels_.back().length != path.size())
+        push(path, path.size(), std::move(directory));
+}
+
+/// Lets go of what is neither the directory path[0, end) nor one above it.
+void HeldDirectories::keepAncestors(const std::string& path, std::size_t end) {
+    const auto isAncestor = [&](const Level& level) {
+        return level.length <= end && (level.length == path.size() || path[level.length] == '/') &&
+               path.compare(0, level.length, path_, 0, level.length) == 0;
+    };
+    while (!levels_.empty() && !isAncestor(levels_.back()))
+        levels_.pop_back();
+}
+
+/// Opens the directory path[0, end) from the deepest one held, at once as far as links are followed and then element by
+/// element; 0 or an errno value.
+int HeldDirectories::openDown(const std::string& path, std::size_t end) {
+    while (levels_.empty() || levels_.back().length < end) {
+        const int from = levels_.empty() ? AT_FDCWD : levels_.back().fd.get();
+        const std::size_t start = levels_.empty() ? 0 : path.find_first_not_of('/', levels_.back().length);
+        const bool follows = start < followed_;
+        std::size_t stop = std::min(follows ? followed_ : path.find('/', start), end);
+        if (stop == 0)
+            stop = 1; // the root directory, where no link can stand
+        const int flags = O_PATH | O_DIRECTORY | O_CLOEXEC | (follows ? 0 : O_NOFOLLOW);
+        UniqueFd next(openat(from, path.substr(start, stop - start).c_str(), flags));
+        if (next.get() < 0)
+            return errno;
+        push(path, stop, std::move(next));
+    }
+    return 0;
+}
+
+void HeldDirectories::push(const std::string& path, std::size_t end, UniqueFd directory) {
+    if (levels_.size() == limit) {
+        std::size_t kept = 0;
+        for (std::size_t level = 1; level < levels_.size(); level += 2)
+            levels_[kept++] = std::move(levels_[level]);
+        levels_.erase(levels_.begin() + static_cast<std::ptrdiff_t>(kept), levels_.end());
+    }
+    path_.assign(path, 0, end);
+    levels_.push_back({end, std::move(directory), ++number_});
+}

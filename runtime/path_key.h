@@ -1,0 +1,18 @@
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <string>
+#include <string_view>
+
+/// The key of a path: its elements, each ended by NUL.  The elements are those that iteration over the path yields: a
+/// root "/" is one, and a separator at the end yields ".".  Plain comparisons of keys answer the questions about paths:
+///   a < b              a sorts before b, element by element as bytes; a directory sorts before what it holds
+///   b.starts_with(a)   b is a or lies below a
+/// Neither ".." nor symbolic links are resolved.
+std::string pathKey(const boost::filesystem::path& path);
+
+/// The key without "." elements: "a/", "a/." and "./a" have the place of "a".
+std::string placeKey(const boost::filesystem::path& path);
+
+/// The path that a key stands for, its elements joined by single slashes.
+std::string pathOfKey(std::string_view key);
