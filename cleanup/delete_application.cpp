@@ -46,10 +46,9 @@ int delete_application_user(const std::string& vhostPath, const std::string& www
         std::cerr << "Cannot chdir to " << wwwRoot << ": " << std::strerror(errno) << '\n';
         return -1;
     }
-    std::string htdocs = wwwRoot;
-    extract_params params{};
-    params.htdocs_dir = htdocs.data();
-    params.keep_cgi_bin = 1;
-    lark_delete_instance(vhostPath.c_str(), &params, applicationSubdirectory.c_str());
+    ExtractParams params;
+    params.htdocsDir = wwwRoot;
+    params.keepCgiBin = true;
+    deleteInstance(vhostPath, params, applicationSubdirectory);
     return 0;
 }

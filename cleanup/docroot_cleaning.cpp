@@ -1,6 +1,8 @@
 #include "cleanup/docroot_cleaning.h"
 
 #include "cleanup/directory_listing.h"
+#include "runtime/held_directories.h"
+#include "runtime/path_key.h"
 
 #include <algorithm>
 #include <boost/format.hpp>
@@ -21,46 +23,53 @@ void report(const char* call, const std::string& target, int error) {
     std::cerr << boost::format("%1%(\"%2%\"): %3%\n") % call % target % std::strerror(error);
 }
 
-void removeEntry(const fs::path& target) {
-    const std::string& name = nimbo::syscall::stringFromPath(target);
-    // Nearly all entries are files, and Linux unlinks no directory: the look at the entry is needed only where this
-    // fails, to tell which call and which complaint it deserves.
-    if (unlink(name.c_str()) == 0 || errno == ENOENT)
-        return;
-    const int unlinkError = errno;
-    struct stat status {};
-    if (nimbo::syscall::lstat(target, &status) != 0) {
-        if (errno != ENOENT) // it may have vanished since
-            report("lstat", name, errno);
-    } else if (!S_ISDIR(status.st_mode)) {
-        report("unlink", name, unlinkError);
-    } else if (rmdir(name.c_str()) != 0) {
-        report("rmdir", name, errno);
-    }
-}
-
-/// `relative` with its first element, whose text ends at `end`, replaced by `directory`.
-fs::path rerooted(const fs::path& relative, std::size_t end, const std::string& directory) {
-    if (hasPlainElements(relative))
-        return fs::path(directory) / relative.native().substr(std::min(end + 1, relative.native().size()));
-    // A separator at the end stands for a "." element, with which no directory can be removed; so it stays.
-    fs::path target(directory);
-    for (auto element = std::next(relative.begin()); element != relative.end(); ++element)
-        target /= *element;
-    return target;
-}
-
-/// Lists `directory`, wherever it is, as the content of the virtual host's directory `name`.
-void listUnder(const char* name, const fs::path& directory, std::vector<fs::path>& entries) {
-    for (const fs::path& entry : readDirContent(directory))
-        entries.push_back(entry.empty() ? fs::path(name) : name / entry);
-}
-
 std::string text(const char* value) {
     return value == nullptr ? std::string() : value;
 }
 
+void sortForRemoval(std::vector<fs::path>& paths) {
+    std::vector<std::pair<std::string, fs::path>> keyed;
+    for (fs::path& path : paths)
+        keyed.emplace_back(pathKey(path), std::move(path));
+    std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::transform(keyed.begin(), keyed.end(), paths.begin(), [](auto& pair) { return std::move(pair.second); });
+}
+
 } // namespace
+
+/// Removes one file or directory after the other, best in removal order.
+class DeleteDirEntry::Remover {
+public:
+    void remove(const std::string& target) {
+        const auto place = directories_.of(target);
+        // The likely call comes first and the look at the entry only where it fails, to tell which complaint it
+        // deserves. Linux unlinks no directory, and a directory follows upon what it held.
+        const int likely = isAbove(target, last_) ? AT_REMOVEDIR : 0;
+        last_ = target;
+        if (unlinkat(place.directory, place.name, likely) == 0 || errno == ENOENT)
+            return;
+        int error = errno;
+        struct stat status {};
+        if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno != ENOENT) // it may have vanished since
+                report("lstat", target, errno);
+            return;
+        }
+        const int right = S_ISDIR(status.st_mode) ? AT_REMOVEDIR : 0;
+        if (right != likely)
+            error = unlinkat(place.directory, place.name, right) == 0 ? 0 : errno;
+        if (error != 0)
+            report(right == AT_REMOVEDIR ? "rmdir" : "unlink", target, error);
+    }
+
+private:
+    static bool isAbove(const std::string& directory, const std::string& path) {
+        return path.size() > directory.size() && path[directory.size()] == '/' && path.starts_with(directory);
+    }
+
+    HeldDirectories directories_;
+    std::string last_;
+};
 
 ExtractParams::ExtractParams(const extract_params& params)
     : htdocsDir(text(params.htdocs_dir)),
@@ -87,68 +96,49 @@ const std::vector<fs::path>& vhostAllDirs() {
     return directories;
 }
 
-DeleteDirEntry::DeleteDirEntry(std::string vhost, ExtractParams options)
-    : vhostDir(std::move(vhost)), params(std::move(options)) {
+std::optional<fs::path> topLevelDirectory(const std::string& name, const std::string& vhostDir,
+                                          const ExtractParams& params) {
+    if (name == "httpdocs")
+        return params.htdocsDir;
+    if (name == "cgi-bin")
+        return params.keepCgiBin ? std::nullopt : std::optional<fs::path>(params.cgiBinDir);
+    if (name == "error_docs" && params.keepErrorDocs)
+        return std::nullopt;
+    return fs::path(vhostDir) / name;
+}
+
+DeleteDirEntry::DeleteDirEntry(std::string vhostDir, ExtractParams params)
+    : vhostDir_(std::move(vhostDir)), params_(std::move(params)), remover_(std::make_shared<Remover>()) {
 }
 
 void DeleteDirEntry::operator()(const fs::path& relative) const {
-    const std::string& name = relative.native();
-    for (const fs::path& kept : vhostAllDirs())
-        if (name == kept.native())
-            return;
-
-    const std::size_t end = std::min(name.find('/'), name.size());
-    const std::string_view top = std::string_view(name).substr(0, end);
-    if (top == "httpdocs") {
-        removeEntry(rerooted(relative, end, params.htdocsDir));
-    } else if (top == "cgi-bin") {
-        if (!params.keepCgiBin)
-            removeEntry(rerooted(relative, end, params.cgiBinDir));
-    } else if (top != "error_docs" || !params.keepErrorDocs) {
-        removeEntry(fs::path(vhostDir) / relative);
-    }
-}
-
-bool hasPlainElements(const fs::path& path) {
-    const std::string& text = path.native();
-    return text.find("//") == std::string::npos && !text.starts_with('/') && !text.ends_with('/');
-}
-
-bool RemovalOrder::operator()(const fs::path& first, const fs::path& second) const {
-    if (!plain_)
-        return second < first;
-    const std::string& a = first.native();
-    const std::string& b = second.native();
-    const auto [inA, inB] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
-    if (inA == a.end() || inB == b.end())
-        return inB == b.end() && inA != a.end();
-    // An element ends where the other goes on, and sorts before it.
-    if (*inA == '/' || *inB == '/')
-        return *inB == '/';
-    return static_cast<unsigned char>(*inA) > static_cast<unsigned char>(*inB);
+    const auto& kept = vhostAllDirs();
+    if (std::find(kept.begin(), kept.end(), relative) != kept.end())
+        return;
+    const std::string key = pathKey(relative);
+    const auto end = key.find('\0');
+    const std::string top = key.substr(0, end);
+    if (const auto directory = topLevelDirectory(top, vhostDir_, params_))
+        remover_->remove((*directory / pathOfKey(std::string_view(key).substr(end + 1))).native());
 }
 
 void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir, const ExtractParams& params) {
-    const bool plain = std::all_of(entries->begin(), entries->end(), hasPlainElements);
-    std::sort(entries->begin(), entries->end(), RemovalOrder(plain));
+    sortForRemoval(*entries);
     const DeleteDirEntry remove(vhostDir, params);
     for (const fs::path& entry : *entries)
         remove(entry);
 }
 
-int clean_docroot(const char* vhostPath, const extract_params* params) {
-    const fs::path vhost(vhostPath);
+void cleanDocroot(const std::string& vhostPath, const ExtractParams& params) {
     std::vector<fs::path> entries;
-    for (const fs::path& name : vhostUsedDirs(SetupSkeletonDocroot)) {
-        if (name == "httpdocs") {
-            listUnder("httpdocs", params->htdocs_dir, entries);
-        } else if (name == "cgi-bin") {
-            if (params->keep_cgi_bin == 0)
-                listUnder("cgi-bin", text(params->cgi_bin_dir), entries);
-        } else if (name != "error_docs" || params->keep_error_docs == 0) {
-            readDirContent(&entries, vhost / name, pathLength(vhost));
-        }
-    }
-    cleanDirContent(&entries, vhostPath, ExtractParams(*params));
+    for (const fs::path& name : vhostUsedDirs(SetupSkeletonDocroot))
+        if (const auto directory = topLevelDirectory(name.native(), vhostPath, params))
+            for (const fs::path& entry : readDirContent(*directory))
+                entries.push_back(entry.empty() ? name : name / entry);
+    cleanDirContent(&entries, vhostPath, params);
+}
+
+int clean_docroot(const char* vhostPath, const extract_params* params) {
+    cleanDocroot(vhostPath, ExtractParams(*params));
     return 0;
 }

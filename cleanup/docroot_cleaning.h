@@ -1,6 +1,8 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,21 +20,22 @@ struct extract_params {
 /// Directories of a new virtual host, null-terminated.
 extern const char* const skeldir[];
 
-/// Removes everything below the document root, below "private" and, unless it is kept, below the CGI directory of a
-/// virtual host.  Best effort: an entry that cannot be removed is one line on standard error.
+/// cleanDocroot for callers in C.
 /// \param params htdocs_dir must not be null.
 /// \return 0.
 int clean_docroot(const char* vhostPath, const extract_params* params);
 }
 
-/// extract_params as an owned value; null strings become empty ones.
+/// The cleaning options as a value.
 struct ExtractParams {
+    ExtractParams() = default;
+    /// Null strings become empty ones.
     explicit ExtractParams(const extract_params& params);
 
     std::string htdocsDir;
-    bool skelFlag;
-    bool keepErrorDocs;
-    bool keepCgiBin;
+    bool skelFlag = false;
+    bool keepErrorDocs = false;
+    bool keepCgiBin = false;
     std::string cgiBinDir;
 };
 
@@ -48,9 +51,16 @@ std::vector<boost::filesystem::path> vhostUsedDirs(SetupSkeletonMode mode);
 /// The top-level directories that are never removed themselves.  One vector for the life of the process.
 const std::vector<boost::filesystem::path>& vhostAllDirs();
 
-/// Removes one entry of a virtual host, given by its path relative to the host.  "httpdocs" and "cgi-bin" stand for
-/// the configured directories.  Directories go only when empty (rmdir(2)), everything else by unlink(2).  A failure
-/// is one line on standard error; an entry that is gone is none.
+/// Where a top-level directory of a virtual host really is: "httpdocs" and "cgi-bin" stand for the configured
+/// directories, every other name for the directory below the host.
+/// \return nothing for a directory whose content is to be kept.
+std::optional<boost::filesystem::path> topLevelDirectory(const std::string& name, const std::string& vhostDir,
+                                                         const ExtractParams& params);
+
+/// Removes entries of a virtual host, each given by its path relative to the host.  Top-level directories stay, and
+/// what is below those that are kept.  Directories go only when empty (rmdir(2)), everything else by unlink(2); a link
+/// is not followed, those above it are.  A failure is one line on standard error; an entry that is gone is none. Copies
+/// share what they know of the entry before.
 class DeleteDirEntry {
 public:
     DeleteDirEntry(std::string vhostDir, ExtractParams params);
@@ -58,27 +68,18 @@ public:
     void operator()(const boost::filesystem::path& relative) const;
 
 private:
-    std::string vhostDir;
-    ExtractParams params;
+    class Remover;
+
+    std::string vhostDir_;
+    ExtractParams params_;
+    std::shared_ptr<Remover> remover_;
 };
 
-/// True when a path's text is its elements joined by single slashes: none doubled, none at either end.
-bool hasPlainElements(const boost::filesystem::path& path);
-
-/// The order of removal: descending, element by element as bytes, so that what a directory holds goes before the
-/// directory.
-class RemovalOrder {
-public:
-    /// \param plain every path to be compared has plain elements, and need not be taken apart each time.
-    explicit RemovalOrder(bool plain) : plain_(plain) {}
-
-    /// True when `first` is to be removed before `second`.
-    bool operator()(const boost::filesystem::path& first, const boost::filesystem::path& second) const;
-
-private:
-    bool plain_;
-};
-
-/// Sorts vhost-relative paths into removal order, in place, and removes each.
+/// Sorts vhost-relative paths into removal order, in place, and removes each: descending, element by element as bytes,
+/// so that what a directory holds goes before the directory.
 void cleanDirContent(std::vector<boost::filesystem::path>* entries, const std::string& vhostDir,
                      const ExtractParams& params);
+
+/// Removes everything below the document root, below "private" and, unless it is kept, below the CGI directory of a
+/// virtual host.  Best effort: an entry that cannot be removed is one line on standard error.
+void cleanDocroot(const std::string& vhostPath, const ExtractParams& params);

@@ -1,5 +1,6 @@
 #include "cleanup/instance_removal.h"
 
+#include "runtime/path_key.h"
 #include "runtime/xml.h"
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <iostream>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace fs = boost::filesystem;
 
@@ -39,14 +41,22 @@ void readSection(xmlNode* section, std::vector<InstanceEntry>& entries) {
     }
 }
 
+/// Where an entry stands in the order of removal.
+struct RemovalKey {
+    InstallSection section;
+    std::string path; ///< pathKey
+};
+
 /// Descending by section, then by path, so that contents come before the directories that hold them.
-void sortForRemoval(std::vector<InstanceEntry>& entries) {
-    const bool plain = std::all_of(entries.begin(), entries.end(),
-                                   [](const InstanceEntry& entry) { return hasPlainElements(entry.second); });
-    std::sort(entries.begin(), entries.end(),
-              [before = RemovalOrder(plain)](const InstanceEntry& a, const InstanceEntry& b) {
-                  return a.first != b.first ? a.first > b.first : before(a.second, b.second);
-              });
+std::vector<RemovalKey> removalOrder(std::vector<InstanceEntry> entries) {
+    std::vector<RemovalKey> keys;
+    keys.reserve(entries.size());
+    for (InstanceEntry& entry : entries)
+        keys.push_back({entry.first, pathKey(std::exchange(entry.second, {}))});
+    std::sort(keys.begin(), keys.end(), [](const RemovalKey& a, const RemovalKey& b) {
+        return a.section != b.section ? a.section > b.section : a.path > b.path;
+    });
+    return keys;
 }
 
 } // namespace
@@ -85,13 +95,15 @@ void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, 
     deleter(relative);
 }
 
-void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix) {
-    const std::string place(prefix);
+void deleteInstance(const std::string& vhostPath, const ExtractParams& params, const std::string& prefix) {
     std::vector<InstanceEntry> entries = filelistXmlRead();
-    if (place != "." && place != "/")
+    if (prefix != "." && prefix != "/")
         entries.emplace_back(InstallSectionHtdocs, fs::path()); // the instance's own directory, which no list names
-    sortForRemoval(entries);
-    const DeleteDirEntry remove(vhostPath, ExtractParams(*params));
-    for (const InstanceEntry& entry : entries)
-        deleteInstanceEntry(entry, place, remove);
+    const DeleteDirEntry remove(vhostPath, params);
+    for (const RemovalKey& key : removalOrder(std::move(entries)))
+        deleteInstanceEntry({key.section, pathOfKey(key.path)}, prefix, remove);
+}
+
+void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix) {
+    deleteInstance(vhostPath, ExtractParams(*params), prefix);
 }

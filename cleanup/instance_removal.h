@@ -33,13 +33,16 @@ std::vector<InstanceEntry> filelistXmlRead();
 /// itself).
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter);
 
-extern "C" {
-
 /// Removes the instance whose installed-files document comes on standard input, contents before their directories.
-/// Best effort: an entry that cannot be removed is one line on standard error.  An unusable document throws
-/// std::runtime_error before anything is removed.
+/// Best effort: an entry that cannot be removed is one line on standard error.
 /// \param params the document root and what to keep.
 /// \param prefix the instance's directory below the document root, which goes too; "." and "/" for the root itself,
 ///        which stays.
+/// \throw std::runtime_error for an unusable document; nothing is removed then.
+void deleteInstance(const std::string& vhostPath, const ExtractParams& params, const std::string& prefix);
+
+extern "C" {
+
+/// deleteInstance for callers in C.
 void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix);
 }

@@ -23,11 +23,10 @@ namespace {
 constexpr std::string_view fullNamePrefix = "file:///";
 
 void emptyDocroot(const std::string& vhostPath, const std::string& wwwRoot) {
-    std::string htdocs = wwwRoot;
-    extract_params params{};
-    params.htdocs_dir = htdocs.data();
-    params.keep_cgi_bin = 1;
-    clean_docroot(vhostPath.c_str(), &params);
+    ExtractParams params;
+    params.htdocsDir = wwwRoot;
+    params.keepCgiBin = true;
+    cleanDocroot(vhostPath, params);
 }
 
 } // namespace

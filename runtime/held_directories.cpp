@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <string_view>
 
 namespace {
@@ -22,7 +23,7 @@ HeldDirectories::Place HeldDirectories::of(const std::string& path) {
         return whole;
     const bool endsInSlash = slash + 1 == path.size();
     const std::size_t end = path.find_last_not_of('/', slash) + 1;
-    if (end == 0 || (endsInSlash && followsAll()))
+    if (end == 0 || (followsAll() && (endsInSlash || path.size() >= PATH_MAX)))
         return whole;
     const char* const name = endsInSlash ? "." : path.c_str() + slash + 1;
     const bool isHeld = !levels_.empty() && levels_.back().length == end && path.compare(0, end, path_) == 0;

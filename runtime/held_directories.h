@@ -32,8 +32,8 @@ public:
     explicit HeldDirectories(std::size_t followed) : followed_(followed) {}
 
     /// The place of a path.  Where all links are followed this never fails: the place is the whole path where its
-    /// directory cannot be held, where it ends in a slash and where it has ".." elements.  What happens to the
-    /// directories that ".." leads through has to show.
+    /// directory cannot be held, where it ends in a slash, where it is too long for the system (PATH_MAX) and where
+    /// it has ".." elements: what happens to the directories that ".." leads through has to show.
     /// \param path its text must stay as it is while the place is used.
     Place of(const std::string& path);
 
