@@ -1,5 +1,6 @@
 #include "deploy/file_copy.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
@@ -52,19 +53,23 @@ int copyContent(int from, int to, off_t size) {
 } // namespace
 
 void FinishedDescriptors::add(UniqueFd fd) {
-    const auto number = static_cast<unsigned>(fd.release());
-    if (count_ == limit || number != first_ + count_)
+    if (count_ == numbers_.size())
         closeAll();
-    if (count_ == 0)
-        first_ = number;
-    ++count_;
+    numbers_.at(count_++) = static_cast<unsigned>(fd.release());
 }
 
 void FinishedDescriptors::closeAll() {
-    // Kernels before 5.9 lack the call.
-    if (count_ > 0 && close_range(first_, first_ + count_ - 1, 0) != 0)
-        for (unsigned number = first_; number < first_ + count_; ++number)
-            close(static_cast<int>(number));
+    auto* const end = numbers_.begin() + count_;
+    std::sort(numbers_.begin(), end);
+    for (auto* first = numbers_.begin(); first != end;) {
+        auto* last = first;
+        while (last + 1 != end && last[1] == last[0] + 1)
+            ++last;
+        // Kernels before 5.9 lack the call.
+        if (close_range(*first, *last, 0) != 0)
+            std::for_each(first, last + 1, [](unsigned number) { close(static_cast<int>(number)); });
+        first = last + 1;
+    }
     count_ = 0;
 }
 

@@ -2,9 +2,12 @@
 
 #include "runtime/held_directories.h"
 
+#include <array>
+#include <cstddef>
 #include <sys/types.h>
 
-/// Descriptors that are done with, closed by one call as long as their numbers follow one another.
+/// Descriptors that are done with.  They are closed together, which takes one call for all that follow one another in
+/// number.
 class FinishedDescriptors {
 public:
     FinishedDescriptors() = default;
@@ -16,10 +19,8 @@ public:
     void closeAll();
 
 private:
-    static constexpr unsigned limit = 16;
-
-    unsigned first_ = 0;
-    unsigned count_ = 0;
+    std::array<unsigned, 16> numbers_{};
+    std::size_t count_ = 0;
 };
 
 /// Copies regular files.  Written out because the library's copy takes nearly twice the system calls, and those are
