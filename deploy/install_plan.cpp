@@ -37,20 +37,22 @@ private:
 };
 
 void add(InstallPlan& plan, PlannedCopy copy) {
-    auto position = plan.copies.lower_bound(copy);
-    if (position != plan.copies.end() && position->targetPath == copy.targetPath) {
-        if (position->sourcePath != copy.sourcePath)
-            plan.shadowed.push_back({copy.targetPath, position->sourcePath, copy.sourcePath});
-        position = plan.copies.erase(position);
+    const auto position = plan.copies.lower_bound(copy);
+    if (position == plan.copies.end() || copy.targetPath < position->targetPath) {
+        plan.copies.insert(position, std::move(copy));
+        return;
     }
-    plan.copies.insert(position, std::move(copy));
+    const std::string earlier = plan.info(*position).sourcePath;
+    const std::string later = plan.info(copy).sourcePath;
+    if (earlier != later)
+        plan.shadowed.push_back({copy.targetPath, earlier, later});
+    plan.copies.insert(plan.copies.erase(position), std::move(copy));
 }
 
 void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, unsigned number) {
-    const std::string pathRel = erase_starting_slashes(mapping.path);
-    const std::string urlRel = erase_starting_slashes(mapping.url);
-    const std::string sourceDirectory = plan.packageDir + "/" + pathRel;
-    const std::string targetDirectory = urlRel.empty() ? plan.destinationRoot : plan.destinationRoot + "/" + urlRel;
+    const auto& [path, url] = plan.roots[number];
+    const std::string sourceDirectory = plan.packageDir + "/" + path;
+    const std::string targetDirectory = url.empty() ? plan.destinationRoot : plan.destinationRoot + "/" + url;
 
     // Listed before the source is looked for: a writable mapping may name a directory that the site already has.
     (mapping.writable ? plan.writableTargets : plan.plainTargets).push_back(targetDirectory);
@@ -60,16 +62,14 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, unsign
         return;
     }
 
-    add(plan, {{pathRel, urlRel, false}, fs::is_directory(source) ? EntryKind::Directory : EntryKind::Unknown, number});
+    add(plan, {url, number, fs::is_directory(source) ? EntryKind::Directory : EntryKind::Unknown, false});
     const CgiRule cgi(mapping.cgiHandlers);
-    const std::string sourcePrefix = pathRel.empty() ? pathRel : pathRel + "/";
-    const std::string targetPrefix = urlRel.empty() ? urlRel : urlRel + "/";
+    const std::string prefix = url.empty() ? url : url + "/";
+    std::string target = prefix;
     visitDirContent(sourceDirectory, [&](std::string_view entry, EntryKind kind) {
+        target.replace(prefix.size(), std::string::npos, entry);
         if (!entry.empty())
-            add(plan, {{std::string(sourcePrefix).append(entry), std::string(targetPrefix).append(entry),
-                        cgi.isProgram(entry)},
-                       kind,
-                       number});
+            add(plan, {target, number, kind, cgi.isProgram(entry)});
     });
 }
 
@@ -82,7 +82,9 @@ std::string destinationRootOf(const std::string& wwwRoot, const std::string& app
 
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
                        const std::list<FSAMetaDataWebContent>& mappings) {
-    InstallPlan plan{packageDir, destinationRoot, {}, {}, {}, {}};
+    InstallPlan plan{packageDir, destinationRoot, {}, {}, {}, {}, {}};
+    for (const FSAMetaDataWebContent& mapping : mappings)
+        plan.roots.push_back({erase_starting_slashes(mapping.path), erase_starting_slashes(mapping.url)});
     unsigned number = 0;
     for (const FSAMetaDataWebContent& mapping : mappings) {
         if (mapping.redirect.empty())
@@ -90,6 +92,22 @@ InstallPlan planCopies(const std::string& packageDir, const std::string& destina
         ++number;
     }
     return plan;
+}
+
+void InstallPlan::appendSourcePath(std::string& text, const PlannedCopy& copy) const {
+    const auto& [path, url] = roots[copy.mapping];
+    text.append(path);
+    if (copy.targetPath.size() == url.size())
+        return; // the mapping's own record
+    if (!path.empty())
+        text.push_back('/');
+    text.append(copy.targetPath, url.empty() ? 0 : url.size() + 1);
+}
+
+nimbo::FSAInstallFileinfo InstallPlan::info(const PlannedCopy& copy) const {
+    nimbo::FSAInstallFileinfo info{{}, copy.targetPath, copy.executable};
+    appendSourcePath(info.sourcePath, copy);
+    return info;
 }
 
 PlainTrees::PlainTrees(const InstallPlan& plan) {

@@ -20,16 +20,26 @@ struct FSAInstallFileinfo {
 
 } // namespace nimbo
 
-/// A planned copy and where it comes from.
-struct PlannedCopy : nimbo::FSAInstallFileinfo {
-    EntryKind kind;   ///< of the source; Unknown and Other want a look at it, links followed
-    unsigned mapping; ///< position of the deciding mapping in the list that was planned
+/// One record of a plan.  Its source follows from the mapping, so that a plan holds one path a record.
+struct PlannedCopy {
+    std::string targetPath; ///< as in FSAInstallFileinfo
+    unsigned mapping;       ///< position of the deciding mapping in the list that was planned
+    EntryKind kind;         ///< of the source; Unknown and Other want a look at it, links followed
+    bool executable;        ///< as in FSAInstallFileinfo
+
+    /// The mode of the installed file; directories have their own.
+    unsigned fileMode() const { return executable ? 0755U : 0644U; }
 };
 
 /// What an extraction will do below one destination root.  A value: making one changes nothing in the site.
 struct InstallPlan {
     struct ByTarget {
         bool operator()(const PlannedCopy& a, const PlannedCopy& b) const { return a.targetPath < b.targetPath; }
+    };
+    /// Where a mapping begins on both sides, without leading slashes.
+    struct Root {
+        std::string path; ///< relative to the package directory
+        std::string url;  ///< relative to the destination root
     };
     /// A record that a later mapping replaced by one with another source.
     struct Shadowed {
@@ -40,12 +50,15 @@ struct InstallPlan {
 
     std::string packageDir;
     std::string destinationRoot;
+    std::vector<Root> roots;                  ///< one a mapping, in their order
     std::set<PlannedCopy, ByTarget> copies;   ///< one a target, in ascending byte order of the target
     std::vector<std::string> writableTargets; ///< target directories of the mappings that the web server may write
     std::vector<std::string> plainTargets;    ///< target directories of all others
     std::vector<Shadowed> shadowed;           ///< in the order of planning
 
-    std::string sourceOf(const PlannedCopy& copy) const { return packageDir + "/" + copy.sourcePath; }
+    nimbo::FSAInstallFileinfo info(const PlannedCopy& copy) const;
+    /// Appends FSAInstallFileinfo::sourcePath of a record.
+    void appendSourcePath(std::string& text, const PlannedCopy& copy) const;
     std::string targetOf(const PlannedCopy& copy) const { return destinationRoot + "/" + copy.targetPath; }
 };
 
@@ -61,11 +74,6 @@ std::string destinationRootOf(const std::string& wwwRoot, const std::string& app
 /// \throw boost::filesystem::filesystem_error when a mapping's source cannot be examined.
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
                        const std::list<nimbo::FSAMetaDataWebContent>& mappings);
-
-/// The mode that an installed file gets.
-constexpr unsigned fileMode(const nimbo::FSAInstallFileinfo& copy) {
-    return copy.executable ? 0755U : 0644U;
-}
 
 /// The trees of plain mappings, which stay closed to the web server inside a writable one.
 class PlainTrees {

@@ -4,6 +4,7 @@
 #include "metadata/exceptions.h"
 #include "runtime/accounts.h"
 #include "runtime/entry_handle.h"
+#include "runtime/path_key.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
@@ -36,7 +37,8 @@ public:
 
     /// \throw boost::filesystem::filesystem_error, nimbo::FSAFileException
     void copy(const PlannedCopy& copy) {
-        source_.assign(plan_.packageDir).append("/").append(copy.sourcePath);
+        source_.assign(plan_.packageDir).push_back('/');
+        plan_.appendSourcePath(source_, copy);
         target_.assign(plan_.destinationRoot).append("/").append(copy.targetPath);
         enterParent();
         int missing = 0;
@@ -49,7 +51,7 @@ public:
         // can stand.
         if (!parentIsNew_)
             removeStanding();
-        const int error = kind == EntryKind::File ? copyFile(fileMode(copy)) : missing != 0 ? missing : EINVAL;
+        const int error = kind == EntryKind::File ? copyFile(copy.fileMode()) : missing != 0 ? missing : EINVAL;
         if (error != 0)
             fail(error);
     }
@@ -64,10 +66,9 @@ private:
 
     /// Gives the target's parent the access that the copy needs.
     void enterParent() {
-        const std::string_view parent = parentOf(target_);
-        if (parent == parent_)
+        if (!parent_.empty() && liesDirectlyIn(target_, parent_))
             return;
-        parent_ = parent;
+        parent_ = parentOf(target_);
         const auto known = parents_.find(parent_);
         parentIsNew_ = known != parents_.end() && known->second;
         if (known != parents_.end())

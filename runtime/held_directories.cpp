@@ -1,5 +1,7 @@
 #include "runtime/held_directories.h"
 
+#include "runtime/path_key.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -17,26 +19,31 @@ bool hasParentElement(std::string_view path) {
 } // namespace
 
 HeldDirectories::Place HeldDirectories::of(const std::string& path) {
-    const auto slash = path.rfind('/');
+    const bool isTooLong = path.size() >= PATH_MAX;
+    if (!levels_.empty() && !isTooLong && liesDirectlyIn(path, path_))
+        return placeIn(levels_.back(), path.c_str() + path_.size() + 1);
+
     const Place whole{AT_FDCWD, path.c_str(), 0, 0};
+    const auto slash = path.rfind('/');
     if (slash == std::string::npos)
         return whole;
     const bool endsInSlash = slash + 1 == path.size();
     const std::size_t end = path.find_last_not_of('/', slash) + 1;
-    if (end == 0 || (followsAll() && (endsInSlash || path.size() >= PATH_MAX)))
+    if (end == 0 || (followsAll() && (endsInSlash || isTooLong)))
         return whole;
-    const char* const name = endsInSlash ? "." : path.c_str() + slash + 1;
-    const bool isHeld = !levels_.empty() && levels_.back().length == end && path.compare(0, end, path_) == 0;
-    if (!isHeld) {
-        if (followsAll() && hasParentElement(path)) {
-            levels_.clear();
-            return whole;
-        }
-        keepAncestors(path, end);
-        if (const int error = openDown(path, end))
-            return followsAll() ? whole : Place{-1, name, 0, error};
+    if (followsAll() && hasParentElement(path)) {
+        levels_.clear();
+        return whole;
     }
-    return {levels_.back().fd.get(), name, levels_.back().number, 0};
+    const char* const name = endsInSlash ? "." : path.c_str() + slash + 1;
+    keepAncestors(path, end);
+    if (const int error = openDown(path, end))
+        return followsAll() ? whole : Place{-1, name, 0, error};
+    return placeIn(levels_.back(), name);
+}
+
+HeldDirectories::Place HeldDirectories::placeIn(const Level& level, const char* name) {
+    return {level.fd.get(), name, level.number, 0};
 }
 
 void HeldDirectories::hold(const std::string& path, UniqueFd directory) {
@@ -53,6 +60,7 @@ void HeldDirectories::keepAncestors(const std::string& path, std::size_t end) {
     };
     while (!levels_.empty() && !isAncestor(levels_.back()))
         levels_.pop_back();
+    path_.resize(levels_.empty() ? 0 : levels_.back().length);
 }
 
 /// Opens the directory path[0, end) from the deepest one held, at once as far as links are followed and then element by

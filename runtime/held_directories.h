@@ -48,6 +48,7 @@ private:
         unsigned number;
     };
 
+    static Place placeIn(const Level& level, const char* name);
     bool followsAll() const { return followed_ == std::string::npos; }
     void keepAncestors(const std::string& path, std::size_t end);
     int openDown(const std::string& path, std::size_t end);

@@ -16,3 +16,10 @@ std::string placeKey(const boost::filesystem::path& path);
 
 /// The path that a key stands for, its elements joined by single slashes.
 std::string pathOfKey(std::string_view key);
+
+/// True when `path` is `directory`, a slash and one element, as text.
+inline bool liesDirectlyIn(std::string_view path, std::string_view directory) {
+    const std::size_t length = directory.size();
+    return path.size() > length + 1 && path[length] == '/' && path.starts_with(directory) &&
+           path.find('/', length + 1) == std::string_view::npos;
+}
