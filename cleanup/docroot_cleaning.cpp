@@ -27,6 +27,22 @@ std::string text(const char* value) {
     return value == nullptr ? std::string() : value;
 }
 
+/// Appends the elements of `rest`, each behind one slash.  A slash at the end stands for a "." element, with which no
+/// directory can be removed.
+void appendElements(std::string& path, std::string_view rest) {
+    const bool endsInSlash = rest.ends_with('/');
+    for (auto start = rest.find_first_not_of('/'); start != std::string_view::npos;
+         start = rest.find_first_not_of('/', start)) {
+        const auto end = std::min(rest.find('/', start), rest.size());
+        if (!path.ends_with('/'))
+            path.push_back('/');
+        path.append(rest.substr(start, end - start));
+        start = end;
+    }
+    if (endsInSlash)
+        path.append("/.");
+}
+
 void sortForRemoval(std::vector<fs::path>& paths) {
     std::vector<std::pair<std::string, fs::path>> keyed;
     for (fs::path& path : paths)
@@ -112,14 +128,17 @@ DeleteDirEntry::DeleteDirEntry(std::string vhostDir, ExtractParams params)
 }
 
 void DeleteDirEntry::operator()(const fs::path& relative) const {
-    const auto& kept = vhostAllDirs();
-    if (std::find(kept.begin(), kept.end(), relative) != kept.end())
+    for (const fs::path& kept : vhostAllDirs())
+        if (relative.native() == kept.native())
+            return;
+    const std::string_view text = relative.native();
+    const auto end = std::min(text.find('/'), text.size());
+    const auto directory = topLevelDirectory(std::string(text.substr(0, end)), vhostDir_, params_);
+    if (!directory)
         return;
-    const std::string key = pathKey(relative);
-    const auto end = key.find('\0');
-    const std::string top = key.substr(0, end);
-    if (const auto directory = topLevelDirectory(top, vhostDir_, params_))
-        remover_->remove((*directory / pathOfKey(std::string_view(key).substr(end + 1))).native());
+    std::string target = directory->native();
+    appendElements(target, text.substr(end));
+    remover_->remove(target);
 }
 
 void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir, const ExtractParams& params) {

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -15,31 +17,57 @@ namespace fs = boost::filesystem;
 namespace {
 
 bool isNamed(const xmlNode* node, const char* name) {
-    return node->type == XML_ELEMENT_NODE && xmlStrcmp(node->name, xmlText(name)) == 0;
+    return node != nullptr && node->type == XML_ELEMENT_NODE && xmlStrcmp(node->name, xmlText(name)) == 0;
 }
 
-InstallSection sectionOf(xmlNode* element) {
-    const XmlText prefix(xmlGetProp(element, xmlText("PREFIX")));
+bool isSection(const xmlNode* node) {
+    return isNamed(node, "SECTION") && isNamed(node->parent, "INSTANCE-DATA") &&
+           node->parent == xmlDocGetRootElement(node->doc);
+}
+
+std::optional<InstallSection> sectionNamed(const XmlText& prefix) {
+    if (prefix != nullptr && std::string_view(plainText(prefix)) == "htdocs")
+        return InstallSectionHtdocs;
+    if (prefix != nullptr && std::string_view(plainText(prefix)) == "cgi-bin")
+        return InstallSectionCgiBin;
+    return std::nullopt;
+}
+
+XmlText prefixOf(xmlNode* section) {
+    return XmlText(xmlGetProp(section, xmlText("PREFIX")));
+}
+
+void checkSection(xmlNode* section) {
+    const XmlText prefix = prefixOf(section);
     if (prefix == nullptr)
         throw std::runtime_error("Attribute name is required for section");
-    const std::string_view value = plainText(prefix);
-    if (value == "htdocs")
-        return InstallSectionHtdocs;
-    if (value == "cgi-bin")
-        return InstallSectionCgiBin;
-    throw std::runtime_error("Bad sttribute name value");
+    if (!sectionNamed(prefix))
+        throw std::runtime_error("Bad sttribute name value");
 }
 
-void readSection(xmlNode* section, std::vector<InstanceEntry>& entries) {
-    const InstallSection kind = sectionOf(section);
-    for (xmlNode* file = section->children; file != nullptr; file = file->next) {
-        if (!isNamed(file, "FILE"))
-            continue;
-        const XmlText path(xmlNodeListGetString(file->doc, file->children, 1));
-        if (path != nullptr && *path != '\0')
-            entries.emplace_back(kind, plainText(path));
+/// Collects the entries of FILE elements.  Those of a section that will be refused play no part.
+class FileTaker {
+public:
+    bool operator()(xmlNode* element) {
+        if (!isNamed(element, "FILE") || !isSection(element->parent))
+            return false;
+        if (element->parent != sectionElement_) {
+            sectionElement_ = element->parent;
+            section_ = sectionNamed(prefixOf(sectionElement_));
+        }
+        const XmlText path(xmlNodeListGetString(element->doc, element->children, 1));
+        if (section_ && path != nullptr && *path != '\0')
+            entries_.emplace_back(*section_, plainText(path));
+        return true;
     }
-}
+
+    std::vector<InstanceEntry> entries() && { return std::move(entries_); }
+
+private:
+    xmlNode* sectionElement_ = nullptr;
+    std::optional<InstallSection> section_; ///< of sectionElement_
+    std::vector<InstanceEntry> entries_;
+};
 
 /// Where an entry stands in the order of removal.
 struct RemovalKey {
@@ -74,24 +102,25 @@ std::string readFile(std::istream& in) {
 } // namespace nimbo
 
 std::vector<InstanceEntry> filelistXmlRead() {
-    const XmlDocument document = parseXmlMemory(nimbo::readFile(std::cin));
+    FileTaker files;
+    const XmlDocument document = parseXmlMemory(nimbo::readFile(std::cin), std::ref(files));
     if (document == nullptr)
         throw std::runtime_error("XML parse error");
     xmlNode* const root = xmlDocGetRootElement(document.get());
-    if (root == nullptr || !isNamed(root, "INSTANCE-DATA"))
+    if (!isNamed(root, "INSTANCE-DATA"))
         throw std::runtime_error("Wrong root node name");
-    std::vector<InstanceEntry> entries;
     for (xmlNode* child = root->children; child != nullptr; child = child->next)
-        if (isNamed(child, "SECTION"))
-            readSection(child, entries);
-    return entries;
+        if (isSection(child))
+            checkSection(child);
+    return std::move(files).entries();
 }
 
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter) {
-    fs::path relative(entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs");
-    if (prefix != ".")
-        relative /= prefix;
-    relative /= entry.second;
+    std::string relative = entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs";
+    if (prefix != "." && !prefix.empty())
+        relative.append("/").append(prefix);
+    if (!entry.second.empty())
+        relative.append("/").append(entry.second.native());
     deleter(relative);
 }
 

@@ -1,27 +1,32 @@
 #include "runtime/path_key.h"
 
-#include <algorithm>
-
 namespace fs = boost::filesystem;
 
 namespace {
 
-/// True when the text is its elements joined by single slashes: none doubled, none at either end.
-bool isJoinedElements(const std::string& text) {
-    return !text.empty() && text.front() != '/' && text.back() != '/' && text.find("//") == std::string::npos;
+/// Puts a NUL in the place of each separator and at the end.
+/// \return false, with the text spoilt, when a separator is doubled or stands at either end.
+bool separateByNul(std::string& text) {
+    char before = '/';
+    for (char& character : text) {
+        if (character == '/' && before == '/')
+            return false;
+        before = character;
+        if (character == '/')
+            character = '\0';
+    }
+    text.push_back('\0');
+    return before != '/';
 }
 
 } // namespace
 
 std::string pathKey(const fs::path& path) {
     // Nearly all paths are like this, and taking one apart takes ten times as long.
-    if (isJoinedElements(path.native())) {
-        std::string key = path.native();
-        std::replace(key.begin(), key.end(), '/', '\0');
-        key.push_back('\0');
+    std::string key = path.native();
+    if (separateByNul(key))
         return key;
-    }
-    std::string key;
+    key.clear();
     for (const fs::path& element : path)
         key.append(element.native()).push_back('\0');
     return key;
@@ -37,6 +42,7 @@ std::string placeKey(const fs::path& path) {
 
 std::string pathOfKey(std::string_view key) {
     std::string path;
+    path.reserve(key.size());
     while (!key.empty()) {
         const auto end = key.find('\0');
         if (!path.empty() && path.back() != '/')

@@ -4,9 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <libxml/SAX2.h>
+#include <libxml/parserInternals.h>
 #include <libxml/xmlmemory.h>
 #include <new>
 #include <unordered_map>
+#include <utility>
 
 namespace {
 
@@ -52,7 +55,9 @@ constexpr std::size_t expansionLimit = 10U << 20;
 /// but keeps a reference as a node, so that many references to one long entity would only grow when they are read.
 class ExpansionMeter {
 public:
-    bool exceeded(const xmlNode* node) { return sizeBelow(node) > expansionLimit; }
+    /// Adds nodes that follow one another, with all below them.
+    void add(const xmlNode* first) { total_ += sizeBelow(first); }
+    bool exceeded() const { return total_ > expansionLimit; }
 
 private:
     std::size_t sizeBelow(const xmlNode* first) {
@@ -82,12 +87,41 @@ private:
     }
 
     std::unordered_map<const xmlEntity*, std::size_t> sizes_;
+    std::size_t total_ = 0;
 };
 
-XmlDocument withinLimits(XmlDocument document) {
-    if (document != nullptr && document->intSubset != nullptr && ExpansionMeter().exceeded(document->children))
-        document.reset();
+XmlDocument withinLimits(XmlDocument document, ExpansionMeter meter = {}) {
+    if (document != nullptr && document->intSubset != nullptr) {
+        meter.add(document->children);
+        if (meter.exceeded())
+            document.reset();
+    }
     return document;
+}
+
+/// What goes on while a text is parsed whose elements are taken.
+struct Taking {
+    const XmlElementTaker& take;
+    ExpansionMeter meter;
+};
+
+void dropFromDocument(xmlNode* node) {
+    xmlUnlinkNode(node);
+    xmlFreeNode(node);
+}
+
+/// In the place of the library's own handler.  An exception ends the process: the library could not pass it on.
+void endElement(void* context, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri) noexcept {
+    auto* const parser = static_cast<xmlParserCtxt*>(context);
+    xmlNode* const element = parser->node;
+    xmlSAX2EndElementNs(context, name, prefix, uri);
+    auto& taking = *static_cast<Taking*>(parser->_private);
+    if (element == nullptr || !taking.take(element))
+        return;
+    taking.meter.add(element->children);
+    if (element->prev != nullptr && element->prev->type == XML_TEXT_NODE)
+        dropFromDocument(element->prev);
+    dropFromDocument(element);
 }
 
 } // namespace
@@ -97,9 +131,20 @@ XmlDocument parseXmlFile(const std::string& fileName) {
     return withinLimits(XmlDocument(xmlParseFile(fileName.c_str())));
 }
 
-XmlDocument parseXmlMemory(const std::string& text) {
+XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker& take) {
     if (text.size() > INT_MAX)
         return nullptr;
     guardMemory();
-    return withinLimits(XmlDocument(xmlParseMemory(text.data(), static_cast<int>(text.size()))));
+    const XmlParser parser(xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size())));
+    if (parser == nullptr)
+        return nullptr;
+    Taking taking{take, {}};
+    parser->_private = &taking;
+    if (take)
+        parser->sax->endElementNs = endElement;
+    (void)xmlParseDocument(parser.get()); // wellFormed tells the same and more
+    XmlDocument document(std::exchange(parser->myDoc, nullptr));
+    if (parser->wellFormed == 0)
+        return nullptr;
+    return withinLimits(std::move(document), std::move(taking.meter));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xpath.h>
@@ -11,12 +12,14 @@
 /// parse on, memory exhaustion inside libxml2 ends the process through std::terminate with a std::bad_alloc.
 struct XmlFree {
     void operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
+    void operator()(xmlParserCtxt* parser) const noexcept { xmlFreeParserCtxt(parser); }
     void operator()(xmlXPathContext* context) const noexcept { xmlXPathFreeContext(context); }
     void operator()(xmlXPathObject* result) const noexcept { xmlXPathFreeObject(result); }
     void operator()(xmlChar* text) const noexcept { xmlFree(text); }
 };
 
 using XmlDocument = std::unique_ptr<xmlDoc, XmlFree>;
+using XmlParser = std::unique_ptr<xmlParserCtxt, XmlFree>;
 using XPathContext = std::unique_ptr<xmlXPathContext, XmlFree>;
 using XPathResult = std::unique_ptr<xmlXPathObject, XmlFree>;
 using XmlText = std::unique_ptr<xmlChar, XmlFree>;
@@ -33,5 +36,11 @@ inline const char* plainText(const XmlText& text) {
 ///         references stand for an unreasonable amount of text.
 XmlDocument parseXmlFile(const std::string& fileName);
 
+/// Called with an element whose end has just been read.
+/// \return true when the element is done with: it is then taken out of the document together with the text in front of
+///         it, so that a long list of elements takes no memory.
+using XmlElementTaker = std::function<bool(xmlNode* element)>;
+
 /// The same for a text in memory (less than 2 GiB; larger ones give null).
-XmlDocument parseXmlMemory(const std::string& text);
+/// \param take sees every element, also those of a text that turns out to be no XML; none takes nothing.
+XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker& take = {});
