@@ -3,6 +3,7 @@
 #include "cleanup/instance_removal.h"
 #include "runtime/accounts.h"
 #include "runtime/options.h"
+#include "runtime/scoped_disposition.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
@@ -14,6 +15,7 @@ namespace fs = boost::filesystem;
 namespace po = boost::program_options;
 
 int deleteApplication(int argc, char** argv) {
+    letWritesFail();
     std::string userName;
     std::string vhostPath;
     std::string applicationSubdirectory;

@@ -2,11 +2,13 @@
 #include "runtime/error_stream.h"
 #include "runtime/errors.h"
 #include "runtime/fatal_error.h"
+#include "runtime/standard_streams.h"
 
 #include <exception>
 #include <iostream>
 
 int main(int argc, char** argv) {
+    openMissingStandardStreams();
     try {
         return do_main(argc, argv);
     } catch (const nimbo::NimboUtilException& exception) {

@@ -7,6 +7,7 @@
 #include "metadata/metadata_reader.h"
 #include "runtime/accounts.h"
 #include "runtime/options.h"
+#include "runtime/scoped_disposition.h"
 
 #include <array>
 #include <boost/filesystem/operations.hpp>
@@ -32,6 +33,7 @@ void emptyDocroot(const std::string& vhostPath, const std::string& wwwRoot) {
 } // namespace
 
 int extractApplication(int argc, char** argv) {
+    letWritesFail();
     std::string fullName;
     std::string vhostPath;
     std::string userName;

@@ -39,8 +39,8 @@ struct Pipe {
         std::array<int, 2> ends{-1, -1};
         if (pipe(ends.data()) != 0)
             nimbo_log(errorLevel, "forkExecvGetOutErr: pipe() failed");
-        readEnd = clearOfStandardStreams(UniqueFd(ends[0]));
-        writeEnd = clearOfStandardStreams(UniqueFd(ends[1]));
+        readEnd = UniqueFd(ends[0]);
+        writeEnd = UniqueFd(ends[1]);
     }
 
     UniqueFd readEnd;
@@ -180,7 +180,7 @@ int dup2Custom(int source, int target) {
         if (source < 0)
             throwSystemError("dup2Custom failed", errno);
     }
-    if (source == target) // a closed target is also the first free descriptor
+    if (source == target)
         return source;
     const UniqueFd owned(source);
     return dup2(owned.get(), target);
@@ -207,6 +207,7 @@ pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const Ar
     for (const auto& [name, value] : env)
         if (setenv(name.c_str(), value.c_str(), 1) != 0)
             throwSystemError("forkExecvPipes: setenv() falied", errno);
+    ScopedDisposition::putBackAll();
     execvp(path.c_str(), args.argv());
     // Status 0: the caller's code ends this child in its own way.
     messlog2(0, 1, "forkExecvPipes: execv() failed: %s\n", std::strerror(errno));

@@ -46,7 +46,8 @@ void writeFromString(int fd, std::string& text);
 int dup2Custom(int source, int target);
 
 /// Starts a program with the given descriptors as its standard streams (-1 for "/dev/null") and no others, after
-/// flushing this process's own standard output and error.
+/// flushing this process's own standard output and error.  The standard streams of this process have to be open.  The
+/// program gets the signal dispositions that stood before every living ScopedDisposition.
 /// \param path searched along PATH when it has no slash.
 /// \param user the account to switch to; empty, unknown and uid 0 keep the current one.
 /// \return the child's process id, to be waited for by the caller.  0 in a child that could not execute the program,

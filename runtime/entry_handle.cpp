@@ -1,6 +1,7 @@
 #include "runtime/entry_handle.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/syscall.h>
 
 namespace {

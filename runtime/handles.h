@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdlib>
-#include <fcntl.h>
 #include <memory>
 #include <unistd.h>
 #include <utility>
@@ -34,12 +33,3 @@ public:
 private:
     int fd_;
 };
-
-/// Moves a descriptor out of the way of the standard streams, whose numbers a process that was started with some of
-/// them closed gets for its own files: what it prints would end up there.  None stays none.
-/// \return a close-on-exec descriptor from 3 up, or none with errno.
-inline UniqueFd clearOfStandardStreams(UniqueFd fd) {
-    if (fd.get() < 0 || fd.get() > STDERR_FILENO)
-        return fd;
-    return UniqueFd(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}

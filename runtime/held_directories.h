@@ -3,6 +3,7 @@
 #include "runtime/handles.h"
 
 #include <cstddef>
+#include <fcntl.h>
 #include <string>
 #include <vector>
 

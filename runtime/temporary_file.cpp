@@ -1,7 +1,6 @@
 #include "runtime/temporary_file.h"
 
 #include "runtime/errors.h"
-#include "runtime/handles.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -17,16 +16,10 @@ namespace {
 constexpr std::size_t bufferSize = 2048;
 
 int init_tmp(std::string& path) {
-    UniqueFd fd(mkostemp(path.data(), O_CLOEXEC));
-    const bool isCreated = fd.get() >= 0;
-    fd = clearOfStandardStreams(std::move(fd));
-    if (fd.get() < 0) {
-        const int error = errno;
-        if (isCreated)
-            (void)unlink(path.c_str());
-        throwSystemError("mkstemp() failed: ", error); // the colon that SystemError adds doubles this one
-    }
-    return fd.release();
+    const int fd = mkostemp(path.data(), O_CLOEXEC);
+    if (fd < 0)
+        throwSystemError("mkstemp() failed: ", errno); // the colon that SystemError adds doubles this one
+    return fd;
 }
 
 } // namespace

@@ -93,6 +93,7 @@ int runAndWait(const Interpreter& interpreter, const std::string& script, const 
 } // namespace
 
 int runApplicationScript(int argc, char** argv) {
+    letWritesFail();
     std::string fullName;
     std::string action;
     std::string user;

@@ -1,6 +1,7 @@
 #include "webserver/remove_config.h"
 
 #include "runtime/options.h"
+#include "runtime/scoped_disposition.h"
 #include "webserver/virtual_host.h"
 
 #include <boost/filesystem/operations.hpp>
@@ -9,6 +10,7 @@
 namespace po = boost::program_options;
 
 int removeWebserverConfig(int argc, char** argv) {
+    letWritesFail();
     std::string vhostPath;
     std::string configFileName;
 

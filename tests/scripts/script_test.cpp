@@ -1,6 +1,7 @@
 #include "scripts/run_application_script.h"
 #include "tests/support/support.h"
 
+#include <csignal>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -99,6 +100,41 @@ TEST_F(Script, ExitStatusesPassAndAbnormalEndsAreReported) {
     const Outcome killed = runScript("act", "binary", {"--", "-KILL"});
     EXPECT_EQ(killed.status, 255);
     EXPECT_THAT(killed.error, HasSubstr(": process '" + package.string() + "/scripts/act' killed by signal 9\n"));
+}
+
+TEST_F(Script, SignalsAndStreamsAreAsTheCallerLeftThem) {
+    script("act", "#!/usr/bin/grep SigIgn\n"); // a shell or Perl would change what they get
+    const std::string ignoring = "foreach (split / /, shift) { $SIG{$_} = 'IGNORE' } exec @ARGV";
+    const auto ignored = [](const std::string& text) {
+        const auto label = text.find("/proc/self/status:SigIgn:\t");
+        return label == std::string::npos ? 0 : std::stoul(text.substr(label + 26), nullptr, 16);
+    };
+    const auto bits = [](const std::vector<int>& signals) {
+        unsigned long set = 0;
+        for (const int signal : signals)
+            set |= 1UL << static_cast<unsigned>(signal - 1);
+        return set;
+    };
+    const std::vector<std::pair<std::string, unsigned long>> cases{
+        {"USR1", bits({SIGUSR1})},
+        {"USR1 PIPE", bits({SIGUSR1, SIGPIPE})},
+        {"USR1 PIPE XFSZ CHLD", bits({SIGUSR1, SIGPIPE, SIGXFSZ, SIGCHLD})},
+    };
+    const unsigned long concerned = bits({SIGUSR1, SIGPIPE, SIGXFSZ, SIGCHLD});
+    for (const auto& [signals, expected] : cases) {
+        std::vector<std::string> all{"perl", "-e", ignoring, signals, LARKSPUR_PROGRAM};
+        for (const std::string& word : words("act", "binary"))
+            all.push_back(word);
+        all.emplace_back("/proc/self/status");
+        EXPECT_EQ(ignored(run(all).output) & concerned, expected) << signals;
+    }
+
+    script("write", "#!/usr/bin/awk -f\nBEGIN { print \"content\" > ARGV[2]; print \"message\" > \"/dev/stderr\" }\n");
+    std::string command = LARKSPUR_PROGRAM;
+    for (const std::string& word : words("write", "binary"))
+        command += " " + word;
+    EXPECT_EQ(run({"sh", "-c", command + " " + (docroot / "file").string() + " 2>&-"}).status, 0);
+    EXPECT_EQ(contentOf(docroot / "file"), "content\n");
 }
 
 TEST_F(Script, OlderPackagesNameTheirLanguageAndHaveOneScript) {
