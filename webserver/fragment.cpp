@@ -2,8 +2,6 @@
 
 #include "metadata/exceptions.h"
 
-#include <algorithm>
-
 using nimbo::FSAMetaDataWebContent;
 
 namespace {
@@ -50,29 +48,43 @@ std::string phpOn(const std::string& extensions) {
            "</IfModule>\n";
 }
 
-std::string phpSections(const std::list<FSAMetaDataWebContent::PHPHandler>& handlers) {
+/// A text of the metadata on its way into a line of the fragment, where a line break would begin another directive.
+const std::string& oneLine(const std::string& text, const FSAMetaDataWebContent& mapping) {
+    if (text.find('\n') != std::string::npos)
+        throw nimbo::FSAXMLException("the mapping of URL " + mapping.url + " has a line break in it");
+    return text;
+}
+
+/// An extension as AddHandler takes it.  The dot is always put in front: one written with its own gets a second dot.
+std::string dotted(const std::string& extension, const FSAMetaDataWebContent& mapping) {
+    return "." + oneLine(extension, mapping) + " ";
+}
+
+std::string phpSections(const FSAMetaDataWebContent& mapping) {
     std::string sections;
-    for (const auto& handler : handlers) {
-        // The dot is always put in front: an extension written with its own dot gets a second one.
+    for (const auto& handler : mapping.phpHandlers) {
+        if (handler.disabled) {
+            sections += phpOff;
+            continue;
+        }
         std::string extensions;
         for (const auto& extension : handler.extensions)
-            extensions += "." + extension.value + " ";
-        if (handler.disabled)
-            sections += phpOff;
-        else if (!extensions.empty())
+            extensions += dotted(extension.value, mapping);
+        if (!extensions.empty())
             sections += phpOn(extensions);
     }
     return sections;
 }
 
-std::string cgiSectionByExtension(const std::list<FSAMetaDataWebContent::CGIHandler::extension>& list) {
+std::string cgiSectionByExtension(const FSAMetaDataWebContent::CGIHandler& handler,
+                                  const FSAMetaDataWebContent& mapping) {
     std::string extensions;
     std::string phpLine;
-    for (const auto& extension : list) {
+    for (const auto& extension : handler.extensions) {
         if (extension.value == "php")
             phpLine = "  AddHandler php-script .php\n"; // PHP under CGI runs by its own handler
         else
-            extensions += "." + extension.value + " ";
+            extensions += dotted(extension.value, mapping);
     }
     std::string section = cgiByExtension;
     if (!extensions.empty())
@@ -80,63 +92,43 @@ std::string cgiSectionByExtension(const std::list<FSAMetaDataWebContent::CGIHand
     return section + phpLine + "</IfModule>\n";
 }
 
-std::string cgiSections(const std::list<FSAMetaDataWebContent::CGIHandler>& handlers) {
+std::string cgiSections(const FSAMetaDataWebContent& mapping) {
     std::string sections;
-    for (const auto& handler : handlers) {
+    for (const auto& handler : mapping.cgiHandlers) {
         if (handler.disabled)
             sections += cgiOff;
         else if (handler.allFiles)
             sections += cgiForAllFiles;
         else
-            sections += cgiSectionByExtension(handler.extensions);
+            sections += cgiSectionByExtension(handler, mapping);
     }
     return sections;
 }
 
-bool hasLineBreak(const std::string& text) {
-    return text.find('\n') != std::string::npos;
-}
-
-template <class Handler>
-bool hasLineBreakInExtensions(const std::list<Handler>& handlers) {
-    return std::ranges::any_of(handlers, [](const Handler& handler) {
-        return std::ranges::any_of(handler.extensions,
-                                   [](const auto& extension) { return hasLineBreak(extension.value); });
-    });
-}
-
-bool hasLineBreak(const FSAMetaDataWebContent& mapping) {
-    return hasLineBreak(mapping.url) || hasLineBreak(mapping.redirect) ||
-           hasLineBreakInExtensions(mapping.phpHandlers) || hasLineBreakInExtensions(mapping.cgiHandlers);
-}
-
 std::string redirectLine(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
-    std::string source = settings.subdirectoryPath + mapping.url;
+    std::string source = settings.subdirectoryPath + oneLine(mapping.url, mapping);
     if (source != "/")
         source = nimbo::remove_trailing_slashes(source);
-    return "RedirectPermanent " + source + " " + mapping.redirect + "\n\n";
+    return "RedirectPermanent " + source + " " + oneLine(mapping.redirect, mapping) + "\n\n";
 }
 
 std::string directoryBlock(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
     std::string sections;
     if (settings.php)
-        sections += phpSections(mapping.phpHandlers);
+        sections += phpSections(mapping);
     if (settings.cgi)
-        sections += cgiSections(mapping.cgiHandlers);
+        sections += cgiSections(mapping);
     if (sections.empty())
         return sections;
-    return "<Directory " + settings.wwwRoot + settings.subdirectoryPath + mapping.url + " >\n\n" + sections + "\n" +
-           "</Directory>\n\n";
+    return "<Directory " + settings.wwwRoot + settings.subdirectoryPath + oneLine(mapping.url, mapping) + " >\n\n" +
+           sections + "\n" + "</Directory>\n\n";
 }
 
 } // namespace
 
 std::string fragmentDirectives(const std::list<FSAMetaDataWebContent>& mappings, const FragmentSettings& settings) {
     std::string text;
-    for (const FSAMetaDataWebContent& mapping : mappings) {
-        if (hasLineBreak(mapping))
-            throw nimbo::FSAXMLException("the mapping of URL " + mapping.url + " has a line break in it");
+    for (const FSAMetaDataWebContent& mapping : mappings)
         text += mapping.redirect.empty() ? directoryBlock(mapping, settings) : redirectLine(mapping, settings);
-    }
     return text;
 }

@@ -15,7 +15,7 @@ struct FragmentSettings {
 
 /// The directives that an application's mappings need, in the mappings' order: a permanent redirect for a redirect
 /// mapping, a Directory block for one with handlers.  Empty when there are none.
-/// \throw nimbo::FSAXMLException for a mapping with a line break in it, which would become a directive of the package's
-///        own in a file that the server reads as root.
+/// \throw nimbo::FSAXMLException for a line break in a URL, extension or redirect target that would be written: what
+///        follows it would become a directive of the package's own in a file that the server reads as root.
 std::string fragmentDirectives(const std::list<nimbo::FSAMetaDataWebContent>& mappings,
                                const FragmentSettings& settings);

@@ -4,6 +4,7 @@
 #include "metadata/metadata_reader.h"
 #include "runtime/admitted_exceptions.h"
 #include "runtime/options.h"
+#include "runtime/scoped_disposition.h"
 #include "runtime/temporary_file.h"
 #include "webserver/fragment.h"
 #include "webserver/virtual_host.h"
@@ -11,6 +12,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <iostream>
+#include <sys/stat.h>
 
 namespace fs = boost::filesystem;
 namespace po = boost::program_options;
@@ -20,6 +22,39 @@ namespace {
 constexpr const char* header = "# ATTENTION!\n"
                                "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
                                "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
+
+/// An option's value that becomes part of a directive.  A line break would begin a directive of its own, which the web
+/// server would obey as root.
+struct DirectiveText {
+    std::string text;
+};
+
+/// How the option library reads such a value; the library finds it by this name.
+void validate(boost::any& value, const std::vector<std::string>& words, DirectiveText* /*type*/, int /*unused*/) {
+    po::validators::check_first_occurrence(value);
+    const std::string& word = po::validators::get_single_string(words);
+    if (word.find('\n') != std::string::npos)
+        throw po::invalid_option_value(word);
+    value = DirectiveText{word};
+}
+
+class ScopedUmask {
+public:
+    explicit ScopedUmask(mode_t mask) : before_(umask(mask)) {}
+    ScopedUmask(const ScopedUmask&) = delete;
+    ScopedUmask& operator=(const ScopedUmask&) = delete;
+    ~ScopedUmask() { umask(before_); }
+
+private:
+    mode_t before_;
+};
+
+/// Makes the directory with mode 0755 whatever the caller's umask is: whoever may write there configures a web server
+/// that starts as root.
+bool createConfigDirectory(const fs::path& directory) {
+    const ScopedUmask ownerWrites(022);
+    return fs::create_directory(directory);
+}
 
 void writeWhole(nimbo::TmpFile& file, const std::string& text) {
     errno = 0;
@@ -33,7 +68,7 @@ void writeWhole(nimbo::TmpFile& file, const std::string& text) {
 int installFragment(const std::string& metadataFile, const FragmentSettings& settings, const std::string& configPath) {
     const fs::path configDir = fs::path(configPath).parent_path();
     boost::system::error_code undetermined;
-    if (!fs::exists(fs::status(configDir, undetermined)) && !fs::create_directory(configDir)) {
+    if (!fs::exists(fs::status(configDir, undetermined)) && !createConfigDirectory(configDir)) {
         std::cerr << "Unable to create directory: " << configDir; // without a line end: a fixed text, kept as it is
         return -1;
     }
@@ -59,9 +94,10 @@ int installFragment(const std::string& metadataFile, const FragmentSettings& set
 } // namespace
 
 int installWebserverConfig(int argc, char** argv) {
+    letWritesFail();
     std::string vhostPath;
-    std::string wwwRoot;
-    std::string applicationSubdirectory;
+    DirectiveText wwwRoot;
+    DirectiveText applicationSubdirectory;
     std::string metadataFile;
     std::string configFileName;
     int disablePhp = 0;
@@ -85,7 +121,8 @@ int installWebserverConfig(int argc, char** argv) {
 
     using namespace nimbo::layout;
     std::string configPath = siteApplicationConfigDirectory(virtualHostOf(vhostPath)) + configFileName;
-    return wtx_install_apache_conf(metadataFile, disablePhp, disableCgi, configPath, applicationSubdirectory, wwwRoot);
+    return wtx_install_apache_conf(metadataFile, disablePhp, disableCgi, configPath, applicationSubdirectory.text,
+                                   wwwRoot.text);
 }
 
 int wtx_install_apache_conf(const std::string& metadataFile, int disablePhp, int disableCgi, std::string& configPath,

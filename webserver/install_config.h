@@ -11,9 +11,9 @@ int installWebserverConfig(int argc, char** argv);
 /// kinds of handlers disabled, leaves no fragment.  The fragment is the calling user's, mode 0600.
 /// \param metadataFile the application's metadata document.
 /// \param disablePhp, disableCgi not 0: handlers of that kind are left out.
-/// \param configPath final name; its directory is created when missing, but not that one's parent.
+/// \param configPath final name; its directory is created when missing, with mode 0755, but not that one's parent.
 /// \param applicationSubdirectory place below the document root; "." means the root itself.
-/// \param wwwRoot document root.
+/// \param wwwRoot document root.  Neither may have a line break in it, which would begin a directive.
 /// \return 0, or -1 after a message on standard error, with nothing changed under the final name unless the very
 ///         renaming failed.  Lets no exception out: any but a filesystem error and unusable metadata (a temporary
 ///         file that cannot be created among them) ends the process through std::terminate.

@@ -37,8 +37,10 @@ protected:
             "--install-apache-conf",          "--vhost-path=/elsewhere/" + vhost.filename().string(),
             "--www-root=" + docroot.string(), "--metadata-file=" + document.string(),
             "--config-file-name=app.conf",    "--application-subdirectory=" + subdirectory};
+        words.insert(words.begin(), {LARKSPUR_PROGRAM});
+        words.insert(words.begin(), before.begin(), before.end());
         words.insert(words.end(), more.begin(), more.end());
-        return larkspur(words);
+        return run(words);
     }
     Outcome remove(const std::string& fileName = "app.conf", const std::string& path = "/x/test.example") const {
         return larkspur(
@@ -57,6 +59,7 @@ protected:
     }
 
     fs::path fragments;
+    std::vector<std::string> before; ///< a program and its arguments that run the command
 
 private:
     fs::path hostConfig_;
@@ -111,6 +114,11 @@ TEST_F(Fragment, TextFollowsTheHandlersOfEachMapping) {
              cgiOff + end + "RedirectPermanent /app/old http://x/\n\n"},
         {"<mapping url='a'><php:handler/></mapping>", {}, "none"},
         {"<mapping url='a'>" + onePhp + "</mapping>", {"--disable-php-support=1"}, "none"},
+        {"<mapping url='a&#10;b'><mapping url='c'><php:handler/></mapping></mapping><mapping url='a'>"
+         "<php:handler><php:extension>\nphp\n</php:extension></php:handler><cgi:handler><cgi:disabled/>"
+         "<cgi:extension>\n</cgi:extension></cgi:handler></mapping>",
+         {"--disable-php-support=1"}, // line breaks that are not written
+         open + "/a >\n\n" + cgiOff + end},
         {"no metadata at all <", {"--disable-php-support=1", "--disable-cgi-support=1"}, "none"},
     };
     for (const Case& c : cases) {
@@ -135,6 +143,15 @@ TEST_F(Fragment, TheDocumentRootItselfNeedsNoPrefix) {
                                 "RedirectPermanent / /x\n\n");
 }
 
+TEST_F(Fragment, OnlyRootMayWriteWhereItIsWhateverTheUmask) {
+    for (const mode_t mask : {0U, 077U, 022U}) {
+        fs::remove_all(fragments);
+        umask(mask);
+        EXPECT_EQ(install("<mapping url='a'>" + oneCgi + "</mapping>").status, 0);
+        EXPECT_THAT(tree(fragments), ElementsAre("d 0755 root:root .", "f 0600 root:root app.conf")) << mask;
+    }
+}
+
 TEST_F(Fragment, FailuresNameTheirCauseAndKeepTheOldFragment) {
     const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>";
     writeFile(fragments / "app.conf", "old");
@@ -152,6 +169,19 @@ TEST_F(Fragment, FailuresNameTheirCauseAndKeepTheOldFragment) {
     }
     EXPECT_THAT(tree(fragments), ElementsAre(StartsWith("d "), "f 0644 root:root app.conf"));
     EXPECT_EQ(install("<mapping path='no url'/>").status, 128 + SIGABRT);
+
+    writeFile(base / "good.xml", metadata(some));
+    const std::string breaking = "x\nInclude /y";
+    const std::vector<std::string> allOff{"--disable-php-support=1", "--disable-cgi-support=1"};
+    const fs::path root = std::exchange(docroot, breaking);
+    const std::vector<Outcome> refused{installFrom(base / "good.xml"), installFrom(base / "good.xml", allOff)};
+    docroot = root;
+    for (const Outcome& refusal : {refused[0], refused[1], installFrom(base / "good.xml", {}, breaking),
+                                   installFrom(base / "good.xml", allOff, breaking)}) {
+        EXPECT_EQ(refusal.status, 1);
+        EXPECT_THAT(refusal.error, StartsWith("Fatal error: boost::"));
+        EXPECT_THAT(refusal.error, HasSubstr("invalid_option_value"));
+    }
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
 
     EXPECT_EQ(larkspur({"--install-apache-conf", "--vhost-path=/x"}).status, 1);
@@ -189,6 +219,12 @@ TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
     }
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
     umount(fragments.c_str());
+
+    before = {"prlimit", "--fsize=600"}; // a write beyond it raises SIGXFSZ
+    const Outcome outcome = install("<mapping url='long" + std::string(600, 'x') + "'><cgi:handler/></mapping>");
+    EXPECT_EQ(outcome.status, 255);
+    EXPECT_THAT(outcome.error, HasSubstr(" error code: (system:27)\n"));
+    EXPECT_TRUE(fs::is_empty(fragments));
 }
 
 TEST_F(Fragment, ClosedStandardStreamsDoNotLeakIntoIt) {
