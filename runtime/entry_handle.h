@@ -15,7 +15,7 @@
 class EntryHandle {
 public:
     /// Finds an entry.  A link in the last element is not followed: the handle is then the link's.
-    /// \param place what its name points to must stay while the handle is used.
+    /// \param place its directory and what its name points to must stay while the handle is used.
     explicit EntryHandle(const HeldDirectories::Place& place);
 
     /// \return 0, or the errno value with which finding or examining the entry failed.

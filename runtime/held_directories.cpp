@@ -6,8 +6,19 @@
 #include <cerrno>
 #include <climits>
 #include <string_view>
+#include <sys/resource.h>
 
 namespace {
+
+/// How many directories are held at most: the files that are opened beside them need descriptors as well.
+std::size_t limit() {
+    static const std::size_t limit = [] {
+        rlimit descriptors{};
+        (void)getrlimit(RLIMIT_NOFILE, &descriptors);
+        return std::clamp<rlim_t>(descriptors.rlim_cur / 8, 1, 64);
+    }();
+    return limit;
+}
 
 bool hasParentElement(std::string_view path) {
     for (auto dots = path.find(".."); dots != std::string_view::npos; dots = path.find("..", dots + 1))
@@ -83,7 +94,7 @@ int HeldDirectories::openDown(const std::string& path, std::size_t end) {
 }
 
 void HeldDirectories::push(const std::string& path, std::size_t end, UniqueFd directory) {
-    if (levels_.size() == limit) {
+    if (levels_.size() == limit()) {
         std::size_t kept = 0;
         for (std::size_t level = 1; level < levels_.size(); level += 2)
             levels_[kept++] = std::move(levels_[level]);

@@ -10,8 +10,8 @@
 /// Directories held open along consecutive paths, so that the system walks only the last element of most of them. Works
 /// best when the paths come in the order of a walk: what one path and the next have in common stays open.
 ///
-/// At most `limit` descriptors are open.  When there would be more, every other directory is let go: a path then starts
-/// from the nearest one that is left.
+/// At most 64 descriptors are open, and an eighth of what the process may have.  When there would be more, every other
+/// directory is let go: a path then starts from the nearest one that is left.
 class HeldDirectories {
 public:
     /// What to hand to the *at(2) calls.
@@ -21,8 +21,6 @@ public:
         unsigned number;  ///< of the held directory, another one each time one is opened; 0 when none is held
         int error;        ///< errno value where the directory cannot be reached without following a link, else 0
     };
-
-    static constexpr std::size_t limit = 64;
 
     /// Follows links, as the system does with whole paths.
     HeldDirectories() = default;

@@ -156,6 +156,78 @@ TEST_F(Extract, ConflictsRollBackEverythingPlanned) {
     expectRollback("Unable to create directory " + docroot.string() + "/data - filename occupied\n", left);
 }
 
+TEST_F(Extract, WhatStandsAtATargetGoesBeforeTheCopyIsTried) {
+    struct Case {
+        std::string mapping;
+        std::string source;
+        mode_t sourceMode;
+        std::string standing;
+        std::string subdirectory;
+        std::string error;
+    };
+    const std::vector<Case> cases{
+        {"url='/' path='page'", "page", 0644, "kept", ".", "(system:39)"},
+        {"url='/' path='htdocs'", "htdocs/data", 0600, "data/kept", ".", "(system:39)"},
+        // The empty directory "a" goes, and with it the way that leads through it.
+        {"url='..' path='htdocs'", "htdocs/a", 0644, "a/", "/a", "(system:2)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.source);
+        fs::remove_all(package);
+        writeFile(package / c.source, "new", c.sourceMode);
+        mappings("<mapping " + c.mapping + "/>");
+        fs::create_directories((docroot / c.standing).parent_path());
+        if (!c.standing.ends_with('/'))
+            writeFile(docroot / c.standing, "old");
+        giveTo(docroot, "sitea", "krocln");
+        const Outcome outcome = extract(c.subdirectory);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.error, HasSubstr(c.error));
+        EXPECT_FALSE(fs::exists(docroot / c.standing));
+        fs::create_directories(docroot);
+    }
+}
+
+TEST_F(Extract, AnOldFileIsGoneAlsoWhereTheRollbackEndsEarly) {
+    mkfifo((fs::create_directories(package / "htdocs"), package / "htdocs/odd").c_str(), 0666);
+    writeFile(package / "htdocs/z/file", "x");
+    writeFile(docroot / "odd", "old");
+    giveTo(docroot, "sitea", "krocln");
+    writeFile(docroot / "z/file", "root's, in a directory that the site may not write");
+    EXPECT_EQ(extract().status, 1);
+    EXPECT_TRUE(fs::exists(docroot / "z/file") && !fs::exists(docroot / "odd"));
+}
+
+TEST_F(Extract, ALinkInAWritableTreeOpensNothingElsewhere) {
+    const std::string open = "<php:permissions writable='true'/>";
+    mappings("<mapping url='app' path='htdocs'>" + open + "<mapping url='a'><mapping url='b'>" + open +
+             "</mapping></mapping></mapping>");
+    fs::create_directories(package / "htdocs");
+    writeFile(base / "private/b/secret", "x", 0600);
+    giveTo(base / "private", "sitea", "krocln");
+    const auto before = tree(base / "private");
+    fs::create_directories(docroot / "app");
+    fs::create_symlink(base / "private", docroot / "app/a");
+    giveTo(docroot, "sitea", "krocln");
+    EXPECT_EQ(extract().status, 1);
+    EXPECT_EQ(tree(base / "private"), before);
+}
+
+TEST_F(Extract, ADeepTreeNeedsFewDescriptors) {
+    std::string deep = "htdocs";
+    for (int level = 0; level < 150; ++level)
+        deep += "/d" + std::to_string(level);
+    writeFile(package / deep / "z", "deep");
+    for (int level = 0; level < 150; level += 10)
+        writeFile(package / deep.substr(0, deep.find("/d" + std::to_string(level) + "/")) / "z", "file");
+    std::string command = "ulimit -n 24; exec \"$@\"";
+    std::vector<std::string> all = words();
+    all.insert(all.begin(), {"sh", "-c", command, "sh", LARKSPUR_PROGRAM});
+    const Outcome outcome = run(all);
+    EXPECT_EQ(outcome.status, 0) << outcome.error;
+    EXPECT_EQ(run({"diff", "-r", (package / "htdocs").string(), docroot.string()}).output, "");
+}
+
 TEST_F(Extract, PackageEntriesThatAreNoFilesFailWithoutBlocking) {
     writeFile(package / "htdocs/sub/file", "x");
     mappings("<mapping url='app' path='htdocs'/>");
@@ -272,15 +344,6 @@ TEST_F(Extract, WithoutThePanelsGroupItEndsAtOnce) {
     EXPECT_EQ(outcome.output, outcome.error);
     EXPECT_THAT(outcome.error, StartsWith("getgrnam(krocln): "));
     EXPECT_FALSE(fs::exists(docroot / "file"));
-}
-
-TEST(Installer, PathHelpers) {
-    const std::vector<std::tuple<std::string, std::string, bool>> cases{
-        {"/a/b", "/a", true}, {"/a/b", "/a/b/", true}, {"/a/b/", "/a/b", true},  {"/a", "/a/b", false},
-        {"/ab", "/a", false}, {"/a/b", "", true},      {"/a/./b", "/a/b", true}, {"a", "/a", false},
-    };
-    for (const auto& [child, parent, expected] : cases)
-        EXPECT_EQ(isSubdir(child, parent), expected) << child << " in " << parent;
 }
 
 TEST(PackageLocation, IsWhatFollowsThePrefix) {

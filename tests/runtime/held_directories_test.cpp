@@ -1,0 +1,95 @@
+#include "runtime/entry_handle.h"
+#include "tests/support/support.h"
+
+#include <array>
+#include <cstddef>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+
+namespace {
+
+/// A tree in a directory of its own, held open as any user.
+class Held : public ::testing::Test {
+protected:
+    void SetUp() override {
+        base = fs::temp_directory_path() / fs::unique_path("larkspur-held-%%%%%%%%");
+        fs::create_directories(base);
+    }
+    void TearDown() override { fs::remove_all(base); }
+
+    mode_t modeOf(const std::string& name) const {
+        struct stat status {};
+        return lstat((base / name).c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+    }
+
+    fs::path base;
+};
+
+/// Lets fchmodat2(2) fail as on a kernel that lacks it.
+void forgetNewestCall() {
+    std::array<sock_filter, 4> program{
+        {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 452, 0, 1),
+         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+    const sock_fprog filter{program.size(), program.data()};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+        std::exit(77);
+}
+
+} // namespace
+
+TEST_F(Held, TheEntryThatWasExaminedIsTheOneThatChanges) {
+    for (const std::string kernel : {"newest", "without fchmodat2", "without fchmodat2 and /proc"}) {
+        SCOPED_TRACE(kernel);
+        writeFile(base / "entry", "x", 0600);
+        writeFile(base / "private", "x", 0600);
+        const Outcome outcome = inChild([&] {
+            if (kernel.ends_with("/proc") &&
+                (unshare(CLONE_NEWNS) != 0 || mount("none", "/proc", "tmpfs", 0, nullptr) != 0))
+                std::exit(78);
+            if (kernel != "newest")
+                forgetNewestCall();
+            const std::string path = (base / "entry").string();
+            HeldDirectories directories;
+            const EntryHandle entry(directories.of(path));
+            fs::rename(path, base / "moved");
+            fs::create_symlink("private", path);
+            const bool isChanged = entry.addMode(0606) == 0;
+            std::exit(isChanged ? 0 : errno == ELOOP ? 1 : errno);
+        });
+        const bool byName = kernel.ends_with("/proc");
+        if (outcome.status == 78) { // an ordinary user cannot hide /proc
+            fs::remove(base / "entry");
+            continue;
+        }
+        EXPECT_EQ(outcome.status, byName ? 1 : 0);
+        EXPECT_EQ(modeOf("moved"), byName ? 0600U : 0606U);
+        EXPECT_EQ(modeOf("private"), 0600U);
+        fs::remove(base / "entry");
+    }
+}
+
+TEST_F(Held, PlacesAreReachedAndLinksRefusedWhereAsked) {
+    std::string deep = base.string();
+    for (int level = 0; level < 100; ++level)
+        deep += "/d";
+    writeFile(fs::path(deep) / "file", "x");
+    HeldDirectories follows;
+    HeldDirectories refuses(base.string().size());
+    // Down and up again: more levels than are held.
+    for (std::size_t length = base.string().size(); length <= deep.size(); length += 2)
+        EXPECT_EQ(EntryHandle(follows.of(deep.substr(0, length) + "/d")).error(), length == deep.size() ? ENOENT : 0);
+    for (std::size_t length = deep.size(); length > base.string().size(); length -= 2)
+        EXPECT_EQ(EntryHandle(refuses.of(deep.substr(0, length))).error(), 0);
+
+    fs::create_symlink("d", base / "link");
+    EXPECT_EQ(EntryHandle(follows.of((base / "link/d").string())).error(), 0);
+    EXPECT_NE(EntryHandle(refuses.of((base / "link/d").string())).error(), 0);
+    EXPECT_NE(EntryHandle(refuses.of((base / "link/").string())).error(), 0);
+    EXPECT_EQ(EntryHandle(refuses.of((base / "d/").string())).error(), 0);
+    EXPECT_EQ(follows.of((base / "d/../d/x").string()).directory, AT_FDCWD);
+    EXPECT_EQ(follows.of("name").directory, AT_FDCWD);
+}
