@@ -1,7 +1,7 @@
 #include "fuzz/input.h"
 #include "metadata/exceptions.h"
 #include "metadata/metadata_reader.h"
-#include "metadata/xml_access.h"
+#include "runtime/xml.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 #include "metadata/metadata_reader.h"
 
 #include "metadata/exceptions.h"
-#include "metadata/xml_access.h"
 #include "runtime/admitted_exceptions.h"
+#include "runtime/xml.h"
 
 #include <algorithm>
 #include <array>
@@ -131,8 +131,8 @@ xmlXPathObject* FSAMetaDataReader::execute_xpath_query(xmlDoc* document, xmlXPat
             const std::string detail = context->lastError.message != nullptr
                                            ? std::string(context->lastError.message)
                                            : "error code: " + std::to_string(context->lastError.code);
-            XPathContext(context).reset();
-            XmlDocument(document).reset();
+            xmlXPathFreeContext(context);
+            xmlFreeDoc(document);
             throw FSAXMLException("Unable to execute XPath expression " + expression + ": " + detail);
         }
         return result.release();

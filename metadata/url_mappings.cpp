@@ -1,5 +1,5 @@
 #include "metadata/metadata_reader.h"
-#include "metadata/xml_access.h"
+#include "runtime/xml.h"
 
 #include <algorithm>
 #include <string_view>

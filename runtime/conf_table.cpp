@@ -7,13 +7,14 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <search.h>
 #include <string_view>
 
 namespace {
 
-constexpr int detailLevel = 12; // above the default threshold: a faulty file passes silently
+constexpr int detailLevel = 12; // not printed at the default threshold
 constexpr std::uint64_t growth = 20;
 
 struct CloseFile {
@@ -25,7 +26,7 @@ struct LineBuffer {
     LineBuffer() = default;
     LineBuffer(const LineBuffer&) = delete;
     LineBuffer& operator=(const LineBuffer&) = delete;
-    ~LineBuffer() { CMemory<char>(text).reset(); }
+    ~LineBuffer() { std::free(text); }
 
     char* text = nullptr;
     std::size_t size = 0;
@@ -75,12 +76,12 @@ int append(std::string_view name, std::string_view value, conf_table& table) {
 }
 
 void freeEntry(conf_entry& entry) {
-    CMemory<char>(std::exchange(entry.name, nullptr)).reset();
-    CMemory<char>(std::exchange(entry.value, nullptr)).reset();
+    std::free(std::exchange(entry.name, nullptr));
+    std::free(std::exchange(entry.value, nullptr));
 }
 
-/// Sorts the table and keeps the last of the entries that share a name: one pass at the end of a file in place of a
-/// search through the table for every line.
+/// Sorts the table and keeps the last of the entries that share a name.  One pass at the end of a file costs less than
+/// a search through the table for every line.
 void sortAndOverride(conf_table& table) {
     conf_entry* const begin = table.entries;
     conf_entry* const end = begin + table.count;
@@ -96,15 +97,14 @@ void sortAndOverride(conf_table& table) {
     table.sorted = 1;
 }
 
-/// The value's text from its first character on.  Of trailing white space a run of odd length loses its last
-/// character and a run of even length stays whole.  This is the rule of the file; the panel writes values without
-/// trailing blanks.
+/// The value that begins at `text`: up to a "#" or the end of the line.  Of an odd number of blanks at its end the last
+/// one goes; an even number stays whole.  Files in use may count on this rule.
 std::string_view valueOf(const char* text) {
-    const char* cut = nullptr;
-    const char* end = text;
-    for (; *end != '\0' && *end != '#'; ++end)
-        cut = cut == nullptr && isSpace(*end) ? end : nullptr;
-    return {text, static_cast<std::size_t>((cut != nullptr ? cut : end) - text)};
+    std::string_view value(text, std::strcspn(text, "#"));
+    const auto end = std::find_if_not(value.rbegin(), value.rend(), isSpace);
+    const auto blanks = static_cast<std::size_t>(end - value.rbegin());
+    value.remove_suffix(blanks % 2);
+    return value;
 }
 
 int readLine(const char* line, conf_table& table) {
@@ -153,7 +153,7 @@ int conf_set_r(const char* name, const char* value, conf_table* table) {
     CMemory<char> ownValue(strdup(value));
     if (ownValue == nullptr)
         return outOfMemory("Unable to form configuration: %s");
-    CMemory<char>(std::exchange(existing->value, ownValue.release())).reset();
+    std::free(std::exchange(existing->value, ownValue.release()));
     return 0;
 }
 
@@ -195,8 +195,8 @@ void conf_free_r(conf_table* table) {
         return;
     for (std::uint64_t i = 0; i < table->capacity; ++i)
         freeEntry(table->entries[i]);
-    CMemory<conf_entry>(table->entries).reset();
-    CMemory<conf_table>(table).reset();
+    std::free(table->entries);
+    std::free(table);
 }
 
 int cmp_conf(const void* first, const void* second) {

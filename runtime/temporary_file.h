@@ -36,7 +36,7 @@ public:
     bool close();
 
 private:
-    bool autoclean;
+    bool autoclean_;
 };
 
 } // namespace nimbo

@@ -3,21 +3,9 @@
 #include "runtime/demangle.h"
 
 #include <algorithm>
-#include <cxxabi.h>
 #include <execinfo.h>
 #include <ostream>
 #include <string>
-
-const char* Demangler::operator()(const char* mangled) {
-    int status = 0;
-    char* readable = abi::__cxa_demangle(mangled, buffer_.get(), &size_, &status);
-    if (status != 0 || readable == nullptr)
-        return nullptr;
-    // The demangler may have moved the buffer; ownership follows it either way.
-    (void)buffer_.release();
-    buffer_.reset(readable);
-    return readable;
-}
 
 namespace nimbo {
 
@@ -35,28 +23,28 @@ std::string readableLine(const std::string& line, Demangler& demangle) {
 
 } // namespace
 
-Traceback::Traceback(std::size_t skipFrames) : skip(skipFrames) {
-    const int captured = backtrace(frames.data(), static_cast<int>(frames.size()));
-    count = captured < 0 ? 0 : static_cast<std::size_t>(captured);
-    skip = std::min(skip, count);
+Traceback::Traceback(std::size_t skipFrames) : skip_(skipFrames) {
+    const int captured = backtrace(frames_.data(), static_cast<int>(frames_.size()));
+    count_ = captured < 0 ? 0 : static_cast<std::size_t>(captured);
+    skip_ = std::min(skip_, count_);
 }
 
-Traceback::Traceback(const Traceback& other) : count(other.count), skip(other.skip), frames(other.frames) {
+Traceback::Traceback(const Traceback& other) : count_(other.count_), skip_(other.skip_), frames_(other.frames_) {
 }
 
 std::ostream& operator<<(std::ostream& out, const Traceback& trace) {
-    if (trace.symbols == nullptr)
-        trace.symbols.reset(backtrace_symbols(trace.frames.data(), static_cast<int>(trace.count)));
+    if (trace.symbols_ == nullptr)
+        trace.symbols_.reset(backtrace_symbols(trace.frames_.data(), static_cast<int>(trace.count_)));
 
-    if (trace.symbols != nullptr && trace.skip < trace.count) {
+    if (trace.symbols_ != nullptr && trace.skip_ < trace.count_) {
         out << "Traceback:\n";
         Demangler demangle;
-        for (std::size_t i = trace.skip; i < trace.count; ++i)
-            out << '\t' << readableLine(trace.symbols.get()[i], demangle) << std::endl;
+        for (std::size_t i = trace.skip_; i < trace.count_; ++i)
+            out << '\t' << readableLine(trace.symbols_.get()[i], demangle) << std::endl;
     } else {
         out << "Traceback addresses:\n";
-        for (std::size_t i = trace.skip; i < trace.count; ++i)
-            out << '\t' << trace.frames.at(i) << '\n';
+        for (std::size_t i = trace.skip_; i < trace.count_; ++i)
+            out << '\t' << trace.frames_.at(i) << '\n';
     }
     return out;
 }

@@ -8,8 +8,8 @@
 
 namespace nimbo {
 
-/// The call stack at the moment of construction, for exception types that derive from it beside a standard
-/// exception: the fatal-error report prints it after the message.
+/// The call stack at the moment of construction.  An exception type that derives from this class and from a standard
+/// exception has its stack printed after its message by the fatal-error report.
 class Traceback {
 public:
     /// Captures at most 11 frames.
@@ -22,10 +22,10 @@ public:
 private:
     friend std::ostream& operator<<(std::ostream& out, const Traceback& trace);
 
-    std::size_t count = 0;
-    std::size_t skip;
-    std::array<void*, 11> frames{};
-    mutable CMemory<char*> symbols; // one block from backtrace_symbols(3), made on first print
+    std::size_t count_ = 0;
+    std::size_t skip_;
+    std::array<void*, 11> frames_{};
+    mutable CMemory<char*> symbols_; // one block from backtrace_symbols(3), made on first print
 };
 
 /// Prints a heading and one line a frame, innermost first, function names demangled where possible.

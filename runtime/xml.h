@@ -5,6 +5,7 @@
 #include <libxml/tree.h>
 #include <libxml/xpath.h>
 #include <memory>
+#include <span>
 #include <string>
 
 /// Owning handles for libxml2 objects and the two ways in which this program parses XML.  libxml2's default parser
@@ -44,3 +45,20 @@ using XmlElementTaker = std::function<bool(xmlNode* element)>;
 /// The same for a text in memory (less than 2 GiB; larger ones give null).
 /// \param take sees every element, also those of a text that turns out to be no XML; none takes nothing.
 XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker& take = {});
+
+/// The nodes of an XPath result in document order; none when it holds no node set.
+inline std::span<xmlNode* const> nodesOf(const xmlXPathObject* result) {
+    if (result == nullptr || result->nodesetval == nullptr || result->nodesetval->nodeNr <= 0)
+        return {};
+    return {result->nodesetval->nodeTab, static_cast<std::size_t>(result->nodesetval->nodeNr)};
+}
+
+/// The text content of a node, entity references resolved, nothing trimmed.
+inline std::string contentOf(const xmlNode* node) {
+    return plainText(XmlText(xmlNodeGetContent(node)));
+}
+
+/// The value of an attribute; null when the element has none of that name.
+inline XmlText attributeOf(const xmlNode* element, const char* name) {
+    return XmlText(xmlGetProp(element, xmlText(name)));
+}

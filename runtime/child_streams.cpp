@@ -1,0 +1,51 @@
+#include "runtime/child_process.h"
+#include "runtime/errors.h"
+
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+using nimbo::throwSystemError;
+
+bool readToString(int fd, std::string& text) {
+    std::array<char, 4096> chunk; // filled by read(2) up to what it returns
+    for (;;) {
+        const ssize_t got = read(fd, chunk.data(), chunk.size());
+        if (got == 0)
+            return false;
+        if (got > 0)
+            text.append(chunk.data(), static_cast<std::size_t>(got));
+        else if (errno == EAGAIN)
+            return true;
+        else if (errno != EINTR)
+            throwSystemError("readToString failed", errno);
+    }
+}
+
+void writeFromString(int fd, std::string& text) {
+    std::size_t done = 0;
+    int error = 0;
+    while (done < text.size() && error == 0) {
+        const ssize_t written = write(fd, text.data() + done, text.size() - done);
+        if (written >= 0)
+            done += static_cast<std::size_t>(written);
+        else if (errno != EINTR)
+            error = errno;
+    }
+    text.erase(0, done);
+    if (error != 0 && error != EAGAIN)
+        throwSystemError("writeToString failed", error); // names the other direction; a fixed text, kept as it is
+}
+
+int dup2Custom(int source, int target) {
+    if (source == -1) {
+        source = open("/dev/null", O_RDWR);
+        if (source < 0)
+            throwSystemError("dup2Custom failed", errno);
+    }
+    if (source == target)
+        return source;
+    const UniqueFd owned(source);
+    return dup2(owned.get(), target);
+}
