@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 namespace fs = boost::filesystem;
-namespace po = boost::program_options;
 
 int deleteApplication(int argc, char** argv) {
     letWritesFail();
@@ -21,17 +20,13 @@ int deleteApplication(int argc, char** argv) {
     std::string applicationSubdirectory;
     std::string wwwRoot;
 
-    po::options_description options("Application removal options");
-    // clang-format off
-    options.add_options()
-        ("user-name", po::value(&userName)->required(), "system user name")
-        ("vhost-path", po::value(&vhostPath)->required(), "path to virutal host root directory")
-        ("application-subdirectory", po::value(&applicationSubdirectory)->required(),
-         "application subdirectory inside documents directory")
-        ("www-root", po::value(&wwwRoot)->required(), "path to domain www-root")
-        ("application-full-name", po::value<std::string>(), "application full name"); // accepted and not used
-    // clang-format on
-    parseOptions(argc, argv, options);
+    CommandOptions options("Application removal options");
+    options.required(option::userName, userName);
+    options.required(option::vhostPath, vhostPath);
+    options.required(option::applicationSubdirectory, applicationSubdirectory);
+    options.required(option::wwwRoot, wwwRoot);
+    options.ignored(option::applicationFullName);
+    options.parse(argc, argv);
 
     p_setuid(userName.c_str());
     return delete_application_user(vhostPath, wwwRoot, applicationSubdirectory);

@@ -9,19 +9,16 @@
 #include "runtime/options.h"
 #include "runtime/scoped_disposition.h"
 
-#include <array>
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sys/stat.h>
 
 namespace fs = boost::filesystem;
-namespace po = boost::program_options;
 
 namespace {
-
-constexpr std::string_view fullNamePrefix = "file:///";
 
 void emptyDocroot(const std::string& vhostPath, const std::string& wwwRoot) {
     ExtractParams params;
@@ -42,28 +39,24 @@ int extractApplication(int argc, char** argv) {
     std::string wwwRoot;
     bool skipWebserverWrite = false;
 
-    po::options_description options("Application extraction options");
-    // clang-format off
-    options.add_options()
-        ("application-full-name", po::value(&fullName)->required(), "application full name")
-        ("vhost-path", po::value(&vhostPath)->required(), "path to virutal host root directory")
-        ("user-name", po::value(&userName)->required(), "system user name")
-        ("application-subdirectory", po::value(&applicationSubdirectory)->required(),
-         "application subdirectory inside documents directory")
-        ("metadata-file", po::value(&metadataFile)->required(),
-         "path to generated WTX 1.0 APP-META.xml file with URL mappings (required for WTX 1.1 support")
-        ("www-root", po::value(&wwwRoot)->required(), "path to domain www-root")
-        ("skip-webserver-write", po::bool_switch(&skipWebserverWrite),
-         "Do not make webserver writeable files, needed for cgi/fcgi applications");
-    // clang-format on
-    parseOptions(argc, argv, options);
+    CommandOptions options("Application extraction options");
+    options.required(option::applicationFullName, fullName);
+    options.required(option::vhostPath, vhostPath);
+    options.required(option::userName, userName);
+    options.required(option::applicationSubdirectory, applicationSubdirectory);
+    options.required(option::metadataFile, metadataFile);
+    options.required(option::wwwRoot, wwwRoot);
+    options.toggle({"skip-webserver-write", "Do not make webserver writeable files, needed for cgi/fcgi applications"},
+                   skipWebserverWrite);
+    options.parse(argc, argv);
 
-    if (!fullName.starts_with(fullNamePrefix)) {
+    const std::optional<std::string> packageDir = packageDirectoryOf(fullName);
+    if (!packageDir) {
         std::cerr << "Invalid value " << fullName << "for --application-full-name option\n";
         return 1;
     }
     // The package's own document has to be there even when another one is to be read.
-    const std::string ownMetadata = fullName.substr(fullNamePrefix.size()) + "/APP-META.xml";
+    const std::string ownMetadata = metadataFileOf(*packageDir);
     if (fs::status(ownMetadata).type() != fs::regular_file) {
         std::cerr << "Application metadata file " << ownMetadata << " does not exist\n";
         return 1;
@@ -78,10 +71,7 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
     if (get_group_id("krocln") == 0)
         std::exit(-1);
 
-    // One byte more than the locator may fill: it does not terminate a location of its full length.
-    std::array<char, 4097> packageDir{};
-    get_trx_application_path(packageDir.data(), fullName.c_str());
-
+    const std::string packageDir = packageDirectoryOf(fullName).value_or(std::string());
     if (fs::status(vhostPath).type() != fs::directory_file) {
         std::cerr << "Virtual host root directory" << vhostPath << "does not exist\n";
         return 1;
@@ -89,8 +79,8 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
 
     std::unique_ptr<const nimbo::FSAMetaDataReader> reader;
     try {
-        reader = std::make_unique<nimbo::FSAMetaDataReader>(
-            metadataFile.empty() ? std::string(packageDir.data()) + "/APP-META.xml" : metadataFile);
+        reader = std::make_unique<nimbo::FSAMetaDataReader>(metadataFile.empty() ? metadataFileOf(packageDir)
+                                                                                 : metadataFile);
     } catch (const nimbo::FSACommonException& failure) {
         std::cerr << failure.what() << '\n';
         return 1;
@@ -100,7 +90,6 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
     if (applicationSubdirectory == "." && cleanDocroot != 0)
         emptyDocroot(vhostPath, wwwRoot);
     umask(022);
-    return fsa_install_htdocsfiles(packageDir.data(), wwwRoot, applicationSubdirectory, *reader, userName, makeWritable)
-               ? 0
-               : 1;
+    return fsa_install_htdocsfiles(packageDir, wwwRoot, applicationSubdirectory, *reader, userName, makeWritable) ? 0
+                                                                                                                  : 1;
 }

@@ -3,12 +3,27 @@
 #include <cstring>
 #include <string_view>
 
-bool get_trx_application_path(char* packageDir, const char* fullName) {
+namespace {
+
+constexpr std::size_t limit = 4096;
+
+} // namespace
+
+std::optional<std::string> packageDirectoryOf(const std::string& fullName) {
     constexpr std::string_view prefix = "file:///";
-    constexpr std::size_t limit = 4096;
-    const std::string_view name(fullName);
-    if (name.size() <= prefix.size() || !name.starts_with(prefix))
+    if (!fullName.starts_with(prefix))
+        return std::nullopt;
+    return fullName.substr(prefix.size(), limit);
+}
+
+std::string metadataFileOf(const std::string& packageDir) {
+    return packageDir + "/APP-META.xml";
+}
+
+bool get_trx_application_path(char* packageDir, const char* fullName) {
+    const std::optional<std::string> directory = packageDirectoryOf(fullName);
+    if (!directory || directory->empty())
         return false;
-    std::strncpy(packageDir, fullName + prefix.size(), limit);
+    std::strncpy(packageDir, directory->c_str(), limit);
     return true;
 }

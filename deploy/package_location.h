@@ -1,8 +1,17 @@
 #pragma once
 
-/// Turns an application's full name, "file:///" and a directory, into the package directory: what follows the eight
-/// characters of the prefix, as it stands.
+#include <optional>
+#include <string>
+
+/// The package directory in an application's full name: what follows "file:///", as it stands, at most 4096 bytes.
+/// \return nothing when the name does not begin so; the empty string when nothing follows.
+std::optional<std::string> packageDirectoryOf(const std::string& fullName);
+
+/// The metadata document of a package.
+std::string metadataFileOf(const std::string& packageDir);
+
+/// packageDirectoryOf for callers with a buffer.
 /// \param packageDir receives at most 4096 bytes with strncpy(3) semantics: a location of 4096 bytes or more is cut
 ///        and not terminated, so a buffer of 4097 zeroed bytes is always a string afterwards.
-/// \return false, with the buffer untouched, when the name does not begin with the prefix or has nothing after it.
+/// \return false, with the buffer untouched, when the name does not begin with "file:///" or nothing follows.
 bool get_trx_application_path(char* packageDir, const char* fullName);

@@ -16,9 +16,9 @@
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace fs = boost::filesystem;
-namespace po = boost::program_options;
 
 namespace {
 
@@ -64,29 +64,75 @@ std::optional<Interpreter> chooseInterpreter(const std::string& language, const 
     return std::nullopt;
 }
 
-int runAndWait(const Interpreter& interpreter, const std::string& script, const std::string& action,
-               const std::vector<std::string>* additional) {
-    const bool isBinary = interpreter.path.empty();
-    const std::string& program = isBinary ? script : interpreter.path;
+/// A script of a package, and what runs it.
+struct Script {
+    Interpreter interpreter;
+    std::string directory;
+    std::string file;
+};
+
+/// The script that the package or, since format version 1.1, the caller chooses; nothing after a message.
+std::optional<Script> chooseScript(const std::string& fullName, const std::string& scriptFile,
+                                   const std::string& language, const std::string& phpCli) {
+    const std::string packageDir = get_package_script_path(fullName.c_str());
+    if (packageDir.empty())
+        return std::nullopt;
+    const nimbo::FSAMetaDataReader reader(metadataFileOf(packageDir));
+    const bool callerChooses = reader.formatVersion == "1.1" || reader.formatVersion == "1.2";
+    auto interpreter = chooseInterpreter(callerChooses ? language : reader.scriptLanguage, phpCli);
+    if (!interpreter)
+        return std::nullopt;
+    return Script{std::move(*interpreter), packageDir + "/scripts", callerChooses ? scriptFile : "configure"};
+}
+
+bool isAllowed(const std::string& action) {
+    if (std::find(allowedActions.begin(), allowedActions.end(), action) != allowedActions.end())
+        return true;
+    std::cerr << "Requested action `" << action << "` is not allowed.\n";
+    return false;
+}
+
+int startAndWait(const Interpreter& interpreter, const std::string& script, const std::string& action,
+                 const std::vector<std::string>* additional) {
+    const bool isProgram = interpreter.path.empty();
+    const std::string& program = isProgram ? script : interpreter.path;
     ArgList arguments{program};
     for (const std::string& argument : interpreter.arguments)
         arguments.append(argument);
-    if (!isBinary)
+    if (!isProgram)
         arguments.append(script);
     arguments.append(action);
     if (additional != nullptr)
         for (const std::string& argument : *additional)
             arguments.append(argument);
 
-    // A panel that ignores its own children hands that down, and then no exit status would be left to wait for.
+    // A caller that ignores SIGCHLD hands that down, and then the system keeps no exit status to wait for.
     const ScopedDisposition reaping(SIGCHLD, SIG_DFL);
     const pid_t pid = forkExecvPipes(-1, STDOUT_FILENO, STDERR_FILENO, program, arguments, {}, {});
-    // A child that could not execute the program goes on here too: its wait fails and its status says so.
-    const int result = fork_exec_waitpid(pid, program.c_str(), nullptr);
-    // Byte offset 2, not the end: the value of the direction serves as a position.  Fixed behaviour, kept as it is; on
-    // a pipe or terminal it only sets the stream's fail state.
+    // A child that could not execute the program comes here too: its wait fails, and so it ends with status 255.
+    return fork_exec_waitpid(pid, program.c_str(), nullptr);
+}
+
+/// Sets the offset of both output streams to 2: the number behind `end` is taken for a position.  The panel expects
+/// this.  On a pipe or terminal it only sets the stream's fail state.
+void repositionStreams() {
     std::cout.seekp(std::ostream::pos_type(std::ios_base::end));
     std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));
+}
+
+int runScript(const Script& script, const std::string& action, const std::string& user,
+              const std::vector<std::string>* additional) {
+    const std::string path = script.directory + "/" + script.file;
+    boost::system::error_code undetermined;
+    if (!fs::exists(fs::status(path, undetermined)))
+        return 0; // a package need not have a script for every action
+    p_setuid(user.c_str());
+    if (chdir(script.directory.c_str()) != 0) {
+        std::cerr << "Unable to change current directory to " << script.directory << '\n';
+        return 1;
+    }
+    const int result = startAndWait(script.interpreter, path, action, additional);
+    repositionStreams();
     return result;
 }
 
@@ -100,69 +146,37 @@ int runApplicationScript(int argc, char** argv) {
     std::string scriptFile;
     std::string language;
     std::string phpCli;
+    std::vector<std::string> additional;
 
-    po::options_description options("Application script execution options");
-    // clang-format off
-    options.add_options()
-        ("application-full-name", po::value(&fullName)->required(), "application full name")
-        ("script-name", po::value(&action)->required(), "action to execute")
-        ("user-name", po::value(&user)->required(), "system user name")
-        ("script-file-name", po::value(&scriptFile)->required(), "script file name")
-        ("script-language", po::value(&language)->required(), "script language")
-        ("php-cli", po::value(&phpCli), "php cli path");
-    // clang-format on
-    po::options_description hidden;
-    hidden.add_options()("additional-script-params", po::value<std::vector<std::string>>());
-    po::options_description all;
-    all.add(options).add(hidden);
-    po::positional_options_description positional;
-    positional.add("additional-script-params", -1);
-    const po::variables_map values = parseOptions(argc, argv, all, positional);
+    CommandOptions options("Application script execution options");
+    options.required(option::applicationFullName, fullName);
+    options.required({"script-name", "action to execute"}, action);
+    options.required(option::userName, user);
+    options.required({"script-file-name", "script file name"}, scriptFile);
+    options.required({"script-language", "script language"}, language);
+    options.optional({"php-cli", "php cli path"}, phpCli);
+    options.words("additional-script-params", additional);
+    options.parse(argc, argv);
 
-    const po::variable_value& additional = values["additional-script-params"];
     return fsa_run_configure_script(fullName, action, user, scriptFile, language, phpCli,
-                                    additional.empty() ? nullptr : &additional.as<std::vector<std::string>>());
+                                    additional.empty() ? nullptr : &additional);
 }
 
 int fsa_run_configure_script(const std::string& fullName, const std::string& action, const std::string& user,
                              const std::string& scriptFile, const std::string& language, const std::string& phpCli,
                              const std::vector<std::string>* additional) {
-    std::optional<Interpreter> interpreter;
-    std::string chosenFile = "configure";
+    std::optional<Script> script;
     try {
-        const std::string packageDir = get_package_script_path(fullName.c_str());
-        if (packageDir.empty())
-            return -1;
-        const nimbo::FSAMetaDataReader reader(packageDir + "/APP-META.xml");
-        // Older packages have one script, and say themselves what it is written in.
-        const bool callerChooses = reader.formatVersion == "1.1" || reader.formatVersion == "1.2";
-        if (callerChooses)
-            chosenFile = scriptFile;
-        interpreter = chooseInterpreter(callerChooses ? language : reader.scriptLanguage, phpCli);
-        if (!interpreter)
-            return -1;
+        script = chooseScript(fullName, scriptFile, language, phpCli);
     } catch (const nimbo::FSACommonException& failure) {
         std::cerr << failure.what() << '\n';
+    }
+    if (!script)
         return -1;
-    }
-
-    if (std::find(allowedActions.begin(), allowedActions.end(), action) == allowedActions.end()) {
-        std::cerr << "Requested action `" << action << "` is not allowed.\n";
+    if (!isAllowed(action))
         return 1; // the panel tells this refusal from all others
-    }
-
     try {
-        const std::string scriptDir = get_package_script_path(fullName.c_str()) + "/scripts";
-        const std::string script = scriptDir + "/" + chosenFile;
-        boost::system::error_code undetermined;
-        if (!fs::exists(fs::status(script, undetermined)))
-            return 0; // a package need not have a script for every action
-        p_setuid(user.c_str());
-        if (chdir(scriptDir.c_str()) != 0) {
-            std::cerr << "Unable to change current directory to " << scriptDir << '\n';
-            return 1;
-        }
-        return runAndWait(*interpreter, script, action, additional);
+        return runScript(*script, action, user, additional);
     } catch (const std::exception& failure) {
         std::cerr << "Caught exception: " << failure.what() << '\n';
         return -1;
@@ -170,10 +184,10 @@ int fsa_run_configure_script(const std::string& fullName, const std::string& act
 }
 
 std::string get_package_script_path(const char* fullName) {
-    std::array<char, 4097> packageDir{}; // see get_trx_application_path
-    if (!get_trx_application_path(packageDir.data(), fullName))
+    std::string packageDir = packageDirectoryOf(fullName).value_or(std::string());
+    if (packageDir.empty())
         std::cerr << "Failed to get package path\n";
-    return packageDir.data();
+    return packageDir;
 }
 
 bool fsa_is_file_executable(const std::string& path) {

@@ -15,28 +15,12 @@
 #include <sys/stat.h>
 
 namespace fs = boost::filesystem;
-namespace po = boost::program_options;
 
 namespace {
 
 constexpr const char* header = "# ATTENTION!\n"
                                "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
                                "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
-
-/// An option's value that becomes part of a directive.  A line break would begin a directive of its own, which the web
-/// server would obey as root.
-struct DirectiveText {
-    std::string text;
-};
-
-/// How the option library reads such a value; the library finds it by this name.
-void validate(boost::any& value, const std::vector<std::string>& words, DirectiveText* /*type*/, int /*unused*/) {
-    po::validators::check_first_occurrence(value);
-    const std::string& word = po::validators::get_single_string(words);
-    if (word.find('\n') != std::string::npos)
-        throw po::invalid_option_value(word);
-    value = DirectiveText{word};
-}
 
 class ScopedUmask {
 public:
@@ -96,33 +80,28 @@ int installFragment(const std::string& metadataFile, const FragmentSettings& set
 int installWebserverConfig(int argc, char** argv) {
     letWritesFail();
     std::string vhostPath;
-    DirectiveText wwwRoot;
-    DirectiveText applicationSubdirectory;
+    std::string wwwRoot;
+    std::string applicationSubdirectory;
     std::string metadataFile;
     std::string configFileName;
     int disablePhp = 0;
     int disableCgi = 0;
 
-    po::options_description options("Webserver configuration options");
-    // The implicit value is 0: only an explicit value that is not 0 disables anything, and a bare option does not.
-    // clang-format off
-    options.add_options()
-        ("vhost-path", po::value(&vhostPath)->required(), "path to virutal host root directory")
-        ("www-root", po::value(&wwwRoot)->required(), "path to domain www-root")
-        ("application-subdirectory", po::value(&applicationSubdirectory)->required(),
-         "application subdirectory inside documents directory")
-        ("metadata-file", po::value(&metadataFile)->required(),
-         "path to generated WTX 1.0 APP-META.xml file with URL mappings (required for WTX 1.1 support")
-        ("config-file-name", po::value(&configFileName)->required(), "filename for configuration directives")
-        ("disable-php-support", po::value(&disablePhp)->default_value(0)->implicit_value(0), "")
-        ("disable-cgi-support", po::value(&disableCgi)->default_value(0)->implicit_value(0), "");
-    // clang-format on
-    parseOptions(argc, argv, options);
+    // What becomes part of a directive has to stay on its line: the server obeys the next one as root.
+    CommandOptions options("Webserver configuration options");
+    options.required(option::vhostPath, vhostPath);
+    options.requiredLine(option::wwwRoot, wwwRoot);
+    options.requiredLine(option::applicationSubdirectory, applicationSubdirectory);
+    options.required(option::metadataFile, metadataFile);
+    options.required(option::configFileName, configFileName);
+    // Only a number that is not 0 disables anything: without a value these options do nothing.
+    options.number({"disable-php-support", ""}, disablePhp);
+    options.number({"disable-cgi-support", ""}, disableCgi);
+    options.parse(argc, argv);
 
     using namespace nimbo::layout;
     std::string configPath = siteApplicationConfigDirectory(virtualHostOf(vhostPath)) + configFileName;
-    return wtx_install_apache_conf(metadataFile, disablePhp, disableCgi, configPath, applicationSubdirectory.text,
-                                   wwwRoot.text);
+    return wtx_install_apache_conf(metadataFile, disablePhp, disableCgi, configPath, applicationSubdirectory, wwwRoot);
 }
 
 int wtx_install_apache_conf(const std::string& metadataFile, int disablePhp, int disableCgi, std::string& configPath,
