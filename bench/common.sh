@@ -73,10 +73,11 @@ add_places() {
 rounds() { [[ -n $quick ]] && echo 2 || echo "$1"; }
 
 # compare ROUNDS PREPARE CHECK NAME COMMAND [NAME COMMAND...]: runs the commands in turns and leaves their seconds in
-# `names`, `cpu[NAME]` (user + system) and `wall[NAME]`, the medians of ROUNDS runs.  PREPARE precedes every run; CHECK
+# `names`, `cpu[NAME]` (user + system) and `wall[NAME]`, the medians of ROUNDS runs, and the first command's user+system
+# over theirs in `against[NAME]`, with its spread over the rounds in `spread[NAME]`.  PREPARE precedes every run; CHECK
 # follows it and must succeed.  Taking turns keeps a busy minute of the machine from hitting one command alone.
 compare() {
-    local count=$1 prepare=$2 check=$3 round name seconds_cpu seconds_wall
+    local count=$1 prepare=$2 check=$3 round name seconds_cpu seconds_wall ratio_cpu range
     shift 3
     local commands=()
     while [[ $# -gt 0 ]]; do
@@ -92,28 +93,40 @@ compare() {
         }
     done
     names=()
-    declare -gA cpu=() wall=()
-    while IFS=$'\t' read -r name seconds_cpu seconds_wall; do
+    declare -gA cpu=() wall=() against=() spread=()
+    while IFS=$'\t' read -r name seconds_cpu seconds_wall ratio_cpu range; do
         names+=("$name")
         cpu[$name]=$seconds_cpu
         wall[$name]=$seconds_wall
+        against[$name]=$ratio_cpu
+        spread[$name]=$range
     done < <(medians "$TMPDIR"/round-*.json)
 }
 
+# A line a command: name, median seconds user+system and wall, and how the first command's user+system relates to its
+# own: median, least and greatest of the rounds.
 medians() {
     perl -MJSON::PP -e '
         sub median { my @s = sort { $a <=> $b } @_; return ($s[$#s / 2] + $s[@s / 2]) / 2 }
         for my $file (@ARGV) {
             open my $in, "<", $file or die "$file: $!\n";
             local $/;
+            my $first;
             for my $result (@{ decode_json(<$in>)->{results} }) {
                 my $name = $result->{command};
                 push @order, $name unless $cpu{$name};
-                push @{ $cpu{$name} }, $result->{user} + $result->{system};
+                my $seconds = $result->{user} + $result->{system};
+                $first //= $seconds;
+                push @{ $cpu{$name} }, $seconds;
+                push @{ $ratio{$name} }, $first / $seconds;
                 push @{ $wall{$name} }, @{ $result->{times} };
             }
         }
-        printf "%s\t%.6f\t%.6f\n", $_, median(@{ $cpu{$_} }), median(@{ $wall{$_} }) for @order;
+        for (@order) {
+            my @ratios = sort { $a <=> $b } @{ $ratio{$_} };
+            printf "%s\t%.6f\t%.6f\t%.6f\t%.2f to %.2f\n", $_, median(@{ $cpu{$_} }), median(@{ $wall{$_} }),
+                median(@ratios), @ratios[0, -1];
+        }
     ' "$@"
 }
 
@@ -124,7 +137,7 @@ print_ratios() {
     for name in "${names[@]}"; do
         printf '  %-22s %9.4f s %9.4f s' "$name" "${cpu[$name]}" "${wall[$name]}"
         if [[ $name != "$first" ]]; then
-            printf '   %21.2f %5.2f' "$(ratio "${cpu[$first]}" "${cpu[$name]}")" \
+            printf '   %6.2f (%s) %5.2f' "${against[$name]}" "${spread[$name]}" \
                 "$(ratio "${wall[$first]}" "${wall[$name]}")"
         fi
         echo
@@ -144,6 +157,9 @@ peak_kilobytes() {
     }
     cat "$TMPDIR/peak"
 }
+
+# aim_against NAME LIMIT WHAT: for the last comparison.
+aim_against() { aim "${against[$1]}" "$2" "$3 (${spread[$1]})"; }
 
 # aim MEASURED LIMIT WHAT
 aim() { printf '%s\t%s\t%s\n' "$@" >>"$aims"; }
@@ -181,4 +197,91 @@ make_tree() {
             print $out $text;
             close $out or die "$file: $!\n";
         }' "$@"
+}
+
+# fetch_trees NAME...: the document files of Debian packages, kept below the store.
+fetch_trees() {
+    local name
+    for name in "$@"; do
+        [[ -d $store/trees/$name ]] || fetch_tree "$name"
+    done
+}
+
+# The document files of a Debian package, with every symbolic link replaced by what it names inside the package.
+fetch_tree() {
+    local name=$1 work
+    work=$(mktemp -d "$store/fetch.XXXXXX")
+    (cd "$work" && download "$name" && dpkg -x "$name"_*.deb unpacked)
+    # Links out of the package would bring in whatever this host happens to have.
+    find "$work/unpacked" -lname '/*' -delete
+    find "$work/unpacked" -xtype l -delete
+    cp -rL "$work/unpacked/usr/share/$name" "$work/tree"
+    chmod -R a+rX "$work/tree"
+    mkdir -p "$store/trees"
+    mv -T "$work/tree" "$store/trees/$name"
+    rm -rf "$work"
+}
+
+download() {
+    local options=(-qq -o APT::Sandbox::User=root)
+    apt-get "${options[@]}" download "$1" || { apt-get -qq update && apt-get "${options[@]}" download "$1"; }
+}
+
+# write_metadata PACKAGE MAPPING...
+write_metadata() {
+    local package=$1
+    shift
+    {
+        echo '<?xml version="1.0" encoding="UTF-8"?>'
+        echo '<application version="1.1" xmlns="http://nimbo.example/ns/wtx/1"'
+        echo '             xmlns:php="http://nimbo.example/ns/wtx/1/php">'
+        echo '  <name>bench</name><version>1</version><release>1</release>'
+        printf '  %s\n' "$@"
+        echo '</application>'
+    } >"$package/APP-META.xml"
+}
+
+# The command line that installs PACKAGE into SITE, as words that need no quoting.
+extract_command() {
+    local package=$1 site=$2 metadata=${3:-"''"}
+    echo "$larkspur --extract-application --application-full-name=file:///$package --vhost-path=${site%/*}" \
+        "--www-root=$site --user-name=sitea --application-subdirectory=. --metadata-file $metadata"
+}
+
+# Both leave an empty site, with nothing of an earlier run left to be written back while the next is timed.
+clear_site() {
+    rm -rf "$1"
+    new_site "$1"
+}
+
+# Freed inodes slow ext4 down (see add_places).  So an old site keeps its inodes and gives back its blocks only.
+retire_site() {
+    if [[ -e $1 ]]; then
+        find "$1" -type f -exec truncate -s 0 {} +
+        mv -T "$1" "$(mktemp -d "$1.XXXXXX")"
+    fi
+    new_site "$1"
+}
+
+new_site() {
+    mkdir "$1"
+    chown sitea:kroserv "$1"
+    sync -f "$1"
+}
+export -f clear_site retire_site new_site
+
+remove_command() {
+    local site=$1
+    echo "$larkspur --delete-application --user-name=sitea --vhost-path=${site%/*} --www-root=$site" \
+        "--application-subdirectory=app"
+}
+
+# write_removal_list TREE FILE: the entries of a tree, in no useful order.
+write_removal_list() {
+    (cd "$1" && find . -mindepth 1 -printf '%P\n') | shuf --random-source=<(yes) >"$2.entries"
+    {
+        echo '<INSTANCE-DATA><SECTION PREFIX="htdocs">'
+        sed 's|.*|<FILE>&</FILE>|' "$2.entries"
+        echo '</SECTION></INSTANCE-DATA>'
+    } >"$2"
 }
