@@ -17,6 +17,7 @@ struct Outcome {
 };
 
 /// Runs `body` in a forked child with streams of its own, which exits with 0 unless the body ends it, and waits.
+/// After five minutes an alarm ends the child.
 Outcome inChild(const std::function<void()>& body, const std::string& input = {});
 
 /// Runs a program with the given words and standard input and waits for it.
