@@ -49,6 +49,7 @@ protected:
 } // namespace
 
 TEST_F(Script, PerlSeesArgumentsDirectoryAccountStreamsAndNoOtherDescriptors) {
+    NEEDS_PROGRAM("/usr/bin/perl");
     script("act.pl",
            "print join('|', $0, @ARGV), \"\\n\"; use Cwd; print getcwd(), \"\\n\";"
            "print join(' ', $<, $>, $(, $)), \"\\n\"; print defined(<STDIN>) ? 'input' : 'empty', \"\\n\";"
@@ -66,6 +67,7 @@ TEST_F(Script, PerlSeesArgumentsDirectoryAccountStreamsAndNoOtherDescriptors) {
 }
 
 TEST_F(Script, PhpGetsItsSettingsAndThePreferredInterpreter) {
+    NEEDS_PROGRAM("/usr/bin/php");
     script("act.php",
            "<?php echo PHP_SAPI, ini_get('variables_order'), var_export(ini_get('open_basedir'), true), "
            "implode(',', $argv), \"\\n\";",
@@ -90,6 +92,7 @@ TEST_F(Script, PhpGetsItsSettingsAndThePreferredInterpreter) {
 }
 
 TEST_F(Script, ExitStatusesPassAndAbnormalEndsAreReported) {
+    NEEDS_PROGRAM("/usr/bin/perl");
     script("act", "#!/bin/sh\ncase $2 in -*) kill $2 $$ ;; *) exit $2 ;; esac\n");
     for (int status = 0; status < 256; status += 51)
         EXPECT_EQ(runScript("act", "binary", {std::to_string(status)}).status, status);
@@ -140,6 +143,7 @@ TEST_F(Script, SignalsAndStreamsAreAsTheCallerLeftThem) {
 }
 
 TEST_F(Script, OlderPackagesNameTheirLanguageAndHaveOneScript) {
+    NEEDS_PROGRAM("/usr/bin/perl");
     script("configure", "print 'configured';", 0644);
     script("act", "#!/bin/sh\necho acted\n");
     for (const std::string version : {"1.0", "1.3"}) {
@@ -151,6 +155,7 @@ TEST_F(Script, OlderPackagesNameTheirLanguageAndHaveOneScript) {
 }
 
 TEST_F(Script, RefusalsHaveTheirWordsAndStatus) {
+    NEEDS_PROGRAM("/usr/bin/perl");
     script("act", "not executable", 0644);
     writeFile(base / "other/scripts/file", "x");
     struct Case {
@@ -220,6 +225,7 @@ TEST_F(Script, TheStreamsAreLeftAtByteTwo) {
 }
 
 TEST_F(Script, TheExamplesOwnScriptsRunThroughItsLife) {
+    NEEDS_PROGRAM("/usr/bin/php");
     run({"cp", "-R", LARKSPUR_SOURCE_DIR "/examples/guestbook/.", package.string()});
     const std::string root = docroot.string();
     writeFile(docroot / "data/.keep", "");

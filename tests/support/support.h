@@ -23,6 +23,11 @@ Outcome inChild(const std::function<void()>& body, const std::string& input = {}
 /// Runs a program with the given words and standard input and waits for it.
 Outcome run(const std::vector<std::string>& words, const std::string& input = {});
 
+/// Skips the running test, with the reason, where the program is not installed.
+#define NEEDS_PROGRAM(path)                                                                                            \
+    if (!fs::exists(path))                                                                                             \
+    GTEST_SKIP() << (path) << " is not installed"
+
 /// Runs the built larkspur.
 Outcome larkspur(std::vector<std::string> words, const std::string& input = {});
 

@@ -253,6 +253,7 @@ TEST_F(Fragment, RemovalTakesTheFileBelowThePanelsDirectory) {
 }
 
 TEST_F(Fragment, ApacheAcceptsEveryCombinationOfHandlers) {
+    NEEDS_PROGRAM("/usr/sbin/apache2");
     const std::vector<std::string> phpHandlers{"", onePhp, "<php:handler/>",
                                                "<php:handler><php:disabled/></php:handler>"};
     const std::vector<std::string> cgiHandlers{
@@ -274,6 +275,7 @@ TEST_F(Fragment, ApacheAcceptsEveryCombinationOfHandlers) {
 }
 
 TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
+    NEEDS_PROGRAM("/usr/sbin/apache2");
     const fs::path guestbook = package / "guestbook";
     run({"cp", "-R", LARKSPUR_SOURCE_DIR "/examples/guestbook", guestbook.string()});
     const Outcome extracted = extractInto("app", guestbook);
