@@ -122,7 +122,7 @@ TEST_F(Removal, UnusableListsAndPlacesStopEverything) {
         EXPECT_THAT(outcome.output, "Fatal error: " + error);
     }
     EXPECT_EQ(run({"sh", "-c",
-                   LARKSPUR_PROGRAM " --delete-application --user-name=sitea --vhost-path=" + vhost.string() +
+                   "'" LARKSPUR_PROGRAM "' --delete-application --user-name=sitea --vhost-path=" + vhost.string() +
                        " --www-root=" + docroot.string() + " --application-subdirectory=blog <&-"})
                   .status,
               1);

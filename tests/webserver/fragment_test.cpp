@@ -229,8 +229,8 @@ TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
 
 TEST_F(Fragment, ClosedStandardStreamsDoNotLeakIntoIt) {
     writeFile(base / "meta.xml", metadata("<mapping url='a' xmlns:q='a b'><cgi:handler/></mapping>"));
-    std::string command = LARKSPUR_PROGRAM " --install-apache-conf --vhost-path=/x/test.example --www-root=/w"
-                                           " --application-subdirectory=. --config-file-name=app.conf --metadata-file=";
+    std::string command = "'" LARKSPUR_PROGRAM "' --install-apache-conf --vhost-path=/x/test.example --www-root=/w"
+                          " --application-subdirectory=. --config-file-name=app.conf --metadata-file=";
     EXPECT_EQ(run({"sh", "-c", command + (base / "meta.xml").string() + " <&- >&- 2>&-"}).status, 0);
     EXPECT_EQ(directives(), "<Directory /w/a >\n\n" + cgiBy + "</IfModule>\n\n</Directory>\n\n");
 }
