@@ -29,8 +29,7 @@ constexpr std::array commands{
     Command{"--remove-apache-conf", removeWebserverConfig},
 };
 
-// A fixed text: it neither lists every option that the commands take nor only those, and the panel's own
-// documentation quotes it, so it does not follow the option descriptions.
+// A fixed text.  It leaves out options that the commands take and names one that none takes.
 constexpr const char* helpText =
     "  --run-application-script --application-full-name=<application full name> --script-name=<action to execute>"
     " --user-name=<user name> --script-file-name=<script file name> --script-language=<script language>"

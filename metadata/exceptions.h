@@ -16,8 +16,8 @@ private:
 };
 
 /// A metadata document that cannot be used.
-/// The base is private on purpose: neither a handler for FSACommonException nor one for std::exception catches it,
-/// and the commands' exit statuses rest on that.  A caller that must survive it names it.
+/// The base is private on purpose: neither a handler for FSACommonException nor one for std::exception catches it, and
+/// the commands' exit statuses rest on that.  A caller that has to survive it names this type in its handler.
 class FSAXMLException : private FSACommonException {
 public:
     using FSACommonException::FSACommonException;

@@ -30,6 +30,14 @@ std::list<Extension> extensionsOf(xmlXPathContext* context, xmlNode* handler, co
     return extensions;
 }
 
+/// The mapping's directory.  A path of its own is taken from the package root, not from the parent.
+std::string pathOf(const xmlNode* mapping, const std::string& url, const std::string& parentPath) {
+    const XmlText ownPath = attributeOf(mapping, "path");
+    if (ownPath != nullptr && *ownPath != '\0')
+        return "/" + remove_starting_slashes(plainText(ownPath));
+    return remove_trailing_slashes(parentPath) + "/" + remove_starting_slashes(url);
+}
+
 bool isWritable(xmlXPathContext* context, xmlNode* mapping) {
     const XPathResult permissions = queryAt(context, mapping, "./php:permissions");
     return std::ranges::any_of(nodesOf(permissions.get()), [](const xmlNode* node) {
@@ -77,15 +85,13 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
         xmlNode* const mapping = *position;
         if (mapping->type != XML_ELEMENT_NODE)
             continue;
-        // Without "url" there is no string to make: the logic error of this construction is the system's answer to
-        // a mapping that names no place.
+        // Without "url" this constructor throws std::logic_error.  That is the fixed answer to such a mapping.
         const std::string url(plainText(attributeOf(mapping, "url")));
-        const XmlText ownPath = attributeOf(mapping, "path");
 
         urlMappingItem item;
         item.url = remove_trailing_slashes(parentUrl) + "/" + remove_starting_slashes(url);
         if (const XmlText isVirtual = attributeOf(mapping, "virtual")) {
-            // A virtual mapping has no files: only a complete redirect counts, and nothing below it is looked at.
+            // A virtual mapping has no files.  Only a redirect with a target counts, and nothing below it is read.
             const XmlText target = attributeOf(mapping, "href");
             if (std::string_view(plainText(isVirtual)) == "redirect" && target != nullptr) {
                 item.redirect = plainText(target);
@@ -93,10 +99,7 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
             }
             continue;
         }
-        // A path of its own is taken from the package root, not from the parent.
-        item.path = ownPath != nullptr && *ownPath != '\0'
-                        ? "/" + remove_starting_slashes(plainText(ownPath))
-                        : remove_trailing_slashes(parentPath) + "/" + remove_starting_slashes(url);
+        item.path = pathOf(mapping, url, parentPath);
         item.writable = isWritable(context, mapping);
         item.phpHandlers = phpHandlersOf(context, mapping);
         item.cgiHandlers = cgiHandlersOf(context, mapping);

@@ -26,7 +26,7 @@ int nimbo_getpw(const char* user, uid_t* uid, gid_t* gid, char** home);
 unsigned nimbo_ugid(const char* user, int wantGroup);
 
 /// \param group a group name or a decimal group id.
-/// \return the id of an existing group, or 0 (after a message, save for an empty text).
+/// \return the id of an existing group, or 0.  A message says why it is 0, but not for the empty text.
 gid_t get_group_id(const char* group);
 
 /// \return the group's id, or 0 after a message.

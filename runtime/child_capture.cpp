@@ -127,7 +127,7 @@ int forkExecvGetInOutErrSuidEnv(std::string input, std::string& out, std::string
     const pid_t pid = forkExecvPipes(toChild.readEnd.get(), fromOutput.writeEnd.get(), fromError.writeEnd.get(), path,
                                      args, user, env);
     if (pid == 0)
-        _exit(255); // nothing of the caller's may run, or be flushed, twice
+        _exit(255); // the caller's code and exit handlers run in the parent only
     toChild.readEnd.close();
     fromOutput.writeEnd.close();
     fromError.writeEnd.close();

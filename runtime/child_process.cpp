@@ -48,7 +48,7 @@ void ArgList::append(const std::string& word) {
 
 pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const ArgList& args, const std::string& user,
                      const EnvironmentAdditions& env) {
-    // What is still buffered belongs before the child's output, and a child that fails would write it once more.
+    // Buffered text belongs before the child's output, and a child that cannot execute would write it a second time.
     std::cout.flush();
     std::cerr.flush();
     const pid_t pid = fork();
@@ -69,7 +69,7 @@ pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const Ar
             throwSystemError("forkExecvPipes: setenv() falied", errno);
     ScopedDisposition::putBackAll();
     execvp(path.c_str(), args.argv());
-    // Status 0: the caller's code ends this child in its own way.
+    // Status 0 keeps messlog2 from ending this child: the caller's code does that.
     messlog2(0, 1, "forkExecvPipes: execv() failed: %s\n", std::strerror(errno));
     return 0;
 }

@@ -63,15 +63,15 @@ pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const Ar
 int forkExecvGetInOutErrSuidEnv(std::string input, std::string& out, std::string& err, const std::string& path,
                                 const ArgList& args, const std::string& user, const EnvironmentAdditions& env);
 
-/// The same with empty input ...
+/// The same with empty input.
 int forkExecvGetOutErrSuidEnv(std::string& out, std::string& err, const std::string& path, const ArgList& args,
                               const std::string& user, const EnvironmentAdditions& env);
-/// ... and no additions to the environment ...
+/// The same with empty input and no additions to the environment.
 int forkExecvGetOutErrSuid(std::string& out, std::string& err, const std::string& path, const ArgList& args,
                            const std::string& user);
-/// ... and the current account ...
+/// The same with empty input, as the current account, with its environment.
 int forkExecvGetOutErr(std::string& out, std::string& err, const std::string& path, const ArgList& args);
-/// ... and what the program writes to standard error dropped.
+/// The same as forkExecvGetOutErr; what the program writes to standard error is dropped.
 int forkExecvGetOut(std::string& out, const std::string& path, const ArgList& args);
 
 extern "C" {

@@ -35,7 +35,7 @@ void writeFromString(int fd, std::string& text) {
     }
     text.erase(0, done);
     if (error != 0 && error != EAGAIN)
-        throwSystemError("writeToString failed", error); // names the other direction; a fixed text, kept as it is
+        throwSystemError("writeToString failed", error); // the fixed text names the other direction
 }
 
 int dup2Custom(int source, int target) {

@@ -28,7 +28,7 @@ void UtilityErrorStreamBuf::repeatOnStandardOutput() {
     pending_.clear();
 }
 
-// The base comes to life before the buffer does, so the buffer is attached in the body.
+// The base is constructed before the buffer, so the buffer is attached in the body.
 UtilityErrorStream::UtilityErrorStream() : std::ostream(nullptr) {
     rdbuf(&buffer_);
 }

@@ -12,7 +12,7 @@ template <>
 void reportException<std::exception>(const std::exception& exception);
 
 /// Terminate handler: prints the exception in flight on standard error and exits with status 1, running exit
-/// handlers.  Meant only for a moment when an exception is in flight; with none, terminate is entered again.
+/// handlers.  Needs an exception in flight: without one it ends in std::terminate again.
 [[noreturn]] void terminateByExceptionUnsafe();
 
 } // namespace nimbo

@@ -1,8 +1,8 @@
 #pragma once
 
-/// The panel's runtime configuration, "/etc/kro/kro.conf", read on first use and at most once successfully: a known
-/// variable has a compile-time default, so that a caller always gets a usable value.  Returned strings live as long as
-/// the process.  Single-threaded use only.
+/// The panel's runtime configuration, "/etc/kro/kro.conf".  The first look-up reads it; when that fails, the next one
+/// tries again.  A known variable has a compile-time default, so that a caller always gets a usable value.  Returned
+/// strings live as long as the process.  Single-threaded use only.
 extern "C" {
 
 /// Indices of the variables that the commands use.
@@ -25,7 +25,7 @@ const char* kroConfGetDefaultByIndex(int index);
 ///         file defines it or not.
 const char* kroConfGetDefault(const char* name);
 
-/// Reads the file unless that has succeeded before.  A failure is not remembered: the next look-up tries again.
+/// Reads the file unless that has succeeded before.
 /// \return 0 or -1.
 int autoprepend();
 }

@@ -92,7 +92,7 @@ void vmesslog2(int exitStatus, int flag, const char* format, va_list arguments) 
     const int formatted = std::vsnprintf(buffer.get(), initialSize, format, arguments);
     const std::size_t length = formatted < 0 ? 0 : static_cast<std::size_t>(formatted);
     if (length >= initialSize) {
-        // Without memory for the whole message its beginning is still worth printing.
+        // Without memory for the whole message, its beginning is printed.
         if (CMemory<char> whole(static_cast<char*>(std::malloc(length + 1))); whole != nullptr) {
             std::vsnprintf(whole.get(), length + 1, format, again);
             buffer = std::move(whole);
@@ -102,7 +102,7 @@ void vmesslog2(int exitStatus, int flag, const char* format, va_list arguments) 
 
     errno = error;
     if (error != 0 && length < initialSize) {
-        // The description is all or nothing: a message that leaves no room for it in the first buffer goes without.
+        // The description is added whole or not at all: it has to fit into the first buffer with the message.
         const std::size_t room = initialSize - length;
         const int wanted =
             std::snprintf(buffer.get() + length, room, "\nSystem error %d: %s", error, std::strerror(error));

@@ -113,8 +113,8 @@ int startAndWait(const Interpreter& interpreter, const std::string& script, cons
     return fork_exec_waitpid(pid, program.c_str(), nullptr);
 }
 
-/// Sets the offset of both output streams to 2: the number behind `end` is taken for a position.  The panel expects
-/// this.  On a pipe or terminal it only sets the stream's fail state.
+/// Sets the offset of both output streams to 2: the number behind `end` is taken for a position.  This is
+/// fixed behaviour.  On a pipe or terminal it only sets the stream's fail state.
 void repositionStreams() {
     std::cout.seekp(std::ostream::pos_type(std::ios_base::end));
     std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));

@@ -53,7 +53,7 @@ int installFragment(const std::string& metadataFile, const FragmentSettings& set
     const fs::path configDir = fs::path(configPath).parent_path();
     boost::system::error_code undetermined;
     if (!fs::exists(fs::status(configDir, undetermined)) && !createConfigDirectory(configDir)) {
-        std::cerr << "Unable to create directory: " << configDir; // without a line end: a fixed text, kept as it is
+        std::cerr << "Unable to create directory: " << configDir; // the fixed text has no line end
         return -1;
     }
     if (!settings.php && !settings.cgi) {

@@ -11,7 +11,7 @@ VirtualHost virtualHostOf(const std::string& vhostPath) {
 }
 
 std::string siteApplicationConfigDirectory(const VirtualHost& host) {
-    // Two pieces with a slash each; the doubled slash belongs to the path as the panel forms it.
+    // The doubled slash belongs to the path as the panel forms it.
     return host.vhostsRoot + "/system/" + host.name + "/conf/" + "/siteapp.d/";
 }
 

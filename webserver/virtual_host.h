@@ -10,8 +10,8 @@ struct VirtualHost {
     std::string vhostsRoot; ///< directory of all virtual hosts
 };
 
-/// The host that a path names by its last element, below the panel's own directory of virtual hosts: where the path
-/// leads plays no part.  A path that ends in "/" names the host ".".
+/// The host whose name is the path's last element.  Its place is below the panel's own directory of virtual hosts,
+/// wherever the path itself leads.  A path that ends in "/" names the host ".".
 VirtualHost virtualHostOf(const std::string& vhostPath);
 
 /// The directory of the host's application fragments, with a "/" at its end and a doubled one inside, as the panel
