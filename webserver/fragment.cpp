@@ -6,6 +6,10 @@ using nimbo::FSAMetaDataWebContent;
 
 namespace {
 
+constexpr const char* header = "# ATTENTION!\n"
+                               "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
+                               "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
+
 // The module names are those of the servers that the panel drives; a server without them skips the sections.
 constexpr const char* phpOff = "<IfModule mod_php4.c>\n"
                                "  php_admin_flag engine off\n"
@@ -131,4 +135,15 @@ std::string fragmentDirectives(const std::list<FSAMetaDataWebContent>& mappings,
     for (const FSAMetaDataWebContent& mapping : mappings)
         text += mapping.redirect.empty() ? directoryBlock(mapping, settings) : redirectLine(mapping, settings);
     return text;
+}
+
+std::string fragmentText(const std::list<FSAMetaDataWebContent>& mappings, const FragmentSettings& settings) {
+    if (!settings.php && !settings.cgi)
+        return {};
+    const std::string directives = fragmentDirectives(mappings, settings);
+    return directives.empty() ? directives : header + directives;
+}
+
+std::string subdirectoryPathOf(const std::string& applicationSubdirectory) {
+    return applicationSubdirectory == "." ? std::string() : "/" + applicationSubdirectory;
 }

@@ -19,3 +19,11 @@ struct FragmentSettings {
 ///        follows it would become a directive of the package's own in a file that the server reads as root.
 std::string fragmentDirectives(const std::list<nimbo::FSAMetaDataWebContent>& mappings,
                                const FragmentSettings& settings);
+
+/// The whole fragment: the header and the directives.  Empty when there are none, and with both kinds of handlers off,
+/// where no fragment is wanted.
+/// \throw nimbo::FSAXMLException as fragmentDirectives.
+std::string fragmentText(const std::list<nimbo::FSAMetaDataWebContent>& mappings, const FragmentSettings& settings);
+
+/// The subdirectoryPath for an application's subdirectory, in which "." is the document root itself.
+std::string subdirectoryPathOf(const std::string& applicationSubdirectory);

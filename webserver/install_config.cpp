@@ -18,10 +18,6 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-constexpr const char* header = "# ATTENTION!\n"
-                               "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
-                               "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
-
 class ScopedUmask {
 public:
     explicit ScopedUmask(mode_t mask) : before_(umask(mask)) {}
@@ -63,12 +59,12 @@ int installFragment(const std::string& metadataFile, const FragmentSettings& set
 
     nimbo::TmpFile file(configPath + ".new", true);
     const nimbo::FSAMetaDataReader reader(metadataFile);
-    const std::string directives = fragmentDirectives(reader.get_web_content_info(), settings);
-    writeWhole(file, header + directives);
+    const std::string text = fragmentText(reader.get_web_content_info(), settings);
+    writeWhole(file, text);
 
     if (fs::exists(configPath))
         fs::remove(configPath);
-    if (directives.empty())
+    if (text.empty())
         fs::remove(file.path());
     else
         fs::rename(file.path(), configPath);
@@ -108,8 +104,7 @@ int wtx_install_apache_conf(const std::string& metadataFile, int disablePhp, int
                             const std::string& applicationSubdirectory, const std::string& wwwRoot) {
     return admitOnly<>([&] {
         try {
-            const std::string subdirectoryPath =
-                applicationSubdirectory == "." ? std::string() : "/" + applicationSubdirectory;
+            const std::string subdirectoryPath = subdirectoryPathOf(applicationSubdirectory);
             return installFragment(metadataFile, {disablePhp == 0, disableCgi == 0, wwwRoot, subdirectoryPath},
                                    configPath);
         } catch (const fs::filesystem_error& failure) {

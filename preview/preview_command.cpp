@@ -1,0 +1,116 @@
+#include "preview/preview_command.h"
+
+#include "preview/package_preview.h"
+#include "preview/preview_output.h"
+#include "preview/text.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/program_options.hpp>
+#include <cerrno>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+namespace po = boost::program_options;
+
+namespace {
+
+struct Format {
+    std::string_view name;
+    std::string (*write)(const Preview&);
+};
+
+constexpr std::array formats{
+    Format{"text", textOf},
+    Format{"json", jsonOf},
+    Format{"installed-files", installedFilesOf},
+    Format{"fragment", [](const Preview& preview) { return preview.fragment; }},
+};
+
+struct Request {
+    PreviewSettings package;
+    std::string format = "text";
+    int disablePhp = 0;
+    int disableCgi = 0;
+};
+
+po::options_description optionsInto(Request& request) {
+    PreviewSettings& package = request.package;
+    po::options_description options("Options");
+    // clang-format off
+    options.add_options()
+        ("format", po::value(&request.format)->value_name("FORMAT"), "what to print: text (the default), json, installed-files or fragment")
+        ("metadata-file", po::value(&package.metadataFile)->value_name("FILE"), "metadata document to read instead of the package's own")
+        ("www-root", po::value<std::string>()->value_name("DIR"),
+         "document root of the site: stands in the fragment, and is looked at")
+        ("application-subdirectory", po::value(&package.applicationSubdirectory)->value_name("SUB"),
+         "place of the application below the document root (default: \".\", the root itself)")
+        ("skip-webserver-write", po::bool_switch(&package.skipWebserverWrite),
+         "as for an extraction that opens nothing to the web server")
+        ("disable-php-support", po::value(&request.disablePhp)->value_name("[=N]"), "not 0: no PHP in the fragment")
+        ("disable-cgi-support", po::value(&request.disableCgi)->value_name("[=N]"), "not 0: no CGI in the fragment")
+        ("help", "print this")
+        ("version", "print the version");
+    // clang-format on
+    return options;
+}
+
+/// A bare switch has the value 0, as in larkspur: it disables nothing.  The library would take the next word for its
+/// value.
+std::pair<std::string, std::string> bareSwitch(const std::string& word) {
+    const bool isBare = word == "--disable-php-support" || word == "--disable-cgi-support";
+    return isBare ? std::pair(word.substr(2), std::string("0")) : std::pair<std::string, std::string>();
+}
+
+void print(const std::string& text) {
+    errno = 0;
+    if (!std::cout.write(text.data(), static_cast<std::streamsize>(text.size())).flush())
+        throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(), "standard output");
+}
+
+int printPreview(const Request& request) {
+    const auto* const format = std::ranges::find(formats, request.format, &Format::name);
+    if (format == formats.end())
+        throw std::runtime_error("unknown format: " + request.format);
+    const Preview preview = previewPackage(request.package);
+    print(format->write(preview));
+    for (const PreviewWarning& warning : preview.warnings)
+        std::cerr << "warning: " << warning.code << ": " << escaped(warning.subject) << ": " << escaped(warning.text)
+                  << '\n';
+    return preview.warnings.empty() ? 0 : 1;
+}
+
+} // namespace
+
+int previewCommand(int argc, char** argv) {
+    Request request;
+    const po::options_description options = optionsInto(request);
+    const auto parsed = po::command_line_parser(argc, argv).options(options).extra_parser(bareSwitch).run();
+    po::variables_map values;
+    po::store(parsed, values);
+    po::notify(values);
+    if (values.count("help") != 0) {
+        print((std::ostringstream() << "Usage: larkspur-preview [OPTION...] PACKAGE-DIRECTORY\n\n"
+                                       "Prints what larkspur would do with a package, and changes nothing.\n\n"
+                                    << options)
+                  .str());
+        return 0;
+    }
+    if (values.count("version") != 0) {
+        print("larkspur-preview " LARKSPUR_VERSION "\n");
+        return 0;
+    }
+    // Words that are no options; an option for them could be given by its name, too.
+    const auto words = po::collect_unrecognized(parsed.options, po::include_positional);
+    if (words.size() != 1)
+        throw std::runtime_error(words.empty() ? "no package directory" : "more than one package directory");
+    request.package.packageDir = words.front();
+    if (values.count("www-root") != 0)
+        request.package.wwwRoot = values["www-root"].as<std::string>();
+    request.package.php = request.disablePhp == 0;
+    request.package.cgi = request.disableCgi == 0;
+    return printPreview(request);
+}
