@@ -77,9 +77,10 @@ int printPreview(const Request& request) {
         throw std::runtime_error("unknown format: " + request.format);
     const Preview preview = previewPackage(request.package);
     print(format->write(preview));
+    std::string lines; // written at once: there may be one for every file of a package
     for (const PreviewWarning& warning : preview.warnings)
-        std::cerr << "warning: " << warning.code << ": " << escaped(warning.subject) << ": " << escaped(warning.text)
-                  << '\n';
+        lines += "warning: " + warning.code + ": " + escaped(warning.subject) + ": " + escaped(warning.text) + "\n";
+    std::cerr << lines;
     return preview.warnings.empty() ? 0 : 1;
 }
 

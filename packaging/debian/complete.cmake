@@ -7,6 +7,7 @@ file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/copyright ${share}/doc/larkspur/copyright)
 file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/changelog ${share}/doc/larkspur/changelog)
 execute_process(COMMAND gzip -9n ${share}/doc/larkspur/changelog ${share}/man/man8/larkspur.8
+  ${share}/man/man1/larkspur-preview.1
   COMMAND_ERROR_IS_FATAL ANY)
 # Nothing in the package may depend on the umask of whoever builds it.
 execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY}/usr COMMAND_ERROR_IS_FATAL ANY)
