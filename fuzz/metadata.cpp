@@ -11,7 +11,7 @@ namespace {
 bool namesNoPlace(const xmlNode* node) {
     for (; node != nullptr; node = node->next)
         if (node->type == XML_ELEMENT_NODE &&
-            ((xmlStrcmp(node->name, xmlText("mapping")) == 0 && nimbo::attributeOf(node, "url") == nullptr) ||
+            ((xmlStrcmp(node->name, xmlText("mapping")) == 0 && attributeOf(node, "url") == nullptr) ||
              namesNoPlace(node->children)))
             return true;
     return false;
