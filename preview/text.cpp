@@ -66,9 +66,7 @@ std::string asUtf8(std::string_view text) {
 }
 
 bool isUtf8(std::string_view text) {
-    bool all = true;
-    forEachCharacter(text, [&](std::string_view, code_point character) { all = all && character != illegal; });
-    return all;
+    return asUtf8(text) == text;
 }
 
 bool fitsXml(std::string_view text) {

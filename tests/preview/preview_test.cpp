@@ -184,11 +184,14 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
     struct Row {
         std::string warning; ///< "CODE: SUBJECT: "
         std::string mappings;
-        Build build;
-        std::vector<std::string> options;
+        Build build = {};
+        std::vector<std::string> options = {};
         std::string version = "1.1";
     };
     const std::string root = "<mapping url='/' path='htdocs'/>";
+    const auto with = [](const std::string& content) {
+        return "<mapping url='/' path='htdocs'>" + content + "</mapping>";
+    };
     const auto handled = [](const std::string& url, const std::string& extension) {
         return "<mapping url=\"" + url + "\" path='htdocs'><php:handler><php:extension>" + extension +
                "</php:extension></php:handler></mapping>";
@@ -207,35 +210,29 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
         {"", root + handled("a", "php") + "<x:mapping xmlns:x='y'/><summary><name/></summary>", {}, atSite},
         {"", root, put("scripts/configure"), {}, "1.0"},
         {"no-script: scripts/configure: ", root, {}, {}, "1.0"},
-        {"missing-source: htdoc: ", "<mapping url='/' path='htdoc'/>", {}, {}},
-        {"unknown-element: maping: ", root + "<maping url='x'/>", {}, {}},
-        {"unknown-element: php:handler: ", root + "<php:handler/>", {}, {}},
-        {"unknown-element: cgi:disable: ",
-         "<mapping url='/' path='htdocs'><cgi:handler><cgi:disable/></cgi:handler></mapping>",
-         {},
-         {}},
-        {"unknown-element: mapping: ", root + "<group><mapping url='x'/></group>", {}, {}},
-        {"unknown-element: mapping: ", root + "<mapping url='x' virtual='x'><mapping/></mapping>", {}, {}},
-        {"unknown-attribute: href: ", "<mapping url='/' path='htdocs' href='x'/>", {}, {}},
-        {"unknown-attribute: writeable: ",
-         "<mapping url='/' path='htdocs'><php:permissions writeable='true'/></mapping>",
-         {},
-         {}},
-        {"unreadable-source: htdocs/a: ", root, put("htdocs/a", "x", 0640), {}},
-        {"broken-link: htdocs/a: ", root, link("nowhere", "htdocs/a"), {}},
-        {"special-file: htdocs/a: ", root, link("/dev/null", "htdocs/a"), {}},
-        {"dotted-extension: /: ", handled("/", ".php"), {}, {}},
-        {"url-text: /a b: ", handled("a b", "php"), {}, {}},
-        {"url-text: /: ", handled("/", "php "), {}, {}},
-        {"url-text: /a\\nb: ", handled("a&#10;b", "php"), {}, {}},
-        {"url-text: /old: ", root + "<mapping url='old' virtual='redirect' href='http://${x}'/>", {}, {}},
+        {"missing-source: htdoc: ", "<mapping url='/' path='htdoc'/>"},
+        {"unknown-element: maping: ", root + "<maping url='x'/>"},
+        {"unknown-element: php:handler: ", root + "<php:handler/>"},
+        {"unknown-element: cgi:disable: ", with("<cgi:handler><cgi:disable/></cgi:handler>")},
+        {"unknown-element: mapping: ", root + "<group><mapping url='x'/></group>"},
+        {"unknown-element: mapping: ", root + "<mapping url='x' virtual='x'><mapping/></mapping>"},
+        {"unknown-attribute: href: ", "<mapping url='/' path='htdocs' href='x'/>"},
+        {"unknown-attribute: writeable: ", with("<php:permissions writeable='true'/>")},
+        {"unreadable-source: htdocs/a: ", root, put("htdocs/a", "x", 0640)},
+        {"broken-link: htdocs/a: ", root, link("nowhere", "htdocs/a")},
+        {"special-file: htdocs/a: ", root, link("/dev/null", "htdocs/a")},
+        {"dotted-extension: /: ", handled("/", ".php")},
+        {"url-text: /a b: ", handled("a b", "php")},
+        {"url-text: /: ", handled("/", "php ")},
+        {"url-text: /a\\nb: ", handled("a&#10;b", "php")},
+        {"url-text: /old: ", root + "<mapping url='old' virtual='redirect' href='http://${x}'/>"},
         {"url-text: --www-root: ", handled("/", "php"), {}, {"--www-root=" + site.string() + "/\""}},
         {"url-text: --application-subdirectory: ", handled("/", "php"), {}, {"--application-subdirectory=a\nb"}},
         {"", "<mapping url='a b' path='htdocs'/>" + handled("/", "php "), {}, {"--disable-php-support=1"}},
-        {"url-leaves-root: /../x: ", "<mapping url='../x' path='htdocs'/>", {}, {}},
-        {"unrepresentable-name: htdocs/\\x01: ", root, put("htdocs/\x01"), {}},
-        {"unrepresentable-name: htdocs/\\xff: ", root, put("htdocs/\xff"), {}},
-        {"shadowed: index.php: ", root + "<mapping url='index.php' path='b'/>", put("b"), {}},
+        {"url-leaves-root: /../x: ", "<mapping url='../x' path='htdocs'/>"},
+        {"unrepresentable-name: htdocs/\\x01: ", root, put("htdocs/\x01")},
+        {"unrepresentable-name: htdocs/\\xff: ", root, put("htdocs/\xff")},
+        {"shadowed: index.php: ", root + "<mapping url='index.php' path='b'/>", put("b")},
         {"replaces: index.php: ", root, put("../site/index.php"), atSite},
         {"replaces: index.php: ", root, link("/usr", "../site/index.php"), atSite},
         {"file-occupied: index.php: ", root, link("nowhere", "../site/index.php"), atSite},
