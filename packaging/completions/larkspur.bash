@@ -116,10 +116,12 @@ _larkspur() {
         esac
         # What readline counts to the words before is there already.
         COMPREPLY=("${COMPREPLY[@]#"${word%"$typed"}"}")
-        case $option:${COMPREPLY[0]-} in
-            --application-full-name:file:*) compopt -o nospace 2>/dev/null ;;
+        case $option:$word in
             --script-name:* | --script-language:* | --user-name:*) ;;
             --vhost-path:* | --application-subdirectory:*) compopt -o nospace 2>/dev/null ;; # a path may go on
+            --application-full-name:file:///*) compopt -o filenames 2>/dev/null ;;
+            # With "filenames" readline would put a fifth slash behind the four.
+            --application-full-name:*) compopt -o nospace 2>/dev/null ;;
             *) compopt -o filenames 2>/dev/null ;; # a slash behind directories, quotes where names need them
         esac
         return
