@@ -243,7 +243,7 @@ TEST_F(Script, TheExamplesOwnScriptsRunThroughItsLife) {
     EXPECT_EQ(act("upgrade"), "0 converted: 1\nentries: 1\n");
     EXPECT_EQ(act("query"), "0 title: Other\nentries: 1\n");
     EXPECT_EQ(act("remove"), "0 ");
-    EXPECT_EQ(runScript("configure", "php", {root}, "enable").status, 2);
+    EXPECT_EQ(runScript("configure", "php", {root}, "enable").status, 4);
 }
 
 TEST(Interpreters, MustBeReadableAndExecutableByEverybody) {

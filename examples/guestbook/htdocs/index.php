@@ -25,6 +25,10 @@ function sign(string $name, string $message): string
         http_response_code(422);
         return 'That is too long for this book.';
     }
+    if (!may_sign(__DIR__, field('password'))) {
+        http_response_code(403);
+        return 'That is not the password of this book.';
+    }
     try {
         append_entry(__DIR__, $name, $message);
     } catch (RuntimeException $failure) {
@@ -63,6 +67,9 @@ header('Content-Type: text/html; charset=utf-8');
   <form method="post">
     <label>Name <input name="name" maxlength="<?= MAX_NAME ?>" value="<?= html($name) ?>" required></label>
     <label>Message <textarea name="message" maxlength="<?= MAX_MESSAGE ?>" required><?= html($message) ?></textarea></label>
+<?php if (is_closed(__DIR__)): ?>
+    <label>Password <input name="password" type="password" required></label>
+<?php endif ?>
     <button>Sign</button>
   </form>
 <?php foreach ($entries as $entry): ?>

@@ -17,6 +17,17 @@ function title_file(string $root): string
     return $root . '/data/title.txt';
 }
 
+/** A program, so that no visitor is shown the hash in it. */
+function password_file(string $root): string
+{
+    return $root . '/password.php';
+}
+
+function is_closed(string $root): bool
+{
+    return is_file(password_file($root));
+}
+
 /** Text as one line: every run of white space and control characters becomes one blank. */
 function one_line(string $text): string
 {
@@ -57,6 +68,11 @@ function append_entry(string $root, string $name, string $message): void
     if (@file_put_contents(entries_file($root), $line, FILE_APPEND | LOCK_EX) !== strlen($line)) {
         throw new RuntimeException('cannot write the entry');
     }
+}
+
+function may_sign(string $root, string $password): bool
+{
+    return !is_closed($root) || password_verify($password, require password_file($root));
 }
 
 function read_title(string $root): string
