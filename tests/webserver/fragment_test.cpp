@@ -285,9 +285,8 @@ TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
         paths.insert(paths.begin(), {apacheScript, "fetch", (fragments / "*.conf").string(), docroot.string()});
         return run(paths).output;
     };
-    const std::string pages =
-        fetch({"/app/about.html", "/app/cgi-bin/recent.cgi", "/app/docs/sample.cgi", "/app/old/page"});
-    EXPECT_THAT(pages, StartsWith("GET /app/about.html: 200 \n  | <!DOCTYPE html>\n"));
+    const std::string pages = fetch({"/app/", "/app/cgi-bin/recent.cgi", "/app/docs/sample.cgi", "/app/old/page"});
+    EXPECT_THAT(pages, StartsWith("GET /app/: 200 \n  | <!DOCTYPE html>\n"));
     EXPECT_THAT(pages, HasSubstr("GET /app/cgi-bin/recent.cgi: 200 \n  | entries: 1\n"));
     EXPECT_THAT(pages, HasSubstr("GET /app/docs/sample.cgi: 200 \n  | #!/bin/sh\n"));
     EXPECT_THAT(pages, HasSubstr("GET /app/old/page: 301 http://guestbook.example/archive/page\n"));
