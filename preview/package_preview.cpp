@@ -1,6 +1,7 @@
 #include "preview/package_preview.h"
 
 #include "metadata/exceptions.h"
+#include "deploy/package_location.h"
 #include "preview/document_check.h"
 #include "preview/package_check.h"
 #include "runtime/path_key.h"
@@ -29,7 +30,7 @@ void ignoreXmlMessage(void* /*context*/, const char* /*format*/, ...) {
 std::string documentOf(const PreviewSettings& settings) {
     if (!fs::is_directory(settings.packageDir))
         throw std::runtime_error(settings.packageDir + " is not a directory");
-    const std::string own = settings.packageDir + "/APP-META.xml";
+    const std::string own = metadataFileOf(settings.packageDir);
     const std::string document = settings.metadataFile.empty() ? own : settings.metadataFile;
     // An extraction wants the package's own document also when it reads another one.
     for (const std::string& file : {own, document})

@@ -1,0 +1,55 @@
+# shellcheck shell=bash
+# Shared by the tools, which source this file: they run at the root of the tree, and their usage text and options are
+# handled here.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+# begin OPTIONS ARG... <<USAGE: handles the arguments of a tool.  OPTIONS is a list of names: "check" is a switch, which
+# sets $check to 1; "preset=" takes a value, which $preset receives.  All other words, and what is behind "--", go into
+# the array `rest`.  -h and --help print the usage and end the tool; an option that is not in the list ends it with 2.
+begin() {
+    local known=" $1 " name
+    shift
+    usage=$(cat)
+    rest=()
+    while [[ $# -gt 0 ]]; do
+        name=${1#--}
+        name=${name%%=*}
+        case $1 in
+            -h | --help) echo "$usage"; exit 0 ;;
+            --) rest+=("${@:2}"); return ;;
+            --*=*) [[ $known == *" $name= "* ]] || refuse "$1"; printf -v "${name//-/_}" %s "${1#*=}" ;;
+            --*)
+                if [[ $known == *" $name= "* && $# -gt 1 ]]; then
+                    printf -v "${name//-/_}" %s "$2"
+                    shift
+                elif [[ $known == *" $name "* ]]; then
+                    printf -v "${name//-/_}" 1
+                else
+                    refuse "$1"
+                fi
+                ;;
+            *) rest+=("$1") ;;
+        esac
+        shift
+    done
+}
+
+refuse() {
+    printf '%s: %s?\n%s\n' "${0##*/}" "$1" "$usage" >&2
+    exit 2
+}
+
+# no_more_words: for tools that take options only.
+no_more_words() { [[ ${#rest[@]} -eq 0 ]] || { echo "${0##*/}: too many words: ${rest[*]}" >&2; exit 2; }; }
+
+build() { cmake --preset "$1" && cmake --build --preset "$1"; }
+
+# The rooms, as the build lists them.
+rooms() { sed -n 's/^foreach(room \(.*\))$/\1/p' CMakeLists.txt; }
+
+# tree_files PATTERN...: files of the tree, NUL-terminated, those that git does not know yet among them.
+tree_files() {
+    git ls-files -z --cached --others --exclude-standard -- "$@" |
+        while IFS= read -rd '' file; do [[ ! -e $file ]] || printf '%s\0' "$file"; done
+}
