@@ -1,7 +1,7 @@
 #include "preview/package_preview.h"
 
-#include "metadata/exceptions.h"
 #include "deploy/package_location.h"
+#include "metadata/exceptions.h"
 #include "preview/document_check.h"
 #include "preview/package_check.h"
 #include "runtime/path_key.h"
