@@ -133,10 +133,12 @@ private:
         });
         path_.resize(length);
         if (error != 0)
-            std::cerr << fs::filesystem_error("Unable to list directory", path_,
-                                              {error, boost::system::system_category()})
-                             .what()
-                      << '\n';
+            reportUnlisted(error);
+    }
+
+    void reportUnlisted(int error) const {
+        const boost::system::error_code code(error, boost::system::system_category());
+        std::cerr << fs::filesystem_error("Unable to list directory", path_, code).what() << '\n';
     }
 
     std::string path_;

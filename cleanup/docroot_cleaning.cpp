@@ -40,11 +40,12 @@ void appendElements(std::string& path, std::string_view rest) {
         start = end;
     }
     if (endsInSlash)
-        path.append("/.");
+        path.append(path.ends_with('/') ? "." : "/.");
 }
 
 void sortForRemoval(std::vector<fs::path>& paths) {
     std::vector<std::pair<std::string, fs::path>> keyed;
+    keyed.reserve(paths.size());
     for (fs::path& path : paths)
         keyed.emplace_back(pathKey(path), std::move(path));
     std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
@@ -150,10 +151,13 @@ void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir
 
 void cleanDocroot(const std::string& vhostPath, const ExtractParams& params) {
     std::vector<fs::path> entries;
-    for (const fs::path& name : vhostUsedDirs(SetupSkeletonDocroot))
-        if (const auto directory = topLevelDirectory(name.native(), vhostPath, params))
-            for (const fs::path& entry : readDirContent(*directory))
-                entries.push_back(entry.empty() ? name : name / entry);
+    for (const fs::path& name : vhostUsedDirs(SetupSkeletonDocroot)) {
+        const auto directory = topLevelDirectory(name.native(), vhostPath, params);
+        if (!directory)
+            continue;
+        for (const fs::path& entry : readDirContent(*directory))
+            entries.push_back(entry.empty() ? name : name / entry);
+    }
     cleanDirContent(&entries, vhostPath, params);
 }
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -33,35 +32,32 @@ std::optional<InstallSection> sectionNamed(const XmlText& prefix) {
     return std::nullopt;
 }
 
-XmlText prefixOf(xmlNode* section) {
-    return XmlText(xmlGetProp(section, xmlText("PREFIX")));
-}
-
 void checkSection(xmlNode* section) {
-    const XmlText prefix = prefixOf(section);
+    const XmlText prefix = attributeOf(section, "PREFIX");
     if (prefix == nullptr)
         throw std::runtime_error("Attribute name is required for section");
     if (!sectionNamed(prefix))
         throw std::runtime_error("Bad sttribute name value");
 }
 
+bool isFile(const xmlNode* element) {
+    return isNamed(element, "FILE") && isSection(element->parent);
+}
+
 /// Collects the entries of FILE elements.  Those of a section that will be refused play no part.
-class FileTaker {
+class FileEntries {
 public:
-    bool operator()(xmlNode* element) {
-        if (!isNamed(element, "FILE") || !isSection(element->parent))
-            return false;
-        if (element->parent != sectionElement_) {
-            sectionElement_ = element->parent;
-            section_ = sectionNamed(prefixOf(sectionElement_));
+    void add(xmlNode* file) {
+        if (file->parent != sectionElement_) {
+            sectionElement_ = file->parent;
+            section_ = sectionNamed(attributeOf(sectionElement_, "PREFIX"));
         }
-        const XmlText path(xmlNodeListGetString(element->doc, element->children, 1));
+        const XmlText path(xmlNodeListGetString(file->doc, file->children, 1));
         if (section_ && path != nullptr && *path != '\0')
             entries_.emplace_back(*section_, plainText(path));
-        return true;
     }
 
-    std::vector<InstanceEntry> entries() && { return std::move(entries_); }
+    std::vector<InstanceEntry> take() { return std::move(entries_); }
 
 private:
     xmlNode* sectionElement_ = nullptr;
@@ -102,8 +98,9 @@ std::string readFile(std::istream& in) {
 } // namespace nimbo
 
 std::vector<InstanceEntry> filelistXmlRead() {
-    FileTaker files;
-    const XmlDocument document = parseXmlMemory(nimbo::readFile(std::cin), std::ref(files));
+    FileEntries entries;
+    const XmlElementTaker files{isFile, [&](xmlNode* file) { entries.add(file); }};
+    const XmlDocument document = parseXmlMemory(nimbo::readFile(std::cin), &files);
     if (document == nullptr)
         throw std::runtime_error("XML parse error");
     xmlNode* const root = xmlDocGetRootElement(document.get());
@@ -112,7 +109,7 @@ std::vector<InstanceEntry> filelistXmlRead() {
     for (xmlNode* child = root->children; child != nullptr; child = child->next)
         if (isSection(child))
             checkSection(child);
-    return std::move(files).entries();
+    return entries.take();
 }
 
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter) {
@@ -128,8 +125,9 @@ void deleteInstance(const std::string& vhostPath, const ExtractParams& params, c
     std::vector<InstanceEntry> entries = filelistXmlRead();
     if (prefix != "." && prefix != "/")
         entries.emplace_back(InstallSectionHtdocs, fs::path()); // the instance's own directory, which no list names
+    const std::vector<RemovalKey> keys = removalOrder(std::move(entries));
     const DeleteDirEntry remove(vhostPath, params);
-    for (const RemovalKey& key : removalOrder(std::move(entries)))
+    for (const RemovalKey& key : keys)
         deleteInstanceEntry({key.section, pathOfKey(key.path)}, prefix, remove);
 }
 

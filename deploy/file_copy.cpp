@@ -53,7 +53,7 @@ int copyContent(int from, int to, off_t size) {
 } // namespace
 
 void FinishedDescriptors::add(UniqueFd fd) {
-    if (count_ == numbers_.size())
+    if (count_ == descriptorShare(numbers_.size()))
         closeAll();
     numbers_.at(count_++) = static_cast<unsigned>(fd.release());
 }
@@ -73,10 +73,15 @@ void FinishedDescriptors::closeAll() {
     count_ = 0;
 }
 
+void FileCopier::trustModesIn(unsigned directory) {
+    settledDirectory_ = directory;
+    settledMode_ = 0;
+}
+
+/// Gives a new file exactly the mode asked for.  The umask or a default ACL may have changed it, and then does so for
+/// all files of the directory: one look serves them all.
 void FileCopier::settleMode(int fd, mode_t mode, unsigned directory) {
-    // The umask or a default ACL may have changed the mode, and then does so for all files of the directory: one look
-    // serves them all.
-    if (directory != 0 && directory == settledDirectory_ && mode == settledMode_)
+    if (directory != 0 && directory == settledDirectory_ && (settledMode_ == 0 || mode == settledMode_))
         return;
     struct stat created {};
     if (fstat(fd, &created) == 0 && (created.st_mode & 07777U) == mode) {

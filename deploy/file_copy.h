@@ -32,14 +32,14 @@ public:
     ///         the target exists in any form.  What a failed copy has written stays.
     int copyToNewFile(const HeldDirectories::Place& source, const HeldDirectories::Place& target, mode_t mode);
 
-    /// Gives the descriptors of earlier copies back to the system.
-    void letGo() { sources_.closeAll(); }
+    /// Files in this directory are known to get the mode that they are created with.
+    void trustModesIn(unsigned directory);
 
 private:
     int copyInto(int from, const HeldDirectories::Place& target, mode_t mode);
     void settleMode(int fd, mode_t mode, unsigned directory);
 
     FinishedDescriptors sources_;
-    unsigned settledDirectory_ = 0; ///< where the last new file got its mode as asked for ...
-    mode_t settledMode_ = 0;        ///< ... and which
+    unsigned settledDirectory_ = 0; ///< number of the directory where new files get their mode as asked for ...
+    mode_t settledMode_ = 0;        ///< ... when it is this one; 0 for every mode
 };

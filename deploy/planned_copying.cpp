@@ -71,12 +71,26 @@ private:
         parent_ = parentOf(target_);
         const auto known = parents_.find(parent_);
         parentIsNew_ = known != parents_.end() && known->second;
-        if (known != parents_.end())
-            return;
-        if (makeUserWritableDir(parent_, userName_))
+        if (parentIsNew_)
+            enterNewParent();
+        else if (known == parents_.end() && makeUserWritableDir(parent_, userName_))
             parents_.emplace(parent_, false);
-        else
+        else if (known == parents_.end())
             parent_.clear(); // to be tried again for the next target
+    }
+
+    /// A new directory that came out as the umask has it tells that no default ACL changes modes in it.  Any other is
+    /// treated like one that was there before.
+    void enterNewParent() {
+        const auto place = targets_.of(target_);
+        struct stat status {};
+        if (place.number != 0 && fstat(place.directory, &status) == 0 && (status.st_mode & 0777U) == 0755) {
+            copier_.trustModesIn(place.number);
+            return;
+        }
+        parentIsNew_ = false;
+        parents_[parent_] = false;
+        makeUserWritableDir(parent_, userName_);
     }
 
     /// Links count as what they name.  A source that is not there is Other, with the errno value in `missing`.
@@ -98,9 +112,21 @@ private:
     }
 
     void makeDirectory() {
-        const auto place = targets_.of(target_);
-        if (mkdirat(place.directory, place.name, 0777) == 0 || ::create_directories(target_))
+        if (makeOne())
             parents_[target_.substr(0, target_.find_last_not_of('/') + 1)] = true;
+        else
+            ::create_directories(target_);
+    }
+
+    /// \return true when the directory was not there before.
+    bool makeOne() {
+        const auto place = targets_.of(target_);
+        if (mkdirat(place.directory, place.name, 0777) == 0)
+            return true;
+        if (errno != ENOENT)
+            return false;
+        ::create_directories(std::string(parentOf(target_)));
+        return mkdir(target_.c_str(), 0777) == 0;
     }
 
     /// One file, link or empty directory; a link that leads nowhere does not count as standing there.
@@ -119,23 +145,11 @@ private:
     }
 
     int copyFile(mode_t mode) {
-        int error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
-        if (error == EMFILE) {
-            // A low limit of descriptors does not fail what needs two of them.
-            letGo();
-            error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
-        }
-        if (error == EEXIST && parentIsNew_) {
-            removeStanding(); // names like "a//b" and "a/b" meet also in new directories
-            error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
-        }
-        return error;
-    }
-
-    void letGo() {
-        copier_.letGo();
-        sources_ = HeldDirectories();
-        targets_ = HeldDirectories();
+        const int error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
+        if (error != EEXIST || !parentIsNew_)
+            return error;
+        removeStanding(); // names like "a//b" and "a/b" meet also in new directories
+        return copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
     }
 
     const InstallPlan& plan_;

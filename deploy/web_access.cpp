@@ -15,8 +15,8 @@ using nimbo::FSAFileException;
 
 namespace {
 
-/// The targets of writable mappings by key, and whether a link there is followed: as the system does it in front of a
-/// slash at the end.
+/// The targets of writable mappings by key, and whether a link there is followed, as the system does it in front of a
+/// slash: only where all targets of that key are spelt so.
 using WritableTargets = std::unordered_map<std::string, bool>;
 
 /// The length of what stands before the last element of path[0, end).
@@ -50,12 +50,18 @@ void openEntry(const EntryHandle& entry, const std::string& path, bool isMapping
 void openTree(const std::string& target, std::size_t followed, const PlainTrees& plain, const std::string& userName) {
     const std::string targetKey = placeKey(target);
     HeldDirectories directories(followed);
+    std::string path;
+    std::string key;
     for (const boost::filesystem::path& listed : readDirContent(target)) {
         const std::string& entry = listed.native();
-        if (plain.keepClosed(targetKey, entry.empty() ? targetKey : targetKey + pathKey(entry)))
-            continue;
-        const std::string path = entry.empty() ? target : target + "/" + entry;
-        openEntry(EntryHandle(directories.of(path)), path, entry.empty(), userName);
+        path.assign(target);
+        key.assign(targetKey);
+        if (!entry.empty()) {
+            path.append("/").append(entry);
+            key.append(pathKey(entry));
+        }
+        if (!plain.keepClosed(targetKey, key))
+            openEntry(EntryHandle(directories.of(path)), path, entry.empty(), userName);
     }
 }
 
@@ -65,7 +71,8 @@ void openToWebServer(const InstallPlan& plan, const std::string& userName) {
     const PlainTrees plain(plan);
     WritableTargets writable;
     for (const std::string& target : plan.writableTargets)
-        writable[placeKey(target)] = target.ends_with('/');
+        if (auto& isFollowed = writable.try_emplace(placeKey(target), true).first->second)
+            isFollowed = target.ends_with('/') || target.ends_with("/.");
     for (const std::string& target : plan.writableTargets)
         openTree(target, followedPart(target, writable), plain, userName);
 }

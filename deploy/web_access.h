@@ -7,9 +7,10 @@
 
 /// Opens the trees of a plan's writable mappings to the web server's account, in their order, but for the trees of
 /// plain mappings inside them.  The entry that was examined is the one that is changed (EntryHandle).  The web server's
-/// account may change what lies in an open tree at any moment: no link is followed in the elements of a path behind the
-/// place where the outermost writable mapping begins. \param userName the site's account. \throw
-/// nimbo::FSAFileException for an entry that cannot be examined or is neither file nor directory, and for a
+/// account may change what lies in an open tree at any moment: no link is followed in the elements of a path from the
+/// directory of the outermost writable mapping on.  That directory itself may be a link where its URL ends in a slash.
+/// \param userName the site's account.
+/// \throw nimbo::FSAFileException for an entry that cannot be examined or is neither file nor directory, and for a
 ///        mapping's own directory whose mode cannot be changed; other modes are changed as far as possible.
 void openToWebServer(const InstallPlan& plan, const std::string& userName);
 

@@ -47,8 +47,11 @@ int EntryHandle::changeModeBySecondDescriptor(mode_t mode) const {
     if (second.get() < 0 && errno == EACCES)
         second = UniqueFd(openat(place_.directory, place_.name, O_WRONLY | flags));
     struct stat found {};
-    if (second.get() < 0 || fstat(second.get(), &found) != 0)
+    if (second.get() < 0 || fstat(second.get(), &found) != 0) {
+        // As chmod(2) would say it of an entry that belongs to somebody else.
+        errno = status_.st_uid == geteuid() ? errno : EPERM;
         return -1;
+    }
     if (found.st_dev != status_.st_dev || found.st_ino != status_.st_ino) {
         errno = ENOENT; // what was examined has lost its name
         return -1;

@@ -11,7 +11,7 @@
 /// changeMode() changes the entry that was examined, or fails:
 ///   with fchmodat2(2) (Linux 6.6) or a mounted /proc   always, through the handle itself;
 ///   without both                                       through a second descriptor that is the same entry's, which
-///                                                      needs the right to read or to write the entry; EACCES else.
+///                                                      needs the right to read or to write the entry.
 class EntryHandle {
 public:
     /// Finds an entry.  A link in the last element is not followed: the handle is then the link's.

@@ -6,19 +6,8 @@
 #include <cerrno>
 #include <climits>
 #include <string_view>
-#include <sys/resource.h>
 
 namespace {
-
-/// How many directories are held at most: the files that are opened beside them need descriptors as well.
-std::size_t limit() {
-    static const std::size_t limit = [] {
-        rlimit descriptors{};
-        (void)getrlimit(RLIMIT_NOFILE, &descriptors);
-        return std::clamp<rlim_t>(descriptors.rlim_cur / 8, 1, 64);
-    }();
-    return limit;
-}
 
 bool hasParentElement(std::string_view path) {
     for (auto dots = path.find(".."); dots != std::string_view::npos; dots = path.find("..", dots + 1))
@@ -35,22 +24,29 @@ HeldDirectories::Place HeldDirectories::of(const std::string& path) {
         return placeIn(levels_.back(), path.c_str() + path_.size() + 1);
 
     const Place whole{AT_FDCWD, path.c_str(), 0, 0};
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos)
+    const auto nameEnd = path.find_last_not_of('/') + 1;
+    const auto nameStart = nameEnd == 0 ? 0 : path.rfind('/', nameEnd - 1) + 1;
+    const auto directoryEnd = nameStart == 0 ? 0 : path.find_last_not_of('/', nameStart - 1) + 1;
+    const bool endsInSlash = nameEnd != path.size();
+    if (directoryEnd == 0 || (endsInSlash && nameEnd <= followed_))
         return whole;
-    const bool endsInSlash = slash + 1 == path.size();
-    const std::size_t end = path.find_last_not_of('/', slash) + 1;
-    if (end == 0 || (followsAll() && (endsInSlash || isTooLong)))
-        return whole;
-    if (followsAll() && hasParentElement(path)) {
-        levels_.clear();
+    if (followsAll() && (isTooLong || hasParentElement(path))) {
+        letGo();
         return whole;
     }
-    const char* const name = endsInSlash ? "." : path.c_str() + slash + 1;
-    keepAncestors(path, end);
-    if (const int error = openDown(path, end))
+    name_.assign(path, nameStart, endsInSlash ? nameEnd - nameStart : 0);
+    const char* const name = endsInSlash ? name_.c_str() : path.c_str() + nameStart;
+    if (isTooLong)
+        return {-1, name, 0, ENAMETOOLONG};
+    keepAncestors(path, directoryEnd);
+    if (const int error = openDown(path, directoryEnd))
         return followsAll() ? whole : Place{-1, name, 0, error};
     return placeIn(levels_.back(), name);
+}
+
+void HeldDirectories::letGo() {
+    levels_.clear();
+    path_.clear();
 }
 
 HeldDirectories::Place HeldDirectories::placeIn(const Level& level, const char* name) {
@@ -94,7 +90,7 @@ int HeldDirectories::openDown(const std::string& path, std::size_t end) {
 }
 
 void HeldDirectories::push(const std::string& path, std::size_t end, UniqueFd directory) {
-    if (levels_.size() == limit()) {
+    if (levels_.size() == descriptorShare(64)) {
         std::size_t kept = 0;
         for (std::size_t level = 1; level < levels_.size(); level += 2)
             levels_[kept++] = std::move(levels_[level]);

@@ -17,7 +17,7 @@ public:
     /// What to hand to the *at(2) calls.
     struct Place {
         int directory;    ///< AT_FDCWD where the name is the whole path
-        const char* name; ///< points into the path asked for; "." for one that ends in a slash
+        const char* name; ///< points into the path asked for, or here until the next one is asked for
         unsigned number;  ///< of the held directory, another one each time one is opened; 0 when none is held
         int error;        ///< errno value where the directory cannot be reached without following a link, else 0
     };
@@ -35,6 +35,9 @@ public:
     /// it has ".." elements: what happens to the directories that ".." leads through has to show.
     /// \param path its text must stay as it is while the place is used.
     Place of(const std::string& path);
+
+    /// Closes all; numbers go on.
+    void letGo();
 
     /// Takes over an open directory for paths below it.
     /// \param path the directory's, as text that paths below it begin with, without a slash at its end.
@@ -55,6 +58,7 @@ private:
 
     std::size_t followed_ = std::string::npos;
     std::string path_; ///< of the deepest directory held
+    std::string name_; ///< without the slashes behind it
     std::vector<Level> levels_;
     unsigned number_ = 0;
 };

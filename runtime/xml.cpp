@@ -101,9 +101,13 @@ XmlDocument withinLimits(XmlDocument document, ExpansionMeter meter = {}) {
 
 /// What goes on while a text is parsed whose elements are taken.
 struct Taking {
-    const XmlElementTaker& take;
+    const XmlElementTaker& taker;
     ExpansionMeter meter;
 };
+
+bool isText(const xmlNode* node) {
+    return node != nullptr && (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE);
+}
 
 void dropFromDocument(xmlNode* node) {
     xmlUnlinkNode(node);
@@ -116,10 +120,14 @@ void endElement(void* context, const xmlChar* name, const xmlChar* prefix, const
     xmlNode* const element = parser->node;
     xmlSAX2EndElementNs(context, name, prefix, uri);
     auto& taking = *static_cast<Taking*>(parser->_private);
-    if (element == nullptr || !taking.take(element))
+    if (element == nullptr || !taking.taker.wants(element))
         return;
-    taking.meter.add(element->children);
-    if (element->prev != nullptr && element->prev->type == XML_TEXT_NODE)
+    // Measured before it is used: what a reference expands to takes memory only then.
+    taking.meter.add(element);
+    if (!taking.meter.exceeded())
+        taking.taker.take(element);
+    // The library joins a text to one in front of it by what it noted of that one: none may be left at the end.
+    while (isText(element->prev))
         dropFromDocument(element->prev);
     dropFromDocument(element);
 }
@@ -131,17 +139,19 @@ XmlDocument parseXmlFile(const std::string& fileName) {
     return withinLimits(XmlDocument(xmlParseFile(fileName.c_str())));
 }
 
-XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker& take) {
+XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker* taker) {
     if (text.size() > INT_MAX)
         return nullptr;
     guardMemory();
     const XmlParser parser(xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size())));
     if (parser == nullptr)
         return nullptr;
-    Taking taking{take, {}};
-    parser->_private = &taking;
-    if (take)
+    const XmlElementTaker none;
+    Taking taking{taker != nullptr ? *taker : none, {}};
+    if (taker != nullptr) {
+        parser->_private = &taking;
         parser->sax->endElementNs = endElement;
+    }
     (void)xmlParseDocument(parser.get()); // wellFormed tells the same and more
     XmlDocument document(std::exchange(parser->myDoc, nullptr));
     if (parser->wellFormed == 0)

@@ -37,14 +37,16 @@ inline const char* plainText(const XmlText& text) {
 ///         references stand for an unreasonable amount of text.
 XmlDocument parseXmlFile(const std::string& fileName);
 
-/// Called with an element whose end has just been read.
-/// \return true when the element is done with: it is then taken out of the document together with the text in front of
-///         it, so that a long list of elements takes no memory.
-using XmlElementTaker = std::function<bool(xmlNode* element)>;
+/// Elements that are used when their end has been read and then taken out of the document, together with the text in
+/// front of them, so that a long list of elements takes no memory.
+struct XmlElementTaker {
+    std::function<bool(const xmlNode* element)> wants;
+    std::function<void(xmlNode* element)> take;
+};
 
 /// The same for a text in memory (less than 2 GiB; larger ones give null).
-/// \param take sees every element, also those of a text that turns out to be no XML; none takes nothing.
-XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker& take = {});
+/// \param taker takes elements also from a text that turns out to be no XML.
+XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker* taker = nullptr);
 
 /// The nodes of an XPath result in document order; none when it holds no node set.
 inline std::span<xmlNode* const> nodesOf(const xmlXPathObject* result) {

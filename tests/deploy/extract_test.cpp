@@ -220,7 +220,7 @@ TEST_F(Extract, ADeepTreeNeedsFewDescriptors) {
     writeFile(package / deep / "z", "deep");
     for (int level = 0; level < 150; level += 10)
         writeFile(package / deep.substr(0, deep.find("/d" + std::to_string(level) + "/")) / "z", "file");
-    std::string command = "ulimit -n 24; exec \"$@\"";
+    std::string command = "ulimit -n 12; exec \"$@\"";
     std::vector<std::string> all = words();
     all.insert(all.begin(), {"sh", "-c", command, "sh", LARKSPUR_PROGRAM});
     const Outcome outcome = run(all);
