@@ -4,16 +4,16 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-/// Puts a NUL in the place of each separator and at the end.
+/// Puts a NUL in the place of each separator from `start` on and at the end.
 /// \return false, with the text spoilt, when a separator is doubled or stands at either end.
-bool separateByNul(std::string& text) {
+bool separateByNul(std::string& text, std::size_t start) {
     char before = '/';
-    for (char& character : text) {
-        if (character == '/' && before == '/')
+    for (std::size_t i = start; i < text.size(); ++i) {
+        if (text[i] == '/' && before == '/')
             return false;
-        before = character;
-        if (character == '/')
-            character = '\0';
+        before = text[i];
+        if (before == '/')
+            text[i] = '\0';
     }
     text.push_back('\0');
     return before != '/';
@@ -24,7 +24,10 @@ bool separateByNul(std::string& text) {
 std::string pathKey(const fs::path& path) {
     // Nearly all paths are like this, and taking one apart takes ten times as long.
     std::string key = path.native();
-    if (separateByNul(key))
+    const bool isAbsolute = key.starts_with('/');
+    if (isAbsolute)
+        key.insert(1, 1, '\0'); // the root is an element of its own
+    if (separateByNul(key, isAbsolute ? 2 : 0))
         return key;
     key.clear();
     for (const fs::path& element : path)
@@ -33,10 +36,14 @@ std::string pathKey(const fs::path& path) {
 }
 
 std::string placeKey(const fs::path& path) {
-    std::string key;
-    for (const fs::path& element : path)
-        if (element != ".")
-            key.append(element.native()).push_back('\0');
+    constexpr std::string_view dot(".", 2); // with the NUL behind it
+    std::string key = pathKey(path);
+    for (auto at = key.find(dot); at != std::string::npos; at = key.find(dot, at)) {
+        if (at == 0 || key[at - 1] == '\0')
+            key.erase(at, dot.size());
+        else
+            ++at;
+    }
     return key;
 }
 
