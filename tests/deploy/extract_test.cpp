@@ -1,58 +1,27 @@
 #include "deploy/htdocs_installer.h"
 #include "deploy/package_location.h"
-#include "metadata/exceptions.h"
 #include "tests/support/support.h"
 
 #include <array>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::IsSupersetOf;
 using ::testing::StartsWith;
 
 namespace {
 
 class Extract : public SandboxTest {
 protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        if (!IsSkipped())
-            mappings("<mapping url='/' path='htdocs'/>");
-    }
+    void prepare() override { mappings("<mapping url='/' path='htdocs'/>"); }
 
     void mappings(const std::string& elements) const { writeFile(package / "APP-META.xml", metadata(elements)); }
-
-    std::vector<std::string> words(const std::string& subdirectory = ".", const std::string& metadataFile = "") const {
-        return {"--extract-application",
-                "--application-full-name=file:///" + package.string(),
-                "--vhost-path=" + vhost.string(),
-                "--www-root",
-                docroot.string(),
-                "--user-name=sitea",
-                "--application-subdirectory=" + subdirectory,
-                "--metadata-file",
-                metadataFile};
-    }
-    Outcome extract(const std::string& subdirectory = ".", const std::string& option = "") const {
-        auto all = words(subdirectory);
-        if (!option.empty())
-            all.push_back(option);
-        return larkspur(all);
-    }
-    /// The extraction fails, names the cause twice, and leaves `left` of the document root.
-    void expectRollback(const std::string& cause, const std::vector<std::string>& left) const {
-        const Outcome outcome = extract();
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_THAT(outcome.error, HasSubstr(cause));
-        const std::string firstHalf = outcome.error.substr(0, outcome.error.size() / 2);
-        EXPECT_EQ(outcome.error, firstHalf + firstHalf);
-        EXPECT_EQ(outcome.output, "");
-        EXPECT_EQ(fs::exists(docroot) ? tree(docroot) : std::vector<std::string>(), left);
+    Outcome extract(const Words& changes = {}) const { return run(command("extract-application", changes)); }
+    static void put(const fs::path& root, const Words& names) {
+        for (const std::string& name : names)
+            writeFile(root / name, "x");
     }
 };
 
@@ -67,18 +36,14 @@ TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
              "<cgi:handler><cgi:disabled/></cgi:handler></mapping>"
              "<mapping url='old' virtual='redirect' href='http://x/'/><mapping url='gone' path='nowhere'/>");
     writeFile(package / "htdocs/index.php", "page", 04644);
-    writeFile(package / "htdocs/all/page", "shallow");
-    writeFile(package / "programs/run.pl", "x");
     writeFile(package / "programs/run.cgi", "x", 0755);
-    writeFile(package / "programs/pl", "x");
     writeFile(package / "all/page", "deep");
     writeFile(package / "off/page", "x", 0777);
+    put(package, {"htdocs/all/page", "programs/run.pl", "programs/pl"});
     fs::create_symlink("page", package / "all/to-file");
     fs::create_symlink("/usr", package / "all/to-dir");
-    const Outcome outcome = extract("blog/2");
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.error, "Source directory \"" + package.string() + "/nowhere\" is not exist\n");
-    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(extract({"--application-subdirectory=blog/2"}),
+                ended(0, "Source directory \"" + package.string() + "/nowhere\" is not exist\n", ""));
     const std::string site = " sitea:krocln ";
     EXPECT_THAT(tree(docroot / "blog/2"),
                 ElementsAre("d 0755" + site + ".", "d 0755" + site + "all", "f 0755" + site + "all/page",
@@ -88,35 +53,16 @@ TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
     EXPECT_EQ(contentOf(docroot / "blog/2/all/page"), "deep");
 }
 
-TEST_F(Extract, TheWholePackageAndPathsWithSlashesAtTheEndCanBeMapped) {
-    writeFile(package / "htdocs/page", "x");
-    for (const std::string mapping :
-         {"url='/' path='/'", "url=''", "url='/' path='htdocs/'", "url='a//' path='htdocs/'"}) {
-        mappings("<mapping " + mapping + "/>");
-        writeFile(docroot / "own", "x");
-        const Outcome outcome = extract();
-        EXPECT_EQ(outcome.status, 0) << outcome.error;
-        EXPECT_EQ(outcome.error, "");
-        EXPECT_TRUE(fs::exists(docroot / "own"));
-        EXPECT_GE(tree(docroot).size(), 3U);
-    }
-}
-
-TEST_F(Extract, WritableMappingsAreOpenedSaveForPlainOnesInside) {
+TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
     mappings(
         "<mapping url='/' path='htdocs'><php:permissions writable='true'/>"
         "<mapping url='fixed'><mapping url='open'><php:permissions writable='true'/></mapping></mapping></mapping>");
-    writeFile(package / "htdocs/a/file", "x");
-    writeFile(package / "htdocs/fixed/file", "x");
-    writeFile(package / "htdocs/fixed-2", "x");
-    writeFile(package / "htdocs/fixed/open/file", "x");
-    writeFile(docroot / "apache", "kept");
+    put(package / "htdocs", {"a/file", "fixed/file", "fixed-2", "fixed/open/file"});
+    writeFile(docroot / "apache", "kept", 0600);
     giveTo(docroot / "apache", "www-data", "krocln");
-    chmod((docroot / "apache").c_str(), 0600);
-    for (const std::string option : {"--skip-webserver-write", ""}) {
-        const Outcome outcome = extract("/", option);
-        EXPECT_EQ(outcome.status, 0) << outcome.error;
-        const bool open = option.empty();
+    for (const bool open : {false, true}) {
+        EXPECT_THAT(extract({"--application-subdirectory=/", open ? "--user-name=sitea" : "--skip-webserver-write"}),
+                    ended(0));
         const std::string dir = open ? "d 0757 sitea:krocln " : "d 0755 sitea:krocln ";
         const std::string file = open ? "f 0646 sitea:krocln " : "f 0644 sitea:krocln ";
         EXPECT_THAT(tree(docroot),
@@ -126,235 +72,187 @@ TEST_F(Extract, WritableMappingsAreOpenedSaveForPlainOnesInside) {
     }
 }
 
+TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
+    struct Row {
+        std::string owner, group;
+        mode_t forSite, forServer;
+    };
+    const std::vector<Row> rows{
+        {"sitea", "kroserv", 0700, 0770},    {"sitea", "krocln", 0700, 0707}, {"www-data", "krocln", 0070, 0770},
+        {"www-data", "kroserv", 0007, 0707}, {"siteb", "krocln", 0070, 0777}, {"root", "root", 0007, 0777},
+    };
+    const std::string directory = (base / "directory").string();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.owner + ":" + row.group);
+        fs::create_directories(directory);
+        giveTo(directory, row.owner, row.group);
+        chmod(directory.c_str(), 0);
+        EXPECT_TRUE(makeUserWritableDir(directory, "sitea"));
+        struct stat status {};
+        lstat(directory.c_str(), &status);
+        EXPECT_EQ(status.st_mode & 07777U, row.forSite);
+        EXPECT_EQ(bitsForWebserver(status, "sitea"), row.forServer);
+        status.st_mode = S_IFREG;
+        EXPECT_EQ(bitsForWebserver(status, "sitea"), row.forServer & 0666U);
+    }
+}
+
 TEST_F(Extract, ReplacesFilesAndEmptyDirectoriesAndOpensItsOwnDirectories) {
-    writeFile(package / "htdocs/dir/page", "new");
-    writeFile(package / "htdocs/empty", "new");
+    put(package / "htdocs", {"dir/page", "empty"});
     writeFile(docroot / "dir/page", "old", 0400);
     fs::create_directories(docroot / "empty");
     giveTo(docroot, "sitea", "krocln");
     chmod((docroot / "dir").c_str(), 0500);
-    const Outcome outcome = extract();
-    EXPECT_EQ(outcome.status, 0) << outcome.error;
-    EXPECT_EQ(contentOf(docroot / "dir/page") + contentOf(docroot / "empty"), "newnew");
+    EXPECT_THAT(extract(), ended(0));
+    EXPECT_EQ(contentOf(docroot / "dir/page") + contentOf(docroot / "empty"), "xx");
     EXPECT_THAT(tree(docroot), Contains("d 0700 sitea:krocln dir"));
 }
 
-TEST_F(Extract, ConflictsRollBackEverythingPlanned) {
-    writeFile(package / "htdocs/0-first", "x");
-    writeFile(package / "htdocs/data", "text");
-    writeFile(docroot / "sub/kept", "x");
-    const std::vector<std::string> left{}; // a mapping of "/" plans the root itself, so the root goes as well
-    writeFile(docroot / "data/kept", "x");
-    giveTo(docroot, "sitea", "krocln");
-    expectRollback("Filesystem error: ", left);
-    // Without a parent directory that the site may write nothing can come back; the root is made anew.
-    fs::create_directories(docroot);
-    fs::remove(package / "htdocs/data");
-    writeFile(package / "htdocs/data/file", "x");
-    writeFile(docroot / "data", "a file");
-    giveTo(docroot, "sitea", "krocln");
-    expectRollback("Unable to create directory " + docroot.string() + "/data - filename occupied\n", left);
-}
-
-TEST_F(Extract, WhatStandsAtATargetGoesBeforeTheCopyIsTried) {
-    struct Case {
-        std::string mapping;
-        std::string source;
-        mode_t sourceMode;
-        std::string standing;
-        std::string subdirectory;
-        std::string error;
+TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
+    const std::string root = "<mapping url='/' path='htdocs'/>", app = "<mapping url='app' path='htdocs'/>";
+    const std::string open = "<php:permissions writable='true'/>";
+    const std::string to = docroot.string(), gone = "? ."; // a mapping of "/" plans the root itself
+    const auto file = [this](const std::string& name, mode_t mode = 0644) { writeFile(package / name, "x", mode); };
+    const auto node = [this](mode_t type, dev_t device) {
+        writeFile(package / "htdocs/sub/file", "x");
+        mknod((package / "htdocs/odd").c_str(), type | 0666U, device);
     };
-    const std::vector<Case> cases{
-        {"url='/' path='page'", "page", 0644, "kept", ".", "(system:39)"},
-        {"url='/' path='htdocs'", "htdocs/data", 0600, "data/kept", ".", "(system:39)"},
+    const auto site = [this](const std::string& name) { writeFile(docroot / name, "old"); };
+    struct Row {
+        std::string mappings, error;
+        std::function<void()> build;
+        std::string left; ///< what is left of the document root: type and name of each entry
+    };
+    const std::vector<Row> rows{
+        {root, "Filesystem error: ", [&] { file("htdocs/0"), file("htdocs/d"), site("sub/kept"), site("d/kept"); },
+         gone},
+        {root, "Unable to create directory " + to + "/d - filename occupied\n", [&] { file("htdocs/d/f"), site("d"); },
+         gone},
+        {"<mapping url='/' path='page'/>", "(system:39)", [&] { file("page"), site("kept"); }, gone},
+        // What stands at a target goes before the copy is tried, here of a file that the site may not read.
+        {root, "(system:39)", [&] { file("htdocs/d", 0600), site("d/kept"); }, gone},
         // The empty directory "a" goes, and with it the way that leads through it.
-        {"url='..' path='htdocs'", "htdocs/a", 0644, "a/", "/a", "(system:2)"},
+        {"<mapping url='a/..' path='htdocs'/>", "(system:2)",
+         [&] { file("htdocs/a"), fs::create_directory(docroot / "a"); }, "d ."},
+        {app, "odd -> ", [&] { node(S_IFIFO, 0), site("own"); }, "d . f own"},
+        {app, "odd -> ", [&] { node(S_IFCHR, makedev(1, 5)), site("own"); }, "d . f own"}, // reads as endless zeros
+        {app, "(system:2)" + package.string() + "/htdocs/odd -> " + to + "/app/odd\n",
+         [&] { file("htdocs/sub/file"), fs::create_symlink("nowhere", package / "htdocs/odd"); }, "d ."},
+        {app + "<mapping url='gone' path='no'>" + open + "</mapping>",
+         "Unable to stat file  " + to + "/gone mode: No such file or directory\n", [&] { file("htdocs/f"); }, "d ."},
+        {"<mapping url='app' path='htdocs'>" + open + "</mapping>",
+         "Unknown type of file `" + to + "/app/link`. Unable to change file mode.\n",
+         [&] {
+             file("htdocs/f"), fs::create_directory(docroot / "app"), fs::create_symlink("/etc", docroot / "app/link");
+         },
+         "d ."},
+        // A link on the way into a writable tree opens nothing elsewhere.
+        {"<mapping url='app' path='htdocs'>" + open + "<mapping url='a'><mapping url='b'>" + open +
+             "</mapping></mapping></mapping>",
+         "/app/a",
+         [&] {
+             file("htdocs/f"), writeFile(base / "private/b/secret", "x", 0600);
+             giveTo(base / "private", "sitea", "krocln");
+             fs::create_directory(docroot / "app"), fs::create_symlink(base / "private", docroot / "app/a");
+         },
+         "d ."},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.source);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.error + row.mappings);
         fs::remove_all(package);
-        writeFile(package / c.source, "new", c.sourceMode);
-        mappings("<mapping " + c.mapping + "/>");
-        fs::create_directories((docroot / c.standing).parent_path());
-        if (!c.standing.ends_with('/'))
-            writeFile(docroot / c.standing, "old");
-        giveTo(docroot, "sitea", "krocln");
-        const Outcome outcome = extract(c.subdirectory);
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_THAT(outcome.error, HasSubstr(c.error));
-        EXPECT_FALSE(fs::exists(docroot / c.standing));
+        fs::remove_all(docroot);
         fs::create_directories(docroot);
+        mappings(row.mappings);
+        row.build();
+        giveTo(docroot, "sitea", "krocln");
+        const Words elsewhere = tree(base / "private");
+        const Outcome outcome = extract();
+        EXPECT_THAT(outcome, ended(1, HasSubstr(row.error), ""));
+        const Words lines = linesOf(outcome.error);
+        EXPECT_EQ(lines.back(), lines.at(lines.size() - 2));
+        std::string left;
+        for (const std::string& line : tree(docroot))
+            left += (left.empty() ? "" : " ") + line.substr(0, 2) + line.substr(line.rfind(' ') + 1);
+        EXPECT_EQ(left, row.left);
+        EXPECT_EQ(tree(base / "private"), elsewhere);
     }
 }
 
 TEST_F(Extract, AnOldFileIsGoneAlsoWhereTheRollbackEndsEarly) {
-    mkfifo((fs::create_directories(package / "htdocs"), package / "htdocs/odd").c_str(), 0666);
-    writeFile(package / "htdocs/z/file", "x");
-    writeFile(docroot / "odd", "old");
+    put(package / "htdocs", {"z/file"});
+    mkfifo((package / "htdocs/odd").c_str(), 0666);
+    put(docroot, {"odd"});
     giveTo(docroot, "sitea", "krocln");
-    writeFile(docroot / "z/file", "root's, in a directory that the site may not write");
+    put(docroot, {"z/file"}); // in root's directory: the site may not remove it
     EXPECT_EQ(extract().status, 1);
     EXPECT_TRUE(fs::exists(docroot / "z/file") && !fs::exists(docroot / "odd"));
 }
 
-TEST_F(Extract, ALinkInAWritableTreeOpensNothingElsewhere) {
-    const std::string open = "<php:permissions writable='true'/>";
-    mappings("<mapping url='app' path='htdocs'>" + open + "<mapping url='a'><mapping url='b'>" + open +
-             "</mapping></mapping></mapping>");
-    fs::create_directories(package / "htdocs");
-    writeFile(base / "private/b/secret", "x", 0600);
-    giveTo(base / "private", "sitea", "krocln");
-    const auto before = tree(base / "private");
-    fs::create_directories(docroot / "app");
-    fs::create_symlink(base / "private", docroot / "app/a");
-    giveTo(docroot, "sitea", "krocln");
-    EXPECT_EQ(extract().status, 1);
-    EXPECT_EQ(tree(base / "private"), before);
-}
-
-TEST_F(Extract, ADeepTreeNeedsFewDescriptors) {
-    std::string deep = "htdocs";
-    for (int level = 0; level < 150; ++level)
-        deep += "/d" + std::to_string(level);
-    writeFile(package / deep / "z", "deep");
-    for (int level = 0; level < 150; level += 10)
-        writeFile(package / deep.substr(0, deep.find("/d" + std::to_string(level) + "/")) / "z", "file");
-    std::string command = "ulimit -n 12; exec \"$@\"";
-    std::vector<std::string> all = words();
-    all.insert(all.begin(), {"sh", "-c", command, "sh", LARKSPUR_PROGRAM});
-    const Outcome outcome = run(all);
-    EXPECT_EQ(outcome.status, 0) << outcome.error;
-    EXPECT_EQ(run({"diff", "-r", (package / "htdocs").string(), docroot.string()}).output, "");
-}
-
-TEST_F(Extract, PackageEntriesThatAreNoFilesFailWithoutBlocking) {
-    writeFile(package / "htdocs/sub/file", "x");
-    mappings("<mapping url='app' path='htdocs'/>");
-    writeFile(docroot / "own", "x");
-    const auto before = tree(docroot);
-    mkfifo((package / "htdocs/odd").c_str(), 0666);
-    expectRollback("odd -> ", before);
-    fs::remove(package / "htdocs/odd");
-    mknod((package / "htdocs/odd").c_str(), S_IFCHR | 0666U, makedev(1, 5)); // reads as endless zeros
-    expectRollback("odd -> ", before);
-    fs::remove(package / "htdocs/odd");
-    fs::create_symlink("nowhere", package / "htdocs/odd");
-    expectRollback("(system:2)" + package.string() + "/htdocs/odd -> " + docroot.string() + "/app/odd\n", before);
-}
-
-TEST_F(Extract, AWritableTargetThatCannotBeOpenedRollsBack) {
-    writeFile(package / "htdocs/file", "x");
-    const std::string plain = "<mapping url='app' path='htdocs'/>";
-    mappings(plain + "<mapping url='gone' path='nowhere'><php:permissions writable='true'/></mapping>");
-    Outcome outcome = extract();
-    const std::string complaint =
-        "Unable to stat file  " + docroot.string() + "/gone mode: No such file or directory\n";
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.error, EndsWith(complaint + complaint));
-    EXPECT_THAT(tree(docroot), ElementsAre(StartsWith("d ")));
-
-    mappings("<mapping url='app' path='htdocs'><php:permissions writable='true'/></mapping>");
-    fs::create_directories(docroot / "app");
-    fs::create_symlink("/etc", docroot / "app/link");
-    giveTo(docroot, "sitea", "krocln");
-    expectRollback("Unknown type of file `" + docroot.string() + "/app/link`. Unable to change file mode.\n",
-                   {"d 0755 sitea:krocln ."});
-}
-
-TEST_F(Extract, AFullDiskRollsBack) {
-    ASSERT_EQ(mount("small", docroot.c_str(), "tmpfs", 0, "size=1m"), 0);
-    giveTo(docroot, "sitea", "krocln");
-    mappings("<mapping url='app' path='htdocs'/>");
-    writeFile(package / "htdocs/a", std::string(700000, 'x'));
-    writeFile(package / "htdocs/b", std::string(700000, 'x'));
-    expectRollback("(system:28)", {"d 1777 sitea:krocln ."});
-    umount(docroot.c_str());
-}
-
-TEST_F(Extract, OddNamesArriveUnchanged) {
-    const std::vector<std::string> names{"with blank", "new\nline", "\xc3\xa9t\xc3\xa9",  "\xff\xfe",
-                                         "-rf",        "a\\b\"c&",  std::string(255, 'n')};
-    for (const std::string& name : names)
-        writeFile(package / "htdocs" / name / name, name);
-    const Outcome outcome = extract();
-    EXPECT_EQ(outcome.status, 0) << outcome.error;
-    for (const std::string& name : names)
-        EXPECT_EQ(contentOf(docroot / name / name), name);
+TEST_F(Extract, ADeepTreeOfOddNamesNeedsFewDescriptors) {
+    fs::path deep = package / "htdocs";
+    put(deep, {"new\nline/\xff\xfe", "\xc3\xa9t\xc3\xa9/-rf", "a\\b\"c&/with blank", std::string(255, 'n')});
+    for (int level = 0; level < 150; ++level) {
+        deep /= "d" + std::to_string(level);
+        if (level % 10 == 9)
+            put(deep, {"z"});
+    }
+    EXPECT_THAT(run(byShell("ulimit -n 12; exec \"$@\"", command("extract-application"))), ended(0));
+    EXPECT_THAT(run({"diff", "-r", (package / "htdocs").string(), docroot.string()}), ended(0, "", ""));
 }
 
 TEST_F(Extract, RefusalsNameTheirCauseAndTouchNothing) {
-    const std::string own = package.string();
-    writeFile(package / "htdocs/file", "x");
+    const std::string own = package.string(), at = base.string();
+    put(package, {"htdocs/file"});
+    put(base, {"file"});
     writeFile(base / "bad.xml", "<application");
     writeFile(base / "no-url.xml", metadata("<mapping path='a'/>"));
-    writeFile(base / "file", "x");
     fs::create_symlink("loop", base / "loop");
-    struct Case {
-        std::string option; // replaces the option of the same name
-        std::string error;
-        int status;
+    struct Row {
+        std::string change, error;
+        int status = 1;
     };
-    const std::string name = "--application-full-name=";
-    const std::vector<Case> cases{
-        {name + "FILE:///" + own, "Invalid value FILE:///" + own + "for --application-full-name option\n", 1},
-        {name + "file://" + own, "Application metadata file " + own.substr(1) + "/APP-META.xml does not exist\n", 1},
-        {name + "file:///", "Application metadata file /APP-META.xml does not exist\n", 1},
-        {"--vhost-path=" + (base / "file").string(),
-         "Virtual host root directory" + (base / "file").string() + "does not exist\n", 1},
-        {"--metadata-file=" + (base / "bad.xml").string(), "UNSPECIFIED ERROR OCCURED\n", 2},
-        {"--metadata-file=" + (base / "none.xml").string(), "UNSPECIFIED ERROR OCCURED\n", 2},
-        {"--metadata-file=" + (base / "no-url.xml").string(), "std::logic_error", 128 + SIGABRT},
-        {"--user-name=root", "Cannot run as forbidden uid: 0\n", 1},
-        {"--user-name=no-user", "User no-user not found\n", 1},
-        {"--vhost-path=" + (base / "loop").string(), "Fatal error: boost::filesystem::filesystem_error(", 1},
-        {"--no-such-option=1", "Fatal error: ", 1},
-        {"stray", "Fatal error: ", 1},
+    const std::string name = "--application-full-name=", none = "UNSPECIFIED ERROR OCCURED\n";
+    const std::vector<Row> rows{
+        {name + "FILE:///" + own, "Invalid value FILE:///" + own + "for --application-full-name option\n"},
+        {name + "file://" + own, "Application metadata file " + own.substr(1) + "/APP-META.xml does not exist\n"},
+        {name + "file:///", "Application metadata file /APP-META.xml does not exist\n"},
+        {"--vhost-path=" + at + "/file", "Virtual host root directory" + at + "/filedoes not exist\n"},
+        {"--vhost-path=" + at + "/loop", "Fatal error: boost::filesystem::filesystem_error("},
+        {"--metadata-file=" + at + "/bad.xml", none, 2},
+        {"--metadata-file=" + at + "/none.xml", none, 2},
+        {"--metadata-file=" + at + "/no-url.xml", "terminate called after throwing an instance of 'std::logic_error",
+         134},
+        {"--user-name=root", "Cannot run as forbidden uid: 0\n"},
+        {"--user-name=no-user", "Unable to getpwnam for user no-user\nUser no-user not found\n"},
+        {"--no-such-option=1", "Fatal error: boost::"},
+        {"stray", "Fatal error: boost::"},
     };
-    const auto before = tree(docroot);
-    for (const Case& c : cases) {
-        auto all = words();
-        const std::string key = c.option.substr(0, c.option.find('='));
-        const auto same = std::find_if(all.begin(), all.end(), [&](const auto& word) { return word.starts_with(key); });
-        if (same != all.end())
-            *same == key ? all.erase(same, same + 2) : all.erase(same);
-        all.push_back(c.option);
-        const Outcome outcome = larkspur(all);
-        EXPECT_EQ(outcome.status, c.status) << c.option;
-        EXPECT_THAT(outcome.error, HasSubstr(c.error)) << c.option;
-    }
-    auto incomplete = words();
-    incomplete.resize(3);
-    EXPECT_EQ(larkspur(incomplete).status, 1);
-    EXPECT_THAT(larkspur(incomplete).output, StartsWith("Fatal error: "));
+    const Words before = tree(docroot);
+    for (const Row& row : rows)
+        EXPECT_THAT(extract({row.change}), ended(row.status, HasSubstr(row.error))) << row.change;
+    EXPECT_THAT(run({LARKSPUR_PROGRAM, "--extract-application"}), ended(1, StartsWith("Fatal error: ")));
+    std::string groups = contentOf("/etc/group");
+    writeFile(base / "group", groups.replace(groups.find("krocln"), 6, "others"));
+    EXPECT_THAT(run(joined({"unshare", "--mount", "sh", "-c", "mount --bind $0 /etc/group && \"$@\"", at + "/group"},
+                           command("extract-application"))),
+                ended(255, StartsWith("getgrnam(krocln): "), StartsWith("getgrnam(krocln): ")));
     fs::rename(package / "APP-META.xml", base / "other.xml");
-    EXPECT_THAT(larkspur(words(".", (base / "other.xml").string())).error, StartsWith("Application metadata file "));
+    EXPECT_THAT(extract({"--metadata-file=" + at + "/other.xml"}), ended(1, StartsWith("Application metadata file ")));
     EXPECT_EQ(tree(docroot), before);
-}
-
-TEST_F(Extract, WithoutThePanelsGroupItEndsAtOnce) {
-    writeFile(package / "htdocs/file", "x");
-    const std::string groups = contentOf("/etc/group");
-    std::string renamed = groups;
-    renamed.replace(renamed.find("krocln"), 6, "others");
-    writeFile("/etc/group", renamed);
-    const Outcome outcome = extract();
-    writeFile("/etc/group", groups);
-    EXPECT_EQ(outcome.status, 255);
-    EXPECT_EQ(outcome.output, outcome.error);
-    EXPECT_THAT(outcome.error, StartsWith("getgrnam(krocln): "));
-    EXPECT_FALSE(fs::exists(docroot / "file"));
 }
 
 TEST(PackageLocation, IsWhatFollowsThePrefix) {
     const auto location = [](const std::string& fullName) {
-        std::array<char, 4097> buffer{};
-        buffer[0] = '?';
+        std::array<char, 4097> buffer{'?'};
         return std::to_string(get_trx_application_path(buffer.data(), fullName.c_str())) + buffer.data();
     };
-    EXPECT_EQ(location("file:///srv/pkg"), "1srv/pkg");
-    EXPECT_EQ(location("file:////srv/pkg"), "1/srv/pkg");
-    EXPECT_EQ(location("file:///"), "0?");
-    EXPECT_EQ(location("xfile:///srv"), "0?");
-    EXPECT_EQ(location("file:///" + std::string(5000, 'p')), "1" + std::string(4096, 'p'));
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"file:///srv/pkg", "1srv/pkg"},
+        {"file:////srv/pkg", "1/srv/pkg"},
+        {"file:///", "0?"},
+        {"xfile:///srv", "0?"},
+        {"file:///" + std::string(5000, 'p'), "1" + std::string(4096, 'p')},
+    };
+    for (const auto& [fullName, expected] : cases)
+        EXPECT_EQ(location(fullName), expected);
 }

@@ -3,27 +3,18 @@
 #include "runtime/path_key.h"
 #include "tests/support/support.h"
 
-#include <fstream>
-
 using ::testing::ElementsAre;
 
 namespace {
 
-/// A package in a directory of its own, planned as any user.
-class Plan : public ::testing::Test {
+class Plan : public DirectoryTest {
 protected:
-    void SetUp() override {
-        package = fs::temp_directory_path() / fs::unique_path("larkspur-plan-%%%%%%%%");
-        fs::create_directories(package);
-    }
-    void TearDown() override { fs::remove_all(package); }
-
     /// "target <- source mode mapping" a record, for a destination root "/site".
-    std::vector<std::string> records(const std::string& mappings) {
-        writeFile(package / "APP-META.xml", metadata(mappings));
-        const nimbo::FSAMetaDataReader reader((package / "APP-META.xml").string());
-        plan = planCopies(package.string(), "/site", reader.get_web_content_info());
-        std::vector<std::string> lines;
+    Words records(const std::string& mappings) {
+        writeFile(base / "APP-META.xml", metadata(mappings));
+        const nimbo::FSAMetaDataReader reader((base / "APP-META.xml").string());
+        plan = planCopies(base.string(), "/site", reader.get_web_content_info());
+        Words lines;
         for (const PlannedCopy& copy : plan.copies) {
             const auto info = plan.info(copy);
             const char* const mode = copy.kind == EntryKind::Directory ? "d" : copy.executable ? "0755" : "0644";
@@ -33,17 +24,14 @@ protected:
         return lines;
     }
 
-    fs::path package;
     InstallPlan plan;
 };
 
 } // namespace
 
 TEST_F(Plan, TheDeepestMappingDecidesSourceAndMode) {
-    writeFile(package / "htdocs/a/page", "x");
-    writeFile(package / "htdocs/a-b", "x");
-    writeFile(package / "cgi/run.pl", "x");
-    writeFile(package / "cgi/page", "x");
+    for (const char* name : {"htdocs/a/page", "htdocs/a-b", "cgi/run.pl", "cgi/page"})
+        writeFile(base / name, "x");
     EXPECT_THAT(
         records("<mapping url='/' path='htdocs'><mapping url='a' path='cgi'><cgi:handler><cgi:extension>pl"
                 "</cgi:extension></cgi:handler></mapping></mapping><mapping url='r' virtual='redirect' href='h'/>"),
@@ -51,8 +39,7 @@ TEST_F(Plan, TheDeepestMappingDecidesSourceAndMode) {
                     "a/run.pl <- cgi/run.pl 0755 2"));
     EXPECT_EQ(plan.shadowed.size(), 2U);
     EXPECT_THAT(plan.plainTargets, ElementsAre("/site", "/site/a"));
-    // The whole package, with its metadata, from the package root.
-    EXPECT_THAT(records("<mapping url='all' path='/'/>").front(), "all <-  d 0");
+    EXPECT_THAT(records("<mapping url='all' path='/'/>").front(), "all <-  d 0"); // the whole package
     EXPECT_THAT(records("<mapping url='x//y' path='cgi/'/>"),
                 ElementsAre("x//y <- cgi/ d 0", "x//y/page <- cgi//page 0644 0", "x//y/run.pl <- cgi//run.pl 0644 0"));
 }
@@ -62,14 +49,10 @@ TEST(Paths, PlainTreesStayClosedInsideWritableOnes) {
     plan.plainTargets = {"/w/plain", "/w/open/./deep/", "/other"};
     const PlainTrees trees(plan);
     const std::vector<std::tuple<std::string, std::string, bool>> cases{
-        {"/w", "/w", false},
-        {"/w", "/w/plain", true},
-        {"/w", "/w/plain/x", true},
-        {"/w", "/w/plain-2", false},
-        {"/w", "/w/open/deep", true},
-        {"/w/open", "/w/open/x", false},
-        {"/w/plain/in", "/w/plain/in/x", false},
-        {"/other", "/other/x", true},
+        {"/w", "/w", false},          {"/w", "/w/plain", true},
+        {"/w", "/w/plain/x", true},   {"/w", "/w/plain-2", false},
+        {"/w", "/w/open/deep", true}, {"/w/open", "/w/open/x", false},
+        {"/other", "/other/x", true}, {"/w/plain/in", "/w/plain/in/x", false},
     };
     for (const auto& [writable, entry, closed] : cases)
         EXPECT_EQ(trees.keepClosed(placeKey(writable), placeKey(entry)), closed) << writable << ' ' << entry;
@@ -83,7 +66,7 @@ TEST(Paths, OrderAndContainmentAreThoseOfTheElements) {
     for (const auto& [child, parent, expected] : cases)
         EXPECT_EQ(isSubdir(child, parent), expected) << child << " in " << parent;
 
-    const std::vector<std::string> ascending{"", "/", "/a", "a", "a/", "a/b", "a/b/c", "a-b", "a\x80"};
+    const Words ascending{"", "/", "/a", "a", "a/", "a/b", "a/b/c", "a-b", "a\x80"};
     for (std::size_t i = 1; i < ascending.size(); ++i)
         EXPECT_LT(pathKey(ascending[i - 1]), pathKey(ascending[i])) << ascending[i];
     EXPECT_EQ(pathKey("a//b"), pathKey("a/b"));

@@ -3,7 +3,6 @@
 
 #include <csignal>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -12,17 +11,7 @@ namespace {
 
 class Script : public SandboxTest {
 protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        if (IsSkipped())
-            return;
-        describe("1.1", "");
-        panel = fs::path(std::getenv("LARKSPUR_SANDBOX")) / "kro";
-    }
-    void TearDown() override {
-        fs::remove_all(panel / "bin");
-        SandboxTest::TearDown();
-    }
+    void prepare() override { describe("1.1", ""); }
 
     void describe(const std::string& version, const std::string& language) const {
         writeFile(package / "APP-META.xml", metadata("", version, language));
@@ -30,199 +19,158 @@ protected:
     void script(const std::string& name, const std::string& text, mode_t mode = 0755) const {
         writeFile(package / "scripts" / name, text, mode);
     }
-    std::vector<std::string> words(const std::string& file, const std::string& language,
-                                   const std::string& action = "install") const {
-        return {"--run-application-script",   "--application-full-name=file:///" + package.string(),
-                "--script-name=" + action,    "--user-name=sitea",
-                "--script-file-name=" + file, "--script-language=" + language};
-    }
-    Outcome runScript(const std::string& file, const std::string& language, const std::vector<std::string>& more = {},
-                      const std::string& action = "install") const {
-        auto all = words(file, language, action);
-        all.insert(all.end(), more.begin(), more.end());
-        return larkspur(all);
-    }
-
-    fs::path panel;
+    /// The words of a run of scripts/act, a program, unless the changes say otherwise.
+    Words words(const Words& changes = {}) const { return command("run-application-script", changes); }
+    Outcome runScript(const Words& changes = {}) const { return run(words(changes)); }
 };
 
 } // namespace
 
 TEST_F(Script, PerlSeesArgumentsDirectoryAccountStreamsAndNoOtherDescriptors) {
     NEEDS_PROGRAM("/usr/bin/perl");
-    script("act.pl",
+    script("act",
            "print join('|', $0, @ARGV), \"\\n\"; use Cwd; print getcwd(), \"\\n\";"
            "print join(' ', $<, $>, $(, $)), \"\\n\"; print defined(<STDIN>) ? 'input' : 'empty', \"\\n\";"
            "opendir(my $d, '/proc/self/fd'); my $own = fileno($d) // 0; my @fds = grep { /\\d/ } readdir $d;"
            "print scalar(@fds), ' ', $ENV{LARKSPUR_TEST}, \"\\n\"; print STDERR \"e\\n\"; exit 9;",
            0644);
-    setenv("LARKSPUR_TEST", "inherited", 1);
-    const Outcome outcome =
-        runScript("act.pl", "perl", {"one", "--additional-script-params=t w o", "", "--", "--three"}, "query");
     const std::string at = package.string() + "/scripts";
-    EXPECT_EQ(outcome.status, 9);
-    EXPECT_EQ(outcome.error, "e\n");
-    EXPECT_EQ(outcome.output, at + "/act.pl|query|one|t w o||--three\n" + at +
-                                  "\n20001 20001 20100 20100 20102 20100 20100 20102\nempty\n4 inherited\n");
+    const Words more{"--script-language=perl",
+                     "--script-name=query",
+                     "one",
+                     "--additional-script-params=t w o",
+                     "",
+                     "--",
+                     "--three"};
+    EXPECT_THAT(run(joined({"env", "LARKSPUR_TEST=inherited"}, words(more))),
+                ended(9, "e\n",
+                      at + "/act|query|one|t w o||--three\n" + at +
+                          "\n20001 20001 20100 20100 20102 20100 20100 20102\nempty\n4 inherited\n"));
 }
 
 TEST_F(Script, PhpGetsItsSettingsAndThePreferredInterpreter) {
     NEEDS_PROGRAM("/usr/bin/php");
-    script("act.php",
+    script("act",
            "<?php echo PHP_SAPI, ini_get('variables_order'), var_export(ini_get('open_basedir'), true), "
            "implode(',', $argv), \"\\n\";",
            0644);
-    const std::string expected = "cliEGPCS''" + package.string() + "/scripts/act.php,install,x\n";
-    EXPECT_EQ(runScript("act.php", "php", {"x"}).output, expected);
-
-    writeFile(base / "own-php", "#!/bin/sh\necho own \"$@\"\n", 0755);
-    writeFile(base / "private-php", "#!/bin/sh\necho private\n", 0711);
-    EXPECT_EQ(runScript("act.php", "php", {"--php-cli=" + (base / "own-php").string()}).output,
-              "own -d variables_order=EGPCS -d safe_mode=0 -d open_basedir= " + package.string() +
-                  "/scripts/act.php install\n");
-    for (const std::string unfit : {"private-php", "missing"})
-        EXPECT_EQ(runScript("act.php", "php", {"x", "--php-cli", (base / unfit).string()}).output, expected);
-
-    writeFile(panel / "bin/zt-engine-nimborun", "#!/bin/sh\necho engine $1\n", 0755);
-    EXPECT_EQ(runScript("act.php", "zt-engine-nimborun", {"--php-cli=" + (base / "own-php").string()}).output,
-              "engine -d\n");
-    EXPECT_THAT(runScript("act.php", "php", {"--php-cli=" + (base / "own-php").string()}).output, StartsWith("own "));
-    fs::remove(panel / "bin/zt-engine-nimborun");
-    EXPECT_EQ(runScript("act.php", "zt-engine-nimborun", {"x"}).output, expected);
+    const std::string at = package.string() + "/scripts/act", own = "--php-cli=" + (base / "own").string();
+    const std::string panels = "cliEGPCS''" + at + ",install\n";
+    const std::string owns = "own -d variables_order=EGPCS -d safe_mode=0 -d open_basedir= " + at + " install\n";
+    const fs::path engine = fs::path(std::getenv("LARKSPUR_SANDBOX")) / "kro/bin/zt-engine-nimborun";
+    writeFile(base / "own", "#!/bin/sh\necho own \"$@\"\n", 0755);
+    writeFile(base / "private", "#!/bin/sh\necho private\n", 0711);
+    writeFile(engine, "#!/bin/sh\necho engine $1\n", 0755);
+    struct Row {
+        std::string language, option, output;
+        bool hasEngine = true;
+    };
+    const std::vector<Row> rows{
+        {"php", "--user-name=sitea", panels},
+        {"php", own, owns},
+        {"php", "--php-cli=/no", panels},
+        {"php", "--php-cli=" + (base / "private").string(), panels},
+        {"zt-engine-nimborun", own, "engine -d\n"},
+        {"zt-engine-nimborun", own, owns, false},
+        {"zt-engine-nimborun", "--php-cli=/no", panels, false},
+    };
+    for (const Row& row : rows) {
+        fs::permissions(engine, row.hasEngine ? fs::perms(0755) : fs::perms(0644));
+        EXPECT_THAT(runScript({"--script-language=" + row.language, row.option}), ended(0, "", row.output))
+            << row.language << row.option;
+    }
+    fs::remove(engine);
+    EXPECT_THAT(run(joined({"unshare", "--mount", "sh", "-c", "mount --bind $0 /etc/kro/kro.conf && \"$@\"",
+                            (base / "private").string()},
+                           words({"--script-language=php", "--php-cli=/no"}))),
+                ended(255, "Unable to find command line php interpreter.\n"));
 }
 
 TEST_F(Script, ExitStatusesPassAndAbnormalEndsAreReported) {
     NEEDS_PROGRAM("/usr/bin/perl");
     script("act", "#!/bin/sh\ncase $2 in -*) kill $2 $$ ;; *) exit $2 ;; esac\n");
-    for (int status = 0; status < 256; status += 51)
-        EXPECT_EQ(runScript("act", "binary", {std::to_string(status)}).status, status);
+    for (const int status : {0, 1, 102, 255})
+        EXPECT_THAT(runScript({std::to_string(status)}), ended(status));
     // A panel that ignores its children hands that down, through perl at least: dash does not.
-    std::vector<std::string> ignoring{"perl", "-e", "$SIG{CHLD} = 'IGNORE'; exec @ARGV", LARKSPUR_PROGRAM};
-    for (const std::string& word : words("act", "binary"))
-        ignoring.push_back(word);
-    ignoring.emplace_back("7");
-    EXPECT_EQ(run(ignoring).status, 7);
-    const Outcome killed = runScript("act", "binary", {"--", "-KILL"});
-    EXPECT_EQ(killed.status, 255);
-    EXPECT_THAT(killed.error, HasSubstr(": process '" + package.string() + "/scripts/act' killed by signal 9\n"));
+    EXPECT_THAT(run(joined({"perl", "-e", "$SIG{CHLD} = 'IGNORE'; exec @ARGV"}, words({"7"}))), ended(7));
+    EXPECT_THAT(runScript({"--", "-KILL"}),
+                ended(255, HasSubstr(": process '" + package.string() + "/scripts/act' killed by signal 9\n")));
 }
 
 TEST_F(Script, SignalsAndStreamsAreAsTheCallerLeftThem) {
     NEEDS_PROGRAM("/usr/bin/perl");
     script("act", "#!/usr/bin/grep SigIgn\n"); // a shell or Perl would change what they get
-    const std::string ignoring = "foreach (split / /, shift) { $SIG{$_} = 'IGNORE' } exec @ARGV";
-    const auto ignored = [](const std::string& text) {
-        const auto label = text.find("/proc/self/status:SigIgn:\t");
-        return label == std::string::npos ? 0 : std::stoul(text.substr(label + 26), nullptr, 16);
-    };
-    const auto bits = [](const std::vector<int>& signals) {
-        unsigned long set = 0;
+    const auto set = [](const std::vector<int>& signals) {
+        unsigned long bits = 0;
         for (const int signal : signals)
-            set |= 1UL << static_cast<unsigned>(signal - 1);
-        return set;
+            bits |= 1UL << static_cast<unsigned>(signal - 1);
+        return bits;
     };
     const std::vector<std::pair<std::string, unsigned long>> cases{
-        {"USR1", bits({SIGUSR1})},
-        {"USR1 PIPE", bits({SIGUSR1, SIGPIPE})},
-        {"USR1 PIPE XFSZ CHLD", bits({SIGUSR1, SIGPIPE, SIGXFSZ, SIGCHLD})},
+        {"USR1", set({SIGUSR1})},
+        {"USR1 PIPE", set({SIGUSR1, SIGPIPE})},
+        {"USR1 PIPE XFSZ CHLD", set({SIGUSR1, SIGPIPE, SIGXFSZ, SIGCHLD})},
     };
-    const unsigned long concerned = bits({SIGUSR1, SIGPIPE, SIGXFSZ, SIGCHLD});
+    const std::string ignoring = "foreach (split / /, shift) { $SIG{$_} = 'IGNORE' } exec @ARGV";
     for (const auto& [signals, expected] : cases) {
-        std::vector<std::string> all{"perl", "-e", ignoring, signals, LARKSPUR_PROGRAM};
-        for (const std::string& word : words("act", "binary"))
-            all.push_back(word);
-        all.emplace_back("/proc/self/status");
-        EXPECT_EQ(ignored(run(all).output) & concerned, expected) << signals;
+        const std::string text = run(joined({"perl", "-e", ignoring, signals}, words({"/proc/self/status"}))).output;
+        const auto value = text.find("status:SigIgn:\t");
+        ASSERT_NE(value, std::string::npos) << text;
+        EXPECT_EQ(std::stoul(text.substr(value + 15), nullptr, 16) & cases.back().second, expected) << signals;
     }
 
-    script("write", "#!/usr/bin/awk -f\nBEGIN { print \"content\" > ARGV[2]; print \"message\" > \"/dev/stderr\" }\n");
-    std::string command = "'" LARKSPUR_PROGRAM "'";
-    for (const std::string& word : words("write", "binary"))
-        command += " " + word;
-    EXPECT_EQ(run({"sh", "-c", command + " " + (docroot / "file").string() + " 2>&-"}).status, 0);
+    script("act", "#!/usr/bin/awk -f\nBEGIN { print \"content\" > ARGV[2]; print \"message\" > \"/dev/stderr\" }\n");
+    EXPECT_THAT(run(byShell("\"$@\" 2>&-", words({(docroot / "file").string()}))), ended(0));
     EXPECT_EQ(contentOf(docroot / "file"), "content\n");
+    // Both streams of the command are left at byte two.
+    script("act", "#!/bin/sh\necho output\n");
+    const std::string out = (base / "out").string();
+    EXPECT_THAT(run(byShell("{ \"$@\"; printf XX; } >" + out + "; cat " + out, words())), ended(0, "", "ouXXut\n"));
 }
 
 TEST_F(Script, OlderPackagesNameTheirLanguageAndHaveOneScript) {
     NEEDS_PROGRAM("/usr/bin/perl");
     script("configure", "print 'configured';", 0644);
     script("act", "#!/bin/sh\necho acted\n");
-    for (const std::string version : {"1.0", "1.3"}) {
+    for (const std::string version : {"1.0", "1.1", "1.2", "1.3"}) {
         describe(version, "perl");
-        EXPECT_EQ(runScript("act", "binary").output, "configured");
+        const bool callerChooses = version == "1.1" || version == "1.2";
+        EXPECT_THAT(runScript(), ended(0, "", callerChooses ? "acted\n" : "configured")) << version;
     }
-    describe("1.2", "perl");
-    EXPECT_EQ(runScript("act", "binary").output, "acted\n");
 }
 
 TEST_F(Script, RefusalsHaveTheirWordsAndStatus) {
     NEEDS_PROGRAM("/usr/bin/perl");
-    script("act", "not executable", 0644);
-    writeFile(base / "other/scripts/file", "x");
-    struct Case {
-        std::vector<std::string> words;
-        std::string error;
-        int status;
-    };
-    auto notAReference = words("act", "perl");
-    notAReference[1] = "--application-full-name=" + package.string();
-    auto noMetadata = words("act", "perl");
-    noMetadata[1] = "--application-full-name=file:///" + base.string() + "/other";
-    auto unknownOption = words("act", "perl");
-    unknownOption.push_back("--script-params=x");
-    auto missing = words("act", "perl");
-    missing.pop_back();
-    const std::vector<Case> cases{
-        {notAReference, "Failed to get package path\n", 255},
-        {noMetadata, "UNSPECIFIED ERROR OCCURED\n", 2},
-        {words("act", "ruby", "destroy"), "Config script language 'ruby' is not supported!\n", 255},
-        {words("act", "perl", "destroy"), "Requested action `destroy` is not allowed.\n", 1},
-        {words("none", "perl"), "", 0},
-        {unknownOption, "Fatal error: ", 1},
-        {missing, "Fatal error: ", 1},
-    };
-    for (const Case& c : cases) {
-        const Outcome outcome = larkspur(c.words);
-        EXPECT_EQ(outcome.status, c.status) << c.error;
-        EXPECT_THAT(outcome.error, HasSubstr(c.error));
-        EXPECT_EQ(outcome.error.empty(), c.error.empty());
-    }
-    chmod((package / "scripts").c_str(), 0700);
-    const Outcome closed = runScript("act", "perl");
-    EXPECT_EQ(closed.status, 1);
-    EXPECT_EQ(closed.error, "Unable to change current directory to " + package.string() + "/scripts\n");
-}
-
-TEST_F(Script, WithoutAPhpInterpreterItIsRefused) {
-    script("act.php", "x");
-    const std::string kept = contentOf("/etc/kro/kro.conf");
-    writeFile("/etc/kro/kro.conf", "CLIENT_PHP_BIN /no/php\n");
-    const Outcome outcome = runScript("act.php", "php", {"--php-cli=/no/php-either"});
-    writeFile("/etc/kro/kro.conf", kept);
-    EXPECT_EQ(outcome.status, 255);
-    EXPECT_EQ(outcome.error, "Unable to find command line php interpreter.\n");
-}
-
-TEST_F(Script, AScriptThatCannotBeExecutedFailsOnceAndNothingIsPrintedTwice) {
     script("act", "no interpreter line and no execute bit", 0644);
-    const Outcome outcome = runScript("act", "binary");
-    const std::string path = package.string() + "/scripts/act";
-    EXPECT_EQ(outcome.status, 255);
-    EXPECT_EQ(outcome.error, "forkExecvPipes: execv() failed: Permission denied\n\nSystem error 13: Permission denied\n"
-                             "waitpid(0) for '" +
-                                 path + "' process failed: No child processes (10)\n");
-    EXPECT_EQ(outcome.output, outcome.error);
-}
-
-TEST_F(Script, TheStreamsAreLeftAtByteTwo) {
-    script("act", "#!/bin/sh\necho output\n");
-    std::string command = "'" LARKSPUR_PROGRAM "'";
-    for (const std::string& word : words("act", "binary"))
-        command += " '" + word + "'";
-    const Outcome outcome =
-        run({"sh", "-c",
-             "{ " + command + "; printf XX; } >" + (base / "out").string() + " && cat " + (base / "out").string()});
-    EXPECT_EQ(outcome.output, "ouXXut\n");
+    writeFile(base / "other/scripts/file", "x");
+    const std::string name = "--application-full-name=", path = package.string() + "/scripts/act";
+    struct Row {
+        Words changes;
+        int status;
+        Text error;
+        Text output = "";
+    };
+    const std::string twice =
+        "forkExecvPipes: execv() failed: Permission denied\n\nSystem error 13: Permission denied\n"
+        "waitpid(0) for '" +
+        path + "' process failed: No child processes (10)\n";
+    const std::vector<Row> rows{
+        {{name + package.string()}, 255, HasSubstr("Failed to get package path\n")},
+        {{name + "file:///" + base.string() + "/other"},
+         2,
+         HasSubstr("UNSPECIFIED ERROR OCCURED\n"),
+         "UNSPECIFIED ERROR OCCURED\n"},
+        {{"--script-language=ruby", "--script-name=destroy"}, 255, "Config script language 'ruby' is not supported!\n"},
+        {{"--script-name=destroy"}, 1, "Requested action `destroy` is not allowed.\n"},
+        {{"--script-file-name=none"}, 0, ""},
+        {{"--script-params=x"}, 1, StartsWith("Fatal error: boost::"), StartsWith("Fatal error: boost::")},
+        {{}, 255, twice, twice}, // cannot be executed: fails once, and nothing is printed twice
+    };
+    for (const Row& row : rows)
+        EXPECT_THAT(runScript(row.changes), ended(row.status, row.error, row.output)) << row.changes.size();
+    EXPECT_THAT(run({LARKSPUR_PROGRAM, "--run-application-script"}), ended(1, StartsWith("Fatal error: boost::")));
+    chmod((package / "scripts").c_str(), 0700);
+    EXPECT_THAT(runScript(), ended(1, "Unable to change current directory to " + package.string() + "/scripts\n"));
 }
 
 TEST_F(Script, TheExamplesOwnScriptsRunThroughItsLife) {
@@ -231,32 +179,31 @@ TEST_F(Script, TheExamplesOwnScriptsRunThroughItsLife) {
     const std::string root = docroot.string();
     writeFile(docroot / "data/.keep", "");
     giveTo(docroot, "sitea", "krocln");
-    const auto act = [&](const std::string& action, std::vector<std::string> more = {}) {
-        more.insert(more.begin(), root);
-        const Outcome outcome = runScript("configure", "php", more, action);
-        EXPECT_EQ(outcome.error, "") << action;
-        return std::to_string(outcome.status) + " " + outcome.output;
+    const auto act = [&](const std::string& action, const Words& more, int status, const std::string& output) {
+        const Words changes{"--script-language=php", "--script-file-name=configure", "--script-name=" + action, root};
+        EXPECT_THAT(runScript(joined(changes, more)), ended(status, status == 0 ? Text("") : ::testing::_, output))
+            << action;
     };
-    EXPECT_EQ(act("install", {"My book"}), "0 created " + root + "/data/entries.tsv\nentries: 0\ntitle: My book\n");
-    EXPECT_EQ(act("configure", {"Other"}), "0 title: Other\n");
+    act("install", {"My book"}, 0, "created " + root + "/data/entries.tsv\nentries: 0\ntitle: My book\n");
+    act("configure", {"Other"}, 0, "title: Other\n");
     writeFile(docroot / "data/entries.tsv", "Ann\tHello\n");
-    EXPECT_EQ(act("upgrade"), "0 converted: 1\nentries: 1\n");
-    EXPECT_EQ(act("query"), "0 title: Other\nentries: 1\n");
-    EXPECT_EQ(act("remove"), "0 ");
-    EXPECT_EQ(runScript("configure", "php", {root}, "enable").status, 4);
+    act("upgrade", {}, 0, "converted: 1\nentries: 1\n");
+    act("query", {}, 0, "title: Other\nentries: 1\n");
+    act("remove", {}, 0, "");
+    act("enable", {}, 4, "");
 }
 
-TEST(Interpreters, MustBeReadableAndExecutableByEverybody) {
-    const fs::path file = fs::temp_directory_path() / fs::unique_path("larkspur-%%%%%%%%");
-    for (const mode_t mode : {0755U, 0555U, 04777U}) {
-        writeFile(file, "", mode);
-        EXPECT_TRUE(fsa_is_file_executable(file.string())) << mode;
-    }
-    for (const mode_t mode : {0711U, 0754U, 0644U, 0777U & ~0400U}) {
-        writeFile(file, "", 0644);
+class Interpreters : public DirectoryTest {};
+
+TEST_F(Interpreters, MustBeReadableAndExecutableByEverybody) {
+    const std::string file = (base / "file").string();
+    EXPECT_FALSE(fsa_is_file_executable(file));
+    const std::vector<std::pair<mode_t, bool>> cases{{0755, true},  {0555, true},  {04777, true}, {0711, false},
+                                                     {0754, false}, {0644, false}, {0377, false}};
+    for (const auto& [mode, expected] : cases) {
+        writeFile(file, "");
         chmod(file.c_str(), mode);
-        EXPECT_FALSE(fsa_is_file_executable(file.string())) << mode;
+        EXPECT_EQ(fsa_is_file_executable(file), expected) << mode;
+        fs::remove(file);
     }
-    fs::remove(file);
-    EXPECT_FALSE(fsa_is_file_executable(file.string()));
 }

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/crc.hpp>
 #include <boost/format.hpp>
 #include <fcntl.h>
 #include <fstream>
 #include <grp.h>
+#include <map>
 #include <pwd.h>
 #include <sstream>
 #include <sys/mman.h>
@@ -61,31 +63,44 @@ Outcome inChild(const std::function<void()>& body, const std::string& input) {
             wholeText(streams[2].get())};
 }
 
-Outcome run(const std::vector<std::string>& words, const std::string& input) {
+Outcome run(const Words& words, const std::string& input) {
     std::vector<char*> arguments;
     for (const std::string& word : words)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    return inChild(
-        [&] {
-            execvp(arguments[0], arguments.data());
-            _exit(127);
-        },
-        input);
+    const auto execute = [&] {
+        execvp(arguments[0], arguments.data());
+        _exit(127);
+    };
+    return inChild(execute, input);
 }
 
-Outcome larkspur(std::vector<std::string> words, const std::string& input) {
-    words.insert(words.begin(), LARKSPUR_PROGRAM);
-    return run(words, input);
+Words joined(Words first, const Words& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
 }
 
-std::vector<std::string> tree(const fs::path& root) {
-    std::vector<std::string> names{"."};
+Words byShell(const std::string& shell, const Words& words) {
+    return joined({"sh", "-c", shell, "sh"}, words);
+}
+
+void PrintTo(const Outcome& outcome, std::ostream* stream) {
+    *stream << "status " << outcome.status << ", error: " << outcome.error << ", output: " << outcome.output;
+}
+
+::testing::Matcher<const Outcome&> ended(int status, const Text& error, const Text& output) {
+    using ::testing::Field;
+    return ::testing::AllOf(Field("status", &Outcome::status, status), Field("error", &Outcome::error, error),
+                            Field("output", &Outcome::output, output));
+}
+
+Words tree(const fs::path& root) {
+    Words names{"."};
     if (fs::exists(root))
         for (const auto& entry : fs::recursive_directory_iterator(root))
             names.push_back(entry.path().string().substr(root.string().size() + 1));
     std::sort(names.begin(), names.end());
-    std::vector<std::string> lines;
+    Words lines;
     for (const std::string& name : names)
         lines.push_back(describe(root / name, name));
     return lines;
@@ -94,6 +109,20 @@ std::vector<std::string> tree(const fs::path& root) {
 std::string contentOf(const fs::path& file) {
     std::ifstream stream(file.string(), std::ios::binary);
     return (std::ostringstream() << stream.rdbuf()).str();
+}
+
+Words linesOf(const std::string& text) {
+    Words lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+unsigned checksum(const std::string& text) {
+    boost::crc_32_type sum;
+    sum.process_bytes(text.data(), text.size());
+    return sum.checksum();
 }
 
 void writeFile(const fs::path& file, const std::string& content, mode_t mode) {
@@ -115,30 +144,72 @@ std::string metadata(const std::string& mappings, const std::string& version, co
            "</application>";
 }
 
+std::string entityBomb(const std::string& root) {
+    std::string type = "<!DOCTYPE " + root + " [<!ENTITY e0 '0123456789'>";
+    for (int i = 1; i < 10; ++i) {
+        type += "<!ENTITY e" + std::to_string(i) + " '";
+        for (int j = 0; j < 10; ++j)
+            type += "&e" + std::to_string(i - 1) + ";";
+        type += "'>";
+    }
+    return type + "]>";
+}
+
+DirectoryTest::DirectoryTest() : base(fs::temp_directory_path() / fs::unique_path("larkspur-%%%%%%%%")) {
+    umask(022);
+    fs::create_directories(base);
+}
+
+DirectoryTest::~DirectoryTest() {
+    boost::system::error_code ignored;
+    fs::remove_all(base, ignored);
+}
+
 void SandboxTest::SetUp() {
     const char* sandbox = std::getenv("LARKSPUR_SANDBOX");
     if (sandbox == nullptr || geteuid() != 0)
         GTEST_SKIP() << "needs root and the accounts of tests/support/sandbox";
-    umask(022);
-    base = fs::path(sandbox) / "case";
     package = base / "package";
     vhost = fs::path(sandbox) / "vhosts" / "test.example";
     docroot = vhost / "httpdocs";
-    fs::create_directories(package);
-    fs::create_directories(docroot);
+    fragments = vhost.parent_path() / "system" / vhost.filename() / "conf/siteapp.d";
+    for (const fs::path& directory : {package, docroot, fragments.parent_path()})
+        fs::create_directories(directory);
     giveTo(vhost, "sitea", "kroserv");
-}
-
-Outcome SandboxTest::extractInto(const std::string& subdirectory, const fs::path& from) const {
-    return larkspur({"--extract-application", "--application-full-name=file:///" + from.string(),
-                     "--vhost-path=" + vhost.string(), "--www-root=" + docroot.string(), "--user-name=sitea",
-                     "--application-subdirectory=" + subdirectory, "--metadata-file", ""});
+    prepare();
 }
 
 void SandboxTest::TearDown() {
     boost::system::error_code ignored;
-    fs::remove_all(base, ignored);
     fs::remove_all(vhost, ignored);
+    fs::remove_all(vhost.parent_path() / "system" / vhost.filename(), ignored);
+}
+
+Words SandboxTest::command(const std::string& name, const Words& changes) const {
+    const std::string where = "--vhost-path=" + vhost.string();
+    const std::string root = "--www-root=" + docroot.string();
+    const std::string from = "--application-full-name=file:///" + package.string();
+    const std::string place = "--application-subdirectory=.";
+    const std::string user = "--user-name=sitea";
+    const std::string file = "--config-file-name=app.conf";
+    const std::map<std::string, Words> needed{
+        {"extract-application", {where, root, user, place, from, "--metadata-file", ""}},
+        {"delete-application", {where, root, user, place}},
+        {"install-apache-conf", {where, root, place, file, "--metadata-file=" + (package / "APP-META.xml").string()}},
+        {"remove-apache-conf", {where, root, file}},
+        {"run-application-script",
+         {from, user, "--script-name=install", "--script-file-name=act", "--script-language=binary"}}};
+    Words words = needed.at(name);
+    for (const std::string& change : changes) {
+        const std::string option = change.substr(0, change.find('='));
+        const auto same = std::find_if(words.begin(), words.end(),
+                                       [&](const auto& word) { return word.substr(0, word.find('=')) == option; });
+        if (same == words.end() || option == change)
+            words.push_back(change);
+        else
+            *(*same == option ? words.erase(same) : same) = change; // the value may be a word of its own
+    }
+    return joined({LARKSPUR_PROGRAM, "--" + name}, words);
 }
 
 /// 77, for CTest, when nothing failed but a test could not be run; each says why.

@@ -9,33 +9,48 @@
 
 namespace fs = boost::filesystem;
 
+using Words = std::vector<std::string>;
+
 /// What a panel sees of one run.
 struct Outcome {
     int status = -1; ///< exit status, or 128 plus the signal that ended the process
     std::string output;
     std::string error;
 };
+void PrintTo(const Outcome& outcome, std::ostream* stream);
+
+using Text = ::testing::Matcher<std::string>;
+/// Matches the status and the streams of a run.
+::testing::Matcher<const Outcome&> ended(int status, const Text& error = "", const Text& output = ::testing::_);
 
 /// Runs `body` in a forked child with streams of its own, which exits with 0 unless the body ends it, and waits.
 /// After five minutes an alarm ends the child.
 Outcome inChild(const std::function<void()>& body, const std::string& input = {});
 
 /// Runs a program with the given words and standard input and waits for it.
-Outcome run(const std::vector<std::string>& words, const std::string& input = {});
+Outcome run(const Words& words, const std::string& input = {});
+
+/// The words of `first`, then those of `second`.
+Words joined(Words first, const Words& second);
+
+/// The same words run by a shell under redirections, ulimit or the like: SHELL has "$@" for the words.
+Words byShell(const std::string& shell, const Words& words);
 
 /// Skips the running test, with the reason, where the program is not installed.
 #define NEEDS_PROGRAM(path)                                                                                            \
     if (!fs::exists(path))                                                                                             \
     GTEST_SKIP() << (path) << " is not installed"
 
-/// Runs the built larkspur.
-Outcome larkspur(std::vector<std::string> words, const std::string& input = {});
-
 /// One line an entry below `root`, sorted by name: "d 0755 sitea:krocln img", "f 0644 root:root a.txt", "l ...".
 /// The root itself is the entry ".".
-std::vector<std::string> tree(const fs::path& root);
+Words tree(const fs::path& root);
 
 std::string contentOf(const fs::path& file);
+
+Words linesOf(const std::string& text);
+
+/// Stands for a long fixed text.
+unsigned checksum(const std::string& text);
 
 /// Writes a file with the given mode, making its parent directories, owned by the calling user.
 void writeFile(const fs::path& file, const std::string& content, mode_t mode = 0644);
@@ -47,18 +62,33 @@ void giveTo(const fs::path& path, const std::string& user, const std::string& gr
 std::string metadata(const std::string& mappings, const std::string& version = "1.1",
                      const std::string& language = "php");
 
-/// A test that needs root and the sandbox's accounts: site accounts "sitea" and "siteb", groups "krocln" (their
-/// primary group) and "kroserv".  Skipped elsewhere.  Each test has directories of its own.
-class SandboxTest : public ::testing::Test {
+/// A document type whose entity &e9; is ten thousand million characters.
+std::string entityBomb(const std::string& root);
+
+/// A test with a directory of its own.
+class DirectoryTest : public ::testing::Test {
 protected:
-    void SetUp() override;
+    DirectoryTest();
+    ~DirectoryTest() override;
+
+    const fs::path base;
+};
+
+/// A test that needs root and the sandbox's accounts: site accounts "sitea" and "siteb", groups "krocln" (their
+/// primary group) and "kroserv".  Skipped elsewhere.
+class SandboxTest : public DirectoryTest {
+protected:
+    void SetUp() final;
     void TearDown() override;
+    /// What a fixture adds to SetUp; called only where the test is not skipped.
+    virtual void prepare() {}
 
-    /// Extracts the application in `from` into the virtual host.
-    Outcome extractInto(const std::string& subdirectory, const fs::path& from) const;
+    /// The program and the words of a command on this virtual host, with every option that it needs.  A change
+    /// "--name=value" replaces the option of that name; every other word is added.
+    Words command(const std::string& name, const Words& changes = {}) const;
 
-    fs::path base;    ///< everything of this test
-    fs::path package; ///< empty, root's, readable by all
-    fs::path vhost;   ///< virtual host "test.example", below the panel's HTTPD_VHOSTS_D
-    fs::path docroot; ///< vhost/httpdocs, sitea's
+    fs::path package;   ///< empty, root's, readable by all
+    fs::path vhost;     ///< virtual host "test.example", below the panel's HTTPD_VHOSTS_D
+    fs::path docroot;   ///< vhost/httpdocs, sitea's
+    fs::path fragments; ///< where the host's fragments go, not there yet
 };
