@@ -19,19 +19,17 @@ void fillHandlers(FuzzedDataProvider& input, std::list<Handler>& handlers) {
 
 /// Every section that a line opens is closed by a later one, in the reverse order.
 bool isBalanced(const std::string& directives) {
-    std::vector<std::string> open;
+    std::vector<std::string> open{""};
     std::istringstream lines(directives);
-    for (std::string line; std::getline(lines, line);) {
-        line.erase(0, line.find_first_not_of(' '));
-        if (line.starts_with("</")) {
-            if (open.empty() || line != "</" + open.back() + ">")
-                return false;
+    for (std::string line; std::getline(lines >> std::ws, line);) {
+        if (line.starts_with("</") && line != "</" + open.back() + ">")
+            return false;
+        if (line.starts_with("</"))
             open.pop_back();
-        } else if (line.starts_with('<')) {
+        else if (line.starts_with('<'))
             open.push_back(line.substr(1, line.find(' ') - 1));
-        }
     }
-    return open.empty();
+    return open.size() == 1;
 }
 
 } // namespace

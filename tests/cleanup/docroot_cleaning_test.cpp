@@ -4,10 +4,6 @@
 #include "runtime/accounts.h"
 #include "tests/support/support.h"
 
-using ::testing::ElementsAre;
-using ::testing::StartsWith;
-using ::testing::UnorderedElementsAre;
-
 namespace {
 
 class Cleaning : public SandboxTest {
@@ -27,38 +23,29 @@ class Listing : public SandboxTest {};
 } // namespace
 
 TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIsAndFollowsNoLinks) {
-    struct Row {
-        std::string htdocs, cgiBin;
-        std::string left; ///< type and name of all below the host
-    };
-    const std::string host = "d . d cgi-bin ", run = "f cgi-bin/run ", root = "d httpdocs ", page = "f httpdocs/page ";
-    const std::vector<Row> rows{
-        {docroot.string(), "", host + run + root + "d private "},
-        {docroot.string() + "/", "", host + run + root + "d private "},
-        {docroot.string(), (vhost / "cgi-bin").string(), host + root + "d private "},
+    const std::string at = docroot.string(), kept = "d . d cgi-bin f cgi-bin/run d httpdocs d private";
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases{
+        {at, "", kept},
+        {at + "/", "", kept},
+        {at, (vhost / "cgi-bin").string(), "d . d cgi-bin d httpdocs d private"},
         {(base / "site").string(), "",
-         host + run + root + "d httpdocs/img f httpdocs/img/.hidden l httpdocs/img/link " + page + "d private "},
+         "d . d cgi-bin f cgi-bin/run d httpdocs l httpdocs/link f httpdocs/page d private"},
     };
-    writeFile(base / "outside/kept", "x");
-    for (const Row& row : rows) {
-        for (const fs::path& file : {docroot / "img/.hidden", docroot / "page", vhost / "private/deep/er/file",
-                                     vhost / "cgi-bin/run", base / "site/gone"})
-            writeFile(file, "x");
-        fs::create_symlink(base / "outside", docroot / "img/link");
-        EXPECT_THAT(clean(row.htdocs, row.cgiBin), ended(0, "", ""));
-        std::string left;
-        for (const std::string& line : tree(vhost))
-            left += line.substr(0, 2) + line.substr(line.rfind(' ') + 1) + " ";
-        EXPECT_EQ(left, row.left);
+    make(base, {"outside/kept"});
+    for (const auto& [htdocs, cgiBin, left] : cases) {
+        make(vhost, {"httpdocs/page", "httpdocs/link -> " + base.string() + "/outside", "private/deep/er/file",
+                     "cgi-bin/run"});
+        make(base, {"site/img/.hidden"});
+        EXPECT_THAT(clean(htdocs, cgiBin), ended(0, "", ""));
+        EXPECT_EQ(namesIn(vhost), left);
     }
-    EXPECT_TRUE(fs::exists(base / "outside/kept") && fs::is_empty(base / "site"));
+    EXPECT_EQ(namesIn(base), "d . d outside f outside/kept d package d site");
     fs::remove_all(vhost / "private");
-    EXPECT_THAT(clean(docroot.string()), ended(0, "", ""));
+    EXPECT_THAT(clean(at), ended(0, "", ""));
 }
 
 TEST_F(Cleaning, WhatResistsIsOneLineEachAndTheRestGoes) {
-    writeFile(docroot / "a/fixed/file", "x"); // root's directory: the site may not unlink in it
-    writeFile(docroot / "z", "x");
+    make(docroot, {"a/fixed/file", "z"}); // "fixed" is root's: the site may not unlink in it
     giveTo(docroot / "a", "sitea", "krocln");
     giveTo(docroot / "a/fixed", "root", "root");
     const std::string at = docroot.string();
@@ -69,8 +56,7 @@ TEST_F(Cleaning, WhatResistsIsOneLineEachAndTheRestGoes) {
 }
 
 TEST_F(Listing, IsRelativeRecordsFirstAndReportsWhatItCannotRead) {
-    writeFile(base / "list/dir/file", "x");
-    fs::create_symlink("dir", base / "list/link");
+    make(base / "list", {"dir/file", "link -> dir"});
     EXPECT_THAT(readDirContent(base / "list/"), UnorderedElementsAre("", "dir", "dir/file", "link"));
     EXPECT_EQ(readDirContent(base / "list").front(), "");
     EXPECT_THAT(readDirContent(base / "missing"), ElementsAre(""));

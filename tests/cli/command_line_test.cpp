@@ -1,7 +1,5 @@
 #include "tests/support/support.h"
 
-using ::testing::HasSubstr;
-
 TEST(CommandLine, UnknownOrMissingCommandsPrintTheWholeHelpAndFail) {
     const std::string help = run({LARKSPUR_PROGRAM, "--help"}).error;
     EXPECT_EQ(checksum(help), 3906312710U) << help; // a fixed text
@@ -27,9 +25,9 @@ TEST_F(Interrupted, NoCommandStopsHalfWayAtAWriteThatFails) {
     const Words unread{
         "perl", "-e", "pipe R, W; close R; open STDOUT, '>&W'; open STDERR, '>&W'; $SIG{PIPE} = 'DEFAULT'; exec @ARGV"};
     writeFile(package / "APP-META.xml", metadata("<mapping url='/' path='htdocs'/>"));
-    writeFile(package / "htdocs/first", "x");
     writeFile(package / "htdocs/second", std::string(100000, 'x'));
-    writeFile(docroot / "app/second/in-the-way", "x");
+    make(base, {"package/htdocs/first"});
+    make(docroot, {"app/second/in-the-way"});
     giveTo(docroot, "sitea", "krocln");
     const Words extraction = command("extract-application", {"--application-subdirectory=app"});
     EXPECT_THAT(run(joined(unread, extraction)), ended(1));
@@ -38,8 +36,7 @@ TEST_F(Interrupted, NoCommandStopsHalfWayAtAWriteThatFails) {
     EXPECT_THAT(run(joined({"prlimit", "--fsize=65536"}, extraction)), ended(1, HasSubstr("(system:27)")));
     EXPECT_TRUE(fs::is_empty(docroot));
 
-    for (const char* name : {"full/kept", "after"})
-        writeFile(docroot / name, "x");
+    make(docroot, {"full/kept", "after"});
     giveTo(docroot, "sitea", "krocln");
     const Words removal = joined(unread, command("delete-application"));
     EXPECT_THAT(run(removal, "<INSTANCE-DATA><SECTION PREFIX='htdocs'><FILE>full</FILE><FILE>after</FILE></SECTION>"

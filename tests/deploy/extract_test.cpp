@@ -4,12 +4,6 @@
 
 #include <array>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
-
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 namespace {
 
@@ -19,10 +13,6 @@ protected:
 
     void mappings(const std::string& elements) const { writeFile(package / "APP-META.xml", metadata(elements)); }
     Outcome extract(const Words& changes = {}) const { return run(command("extract-application", changes)); }
-    static void put(const fs::path& root, const Words& names) {
-        for (const std::string& name : names)
-            writeFile(root / name, "x");
-    }
 };
 
 } // namespace
@@ -39,9 +29,7 @@ TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
     writeFile(package / "programs/run.cgi", "x", 0755);
     writeFile(package / "all/page", "deep");
     writeFile(package / "off/page", "x", 0777);
-    put(package, {"htdocs/all/page", "programs/run.pl", "programs/pl"});
-    fs::create_symlink("page", package / "all/to-file");
-    fs::create_symlink("/usr", package / "all/to-dir");
+    make(package, {"htdocs/all/page", "programs/run.pl", "programs/pl", "all/to-file -> page", "all/to-dir -> /usr"});
     EXPECT_THAT(extract({"--application-subdirectory=blog/2"}),
                 ended(0, "Source directory \"" + package.string() + "/nowhere\" is not exist\n", ""));
     const std::string site = " sitea:krocln ";
@@ -57,7 +45,7 @@ TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
     mappings(
         "<mapping url='/' path='htdocs'><php:permissions writable='true'/>"
         "<mapping url='fixed'><mapping url='open'><php:permissions writable='true'/></mapping></mapping></mapping>");
-    put(package / "htdocs", {"a/file", "fixed/file", "fixed-2", "fixed/open/file"});
+    make(package / "htdocs", {"a/file", "fixed/file", "fixed-2", "fixed/open/file"});
     writeFile(docroot / "apache", "kept", 0600);
     giveTo(docroot / "apache", "www-data", "krocln");
     for (const bool open : {false, true}) {
@@ -98,103 +86,86 @@ TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
 }
 
 TEST_F(Extract, ReplacesFilesAndEmptyDirectoriesAndOpensItsOwnDirectories) {
-    put(package / "htdocs", {"dir/page", "empty"});
-    writeFile(docroot / "dir/page", "old", 0400);
-    fs::create_directories(docroot / "empty");
+    make(package / "htdocs", {"dir/page", "empty"});
+    make(docroot, {"dir/page -> /etc/passwd", "empty/"});
     giveTo(docroot, "sitea", "krocln");
     chmod((docroot / "dir").c_str(), 0500);
     EXPECT_THAT(extract(), ended(0));
-    EXPECT_EQ(contentOf(docroot / "dir/page") + contentOf(docroot / "empty"), "xx");
+    EXPECT_EQ(contentOf(docroot / "dir/page") + contentOf(docroot / "empty"), "content\ncontent\n");
     EXPECT_THAT(tree(docroot), Contains("d 0700 sitea:krocln dir"));
 }
 
 TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
     const std::string root = "<mapping url='/' path='htdocs'/>", app = "<mapping url='app' path='htdocs'/>";
-    const std::string open = "<php:permissions writable='true'/>";
-    const std::string to = docroot.string(), gone = "? ."; // a mapping of "/" plans the root itself
-    const auto file = [this](const std::string& name, mode_t mode = 0644) { writeFile(package / name, "x", mode); };
-    const auto node = [this](mode_t type, dev_t device) {
-        writeFile(package / "htdocs/sub/file", "x");
-        mknod((package / "htdocs/odd").c_str(), type | 0666U, device);
-    };
-    const auto site = [this](const std::string& name) { writeFile(docroot / name, "old"); };
+    const std::string open = "<php:permissions writable='true'/></mapping>", to = docroot.string();
+    const std::string writableApp = "<mapping url='app' path='htdocs'>" + open;
     struct Row {
         std::string mappings, error;
-        std::function<void()> build;
-        std::string left; ///< what is left of the document root: type and name of each entry
+        Words package, site;
+        std::string left = "d ."; ///< below the document root
     };
     const std::vector<Row> rows{
-        {root, "Filesystem error: ", [&] { file("htdocs/0"), file("htdocs/d"), site("sub/kept"), site("d/kept"); },
-         gone},
-        {root, "Unable to create directory " + to + "/d - filename occupied\n", [&] { file("htdocs/d/f"), site("d"); },
-         gone},
-        {"<mapping url='/' path='page'/>", "(system:39)", [&] { file("page"), site("kept"); }, gone},
+        // A mapping of "/" plans the root itself, so that goes as well.
+        {root, "Filesystem error: ", {"htdocs/0", "htdocs/d"}, {"sub/kept", "d/kept"}, ""},
+        {root, "Unable to create directory " + to + "/d - filename occupied\n", {"htdocs/d/f"}, {"d"}, ""},
+        {"<mapping url='/' path='page'/>", "(system:39)", {"page"}, {"kept"}, ""},
         // What stands at a target goes before the copy is tried, here of a file that the site may not read.
-        {root, "(system:39)", [&] { file("htdocs/d", 0600), site("d/kept"); }, gone},
+        {root, "(system:39)", {"htdocs/d -> /etc/shadow"}, {"d/kept"}, ""},
         // The empty directory "a" goes, and with it the way that leads through it.
-        {"<mapping url='a/..' path='htdocs'/>", "(system:2)",
-         [&] { file("htdocs/a"), fs::create_directory(docroot / "a"); }, "d ."},
-        {app, "odd -> ", [&] { node(S_IFIFO, 0), site("own"); }, "d . f own"},
-        {app, "odd -> ", [&] { node(S_IFCHR, makedev(1, 5)), site("own"); }, "d . f own"}, // reads as endless zeros
-        {app, "(system:2)" + package.string() + "/htdocs/odd -> " + to + "/app/odd\n",
-         [&] { file("htdocs/sub/file"), fs::create_symlink("nowhere", package / "htdocs/odd"); }, "d ."},
-        {app + "<mapping url='gone' path='no'>" + open + "</mapping>",
-         "Unable to stat file  " + to + "/gone mode: No such file or directory\n", [&] { file("htdocs/f"); }, "d ."},
-        {"<mapping url='app' path='htdocs'>" + open + "</mapping>",
-         "Unknown type of file `" + to + "/app/link`. Unable to change file mode.\n",
-         [&] {
-             file("htdocs/f"), fs::create_directory(docroot / "app"), fs::create_symlink("/etc", docroot / "app/link");
-         },
-         "d ."},
+        {"<mapping url='a/..' path='htdocs'/>", "(system:2)", {"htdocs/a"}, {"a/"}},
+        {app, "odd -> ", {"htdocs/sub/file", "htdocs/odd -> ../fifo"}, {"own"}, "d . f own"},
+        {app, "odd -> ", {"htdocs/sub/file", "htdocs/odd -> /dev/zero"}, {"own"}, "d . f own"},
+        {app, "(system:2)" + package.string() + "/htdocs/odd -> " + to + "/app/odd\n", {"htdocs/odd -> none"}, {}},
+        {app + "<mapping url='no' path='no'>" + open,
+         "Unable to stat file  " + to + "/no mode: No such",
+         {"htdocs/f"},
+         {}},
+        {writableApp, "Unknown type of file `" + to + "/app/link`. Unable to", {"htdocs/f"}, {"app/link -> /etc"}},
         // A link on the way into a writable tree opens nothing elsewhere.
-        {"<mapping url='app' path='htdocs'>" + open + "<mapping url='a'><mapping url='b'>" + open +
-             "</mapping></mapping></mapping>",
+        {"<mapping url='app' path='htdocs'><mapping url='a'><mapping url='b'>" + open + "</mapping>" + open,
          "/app/a",
-         [&] {
-             file("htdocs/f"), writeFile(base / "private/b/secret", "x", 0600);
-             giveTo(base / "private", "sitea", "krocln");
-             fs::create_directory(docroot / "app"), fs::create_symlink(base / "private", docroot / "app/a");
-         },
-         "d ."},
+         {"htdocs/f"},
+         {"app/a -> " + base.string() + "/private"}},
     };
+    writeFile(base / "private/b/secret", "x", 0600);
+    giveTo(base / "private", "sitea", "krocln");
+    const Words elsewhere = tree(base / "private");
     for (const Row& row : rows) {
         SCOPED_TRACE(row.error + row.mappings);
-        fs::remove_all(package);
-        fs::remove_all(docroot);
-        fs::create_directories(docroot);
+        for (const fs::path& place : {package, docroot}) {
+            fs::remove_all(place);
+            fs::create_directories(place);
+        }
         mappings(row.mappings);
-        row.build();
+        make(package, row.package);
+        mkfifo((package / "fifo").c_str(), 0666);
+        make(docroot, row.site);
         giveTo(docroot, "sitea", "krocln");
-        const Words elsewhere = tree(base / "private");
         const Outcome outcome = extract();
         EXPECT_THAT(outcome, ended(1, HasSubstr(row.error), ""));
         const Words lines = linesOf(outcome.error);
         EXPECT_EQ(lines.back(), lines.at(lines.size() - 2));
-        std::string left;
-        for (const std::string& line : tree(docroot))
-            left += (left.empty() ? "" : " ") + line.substr(0, 2) + line.substr(line.rfind(' ') + 1);
-        EXPECT_EQ(left, row.left);
+        EXPECT_EQ(namesIn(docroot), row.left);
         EXPECT_EQ(tree(base / "private"), elsewhere);
     }
 }
 
 TEST_F(Extract, AnOldFileIsGoneAlsoWhereTheRollbackEndsEarly) {
-    put(package / "htdocs", {"z/file"});
-    mkfifo((package / "htdocs/odd").c_str(), 0666);
-    put(docroot, {"odd"});
+    make(package / "htdocs", {"z/file", "odd -> /dev/null"});
+    make(docroot, {"odd"});
     giveTo(docroot, "sitea", "krocln");
-    put(docroot, {"z/file"}); // in root's directory: the site may not remove it
+    make(docroot, {"z/file"}); // in root's directory: the site may not remove it
     EXPECT_EQ(extract().status, 1);
-    EXPECT_TRUE(fs::exists(docroot / "z/file") && !fs::exists(docroot / "odd"));
+    EXPECT_EQ(namesIn(docroot), "d . d z f z/file");
 }
 
 TEST_F(Extract, ADeepTreeOfOddNamesNeedsFewDescriptors) {
     fs::path deep = package / "htdocs";
-    put(deep, {"new\nline/\xff\xfe", "\xc3\xa9t\xc3\xa9/-rf", "a\\b\"c&/with blank", std::string(255, 'n')});
+    make(deep, {"new\nline/\xff\xfe", "\xc3\xa9t\xc3\xa9/-rf", "a\\b\"c&/with blank", std::string(255, 'n')});
     for (int level = 0; level < 150; ++level) {
         deep /= "d" + std::to_string(level);
         if (level % 10 == 9)
-            put(deep, {"z"});
+            make(deep, {"z"});
     }
     EXPECT_THAT(run(byShell("ulimit -n 12; exec \"$@\"", command("extract-application"))), ended(0));
     EXPECT_THAT(run({"diff", "-r", (package / "htdocs").string(), docroot.string()}), ended(0, "", ""));
@@ -202,11 +173,9 @@ TEST_F(Extract, ADeepTreeOfOddNamesNeedsFewDescriptors) {
 
 TEST_F(Extract, RefusalsNameTheirCauseAndTouchNothing) {
     const std::string own = package.string(), at = base.string();
-    put(package, {"htdocs/file"});
-    put(base, {"file"});
+    make(base, {"package/htdocs/file", "file", "loop -> loop"});
     writeFile(base / "bad.xml", "<application");
     writeFile(base / "no-url.xml", metadata("<mapping path='a'/>"));
-    fs::create_symlink("loop", base / "loop");
     struct Row {
         std::string change, error;
         int status = 1;

@@ -3,8 +3,6 @@
 #include "runtime/path_key.h"
 #include "tests/support/support.h"
 
-using ::testing::ElementsAre;
-
 namespace {
 
 class Plan : public DirectoryTest {
@@ -30,8 +28,7 @@ protected:
 } // namespace
 
 TEST_F(Plan, TheDeepestMappingDecidesSourceAndMode) {
-    for (const char* name : {"htdocs/a/page", "htdocs/a-b", "cgi/run.pl", "cgi/page"})
-        writeFile(base / name, "x");
+    make(base, {"htdocs/a/page", "htdocs/a-b", "cgi/run.pl", "cgi/page"});
     EXPECT_THAT(
         records("<mapping url='/' path='htdocs'><mapping url='a' path='cgi'><cgi:handler><cgi:extension>pl"
                 "</cgi:extension></cgi:handler></mapping></mapping><mapping url='r' virtual='redirect' href='h'/>"),

@@ -1,11 +1,7 @@
 #include "scripts/run_application_script.h"
 #include "tests/support/support.h"
 
-#include <csignal>
 #include <sys/stat.h>
-
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 namespace {
 
@@ -29,23 +25,23 @@ protected:
 TEST_F(Script, PerlSeesArgumentsDirectoryAccountStreamsAndNoOtherDescriptors) {
     NEEDS_PROGRAM("/usr/bin/perl");
     script("act",
-           "print join('|', $0, @ARGV), \"\\n\"; use Cwd; print getcwd(), \"\\n\";"
-           "print join(' ', $<, $>, $(, $)), \"\\n\"; print defined(<STDIN>) ? 'input' : 'empty', \"\\n\";"
+           "use Cwd; print join('|', $0, @ARGV), ' ', getcwd(), \" $<, $>, $(, $), \", defined(<STDIN>) ? 'input' : "
+           "'empty';"
            "opendir(my $d, '/proc/self/fd'); my $own = fileno($d) // 0; my @fds = grep { /\\d/ } readdir $d;"
-           "print scalar(@fds), ' ', $ENV{LARKSPUR_TEST}, \"\\n\"; print STDERR \"e\\n\"; exit 9;",
+           "print ' ', scalar(@fds), \" $ENV{LARKSPUR_TEST}\"; print STDERR \"e\\n\"; exit 9;",
            0644);
-    const std::string at = package.string() + "/scripts";
-    const Words more{"--script-language=perl",
-                     "--script-name=query",
-                     "one",
-                     "--additional-script-params=t w o",
-                     "",
-                     "--",
-                     "--three"};
-    EXPECT_THAT(run(joined({"env", "LARKSPUR_TEST=inherited"}, words(more))),
+    const std::string at = package.string() + "/scripts", groups = "20100 20100 20102";
+    const Words changes{"--script-language=perl",
+                        "--script-name=query",
+                        "one",
+                        "--additional-script-params=t w o",
+                        "",
+                        "--",
+                        "--three"};
+    EXPECT_THAT(run(joined({"env", "LARKSPUR_TEST=inherited"}, words(changes))),
                 ended(9, "e\n",
-                      at + "/act|query|one|t w o||--three\n" + at +
-                          "\n20001 20001 20100 20100 20102 20100 20100 20102\nempty\n4 inherited\n"));
+                      at + "/act|query|one|t w o||--three " + at + " 20001, 20001, " + groups + ", " + groups +
+                          ", empty 4 inherited"));
 }
 
 TEST_F(Script, PhpGetsItsSettingsAndThePreferredInterpreter) {
@@ -100,24 +96,11 @@ TEST_F(Script, ExitStatusesPassAndAbnormalEndsAreReported) {
 TEST_F(Script, SignalsAndStreamsAreAsTheCallerLeftThem) {
     NEEDS_PROGRAM("/usr/bin/perl");
     script("act", "#!/usr/bin/grep SigIgn\n"); // a shell or Perl would change what they get
-    const auto set = [](const std::vector<int>& signals) {
-        unsigned long bits = 0;
-        for (const int signal : signals)
-            bits |= 1UL << static_cast<unsigned>(signal - 1);
-        return bits;
-    };
-    const std::vector<std::pair<std::string, unsigned long>> cases{
-        {"USR1", set({SIGUSR1})},
-        {"USR1 PIPE", set({SIGUSR1, SIGPIPE})},
-        {"USR1 PIPE XFSZ CHLD", set({SIGUSR1, SIGPIPE, SIGXFSZ, SIGCHLD})},
-    };
     const std::string ignoring = "foreach (split / /, shift) { $SIG{$_} = 'IGNORE' } exec @ARGV";
-    for (const auto& [signals, expected] : cases) {
-        const std::string text = run(joined({"perl", "-e", ignoring, signals}, words({"/proc/self/status"}))).output;
-        const auto value = text.find("status:SigIgn:\t");
-        ASSERT_NE(value, std::string::npos) << text;
-        EXPECT_EQ(std::stoul(text.substr(value + 15), nullptr, 16) & cases.back().second, expected) << signals;
-    }
+    for (const auto& [signals, mask] : std::vector<std::pair<std::string, std::string>>{
+             {"USR1", "20[0-7]"}, {"USR1 PIPE", "120[0-7]"}, {"USR1 PIPE XFSZ CHLD", "101120[0-7]"}})
+        EXPECT_THAT(run(joined({"perl", "-e", ignoring, signals}, words({"/proc/self/status"}))).output,
+                    ContainsRegex("SigIgn:\t0*" + mask + "\n"));
 
     script("act", "#!/usr/bin/awk -f\nBEGIN { print \"content\" > ARGV[2]; print \"message\" > \"/dev/stderr\" }\n");
     EXPECT_THAT(run(byShell("\"$@\" 2>&-", words({(docroot / "file").string()}))), ended(0));
@@ -154,12 +137,10 @@ TEST_F(Script, RefusalsHaveTheirWordsAndStatus) {
         "forkExecvPipes: execv() failed: Permission denied\n\nSystem error 13: Permission denied\n"
         "waitpid(0) for '" +
         path + "' process failed: No child processes (10)\n";
+    const std::string unspecified = "UNSPECIFIED ERROR OCCURED\n";
     const std::vector<Row> rows{
         {{name + package.string()}, 255, HasSubstr("Failed to get package path\n")},
-        {{name + "file:///" + base.string() + "/other"},
-         2,
-         HasSubstr("UNSPECIFIED ERROR OCCURED\n"),
-         "UNSPECIFIED ERROR OCCURED\n"},
+        {{name + "file:///" + base.string() + "/other"}, 2, HasSubstr(unspecified), unspecified},
         {{"--script-language=ruby", "--script-name=destroy"}, 255, "Config script language 'ruby' is not supported!\n"},
         {{"--script-name=destroy"}, 1, "Requested action `destroy` is not allowed.\n"},
         {{"--script-file-name=none"}, 0, ""},
@@ -181,8 +162,7 @@ TEST_F(Script, TheExamplesOwnScriptsRunThroughItsLife) {
     giveTo(docroot, "sitea", "krocln");
     const auto act = [&](const std::string& action, const Words& more, int status, const std::string& output) {
         const Words changes{"--script-language=php", "--script-file-name=configure", "--script-name=" + action, root};
-        EXPECT_THAT(runScript(joined(changes, more)), ended(status, status == 0 ? Text("") : ::testing::_, output))
-            << action;
+        EXPECT_THAT(runScript(joined(changes, more)), ended(status, status == 0 ? Text("") : _, output)) << action;
     };
     act("install", {"My book"}, 0, "created " + root + "/data/entries.tsv\nentries: 0\ntitle: My book\n");
     act("configure", {"Other"}, 0, "title: Other\n");

@@ -6,7 +6,6 @@
 #include <array>
 #include <boost/crc.hpp>
 #include <boost/format.hpp>
-#include <fcntl.h>
 #include <fstream>
 #include <grp.h>
 #include <map>
@@ -17,15 +16,6 @@
 #include <sys/wait.h>
 
 namespace {
-
-std::string wholeText(int fd) {
-    std::string text;
-    std::array<char, 65536> chunk{};
-    lseek(fd, 0, SEEK_SET);
-    for (ssize_t got = 0; (got = read(fd, chunk.data(), chunk.size())) > 0;)
-        text.append(chunk.data(), static_cast<std::size_t>(got));
-    return text;
-}
 
 std::string describe(const fs::path& path, const std::string& name) {
     struct stat status {};
@@ -59,8 +49,8 @@ Outcome inChild(const std::function<void()>& body, const std::string& input) {
     }
     int status = 0;
     waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), wholeText(streams[1].get()),
-            wholeText(streams[2].get())};
+    const auto text = [&](std::size_t i) { return contentOf("/proc/self/fd/" + std::to_string(streams.at(i).get())); };
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), text(1), text(2)};
 }
 
 Outcome run(const Words& words, const std::string& input) {
@@ -88,10 +78,9 @@ void PrintTo(const Outcome& outcome, std::ostream* stream) {
     *stream << "status " << outcome.status << ", error: " << outcome.error << ", output: " << outcome.output;
 }
 
-::testing::Matcher<const Outcome&> ended(int status, const Text& error, const Text& output) {
-    using ::testing::Field;
-    return ::testing::AllOf(Field("status", &Outcome::status, status), Field("error", &Outcome::error, error),
-                            Field("output", &Outcome::output, output));
+Matcher<const Outcome&> ended(int status, const Text& error, const Text& output) {
+    return AllOf(Field("status", &Outcome::status, status), Field("error", &Outcome::error, error),
+                 Field("output", &Outcome::output, output));
 }
 
 Words tree(const fs::path& root) {
@@ -129,6 +118,26 @@ void writeFile(const fs::path& file, const std::string& content, mode_t mode) {
     fs::create_directories(file.parent_path());
     std::ofstream(file.string(), std::ios::binary) << content;
     chmod(file.c_str(), mode);
+}
+
+void make(const fs::path& root, const Words& entries) {
+    for (const std::string& entry : entries) {
+        const auto arrow = entry.find(" -> ");
+        const fs::path path = root / entry.substr(0, arrow);
+        if (entry.ends_with('/'))
+            fs::create_directories(path);
+        else if (arrow == std::string::npos)
+            writeFile(path, "content\n");
+        else
+            fs::create_directories(path.parent_path()), fs::create_symlink(entry.substr(arrow + 4), path);
+    }
+}
+
+std::string namesIn(const fs::path& root) {
+    std::string names;
+    for (const std::string& line : fs::exists(root) ? tree(root) : Words())
+        names += (names.empty() ? "" : " ") + line.substr(0, 2) + line.substr(line.find(' ', line.find(':')) + 1);
+    return names;
 }
 
 void giveTo(const fs::path& path, const std::string& user, const std::string& group) {
@@ -214,7 +223,7 @@ Words SandboxTest::command(const std::string& name, const Words& changes) const 
 
 /// 77, for CTest, when nothing failed but a test could not be run; each says why.
 int main(int argc, char** argv) {
-    ::testing::InitGoogleMock(&argc, argv);
+    InitGoogleMock(&argc, argv);
     const int result = RUN_ALL_TESTS();
-    return result == 0 && ::testing::UnitTest::GetInstance()->skipped_test_count() > 0 ? 77 : result;
+    return result == 0 && UnitTest::GetInstance()->skipped_test_count() > 0 ? 77 : result;
 }

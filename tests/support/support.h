@@ -8,6 +8,7 @@
 #include <vector>
 
 namespace fs = boost::filesystem;
+using namespace ::testing; // the matchers
 
 using Words = std::vector<std::string>;
 
@@ -19,9 +20,9 @@ struct Outcome {
 };
 void PrintTo(const Outcome& outcome, std::ostream* stream);
 
-using Text = ::testing::Matcher<std::string>;
+using Text = Matcher<std::string>;
 /// Matches the status and the streams of a run.
-::testing::Matcher<const Outcome&> ended(int status, const Text& error = "", const Text& output = ::testing::_);
+Matcher<const Outcome&> ended(int status, const Text& error = "", const Text& output = _);
 
 /// Runs `body` in a forked child with streams of its own, which exits with 0 unless the body ends it, and waits.
 /// After five minutes an alarm ends the child.
@@ -55,6 +56,12 @@ unsigned checksum(const std::string& text);
 /// Writes a file with the given mode, making its parent directories, owned by the calling user.
 void writeFile(const fs::path& file, const std::string& content, mode_t mode = 0644);
 
+/// Makes entries below `root`: files of "content\n", a directory "NAME/" and a link "NAME -> TARGET".
+void make(const fs::path& root, const Words& entries);
+
+/// Type and name of all entries below `root`: "d . f file", or nothing.
+std::string namesIn(const fs::path& root);
+
 /// Gives `path` and all below it to an account and group.
 void giveTo(const fs::path& path, const std::string& user, const std::string& group);
 
@@ -66,7 +73,7 @@ std::string metadata(const std::string& mappings, const std::string& version = "
 std::string entityBomb(const std::string& root);
 
 /// A test with a directory of its own.
-class DirectoryTest : public ::testing::Test {
+class DirectoryTest : public Test {
 protected:
     DirectoryTest();
     ~DirectoryTest() override;

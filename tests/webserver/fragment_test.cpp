@@ -3,14 +3,6 @@
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
 
-#include <sys/mount.h>
-#include <sys/stat.h>
-
-using ::testing::AllOf;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
-
 namespace {
 
 const std::string apacheScript = LARKSPUR_SOURCE_DIR "/tests/support/apache";
@@ -24,10 +16,9 @@ const std::string phpOn = "<IfModule mod_php4.c>\n  php_admin_flag engine on\n  
                           "</IfModule>\n\n<IfModule mod_php5.c>\n  php_admin_flag engine on\n"
                           "  AddHandler php5-script .php ..x \n</IfModule>\n";
 const std::string cgiOff = "<IfModule mod_cgi.c>\n  Options -ExecCGI\n</IfModule>\n";
-const std::string cgiAll = "<IfModule mod_cgi.c>\n  Options +ExecCGI\n  <Files *>\n    SetHandler None\n"
-                           "    SetHandler cgi-script\n  </Files>\n</IfModule>\n";
-const std::string cgiBy = "<IfModule mod_cgi.c>\n  Options +ExecCGI\n  <Files ~ (\\.pl$)>\n    SetHandler None\n"
-                          "  </Files>\n";
+const std::string cgiOn = "<IfModule mod_cgi.c>\n  Options +ExecCGI\n  <Files ";
+const std::string cgiAll = cgiOn + "*>\n    SetHandler None\n    SetHandler cgi-script\n  </Files>\n</IfModule>\n";
+const std::string cgiBy = cgiOn + "~ (\\.pl$)>\n    SetHandler None\n  </Files>\n";
 const std::string onePhp = "<php:handler><php:extension>php</php:extension><php:extension>.x</php:extension>"
                            "</php:handler>";
 const std::string oneCgi = "<cgi:handler><cgi:extension>cgi</cgi:extension><cgi:extension>php</cgi:extension>"
@@ -45,15 +36,14 @@ protected:
     Outcome install(const std::string& elements, const Words& changes = {}) const {
         return run(installation(elements, changes));
     }
-    Outcome remove(const std::string& fileName, const std::string& path = "/x/test.example") const {
-        return run(command("remove-apache-conf", {"--vhost-path=" + path, "--config-file-name=" + fileName}));
-    }
 };
 
 } // namespace
 
 TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
-    const std::string end = "\n</Directory>\n\n", php = "  AddHandler php-script .php\n";
+    const std::string end = "\n</Directory>\n\n", php = "  AddHandler php-script .php\n", off = "</IfModule>\n" + end;
+    const std::string both = "<mapping url='a'>" + onePhp + "<cgi:handler/></mapping>";
+    const std::string noCgi = "<cgi:handler><cgi:disabled/></cgi:handler>";
     const auto open = [](const std::string& place) { return "<Directory /w" + place + " >\n\n"; };
     struct Row {
         std::string elements, expected;
@@ -62,28 +52,26 @@ TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
     };
     const std::vector<Row> rows{
         {"<mapping url='/'>" + onePhp + oneCgi + "</mapping>",
-         open("/app/") + phpOn + cgiBy + "  AddHandler cgi-script .cgi ..php \n" + php + "</IfModule>\n" + end},
-        {"<mapping url='a'>" + onePhp + "<cgi:handler/></mapping>", open("/app/a") + cgiBy + "</IfModule>\n" + end,
-         false},
-        {"<mapping url='a'>" + onePhp + "<cgi:handler/></mapping>", open("/app/a") + phpOn + end, true, false},
-        {"<mapping url='a'><php:handler><php:disabled/></php:handler><cgi:handler><cgi:disabled/></cgi:handler>"
-         "<cgi:handler><cgi:all-files/></cgi:handler></mapping>",
+         open("/app/") + phpOn + cgiBy + "  AddHandler cgi-script .cgi ..php \n" + php + off},
+        {both, open("/app/a") + cgiBy + off, false},
+        {both, open("/app/a") + phpOn + end, true, false},
+        {"<mapping url='a'><php:handler><php:disabled/></php:handler>" + noCgi +
+             "<cgi:handler><cgi:all-files/>"
+             "</cgi:handler></mapping>",
          open("/app/a") + phpOff + cgiOff + cgiAll + end},
-        {"<mapping url='a'><cgi:handler><cgi:extension>php</cgi:extension></cgi:handler><mapping url='b'>"
-         "<cgi:handler><cgi:disabled/></cgi:handler></mapping></mapping><mapping url='/old//' virtual='redirect' "
-         "href='http://x/'/>",
-         open("/app/a") + cgiBy + php + "</IfModule>\n" + end + open("/app/a/b") + cgiOff + end +
+        {"<mapping url='a'><cgi:handler><cgi:extension>php</cgi:extension></cgi:handler><mapping url='b'>" + noCgi +
+             "</mapping></mapping><mapping url='/old//' virtual='redirect' href='http://x/'/>",
+         open("/app/a") + cgiBy + php + off + open("/app/a/b") + cgiOff + end +
              "RedirectPermanent /app/old http://x/\n\n"},
         {"<mapping url='a'><php:handler/></mapping>", ""},
         {"<mapping url='a'>" + onePhp + "</mapping>", "", false},
         {"<mapping url='old' virtual='redirect' href='x'/>", "", false, false},
-        {"<mapping url='a&#10;b'><mapping url='c'><php:handler/></mapping></mapping><mapping url='a'>"
-         "<php:handler><php:extension>\nphp\n</php:extension></php:handler><cgi:handler><cgi:disabled/>"
-         "<cgi:extension>\n</cgi:extension></cgi:handler></mapping>",
+        {"<mapping url='a&#10;b'><mapping url='c'><php:handler/></mapping></mapping><mapping url='a'><php:handler>"
+         "<php:extension>\nphp\n</php:extension></php:handler>" +
+             noCgi + "</mapping>",
          open("/app/a") + cgiOff + end, false}, // line breaks that are not written
-        {"<mapping url='/' virtual='redirect' href='/x'/><mapping url='/a'><cgi:handler><cgi:disabled/></cgi:handler>"
-         "</mapping>", // the document root itself needs no prefix
-         open("/a") + cgiOff + end + "RedirectPermanent / /x\n\n", true, true, "."},
+        {"<mapping url='/' virtual='redirect' href='/x'/><mapping url='/a'>" + noCgi + "</mapping>",
+         open("/a") + cgiOff + end + "RedirectPermanent / /x\n\n", true, true, "."}, // needs no prefix
     };
     std::string all;
     for (const Row& row : rows) {
@@ -116,82 +104,70 @@ TEST_F(Fragment, OptionsChooseTheHandlersAndOnlyRootReadsTheFileWhateverTheUmask
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.elements + row.options.front());
+        if (row.umask != "022")
+            fs::remove_all(fragments);
+        else
+            writeFile(fragments / "app.conf", "php_admin_flag ExecCGI of an earlier version", 0644);
         EXPECT_THAT(run(byShell("umask " + row.umask + "; exec \"$@\"", installation(row.elements, row.options))),
                     ended(0, "", ""));
         const std::string text = contentOf(fragments / "app.conf");
         EXPECT_EQ(text.find("php_admin_flag") != std::string::npos, row.php) << text;
         EXPECT_EQ(text.find("ExecCGI") != std::string::npos, row.cgi) << text;
-        if (row.php || row.cgi)
-            EXPECT_THAT(tree(fragments), ElementsAre("d 0755 root:root .", "f 0600 root:root app.conf"));
-        else
-            EXPECT_THAT(tree(fragments), ElementsAre("d 0755 root:root ."));
-        if (row.umask != "022")
-            fs::remove_all(fragments);
-        else
-            writeFile(fragments / "app.conf", "php_admin_flag ExecCGI of an earlier version", 0600);
+        const Words entries = tree(fragments);
+        EXPECT_EQ(entries.front(), "d 0755 root:root .");
+        EXPECT_EQ(entries.back(), row.php || row.cgi ? "f 0600 root:root app.conf" : "d 0755 root:root .");
     }
 }
 
 TEST_F(Fragment, FailuresNameTheirCauseAndKeepTheOldFragment) {
     const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>", breaking = "x\nInclude /y";
-    const std::string inXml = "XML occured during processing the package file " + (package / "APP-META.xml").string();
-    const Text refused = AllOf(StartsWith("Fatal error: boost::"), HasSubstr("invalid_option_value"));
-    const Words allOff{"--disable-php-support=1", "--disable-cgi-support=1"};
+    const std::string document = (package / "APP-META.xml").string();
+    const std::string inXml = "XML occured during processing the package file " + document + ": ";
+    const Words off{"--disable-php-support=1", "--disable-cgi-support=1"};
     struct Row {
-        std::string elements;
-        int status;
-        Text error;
+        std::string elements, error;
         Words changes = {};
+        int status = 255;
     };
     const std::vector<Row> rows{
-        {"<unclosed>", 255, HasSubstr(inXml + ": Unable to load file: " + (package / "APP-META.xml").string() + "\n")},
-        {"<mapping path='no url'/>", 134, HasSubstr("std::logic_error")},
-        {"<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>", 255,
-         StartsWith(inXml + ": the mapping of URL /a")},
-        {"<mapping url='a&#10;'><cgi:handler/></mapping>", 255, StartsWith(inXml + ": the mapping of URL /a")},
-        {"<mapping url='a'><cgi:handler><cgi:extension>x\n</cgi:extension></cgi:handler></mapping>", 255,
-         StartsWith(inXml + ": the mapping of URL /a")},
-        {some, 1, refused, {"--www-root=" + breaking}},
-        {some, 1, refused, joined({"--www-root=" + breaking}, allOff)},
-        {some, 1, refused, {"--application-subdirectory=" + breaking}},
-        {some, 1, refused, joined({"--application-subdirectory=" + breaking}, allOff)},
-        {some, 1, refused, {"--disable-php-support=yes"}},
+        {"<unclosed>", inXml + "Unable to load file: " + document + "\n"},
+        {"<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>", inXml + "the mapping of URL /a"},
+        {"<mapping url='a&#10;'><cgi:handler/></mapping>", inXml + "the mapping of URL /a"},
+        {"<mapping url='a'><cgi:handler><cgi:extension>x\n</cgi:extension></cgi:handler></mapping>",
+         inXml + "the mapping of URL /a"},
+        {some, "invalid_option_value", {"--www-root=" + breaking}, 1},
+        {some, "invalid_option_value", joined(off, {"--www-root=" + breaking}), 1},
+        {some, "invalid_option_value", {"--application-subdirectory=" + breaking}, 1},
+        {some, "invalid_option_value", joined(off, {"--application-subdirectory=" + breaking}), 1},
+        {some, "invalid_option_value", {"--disable-php-support=yes"}, 1},
     };
     writeFile(fragments / "app.conf", "old");
     for (const Row& row : rows)
-        EXPECT_THAT(install(row.elements, row.changes), ended(row.status, row.error)) << row.elements;
-    EXPECT_THAT(run({LARKSPUR_PROGRAM, "--install-apache-conf", "--vhost-path=/x"}),
-                ended(1, StartsWith("Fatal error: ")));
+        EXPECT_THAT(install(row.elements, row.changes), ended(row.status, HasSubstr(row.error))) << row.elements;
+    EXPECT_THAT(run({LARKSPUR_PROGRAM, "--install-apache-conf"}), ended(1, StartsWith("Fatal error: boost::")));
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
+    EXPECT_EQ(namesIn(fragments), "d . f app.conf");
+    EXPECT_THAT(install("<mapping path='no url'/>"), ended(134, HasSubstr("std::logic_error")));
 }
 
 TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
     const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>";
+    const std::string longUrl = "<mapping url='long" + std::string(5000, 'x') + "'><cgi:handler/></mapping>";
     const auto failed = [](const std::string& error) {
         return ended(255, AllOf(StartsWith("Filesystem exception during config creation: "), HasSubstr(error)));
     };
-    fs::create_directories(fragments);
-    ASSERT_EQ(mount("small", fragments.c_str(), "tmpfs", 0, "size=64k"), 0);
-    writeFile(fragments / "app.conf", "old");
-    writeFile(fragments / "rest", std::string(1 << 20, 'x'));
-    for (const std::string& filler :
-         {std::string(), "<mapping url='long" + std::string(5000, 'x') + "'><cgi:handler/></mapping>"}) {
-        EXPECT_THAT(install(some + filler), failed("Unable to write: "));
-        EXPECT_THAT(tree(fragments), ElementsAre(StartsWith("d "), "f 0644 root:root app.conf", StartsWith("f ")));
+    make(fragments, {"app.conf"});
+    // A write beyond the limit raises SIGXFSZ; the short text meets it at the end, the long one before.
+    for (const std::string& elements : {some, longUrl}) {
+        EXPECT_THAT(run(joined({"prlimit", "--fsize=300"}, installation(elements))), failed("(system:27)\n"));
+        EXPECT_EQ(namesIn(fragments) + contentOf(fragments / "app.conf"), "d . f app.confcontent\n");
     }
-    EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
-    umount(fragments.c_str());
-
-    // A write beyond the limit raises SIGXFSZ.
-    const std::string longUrl = "<mapping url='long" + std::string(600, 'x') + "'><cgi:handler/></mapping>";
-    EXPECT_THAT(run(joined({"prlimit", "--fsize=600"}, installation(longUrl))), failed(" error code: (system:27)\n"));
-    EXPECT_TRUE(fs::is_empty(fragments));
-
-    ASSERT_TRUE(fs::create_directories(fragments / "app.conf/full"));
+    fs::remove(fragments / "app.conf");
+    make(fragments, {"app.conf/full/"});
     EXPECT_THAT(install(some), failed(" error code: (system:39)\n"));
     EXPECT_EQ(tree(fragments).size(), 3U); // no temporary file among them
     fs::remove_all(fragments);
-    writeFile(fragments, "a file in the directory's place");
+    make(fragments.parent_path(), {"siteapp.d"}); // a file in the directory's place
     EXPECT_THAT(install(some), ended(134, HasSubstr("mkstemp() failed: : Not a directory")));
     fs::remove_all(fragments.parent_path());
     EXPECT_THAT(install(some), failed(" error code: (system:2)\n"));
@@ -205,15 +181,13 @@ TEST_F(Fragment, ClosedStandardStreamsDoNotLeakIntoIt) {
 }
 
 TEST_F(Fragment, RemovalTakesTheFileBelowThePanelsDirectory) {
-    writeFile(fragments / "app.conf", "x");
-    writeFile(fragments / "full/file", "x");
-    EXPECT_THAT(remove("app.conf", "/x/test.example/"), ended(0)); // names the host "."
+    make(fragments, {"app.conf", "full/file"});
+    EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example/"})), ended(0)); // names the host "."
     EXPECT_TRUE(fs::exists(fragments / "app.conf"));
     for (int round = 0; round < 2; ++round)
-        EXPECT_THAT(remove("app.conf"), ended(0));
-    EXPECT_FALSE(fs::exists(fragments / "app.conf"));
-
-    const Outcome outcome = remove("full");
+        EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example"})), ended(0));
+    EXPECT_EQ(namesIn(fragments), "d . d full f full/file");
+    const Outcome outcome = run(command("remove-apache-conf", {"--config-file-name=full"}));
     EXPECT_THAT(outcome, ended(1, StartsWith("Fatal error: boost::filesystem::filesystem_error("), outcome.error));
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--remove-apache-conf", "--vhost-path=/x", "--config-file-name=app.conf"}),
                 ended(1, HasSubstr("www-root")));
@@ -223,7 +197,7 @@ TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
     NEEDS_PROGRAM("/usr/sbin/apache2");
     run({"cp", "-R", LARKSPUR_SOURCE_DIR "/examples/guestbook/.", package.string()});
     const std::string place = "--application-subdirectory=app";
-    ASSERT_THAT(run(command("extract-application", {place})), ended(0, ::testing::_));
+    ASSERT_THAT(run(command("extract-application", {place})), ended(0, _));
     ASSERT_THAT(run(command("install-apache-conf", {place})), ended(0));
     const auto fetch = [&](const Words& paths) {
         return run(joined({apacheScript, "fetch", (fragments / "*.conf").string(), docroot.string()}, paths)).output;
@@ -233,6 +207,6 @@ TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
                       HasSubstr("GET /app/cgi-bin/recent.cgi: 200 \n  | entries: 1\n"),
                       HasSubstr("GET /app/docs/sample.cgi: 200 \n  | #!/bin/sh\n"),
                       HasSubstr("GET /app/old/page: 301 http://guestbook.example/archive/page\n")));
-    ASSERT_THAT(remove("app.conf"), ended(0));
+    ASSERT_THAT(run(command("remove-apache-conf")), ended(0));
     EXPECT_THAT(fetch({"/app/cgi-bin/recent.cgi"}), StartsWith("GET /app/cgi-bin/recent.cgi: 200 \n  | #!"));
 }
