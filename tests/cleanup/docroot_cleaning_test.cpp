@@ -4,8 +4,6 @@
 #include "runtime/accounts.h"
 #include "tests/support/support.h"
 
-namespace {
-
 class Cleaning : public SandboxTest {
 protected:
     /// Cleans as `user`.
@@ -19,8 +17,6 @@ protected:
 };
 
 class Listing : public SandboxTest {};
-
-} // namespace
 
 TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIsAndFollowsNoLinks) {
     const std::string at = docroot.string(), kept = "d . d cgi-bin f cgi-bin/run d httpdocs d private";

@@ -1,15 +1,11 @@
 #include "cleanup/instance_removal.h"
 #include "tests/support/support.h"
 
-#include <sys/stat.h>
-
-namespace {
-
-std::string document(const std::string& files, const std::string& more = "") {
+static std::string document(const std::string& files, const std::string& more = "") {
     return "<INSTANCE-DATA><SECTION PREFIX='htdocs'>" + files + "</SECTION>" + more + "</INSTANCE-DATA>";
 }
 
-std::string listOf(const Words& paths) {
+static std::string listOf(const Words& paths) {
     std::string files;
     for (const std::string& path : paths)
         files += "<FILE>" + path + "</FILE>";
@@ -37,8 +33,6 @@ protected:
 
     Words before_;
 };
-
-} // namespace
 
 TEST_F(Removal, ListedEntriesGoContentsFirstAndTheInstanceDirectoryWithThem) {
     put({"blog/index.php", "blog/img/logo.png", "blog/img-2/a"});

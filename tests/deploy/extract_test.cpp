@@ -3,9 +3,6 @@
 #include "tests/support/support.h"
 
 #include <array>
-#include <sys/stat.h>
-
-namespace {
 
 class Extract : public SandboxTest {
 protected:
@@ -14,8 +11,6 @@ protected:
     void mappings(const std::string& elements) const { writeFile(package / "APP-META.xml", metadata(elements)); }
     Outcome extract(const Words& changes = {}) const { return run(command("extract-application", changes)); }
 };
-
-} // namespace
 
 TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
     mappings("<mapping url='/' path='htdocs'>"

@@ -3,8 +3,6 @@
 #include "runtime/path_key.h"
 #include "tests/support/support.h"
 
-namespace {
-
 class Plan : public DirectoryTest {
 protected:
     /// "target <- source mode mapping" a record, for a destination root "/site".
@@ -24,8 +22,6 @@ protected:
 
     InstallPlan plan;
 };
-
-} // namespace
 
 TEST_F(Plan, TheDeepestMappingDecidesSourceAndMode) {
     make(base, {"htdocs/a/page", "htdocs/a-b", "cgi/run.pl", "cgi/page"});

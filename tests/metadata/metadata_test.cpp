@@ -76,8 +76,6 @@ TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
         {without(good, "name"), noName},
         {without(good, "release"), noName},
         {without(good, "version"), "Invalid package metadata file format: <s:version> element is missing."},
-        {"<other>" + good + "</other>", noName},
-        {"<application version='1.1'><name>n</name></application>", noName},
         {bomb + metadata("<mapping url='&e9;'/>"), unloadable},
         {bomb + metadata("<summary>&e9;</summary>"), unloadable},
         {wide + metadata("<summary>" + many + "</summary>"), unloadable},

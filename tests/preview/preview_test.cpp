@@ -2,7 +2,6 @@
 
 #include <boost/json.hpp>
 #include <sys/mount.h>
-#include <sys/stat.h>
 
 namespace json = boost::json;
 

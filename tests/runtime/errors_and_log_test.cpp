@@ -12,6 +12,7 @@
 #include <cstring>
 #include <iostream>
 #include <sys/mman.h>
+#include <sys/resource.h>
 
 namespace {
 
@@ -144,32 +145,42 @@ TEST_F(Accounts, TheSwitchRefusesWithAMessageAndStatusOne) {
 }
 
 TEST_F(Accounts, LookUpsAnswerZeroForTheUnknownAndNameTheirOwnError) {
-    const std::string tooLarge = std::strerror(ERANGE);
     const auto ownId = [](const char* user) { return nimbo_ugid(user, 0); };
     const auto groupId = [](const char* user) { return nimbo_ugid(user, 1); };
+    const auto failed = [](int error) {
+        const std::string text = std::strerror(error);
+        return ": " + text + "\nSystem error " + std::to_string(error) + ": " + text + "\n";
+    };
     struct Row {
         unsigned (*lookUp)(const char*);
         const char* name;
         unsigned id = 0;
         std::string message = "";
+        rlim_t descriptors = 64;
     };
-    const std::vector<Row> rows{{get_group_id, "krocln", 20100},
-                                {get_group_id, "20101", 20101},
-                                {get_group_id, "0"},
-                                {get_group_id, ""},
-                                {get_group_id, "no-group", 0, "getgrnam(no-group): Success\n"},
-                                {get_group_id, "20199", 0, "getgrgid(20199): Success\n"},
-                                {get_group_id, "99999999999", 0,
-                                 "getgrgid(99999999999): " + tooLarge + "\nSystem error 34: " + tooLarge + "\n"},
-                                {ownId, "siteb", 20002},
-                                {groupId, "siteb", 20100},
-                                {ownId, "none", 0, "Unable to getpwnam for user none\n"},
-                                {get_user_id, "no-user", 0, "Unable to find uid for user no-user: Success\n"}};
-    for (const Row& row : rows)
-        EXPECT_THAT(inChild([&] {
-                        errno = EPERM; // of an earlier failure
-                        std::exit(row.lookUp(row.name) == row.id ? 0 : 1);
-                    }),
-                    ended(0, row.message, row.message))
-            << row.name;
+    const std::vector<Row> rows{
+        {get_group_id, "krocln", 20100},
+        {get_group_id, "20101", 20101},
+        {get_group_id, "0"},
+        {get_group_id, ""},
+        {ownId, "siteb", 20002},
+        {groupId, "siteb", 20100},
+        {get_group_id, "no-group", 0, "getgrnam(no-group): Success\n"},
+        {get_group_id, "20199", 0, "getgrgid(20199): Success\n"},
+        {ownId, "none", 0, "Unable to getpwnam for user none\n"},
+        {get_user_id, "none", 0, "Unable to find uid for user none: Success\n"},
+        {get_group_id, "99999999999", 0, "getgrgid(99999999999)" + failed(ERANGE)},
+        {get_group_id, "krocln", 0, "getgrnam(krocln)" + failed(EMFILE), 3},
+        {get_group_id, "20100", 0, "getgrgid(20100)" + failed(EMFILE), 3},
+        {get_user_id, "sitea", 0, "Unable to find uid for user sitea" + failed(EMFILE), 3},
+    };
+    for (const Row& row : rows) {
+        const auto lookUp = [&] {
+            const rlimit limit{row.descriptors, row.descriptors};
+            setrlimit(RLIMIT_NOFILE, &limit);
+            errno = EPERM; // of an earlier failure
+            std::exit(row.lookUp(row.name) == row.id ? 0 : 1);
+        };
+        EXPECT_THAT(inChild(lookUp), ended(0, row.message, row.message)) << row.name;
+    }
 }

@@ -12,7 +12,6 @@
 #include <pwd.h>
 #include <sstream>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace {
@@ -156,10 +155,8 @@ std::string metadata(const std::string& mappings, const std::string& version, co
 std::string entityBomb(const std::string& root) {
     std::string type = "<!DOCTYPE " + root + " [<!ENTITY e0 '0123456789'>";
     for (int i = 1; i < 10; ++i) {
-        type += "<!ENTITY e" + std::to_string(i) + " '";
-        for (int j = 0; j < 10; ++j)
-            type += "&e" + std::to_string(i - 1) + ";";
-        type += "'>";
+        const std::string last = "&e" + std::to_string(i - 1) + ";", five = last + last + last + last + last;
+        type += "<!ENTITY e" + std::to_string(i) + " '" + five + five + "'>";
     }
     return type + "]>";
 }

@@ -4,7 +4,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <string>
-#include <sys/types.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace fs = boost::filesystem;

@@ -3,8 +3,6 @@
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
 
-namespace {
-
 const std::string apacheScript = LARKSPUR_SOURCE_DIR "/tests/support/apache";
 
 const std::string header = "# ATTENTION!\n"
@@ -37,8 +35,6 @@ protected:
         return run(installation(elements, changes));
     }
 };
-
-} // namespace
 
 TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
     const std::string end = "\n</Directory>\n\n", php = "  AddHandler php-script .php\n", off = "</IfModule>\n" + end;
@@ -132,9 +128,6 @@ TEST_F(Fragment, FailuresNameTheirCauseAndKeepTheOldFragment) {
     const std::vector<Row> rows{
         {"<unclosed>", inXml + "Unable to load file: " + document + "\n"},
         {"<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>", inXml + "the mapping of URL /a"},
-        {"<mapping url='a&#10;'><cgi:handler/></mapping>", inXml + "the mapping of URL /a"},
-        {"<mapping url='a'><cgi:handler><cgi:extension>x\n</cgi:extension></cgi:handler></mapping>",
-         inXml + "the mapping of URL /a"},
         {some, "invalid_option_value", {"--www-root=" + breaking}, 1},
         {some, "invalid_option_value", joined(off, {"--www-root=" + breaking}), 1},
         {some, "invalid_option_value", {"--application-subdirectory=" + breaking}, 1},
