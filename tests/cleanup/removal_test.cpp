@@ -96,7 +96,8 @@ TEST_F(Removal, ExternalEntitiesAreNotReadAndTensOfThousandsOfEntriesAreNoLimit)
     writeFile(base / "names", "own/page");
     put({"blog/a&b", "last"});
     std::string files =
-        "<FILE>&in;/a&amp;b</FILE><FILE><![CDATA[blog]]></FILE><FILE>&out;</FILE><OTHER>own/page</OTHER>";
+        "<![CDATA[q]]><FILE>&in;/a&amp;b</FILE><![CDATA[q]]>t<FILE><![CDATA[blog]]></FILE>t<FILE>&out;</FILE><OTHER>own"
+        "/page</OTHER>";
     for (int i = 0; i < 20000; ++i)
         files += "<FILE>some/longer/path/of/a/document/number-" + std::to_string(i) + "</FILE>";
     expectAsBefore("<!DOCTYPE INSTANCE-DATA [<!ENTITY in 'blog'><!ENTITY out SYSTEM '" + base.string() + "/names'>]>" +

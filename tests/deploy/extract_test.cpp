@@ -3,6 +3,7 @@
 #include "tests/support/support.h"
 
 #include <array>
+#include <sys/xattr.h>
 
 class Extract : public SandboxTest {
 protected:
@@ -88,6 +89,21 @@ TEST_F(Extract, ReplacesFilesAndEmptyDirectoriesAndOpensItsOwnDirectories) {
     EXPECT_THAT(extract(), ended(0));
     EXPECT_EQ(contentOf(docroot / "dir/page") + contentOf(docroot / "empty"), "content\ncontent\n");
     EXPECT_THAT(tree(docroot), Contains("d 0700 sitea:krocln dir"));
+}
+
+TEST_F(Extract, NeitherADefaultAclNorAWayThroughANewDirectoryKeepsTheSiteOut) {
+    // u::r-x, g::r-x, o::r-x as acl(5) has them on disk: new directories come without the right to write.
+    const std::string acl("\2\0\0\0\1\0\5\0\xff\xff\xff\xff\4\0\5\0\xff\xff\xff\xff\40\0\5\0\xff\xff\xff\xff", 28);
+    make(package / "htdocs", {"d/f", "g"});
+    make(docroot, {"a/"});
+    giveTo(docroot, "sitea", "krocln");
+    chmod((docroot / "a").c_str(), 0500);
+    EXPECT_THAT(extract({"--application-subdirectory=new/../a"}), ended(0));
+    ASSERT_EQ(setxattr(docroot.c_str(), "system.posix_acl_default", acl.data(), acl.size(), 0), 0);
+    EXPECT_THAT(extract({"--application-subdirectory=b"}), ended(0));
+    const std::string site = " sitea:krocln ";
+    EXPECT_THAT(tree(docroot / "b"), ElementsAre("d 0755" + site + ".", "d 0755" + site + "d", "f 0644" + site + "d/f",
+                                                 "f 0644" + site + "g"));
 }
 
 TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
