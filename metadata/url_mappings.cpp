@@ -46,31 +46,31 @@ bool isWritable(xmlXPathContext* context, xmlNode* mapping) {
     });
 }
 
-std::list<PHPHandler> phpHandlersOf(xmlXPathContext* context, xmlNode* mapping) {
-    std::list<PHPHandler> handlers;
-    const XPathResult found = queryAt(context, mapping, "./php:handler");
-    for (xmlNode* node : nodesOf(found.get())) {
-        PHPHandler handler;
-        handler.disabled = hasChild(context, node, "./php:disabled");
-        if (!handler.disabled)
-            handler.extensions = extensionsOf<PHPHandler::extension>(context, node, "./php:extension");
-        handlers.push_back(std::move(handler));
-    }
+/// One record a handler element, in document order.
+template <class Read>
+auto handlersOf(xmlXPathContext* context, xmlNode* mapping, const char* expression, const Read& read) {
+    std::list<decltype(read(context, mapping))> handlers;
+    const XPathResult found = queryAt(context, mapping, expression);
+    for (xmlNode* node : nodesOf(found.get()))
+        handlers.push_back(read(context, node));
     return handlers;
 }
 
-std::list<CGIHandler> cgiHandlersOf(xmlXPathContext* context, xmlNode* mapping) {
-    std::list<CGIHandler> handlers;
-    const XPathResult found = queryAt(context, mapping, "./cgi:handler");
-    for (xmlNode* node : nodesOf(found.get())) {
-        CGIHandler handler;
-        handler.disabled = hasChild(context, node, "./cgi:disabled");
-        handler.allFiles = !handler.disabled && hasChild(context, node, "./cgi:all-files");
-        if (!handler.disabled && !handler.allFiles)
-            handler.extensions = extensionsOf<CGIHandler::extension>(context, node, "./cgi:extension");
-        handlers.push_back(std::move(handler));
-    }
-    return handlers;
+PHPHandler readPhpHandler(xmlXPathContext* context, xmlNode* node) {
+    PHPHandler handler;
+    handler.disabled = hasChild(context, node, "./php:disabled");
+    if (!handler.disabled)
+        handler.extensions = extensionsOf<PHPHandler::extension>(context, node, "./php:extension");
+    return handler;
+}
+
+CGIHandler readCgiHandler(xmlXPathContext* context, xmlNode* node) {
+    CGIHandler handler;
+    handler.disabled = hasChild(context, node, "./cgi:disabled");
+    handler.allFiles = !handler.disabled && hasChild(context, node, "./cgi:all-files");
+    if (!handler.disabled && !handler.allFiles)
+        handler.extensions = extensionsOf<CGIHandler::extension>(context, node, "./cgi:extension");
+    return handler;
 }
 
 } // namespace
@@ -101,8 +101,8 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
         }
         item.path = pathOf(mapping, url, parentPath);
         item.writable = isWritable(context, mapping);
-        item.phpHandlers = phpHandlersOf(context, mapping);
-        item.cgiHandlers = cgiHandlersOf(context, mapping);
+        item.phpHandlers = handlersOf(context, mapping, "./php:handler", readPhpHandler);
+        item.cgiHandlers = handlersOf(context, mapping, "./cgi:handler", readCgiHandler);
         const XPathResult nested = queryAt(context, mapping, "./s:mapping");
         auto descendants = getUrlMappings(context, nested.get(), item.path, item.url);
         items.push_back(std::move(item));
