@@ -46,7 +46,7 @@ no_more_words() { [[ ${#rest[@]} -eq 0 ]] || { echo "${0##*/}: too many words: $
 build() { cmake --preset "$1" && cmake --build --preset "$1"; }
 
 # The rooms, as the build lists them.
-rooms() { sed -n 's/^foreach(room \(.*\))$/\1/p' CMakeLists.txt; }
+rooms() { sed -n 's/^set(LARKSPUR_ROOMS \(.*\))$/\1/p' CMakeLists.txt; }
 
 # tree_files PATTERN...: files of the tree, NUL-terminated, those that git does not know yet among them.
 tree_files() {
