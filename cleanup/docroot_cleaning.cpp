@@ -137,7 +137,9 @@ void DeleteDirEntry::operator()(const fs::path& relative) const {
     const auto directory = topLevelDirectory(std::string(text.substr(0, end)), vhostDir_, params_);
     if (!directory)
         return;
-    std::string target = directory->native();
+    std::string target;
+    target.reserve(directory->size() + text.size() + 2);
+    target.assign(directory->native());
     appendElements(target, text.substr(end));
     remover_->remove(target);
 }
