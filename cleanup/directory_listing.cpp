@@ -98,8 +98,9 @@ private:
         return false;
     }
 
-    /// Opens the directory at hand.  Its entries' kinds are known when it may also be searched; otherwise a look at
-    /// each of them would fail, which is to be reported.
+    /// Opens the directory at hand.
+    /// \param isSearchable receives whether its entries may be looked at.  If not, the kinds that the directory tells
+    ///        must not be used: the walk has to look at each entry itself, so that the failure is reported.
     UniqueFd open(bool& isSearchable) {
         constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
         const auto place = directories_.of(path_);
@@ -127,7 +128,7 @@ private:
         const std::size_t stem = path_.size();
         entries.forEach([&](std::string_view name, EntryKind kind) {
             path_.append(name);
-            // At the end of too long a path a look would fail too.
+            // For too long a path the walk has to look at the entry itself, so that the failure is reported.
             at(path_.size() < PATH_MAX ? kind : EntryKind::Unknown);
             path_.resize(stem);
         });

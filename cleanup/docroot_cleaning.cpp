@@ -27,8 +27,8 @@ std::string text(const char* value) {
     return value == nullptr ? std::string() : value;
 }
 
-/// Appends the elements of `rest`, each behind one slash.  A slash at the end stands for a "." element, with which no
-/// directory can be removed.
+/// Appends the elements of `rest`, each after one slash.  A slash at the end of `rest` becomes a "." element, so that
+/// such an entry is not removed: rmdir(2) refuses a path that ends in ".".
 void appendElements(std::string& path, std::string_view rest) {
     const bool endsInSlash = rest.ends_with('/');
     for (auto start = rest.find_first_not_of('/'); start != std::string_view::npos;
@@ -59,8 +59,8 @@ class DeleteDirEntry::Remover {
 public:
     void remove(const std::string& target) {
         const auto place = directories_.of(target);
-        // The likely call comes first and the look at the entry only where it fails, to tell which complaint it
-        // deserves. Linux unlinks no directory, and a directory follows upon what it held.
+        // The likely call comes first: a target above the one before is a directory, anything else a file.  A wrong
+        // guess does no harm: Linux refuses unlink(2) for a directory.  Only after a failure the entry is looked at.
         const int likely = isAbove(target, last_) ? AT_REMOVEDIR : 0;
         last_ = target;
         if (unlinkat(place.directory, place.name, likely) == 0 || errno == ENOENT)
@@ -72,11 +72,11 @@ public:
                 report("lstat", target, errno);
             return;
         }
-        const int right = S_ISDIR(status.st_mode) ? AT_REMOVEDIR : 0;
-        if (right != likely)
-            error = unlinkat(place.directory, place.name, right) == 0 ? 0 : errno;
+        const int needed = S_ISDIR(status.st_mode) ? AT_REMOVEDIR : 0;
+        if (needed != likely)
+            error = unlinkat(place.directory, place.name, needed) == 0 ? 0 : errno;
         if (error != 0)
-            report(right == AT_REMOVEDIR ? "rmdir" : "unlink", target, error);
+            report(needed == AT_REMOVEDIR ? "rmdir" : "unlink", target, error);
     }
 
 private:

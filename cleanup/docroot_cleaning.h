@@ -57,10 +57,11 @@ const std::vector<boost::filesystem::path>& vhostAllDirs();
 std::optional<boost::filesystem::path> topLevelDirectory(const std::string& name, const std::string& vhostDir,
                                                          const ExtractParams& params);
 
-/// Removes entries of a virtual host, each given by its path relative to the host.  Top-level directories stay, and
-/// what is below those that are kept.  Directories go only when empty (rmdir(2)), everything else by unlink(2); a link
-/// is not followed, those above it are.  A failure is one line on standard error; an entry that is gone is none. Copies
-/// share what they know of the entry before.
+/// Removes entries of a virtual host, each given by its path relative to the host.  The directories of vhostAllDirs()
+/// stay; so does everything below a directory that the parameters keep.  Directories are removed only when empty
+/// (rmdir(2)), everything else by unlink(2).  A link in the last element is not followed; links above it are.
+/// A failure is one line on standard error.  An entry that does not exist is no failure.
+/// Copies of the object share the directories held open and the memory of the last target.
 class DeleteDirEntry {
 public:
     DeleteDirEntry(std::string vhostDir, ExtractParams params);

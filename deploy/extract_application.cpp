@@ -81,7 +81,7 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
     try {
         reader = std::make_unique<nimbo::FSAMetaDataReader>(metadataFile.empty() ? metadataFileOf(packageDir)
                                                                                  : metadataFile);
-    } catch (const nimbo::FSACommonException& failure) {
+    } catch (const nimbo::FSACommonException& failure) { // never FSAXMLException: that one goes to the caller
         std::cerr << failure.what() << '\n';
         return 1;
     }

@@ -93,6 +93,7 @@ void FileCopier::settleMode(int fd, mode_t mode, unsigned directory) {
 }
 
 int FileCopier::copyToNewFile(const HeldDirectories::Place& source, const HeldDirectories::Place& target, mode_t mode) {
+    // O_NONBLOCK: a FIFO under this name would otherwise block here, before copyInto can refuse it.
     UniqueFd from(openat(source.directory, source.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (from.get() < 0)
         return errno;

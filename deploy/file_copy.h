@@ -27,7 +27,8 @@ private:
 /// what an extraction costs.  Nothing is forced to the disk.
 class FileCopier {
 public:
-    /// Copies the content of a regular file into a new file of exactly the given mode.
+    /// Copies the content of a regular file into a new file and gives it exactly the given mode.  A mode that cannot be
+    /// set does not fail the copy.
     /// \return 0, or the errno value of the first failing call; EINVAL when the source is no regular file, EEXIST when
     ///         the target exists in any form.  What a failed copy has written stays.
     int copyToNewFile(const HeldDirectories::Place& source, const HeldDirectories::Place& target, mode_t mode);

@@ -119,13 +119,10 @@ bool PlainTrees::keepClosed(const std::string& writable, const std::string& entr
     if (keys_.empty())
         return false;
     // Every ancestor of the entry from the writable mapping down, and the entry itself.
-    for (auto end = writable.size(); end <= entry.size(); end = entry.find('\0', end) + 1) {
+    for (auto end = writable.size(); end < entry.size(); end = entry.find('\0', end) + 1)
         if (keys_.contains(entry.substr(0, end)))
             return true;
-        if (end == entry.size())
-            break;
-    }
-    return false;
+    return keys_.contains(entry);
 }
 
 std::string erase_starting_slashes(const std::string& text) {

@@ -4,6 +4,7 @@
 #include <string>
 
 /// The package directory in an application's full name: what follows "file:///", as it stands, at most 4096 bytes.
+/// An absolute directory makes four slashes: "file:////opt/a" gives "/opt/a", "file:///opt/a" gives "opt/a".
 /// \return nothing when the name does not begin so; the empty string when nothing follows.
 std::optional<std::string> packageDirectoryOf(const std::string& fullName);
 

@@ -24,7 +24,8 @@ bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
 
-/// As the library's parent_path(), without taking the path apart: the parent of "a//b" is "a", that of "/b" is "/".
+/// As the library's parent_path(), but without iterating over the path: the parent of "a//b" is "a", that of "/b" is
+/// "/".  Only for a path with a slash in it, which every target has.
 std::string_view parentOf(std::string_view path) {
     const auto end = path.find_last_not_of('/', path.rfind('/'));
     return path.substr(0, end == std::string_view::npos ? 1 : end + 1);
@@ -79,8 +80,8 @@ private:
             parent_.clear(); // to be tried again for the next target
     }
 
-    /// A new directory that came out as the umask has it tells that no default ACL changes modes in it.  Any other is
-    /// treated like one that was there before.
+    /// Enters a directory that this run made.  When it has exactly the mode 0755 that the umask leaves, no default ACL
+    /// changes modes in it, and its files need no look at their modes.  Otherwise it is treated like an old directory.
     void enterNewParent() {
         const auto place = targets_.of(target_);
         struct stat status {};

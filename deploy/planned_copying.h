@@ -24,5 +24,6 @@ bool create_directories(const boost::filesystem::path& directory);
 /// Makes a directory writable for the site's user through the mode bits that apply to that user.  What is missing, a
 /// link or no directory is left alone; a failing change is a line on standard error.  The directory that was examined
 /// is the one that is changed (EntryHandle).
-/// \return true when the directory is as it has to be.
+/// \param userName the site's account.  The first call decides it for the whole process: look-ups are made once.
+/// \return true when the user can write the directory now; false when it was left alone or the change failed.
 bool makeUserWritableDir(const std::string& directory, const std::string& userName);

@@ -15,8 +15,8 @@ using nimbo::FSAFileException;
 
 namespace {
 
-/// The targets of writable mappings by key, and whether a link there is followed, as the system does it in front of a
-/// slash: only where all targets of that key are spelt so.
+/// The targets of writable mappings by placeKey.  True: a link at the target is followed, because every spelling of
+/// that target ends in "/" or "/.", where the system follows links too.
 using WritableTargets = std::unordered_map<std::string, bool>;
 
 /// The length of what stands before the last element of path[0, end).
@@ -70,9 +70,10 @@ void openTree(const std::string& target, std::size_t followed, const PlainTrees&
 void openToWebServer(const InstallPlan& plan, const std::string& userName) {
     const PlainTrees plain(plan);
     WritableTargets writable;
-    for (const std::string& target : plan.writableTargets)
-        if (auto& isFollowed = writable.try_emplace(placeKey(target), true).first->second)
-            isFollowed = target.ends_with('/') || target.ends_with("/.");
+    for (const std::string& target : plan.writableTargets) {
+        bool& isFollowed = writable.try_emplace(placeKey(target), true).first->second;
+        isFollowed = isFollowed && (target.ends_with('/') || target.ends_with("/."));
+    }
     for (const std::string& target : plan.writableTargets)
         openTree(target, followedPart(target, writable), plain, userName);
 }

@@ -16,6 +16,7 @@ void openToWebServer(const InstallPlan& plan, const std::string& userName);
 
 /// The mode bits with which both the web server's account and the site's user can write a directory or file.
 /// \param status of that directory or file.
+/// \param userName the site's account.  The first call decides it for the whole process: look-ups are made once.
 mode_t bitsForWebserver(const struct stat& status, const std::string& userName);
 
 /// Adds these bits to the entry that `path` names, without following a link in its last element.

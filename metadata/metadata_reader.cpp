@@ -42,7 +42,7 @@ struct OpenDocument {
         return result;
     }
 
-    // Each result is freed before the next query, which may free the nodes that it points to.
+    // Each function frees its result before the next query: a query that fails frees the document and its nodes.
     std::string requiredText(const char* expression, const char* complaint) {
         const XPathResult result = query(expression);
         if (nodesOf(result.get()).empty())

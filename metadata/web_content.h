@@ -35,9 +35,9 @@ public:
     /// Orders by depth alone.
     bool operator<(const FSAMetaDataWebContent& other) const { return depth < other.depth; }
 
-    std::string path; ///< directory below the package root, beginning with "/"; empty for a redirect
-    std::string url;  ///< full URL path, beginning with "/"
-    int kind = 0;
+    std::string path;      ///< directory below the package root, beginning with "/"; empty for a redirect
+    std::string url;       ///< full URL path, beginning with "/"
+    int kind = 0;          ///< carried along; nothing in this program sets or reads it
     bool writable = false; ///< the web server may write the mapping's files
     int depth = 0;         ///< number of "/" in url
     std::list<PHPHandler> phpHandlers;

@@ -15,7 +15,7 @@ using Names = std::array<std::string_view, 5>; // filled up with empty ones
 struct Element {
     std::string_view name;
     Names children;
-    Names attributes; ///< that are read, if it is one whose attributes matter
+    Names attributes; ///< those that are read; for "application" they are not checked
 };
 
 constexpr std::array elements{

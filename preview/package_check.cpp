@@ -102,7 +102,7 @@ PreviewEntry SourceCheck::entryOf(const PlannedCopy& copy) {
     const bool isDirectory = error == 0 ? S_ISDIR(status.st_mode) : copy.kind == EntryKind::Directory;
     const std::string source = normalised(planned);
 
-    if (isDirectory && copy.kind != EntryKind::Other) // of a linked one only the name is installed
+    if (isDirectory && copy.kind != EntryKind::Other) // a link to a directory is installed as an empty directory
         checkDirectory(source);
     else if (!source.empty())
         checkDirectory(parentOf(source));
@@ -123,7 +123,8 @@ PreviewEntry SourceCheck::entryOf(const PlannedCopy& copy) {
     return entry;
 }
 
-/// Also those above it, which come first.
+/// Warns when the site's account or this preview cannot list and enter a directory.  Checks each directory once, the
+/// directories above it first.
 void SourceCheck::checkDirectory(const std::string& source) {
     if (!checked_.insert(source).second)
         return;

@@ -42,7 +42,7 @@ std::string documentOf(const PreviewSettings& settings) {
 Preview readDocument(const std::string& document) {
     xmlSetStructuredErrorFunc(nullptr, ignoreXmlError);
     xmlSetGenericErrorFunc(nullptr, ignoreXmlMessage);
-    // Of one that cannot be parsed the reader says so.
+    // A document that cannot be parsed is skipped here: the reader below reports it.
     const XmlDocument parsed = parseXmlFile(document);
     std::vector<PreviewWarning> warnings;
     if (parsed != nullptr)
@@ -149,7 +149,7 @@ Preview previewPackage(const PreviewSettings& settings) {
     writeFragment(preview, settings, fragment);
 
     const std::string destination = destinationRootOf(wwwRoot, settings.applicationSubdirectory);
-    // A preview has words of its own for what planning prints.
+    // What planning prints is dropped: the same findings are warnings of the preview.
     const boost::io::ios_rdbuf_saver silent(std::cerr, nullptr);
     const InstallPlan plan = planCopies(settings.packageDir, destination, preview.metadata.webContent);
     addEntries(preview, plan);

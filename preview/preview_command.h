@@ -1,7 +1,8 @@
 #pragma once
 
 /// Runs larkspur-preview: prints what its command line asks for on standard output, then the warnings on standard
-/// error. \return 0, or 1 with warnings. \throw std::exception or nimbo::FSAXMLException, before anything is printed on
-/// standard error, when the command line
-///        or the package cannot be used or standard output cannot be written whole.
+/// error.
+/// \return 0, or 1 when there are warnings.
+/// \throw std::exception or nimbo::FSAXMLException when the command line or the package cannot be used or standard
+///        output cannot be written whole.  Nothing has been printed on standard error then.
 int previewCommand(int argc, char** argv);

@@ -5,7 +5,8 @@
 
 /// Names are bytes of any kind; these make them fit for one kind of output each.
 
-/// For a line on a terminal: control characters and bytes that are not UTF-8 as \n, \r, \t and \x1b.
+/// For a line on a terminal: control characters and bytes that are not UTF-8 become \n, \r, \t, or \x and two
+/// hexadecimal digits for each byte.  A backslash stays as it is, so the result cannot always be read back.
 std::string escaped(std::string_view text);
 
 /// With U+FFFD in the place of each byte that is not UTF-8.

@@ -97,8 +97,9 @@ void sortAndOverride(conf_table& table) {
     table.sorted = 1;
 }
 
-/// The value that begins at `text`: up to a "#" or the end of the line.  Of an odd number of blanks at its end the last
-/// one goes; an even number stays whole.  Files in use may count on this rule.
+/// The value that begins at `text`: up to a "#" or the end of the line.  The line break counts as a blank of the value.
+/// An odd number of blanks at the value's end loses its last one, an even number stays: "x\n" gives "x", but "x \n"
+/// stays "x \n".  Files in use may count on this rule.
 std::string_view valueOf(const char* text) {
     std::string_view value(text, std::strcspn(text, "#"));
     const auto end = std::find_if_not(value.rbegin(), value.rend(), isSpace);

@@ -27,7 +27,7 @@ int conf_init_r(conf_table* table);
 /// \return 0, or -1 with ENOMEM after a message of level 12; the table is then unchanged.
 int conf_set_r(const char* name, const char* value, conf_table* table);
 
-/// Sorts the table unless it is sorted.
+/// Sorts the table unless it is sorted.  Of entries with the same name only the last stays; the others are freed.
 void conf_finalize_r(conf_table* table);
 
 /// \return the variable's value, owned by the table and valid until it is replaced, or null.

@@ -8,10 +8,9 @@
 /// One file or directory, found once and then examined and changed without going back to its name, so that nobody who
 /// may rename entries can make the change hit another one.
 ///
-/// changeMode() changes the entry that was examined, or fails:
-///   with fchmodat2(2) (Linux 6.6) or a mounted /proc   always, through the handle itself;
-///   without both                                       through a second descriptor that is the same entry's, which
-///                                                      needs the right to read or to write the entry.
+/// addMode() changes the entry that was examined and no other one, or fails:
+///   with fchmodat2(2) (Linux 6.6) or a mounted /proc: through the handle itself;
+///   without both: through a second descriptor for the same entry.  This needs the right to read or write the entry.
 class EntryHandle {
 public:
     /// Finds an entry.  A link in the last element is not followed: the handle is then the link's.

@@ -30,13 +30,15 @@ public:
     /// here: to follow no link there is up to the *at(2) call.
     explicit HeldDirectories(std::size_t followed) : followed_(followed) {}
 
-    /// The place of a path.  Where all links are followed this never fails: the place is the whole path where its
-    /// directory cannot be held, where it ends in a slash, where it is too long for the system (PATH_MAX) and where
-    /// it has ".." elements: what happens to the directories that ".." leads through has to show.
+    /// The place of a path.  It is good until the next call of a function that is not const.
+    /// Where all links are followed, this never fails.  The place is then the whole path in these cases: the directory
+    /// cannot be opened; the path ends in a slash; the path is too long for the system (PATH_MAX); the path has ".."
+    /// elements, because the system has to look at the directories in front of them each time.
+    /// Where links are refused, Place::error says why the directory cannot be reached.
     /// \param path its text must stay as it is while the place is used.
     Place of(const std::string& path);
 
-    /// Closes all; numbers go on.
+    /// Closes all directories.  Later ones get new numbers: no number is used twice.
     void letGo();
 
     /// Takes over an open directory for paths below it.

@@ -126,7 +126,8 @@ void endElement(void* context, const xmlChar* name, const xmlChar* prefix, const
     taking.meter.add(element);
     if (!taking.meter.exceeded())
         taking.taker.take(element);
-    // The library joins a text to one in front of it by what it noted of that one: none may be left at the end.
+    // Drop the text in front too.  The parser keeps a note about the last text node and appends the next text to it;
+    // that note would be wrong once the element between them is gone.
     while (isText(element->prev))
         dropFromDocument(element->prev);
     dropFromDocument(element);

@@ -37,15 +37,17 @@ inline const char* plainText(const XmlText& text) {
 ///         references stand for an unreasonable amount of text.
 XmlDocument parseXmlFile(const std::string& fileName);
 
-/// Elements that are used when their end has been read and then taken out of the document, together with the text in
-/// front of them, so that a long list of elements takes no memory.
+/// Handles chosen elements while the text is still being parsed, so that a long list of them takes no memory.  When the
+/// end of an element that `wants` accepts has been read, `take` gets it.  Then the element and the text in front of it
+/// are removed from the document and freed.  An exception from either function ends the process.
 struct XmlElementTaker {
     std::function<bool(const xmlNode* element)> wants;
-    std::function<void(xmlNode* element)> take;
+    std::function<void(xmlNode* element)> take; ///< the element is valid during the call only
 };
 
-/// The same for a text in memory (less than 2 GiB; larger ones give null).
-/// \param taker takes elements also from a text that turns out to be no XML.
+/// As parseXmlFile, for a text in memory.  A text of 2 GiB or more gives null.
+/// \param taker null for none.  It takes elements also from a text that turns out not to be XML (the result is then
+///        null).
 XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker* taker = nullptr);
 
 /// The nodes of an XPath result in document order; none when it holds no node set.

@@ -12,7 +12,8 @@ int installWebserverConfig(int argc, char** argv);
 /// 0600.
 /// \param metadataFile the application's metadata document.
 /// \param disablePhp, disableCgi not 0: handlers of that kind are left out.
-/// \param configPath final name; its directory is created when missing, with mode 0755, but not that one's parent.
+/// \param configPath final name; never changed.  Its directory is created when missing, with mode 0755; the parent of
+///        that directory has to exist.
 /// \param applicationSubdirectory place below the document root; "." means the root itself.
 /// \param wwwRoot document root.  Neither may have a line break in it, which would begin a directive.
 /// \return 0, or -1 after a message on standard error.  The old fragment is untouched then, unless the renaming failed.
