@@ -22,11 +22,8 @@ struct Danger {
 };
 
 constexpr std::array dangers{
-    Danger{"\n", "a line break, so that no fragment is written"},
-    Danger{" \t\r\v\f", "a blank"},
-    Danger{"\"'", "a quote"},
-    Danger{"<>", "an angle bracket"},
-    Danger{"\\", "a backslash"},
+    Danger{"\n", "a line break"},     Danger{" \t\r\v\f", "a blank"}, Danger{"\"'", "a quote"},
+    Danger{"<>", "an angle bracket"}, Danger{"\\", "a backslash"},
 };
 
 bool isNowhere(int error) {
@@ -64,7 +61,9 @@ void checkDirectiveText(Preview& preview, const std::string& subject, const std:
     const auto* const found = std::ranges::find_if(
         dangers, [&](const Danger& danger) { return text.find_first_of(danger.characters) != std::string_view::npos; });
     if (found != dangers.end())
-        preview.warn("url-text", subject, what + " has " + found->name + " in it");
+        preview.warn("url-text", subject,
+                     what + " has " + found->name + " in it" +
+                         (found == dangers.begin() ? "; no fragment is written" : ""));
     else if (text.find("${") != std::string_view::npos)
         preview.warn("url-text", subject, what + " has ${ in it");
 }
@@ -132,7 +131,7 @@ void SourceCheck::checkDirectory(const std::string& source) {
         checkDirectory(parentOf(source));
     struct stat status {};
     const std::string path = plan_.packageDir + "/" + source;
-    if (source.ends_with("..") || stat(path.c_str(), &status) != 0)
+    if (source == ".." || source.ends_with("/..") || stat(path.c_str(), &status) != 0)
         return;
     constexpr mode_t needed = S_IROTH | S_IXOTH;
     if ((status.st_mode & needed) != needed)
@@ -140,6 +139,19 @@ void SourceCheck::checkDirectory(const std::string& source) {
     else if (faccessat(AT_FDCWD, path.c_str(), R_OK | X_OK, AT_EACCESS) != 0)
         preview_.warn("unreadable-source", shown(source), "this preview may not look into it, its content is missing");
 }
+
+namespace {
+
+/// True when the nearest entry above a missing path is no directory, links followed, so that nothing can be made there.
+bool isBlocked(const fs::path& missing) {
+    boost::system::error_code none;
+    fs::path above = missing.parent_path();
+    while (!above.empty() && !fs::exists(fs::symlink_status(above, none)))
+        above = above.parent_path();
+    return !above.empty() && !fs::is_directory(fs::status(above, none));
+}
+
+} // namespace
 
 void compareWithSite(Preview& preview, const std::string& destinationRoot) {
     HeldDirectories held;
@@ -149,10 +161,10 @@ void compareWithSite(Preview& preview, const std::string& destinationRoot) {
         const auto place = held.of(target);
         struct stat standing {};
         if (fstatat(place.directory, place.name, &standing, AT_SYMLINK_NOFOLLOW) != 0) {
-            if (errno == ENOTDIR && path.empty())
-                preview.warn("file-occupied", ".", "the site has a file above the destination");
-            else if (!isNowhere(errno))
+            if (!isNowhere(errno))
                 throw boost::system::system_error(errno, boost::system::system_category(), target);
+            if (path.empty() && isBlocked(target))
+                preview.warn("file-occupied", ".", "the site has a file or a link that leads nowhere above it");
             continue;
         }
         struct stat behind {};

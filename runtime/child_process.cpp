@@ -40,10 +40,9 @@ void ArgList::append(const std::string& word) {
     CMemory<char> copy(strdup(word.c_str()));
     if (copy == nullptr)
         throw std::bad_alloc();
-    pointers_.reserve(pointers_.size() + 1);
     words_.push_back(std::move(copy));
-    pointers_.back() = words_.back().get();
-    pointers_.push_back(nullptr);
+    pointers_.push_back(nullptr); // before the old end is given up: this may throw
+    pointers_.at(pointers_.size() - 2) = words_.back().get();
 }
 
 pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const ArgList& args, const std::string& user,

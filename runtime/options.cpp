@@ -4,6 +4,7 @@
 #include <boost/program_options/parsers.hpp>
 #include <boost/program_options/value_semantic.hpp>
 #include <boost/program_options/variables_map.hpp>
+#include <boost/throw_exception.hpp>
 
 namespace po = boost::program_options;
 
@@ -18,7 +19,7 @@ void validate(boost::any& value, const std::vector<std::string>& words, OneLine*
     po::validators::check_first_occurrence(value);
     const std::string& word = po::validators::get_single_string(words);
     if (word.find('\n') != std::string::npos)
-        throw po::invalid_option_value(word);
+        boost::throw_exception(po::invalid_option_value(word)); // as the library throws its own
     value = OneLine{word};
 }
 

@@ -37,7 +37,7 @@ std::string pathKey(const fs::path& path) {
 }
 
 std::string placeKey(const fs::path& path) {
-    constexpr std::string_view dot(".", 2); // with the NUL behind it
+    constexpr std::string_view dot(".\0", 2);
     std::string key = pathKey(path);
     for (auto at = key.find(dot); at != std::string::npos; at = key.find(dot, at)) {
         if (at == 0 || key[at - 1] == '\0')

@@ -33,7 +33,10 @@ private:
 /// that starts as root.
 bool createConfigDirectory(const fs::path& directory) {
     const ScopedUmask ownerWrites(022);
-    return fs::create_directory(directory);
+    // Asked for with its mode, because a default ACL above takes the umask out of force.
+    if (mkdir(directory.c_str(), 0755) == 0)
+        return true;
+    return fs::create_directory(directory); // tells what is wrong in the library's words
 }
 
 void writeWhole(nimbo::TmpFile& file, const std::string& text) {
