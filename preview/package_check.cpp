@@ -60,12 +60,12 @@ void checkExtensions(Preview& preview, const std::string& url, const Handlers& h
 void checkDirectiveText(Preview& preview, const std::string& subject, const std::string& what, std::string_view text) {
     const auto* const found = std::ranges::find_if(
         dangers, [&](const Danger& danger) { return text.find_first_of(danger.characters) != std::string_view::npos; });
-    if (found != dangers.end())
-        preview.warn("url-text", subject,
-                     what + " has " + found->name + " in it" +
-                         (found == dangers.begin() ? "; no fragment is written" : ""));
-    else if (text.find("${") != std::string_view::npos)
+    if (found != dangers.end()) {
+        const char* const more = found == dangers.begin() ? "; no fragment is written" : "";
+        preview.warn("url-text", subject, what + " has " + found->name + " in it" + more);
+    } else if (text.find("${") != std::string_view::npos) {
         preview.warn("url-text", subject, what + " has ${ in it");
+    }
 }
 
 void checkMappings(Preview& preview, const FragmentSettings& settings) {
