@@ -95,9 +95,9 @@ TEST(Log, MessagesCarryErrnoWhereItFitsAndEndTheProcessWhenAsked) {
                                                                             {ENOENT, atLimit + "m", atLimit + "m\n", 0},
                                                                             {ENOENT, large, large + "\n", 1}};
     for (const auto& [error, message, printed, status] : cases)
-        EXPECT_THAT(inChild([&, error = error, status = status] {
+        EXPECT_THAT(inChild([&, error = error, status = status, text = message.c_str()] {
                         errno = error;
-                        messlog2(status, 0, "%s", message.c_str());
+                        messlog2(status, 0, "%s", text);
                     }),
                     ended(status, printed, printed));
 }
@@ -140,7 +140,10 @@ TEST_F(Accounts, TheSwitchRefusesWithAMessageAndStatusOne) {
         {"nobody", 1, 0, 1, "Cannot chdir to nobody homedir /nonexistent\nSystem error 2: No such file or directory\n"},
         {"nobody", 0, 0, 0, ""}};
     for (const auto& [user, changeDir, allowRoot, status, message] : cases)
-        EXPECT_THAT(inChild([&] { errno = 0, p_setuid_ex(user, changeDir, allowRoot); }),
+        EXPECT_THAT(inChild([user = user, changeDir = changeDir, allowRoot = allowRoot] {
+                        errno = 0;
+                        p_setuid_ex(user, changeDir, allowRoot);
+                    }),
                     ended(status, message, message));
 }
 

@@ -148,7 +148,7 @@ class Interpreters : public DirectoryTest {};
 TEST_F(Interpreters, MustBeReadableAndExecutableByEverybody) {
     const std::string file = (base / "file").string();
     EXPECT_FALSE(fsa_is_file_executable(file));
-    for (const mode_t mode : {0755, 0555, 04777, 0711, 0754, 0644, 0377}) {
+    for (const mode_t mode : {0755U, 0555U, 04777U, 0711U, 0754U, 0644U, 0377U}) {
         writeFile(file, "");
         chmod(file.c_str(), mode);
         EXPECT_EQ(fsa_is_file_executable(file), mode == 0755 || mode == 0555 || mode == 04777) << mode;
