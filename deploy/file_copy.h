@@ -16,9 +16,10 @@ public:
     ~FinishedDescriptors() { closeAll(); }
 
     void add(UniqueFd fd);
-    void closeAll();
 
 private:
+    void closeAll();
+
     std::array<unsigned, 16> numbers_{};
     std::size_t count_ = 0;
 };

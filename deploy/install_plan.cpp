@@ -26,8 +26,9 @@ public:
     }
 
     bool isProgram(std::string_view name) const {
-        return !disabled_ && (allFiles_ || std::any_of(suffixes_.begin(), suffixes_.end(),
-                                                       [&](const auto& suffix) { return name.ends_with(suffix); }));
+        return !disabled_ && (allFiles_ || std::any_of(suffixes_.begin(), suffixes_.end(), [&](const auto& suffix) {
+                                  return fileHasExtension(name, suffix);
+                              }));
     }
 
 private:
@@ -130,7 +131,7 @@ std::string erase_starting_slashes(const std::string& text) {
     return start == std::string::npos ? std::string() : text.substr(start);
 }
 
-bool fileHasExtension(const std::string& name, const std::string& ext) {
+bool fileHasExtension(std::string_view name, std::string_view ext) {
     return name.ends_with(ext);
 }
 

@@ -6,6 +6,7 @@
 #include <list>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -94,7 +95,7 @@ private:
 std::string erase_starting_slashes(const std::string& text);
 
 /// True when `name` ends in `ext`; no dot is added or required.
-bool fileHasExtension(const std::string& name, const std::string& ext);
+bool fileHasExtension(std::string_view name, std::string_view ext);
 
 /// True when `parent` is `child` or one of its ancestors, element by element, "." elements left out; no resolution of
 /// ".." or symbolic links.  Every path is below the empty one.

@@ -38,9 +38,6 @@ public:
     /// \param path its text must stay as it is while the place is used.
     Place of(const std::string& path);
 
-    /// Closes all directories.  Later ones get new numbers: no number is used twice.
-    void letGo();
-
     /// Takes over an open directory for paths below it.
     /// \param path the directory's, as text that paths below it begin with, without a slash at its end.
     void hold(const std::string& path, UniqueFd directory);
@@ -54,6 +51,7 @@ private:
 
     static Place placeIn(const Level& level, const char* name);
     bool followsAll() const { return followed_ == std::string::npos; }
+    void letGo();
     void keepAncestors(const std::string& path, std::size_t end);
     int openDown(const std::string& path, std::size_t end);
     void push(const std::string& path, std::size_t end, UniqueFd directory);
@@ -62,5 +60,5 @@ private:
     std::string path_; ///< of the deepest directory held
     std::string name_; ///< without the slashes behind it
     std::vector<Level> levels_;
-    unsigned number_ = 0;
+    unsigned number_ = 0; ///< of the directory opened last; no number is used twice
 };
