@@ -63,21 +63,17 @@ TEST_F(Metadata, FactsComeFromTheFirstElementsAndHaveDefaults) {
 }
 
 TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
-    const std::string good = metadata(""), bomb = entityBomb("application");
+    const std::string good = metadata("");
     const std::string unloadable = "Unable to load file: " + file_;
     const std::string noName = "Invalid package metadata file format: <s:name> element is missing.";
-    const std::string wide = "<!DOCTYPE application [<!ENTITY e9 \"" + std::string(100000, 'x') + "\">]>";
-    std::string many;
-    for (int i = 0; i < 1000; ++i)
-        many += "&e9;";
+    const std::string wide = "<!DOCTYPE a [<!ENTITY e '" + std::string(1U << 20, 'x') + "'>]>";
+    const std::string many = "&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;";
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", unloadable},
         {"<application", unloadable},
         {without(good, "name"), noName},
         {without(good, "release"), noName},
         {without(good, "version"), "Invalid package metadata file format: <s:version> element is missing."},
-        {bomb + metadata("<mapping url='&e9;'/>"), unloadable},
-        {bomb + metadata("<summary>&e9;</summary>"), unloadable},
         {wide + metadata("<summary>" + many + "</summary>"), unloadable},
         {wide + metadata("<mapping url='" + many + "'/>"), unloadable},
     };

@@ -84,39 +84,40 @@ TEST(Streams, FailuresNameTheOperationAndBlockingIsNone) {
     in.close();
     EXPECT_FALSE(readToString(out.get(), got));
     EXPECT_EQ(got.size(), 1U << 16);
+    EXPECT_EQ(dup2Custom(out.get(), out.get()), out.get());
 }
 
 TEST(Waiting, EveryOutcomeHasItsResultLineAndLevel) {
     struct Row {
-        std::string script;
-        int status;
+        std::string end;
+        int level, status;
         std::string line = ""; ///< the end of it
-        int level = 0;         ///< the least LogLevel at which it is printed
     };
-    const std::vector<Row> rows{{"exit 0", 0},
-                                {"exit 255", 255},
-                                {"kill -TERM $$", 255, ": process 'prog' killed by signal 15\n", 4},
-                                {"kill -STOP $$", 255, ": process 'prog' stopped by signal 19\n", 4}};
+    const std::vector<Row> rows{
+        {"exit 0", 3, 0},
+        {"exit 255", 3, 255},
+        {"kill -TERM $$", 4, 255, ": process 'prog' killed by signal 15\n"},
+        {"kill -TERM $$", 3, 255},
+        {"kill -STOP $$", 4, 255, ": process 'prog' stopped by signal 19\n"},
+        {"kill -STOP $$", 3, 255},
+    };
     for (const Row& row : rows) {
-        for (const bool isPrinted : {true, false}) {
-            const auto wait = [&] {
-                std::cout << "first "; // buffered text goes before the child's
-                const pid_t pid = forkExecvPipes(-1, 1, 2, "sh", {"sh", "-c", "echo child;" + row.script}, "", {});
-                LogLevel = isPrinted ? row.level : row.level - 1;
-                int status = 0;
-                const int result = fork_exec_waitpid(pid, "prog", &status);
-                if (WIFSTOPPED(status))
-                    kill(pid, SIGKILL);
-                std::exit(result & 255);
-            };
-            const Outcome outcome = inChild(wait);
-            EXPECT_THAT(outcome, ended(row.status, isPrinted ? EndsWith(row.line) : Text(""), EndsWith(outcome.error)));
-            EXPECT_THAT(outcome.output, StartsWith("first child\n"));
-        }
+        const auto wait = [&] {
+            std::cout << "first "; // buffered text goes before the child's
+            const pid_t pid = forkExecvPipes(-1, 1, 2, "sh", {"sh", "-c", "echo child;" + row.end}, "", {});
+            LogLevel = row.level;
+            int status = 0;
+            const int result = fork_exec_waitpid(pid, "prog", &status);
+            if (WIFSTOPPED(status))
+                kill(pid, SIGKILL);
+            std::exit(result & 255);
+        };
+        const Outcome outcome = inChild(wait);
+        EXPECT_THAT(outcome, ended(row.status, row.line.empty() ? Text("") : EndsWith(row.line),
+                                   "first child\n" + outcome.error));
     }
-    const std::string failed =
-        "fork before spawning '<unknown>' failed\nwaitpid(1) for 'prog' process failed: No child "
-        "processes (10)\n";
+    const std::string failed = "fork before spawning '<unknown>' failed\n"
+                               "waitpid(1) for 'prog' process failed: No child processes (10)\n";
     EXPECT_THAT(inChild([] {
                     std::exit((fork_exec_waitpid(-1, nullptr, nullptr) & fork_exec_waitpid(1, "prog", nullptr)) & 255);
                 }),

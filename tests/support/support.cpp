@@ -20,10 +20,7 @@ std::string describe(const fs::path& path, const std::string& name) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         return "? " + name;
-    const char type = S_ISDIR(status.st_mode)   ? 'd'
-                      : S_ISREG(status.st_mode) ? 'f'
-                      : S_ISLNK(status.st_mode) ? 'l'
-                                                : 'o';
+    const char type = "?oc?d?b?f?l?s"[(status.st_mode & S_IFMT) >> 12U]; // as find(1) has it, but f for a regular file
     return (boost::format("%1% %2$04o %3%:%4% %5%") % type % (status.st_mode & 07777U) %
             getpwuid(status.st_uid)->pw_name % getgrgid(status.st_gid)->gr_name % name)
         .str();
@@ -152,15 +149,6 @@ std::string metadata(const std::string& mappings, const std::string& version, co
            "</application>";
 }
 
-std::string entityBomb(const std::string& root) {
-    std::string type = "<!DOCTYPE " + root + " [<!ENTITY e0 '0123456789'>";
-    for (int i = 1; i < 10; ++i) {
-        const std::string last = "&e" + std::to_string(i - 1) + ";", five = last + last + last + last + last;
-        type += "<!ENTITY e" + std::to_string(i) + " '" + five + five + "'>";
-    }
-    return type + "]>";
-}
-
 DirectoryTest::DirectoryTest() : base(fs::temp_directory_path() / fs::unique_path("larkspur-%%%%%%%%")) {
     umask(022);
     fs::create_directories(base);
@@ -192,11 +180,9 @@ void SandboxTest::TearDown() {
 }
 
 Words SandboxTest::command(const std::string& name, const Words& changes) const {
-    const std::string where = "--vhost-path=" + vhost.string();
-    const std::string root = "--www-root=" + docroot.string();
+    const std::string where = "--vhost-path=" + vhost.string(), root = "--www-root=" + docroot.string();
     const std::string from = "--application-full-name=file:///" + package.string();
-    const std::string place = "--application-subdirectory=.";
-    const std::string user = "--user-name=sitea";
+    const std::string place = "--application-subdirectory=.", user = "--user-name=sitea";
     const std::string file = "--config-file-name=app.conf";
     const std::map<std::string, Words> needed{
         {"extract-application", {where, root, user, place, from, "--metadata-file", ""}},

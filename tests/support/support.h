@@ -69,9 +69,6 @@ void giveTo(const fs::path& path, const std::string& user, const std::string& gr
 std::string metadata(const std::string& mappings, const std::string& version = "1.1",
                      const std::string& language = "php");
 
-/// A document type whose entity &e9; is ten thousand million characters.
-std::string entityBomb(const std::string& root);
-
 /// A test with a directory of its own.
 class DirectoryTest : public Test {
 protected:

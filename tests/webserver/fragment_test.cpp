@@ -3,20 +3,10 @@
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
 
+#include <set>
+
 const std::string apacheScript = LARKSPUR_SOURCE_DIR "/tests/support/apache";
 
-const std::string header = "# ATTENTION!\n"
-                           "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
-                           "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
-const std::string phpOff = "<IfModule mod_php4.c>\n  php_admin_flag engine off\n</IfModule>\n"
-                           "<IfModule mod_php5.c>\n  php_admin_flag engine off\n</IfModule>\n";
-const std::string phpOn = "<IfModule mod_php4.c>\n  php_admin_flag engine on\n  AddHandler php-script .php ..x \n"
-                          "</IfModule>\n\n<IfModule mod_php5.c>\n  php_admin_flag engine on\n"
-                          "  AddHandler php5-script .php ..x \n</IfModule>\n";
-const std::string cgiOff = "<IfModule mod_cgi.c>\n  Options -ExecCGI\n</IfModule>\n";
-const std::string cgiOn = "<IfModule mod_cgi.c>\n  Options +ExecCGI\n  <Files ";
-const std::string cgiAll = cgiOn + "*>\n    SetHandler None\n    SetHandler cgi-script\n  </Files>\n</IfModule>\n";
-const std::string cgiBy = cgiOn + "~ (\\.pl$)>\n    SetHandler None\n  </Files>\n";
 const std::string onePhp = "<php:handler><php:extension>php</php:extension><php:extension>.x</php:extension>"
                            "</php:handler>";
 const std::string oneCgi = "<cgi:handler><cgi:extension>cgi</cgi:extension><cgi:extension>php</cgi:extension>"
@@ -37,37 +27,35 @@ protected:
 };
 
 TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
-    const std::string end = "\n</Directory>\n\n", php = "  AddHandler php-script .php\n", off = "</IfModule>\n" + end;
     const std::string both = "<mapping url='a'>" + onePhp + "<cgi:handler/></mapping>";
     const std::string noCgi = "<cgi:handler><cgi:disabled/></cgi:handler>";
-    const auto open = [](const std::string& place) { return "<Directory /w" + place + " >\n\n"; };
     struct Row {
-        std::string elements, expected;
+        unsigned digest; ///< of the text, which a failure shows
+        std::string elements;
         bool php = true, cgi = true;
         std::string subdirectory = "app";
     };
     const std::vector<Row> rows{
-        {"<mapping url='/'>" + onePhp + oneCgi + "</mapping>",
-         open("/app/") + phpOn + cgiBy + "  AddHandler cgi-script .cgi ..php \n" + php + off},
-        {both, open("/app/a") + cgiBy + off, false},
-        {both, open("/app/a") + phpOn + end, true, false},
-        {"<mapping url='a'><php:handler><php:disabled/></php:handler>" + noCgi +
-             "<cgi:handler><cgi:all-files/>"
-             "</cgi:handler></mapping>",
-         open("/app/a") + phpOff + cgiOff + cgiAll + end},
-        {"<mapping url='a'><cgi:handler><cgi:extension>php</cgi:extension></cgi:handler><mapping url='b'>" + noCgi +
-             "</mapping></mapping><mapping url='/old//' virtual='redirect' href='http://x/'/>",
-         open("/app/a") + cgiBy + php + off + open("/app/a/b") + cgiOff + end +
-             "RedirectPermanent /app/old http://x/\n\n"},
-        {"<mapping url='a'><php:handler/></mapping>", ""},
-        {"<mapping url='a'>" + onePhp + "</mapping>", "", false},
-        {"<mapping url='old' virtual='redirect' href='x'/>", "", false, false},
-        {"<mapping url='a&#10;b'><mapping url='c'><php:handler/></mapping></mapping><mapping url='a'><php:handler>"
+        {4224018521U, "<mapping url='/'>" + onePhp + oneCgi + "</mapping>"},
+        {3655811393U, both, false},
+        {1865973300U, both, true, false},
+        {3884806431U, "<mapping url='a'><php:handler><php:disabled/></php:handler>" + noCgi +
+                          "<cgi:handler><cgi:all-files/></cgi:handler></mapping>"},
+        {3408184200U,
+         "<mapping url='a'><cgi:handler><cgi:extension>php</cgi:extension></cgi:handler><mapping url='b'>" + noCgi +
+             "</mapping></mapping><mapping url='/old//' virtual='redirect' href='http://x/'/>"},
+        {0, "<mapping url='a'><php:handler/></mapping>"},
+        {0, "<mapping url='a'>" + onePhp + "</mapping>", false},
+        {0, "<mapping url='old' virtual='redirect' href='x'/>", false, false},
+        // line breaks that are not written
+        {15405339U,
+         "<mapping url='a&#10;b'><mapping url='c'><php:handler/></mapping></mapping><mapping url='a'><php:handler>"
          "<php:extension>\nphp\n</php:extension></php:handler>" +
              noCgi + "</mapping>",
-         open("/app/a") + cgiOff + end, false}, // line breaks that are not written
-        {"<mapping url='/' virtual='redirect' href='/x'/><mapping url='/a'>" + noCgi + "</mapping>",
-         open("/a") + cgiOff + end + "RedirectPermanent / /x\n\n", true, true, "."}, // needs no prefix
+         false},
+        // needs no prefix
+        {1499235728U, "<mapping url='/' virtual='redirect' href='/x'/><mapping url='/a'>" + noCgi + "</mapping>", true,
+         true, "."},
     };
     std::string all;
     for (const Row& row : rows) {
@@ -75,7 +63,7 @@ TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
         const nimbo::FSAMetaDataReader reader((base / "meta.xml").string());
         const std::string text =
             fragmentText(reader.get_web_content_info(), {row.php, row.cgi, "/w", subdirectoryPathOf(row.subdirectory)});
-        EXPECT_EQ(text, row.expected.empty() ? "" : header + row.expected) << row.elements;
+        EXPECT_EQ(checksum(text), row.digest) << row.elements << '\n' << text;
         all += text;
     }
     NEEDS_PROGRAM("/usr/sbin/apache2");
@@ -167,10 +155,13 @@ TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
 }
 
 TEST_F(Fragment, ClosedStandardStreamsDoNotLeakIntoIt) {
-    const Words words = installation("<mapping url='a' xmlns:q='a b'><cgi:handler/></mapping>", {"--www-root=/w"});
-    EXPECT_THAT(run(byShell("\"$@\" <&- >&- 2>&-", words)), ended(0));
-    EXPECT_EQ(contentOf(fragments / "app.conf"),
-              header + "<Directory /w/a >\n\n" + cgiBy + "</IfModule>\n\n</Directory>\n\n");
+    const Words words = installation("<mapping url='a' xmlns:q='a b'><cgi:handler/></mapping>"); // has a warning
+    std::set<std::string> texts;
+    for (const std::string closed : {"", " <&- >&- 2>&-"}) {
+        EXPECT_THAT(run(byShell("\"$@\"" + closed, words)).status, 0);
+        texts.insert(contentOf(fragments / "app.conf"));
+    }
+    EXPECT_THAT(texts, ElementsAre(HasSubstr("<Directory")));
 }
 
 TEST_F(Fragment, RemovalTakesTheFileBelowThePanelsDirectory) {
