@@ -35,15 +35,20 @@ protected:
 };
 
 TEST_F(Removal, ListedEntriesGoContentsFirstAndTheInstanceDirectoryWithThem) {
-    put({"blog/index.php", "blog/img/logo.png", "blog/img-2/a"});
+    const Words blog{"blog/index.php", "blog/img/logo.png", "blog/img-2/a"};
     const std::string list = listOf({"img", "img/logo.png", "index.php", "index.php", "gone", "img-2", "img-2/a"});
-    expectAsBefore(list, {"--application-subdirectory=blog"});
+    put(blog);
+    expectAsBefore(list, {"--application-subdirectory=blog", "--application-full-name=ignored"});
+    put(blog);
+    std::string root = docroot.string();
+    const extract_params params{root.data(), 0, 0, 1, nullptr};
+    EXPECT_THAT(inChild([&] { lark_delete_instance(vhost.c_str(), &params, "blog"); }, list), ended(0, "", ""));
     put({"img/logo.png", "index.php"});
     expectAsBefore(list);
     expectAsBefore("<INSTANCE-DATA/>");
     put({"deep/er/app/file"});
     EXPECT_THAT(removeBy(listOf({"file"}), {"--application-subdirectory=deep/er/app"}), ended(0));
-    EXPECT_TRUE(fs::exists(docroot / "deep/er") && !fs::exists(docroot / "deep/er/app"));
+    EXPECT_THAT(namesIn(docroot), StartsWith("d . d deep d deep/er d own"));
 }
 
 TEST_F(Removal, TheDocumentRootAndKeptPlacesStay) {

@@ -30,7 +30,7 @@ TEST_F(Held, TheEntryThatWasExaminedIsTheOneThatChanges) {
     for (const std::string kernel : {"newest", "without fchmodat2", "without fchmodat2 and /proc"}) {
         SCOPED_TRACE(kernel);
         const bool byName = kernel.ends_with("/proc");
-        writeFile(base / "entry", "x", 0600);
+        writeFile(base / "entry", "x", 04600);
         writeFile(base / "private", "x", 0600);
         const Outcome outcome = inChild([&] {
             if (byName && (unshare(CLONE_NEWNS) != 0 || mount("none", "/proc", "tmpfs", 0, nullptr) != 0))
@@ -49,7 +49,7 @@ TEST_F(Held, TheEntryThatWasExaminedIsTheOneThatChanges) {
         if (outcome.status == 78) // an ordinary user cannot hide /proc
             continue;
         EXPECT_EQ(outcome.status, byName ? 1 : 0);
-        EXPECT_EQ(fs::status(base / "moved").permissions(), fs::perms(byName ? 0600 : 0606));
+        EXPECT_EQ(fs::status(base / "moved").permissions(), fs::perms(byName ? 04600 : 04606));
         EXPECT_EQ(fs::status(base / "private").permissions(), fs::perms(0600));
     }
 }

@@ -97,9 +97,10 @@ TEST_F(Script, SignalsAndStreamsAreAsTheCallerLeftThem) {
     EXPECT_THAT(run(byShell("\"$@\" 2>&-", words({(docroot / "file").string()}))), ended(0));
     EXPECT_EQ(contentOf(docroot / "file"), "content\n");
     // Both streams of the command are left at byte two.
-    script("act", "#!/bin/sh\necho output\n");
-    const std::string out = (base / "out").string();
-    EXPECT_THAT(run(byShell("{ \"$@\"; printf XX; } >" + out + "; cat " + out, words())), ended(0, "", "ouXXut\n"));
+    script("act", "#!/bin/sh\necho output; echo message >&2\n");
+    const std::string streams = ">out 2>message; cat out message", in = "cd " + base.string();
+    EXPECT_THAT(run(byShell(in + "; { \"$@\"; printf XX; printf XX >&2; } " + streams, words())),
+                ended(0, "", "ouXXut\nmeXXage\n"));
 }
 
 TEST_F(Script, OlderPackagesNameTheirLanguageAndHaveOneScript) {
