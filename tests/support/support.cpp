@@ -185,23 +185,22 @@ Words SandboxTest::command(const std::string& name, const Words& changes) const 
     const std::string place = "--application-subdirectory=.", user = "--user-name=sitea";
     const std::string file = "--config-file-name=app.conf";
     const std::map<std::string, Words> needed{
-        {"extract-application", {where, root, user, place, from, "--metadata-file", ""}},
+        {"extract-application", {where, root, user, place, from, "--metadata-file="}},
         {"delete-application", {where, root, user, place}},
         {"install-apache-conf", {where, root, place, file, "--metadata-file=" + (package / "APP-META.xml").string()}},
         {"remove-apache-conf", {where, root, file}},
         {"run-application-script",
          {from, user, "--script-name=install", "--script-file-name=act", "--script-language=binary"}}};
-    Words words = needed.at(name);
-    for (const std::string& change : changes) {
-        const std::string option = change.substr(0, change.find('='));
-        const auto same = std::find_if(words.begin(), words.end(),
-                                       [&](const auto& word) { return word.substr(0, word.find('=')) == option; });
-        if (same == words.end() || option == change)
-            words.push_back(change);
-        else
-            *(*same == option ? words.erase(same) : same) = change; // the value may be a word of its own
+    Words words{LARKSPUR_PROGRAM, "--" + name};
+    for (const std::string& option : needed.at(name)) {
+        const std::string start = option.substr(0, option.find('=') + 1);
+        if (std::ranges::any_of(changes, [&](const auto& change) { return change.starts_with(start); }))
+            continue;
+        words.push_back(start == option ? start.substr(0, start.size() - 1) : option);
+        if (start == option)
+            words.emplace_back(); // the program takes no empty value behind "="
     }
-    return joined({LARKSPUR_PROGRAM, "--" + name}, words);
+    return joined(words, changes);
 }
 
 /// 77, for CTest, when nothing failed but a test could not be run; each says why.

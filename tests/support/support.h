@@ -31,7 +31,6 @@ Outcome inChild(const std::function<void()>& body, const std::string& input = {}
 /// Runs a program with the given words and standard input and waits for it.
 Outcome run(const Words& words, const std::string& input = {});
 
-/// The words of `first`, then those of `second`.
 Words joined(Words first, const Words& second);
 
 /// The same words run by a shell under redirections, ulimit or the like: SHELL has "$@" for the words.
@@ -42,8 +41,8 @@ Words byShell(const std::string& shell, const Words& words);
     if (!fs::exists(path))                                                                                             \
     GTEST_SKIP() << (path) << " is not installed"
 
-/// One line an entry below `root`, sorted by name: "d 0755 sitea:krocln img", "f 0644 root:root a.txt", "l ...".
-/// The root itself is the entry ".".
+/// One line an entry from `root` (".") on, sorted by name: "d 0755 sitea:krocln img", "f 0644 root:root a.txt", "l
+/// ...".
 Words tree(const fs::path& root);
 
 std::string contentOf(const fs::path& file);
@@ -53,7 +52,7 @@ Words linesOf(const std::string& text);
 /// Stands for a long fixed text.
 unsigned checksum(const std::string& text);
 
-/// Writes a file with the given mode, making its parent directories, owned by the calling user.
+/// Makes the parent directories too.
 void writeFile(const fs::path& file, const std::string& content, mode_t mode = 0644);
 
 /// Makes entries below `root`: files of "content\n", a directory "NAME/" and a link "NAME -> TARGET".
@@ -87,8 +86,8 @@ protected:
     /// What a fixture adds to SetUp; called only where the test is not skipped.
     virtual void prepare() {}
 
-    /// The program and the words of a command on this virtual host, with every option that it needs.  A change
-    /// "--name=value" replaces the option of that name; every other word is added.
+    /// The program and the words of a command on this virtual host, with every option that it needs, and then the
+    /// changes: "--name=value" stands for the option of that name.
     Words command(const std::string& name, const Words& changes = {}) const;
 
     fs::path package;   ///< empty, root's, readable by all
