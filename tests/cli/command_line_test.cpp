@@ -8,7 +8,6 @@ TEST(CommandLine, UnknownOrMissingCommandsPrintTheWholeHelpAndFail) {
         {{"-h", "x"}, ""},
         {{}, "No command specified\n"},
         {{""}, "Invalid command specified: \n"},
-        {{"--HELP"}, "Invalid command specified: --HELP\n"},
         {{"--help=x"}, "Invalid command specified: --help=x\n"},
         {{"--extract"}, "Invalid command specified: --extract\n"},
         {{"--vhost-path=/x", "--remove-apache-conf"}, "Invalid command specified: --vhost-path=/x\n"},

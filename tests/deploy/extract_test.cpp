@@ -58,29 +58,25 @@ TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
 }
 
 TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
-    struct Row {
-        std::string owner, group;
-        mode_t forSite, forServer;
-    };
-    const std::vector<Row> rows{
+    const std::vector<std::tuple<std::string, std::string, mode_t, mode_t>> rows{
         {"sitea", "kroserv", 0700, 0770},    {"sitea", "krocln", 0700, 0707}, {"www-data", "krocln", 0070, 0770},
         {"www-data", "kroserv", 0007, 0707}, {"siteb", "krocln", 0070, 0777}, {"root", "root", 0007, 0777},
     };
     const std::string directory = (base / "directory").string();
     EXPECT_EQ(makeWritableByWebserver(directory, {}, "sitea"), -1);
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.owner + ":" + row.group);
+    for (const auto& [owner, group, forSite, forServer] : rows) {
+        SCOPED_TRACE(owner + ":" + group);
         fs::create_directories(directory);
-        giveTo(directory, row.owner, row.group);
+        giveTo(directory, owner, group);
         chmod(directory.c_str(), 0);
         EXPECT_TRUE(makeUserWritableDir(directory, "sitea"));
-        EXPECT_EQ(fs::status(directory).permissions(), row.forSite);
+        EXPECT_EQ(fs::status(directory).permissions(), forSite);
         struct stat status {};
         lstat(directory.c_str(), &status);
         EXPECT_EQ(makeWritableByWebserver(directory, status, "sitea"), 0);
-        EXPECT_EQ(fs::status(directory).permissions(), row.forSite | row.forServer);
+        EXPECT_EQ(fs::status(directory).permissions(), forSite | forServer);
         status.st_mode = S_IFREG;
-        EXPECT_EQ(bitsForWebserver(status, "sitea"), row.forServer & 0666U);
+        EXPECT_EQ(bitsForWebserver(status, "sitea"), forServer & 0666U);
     }
 }
 

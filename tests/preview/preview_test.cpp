@@ -63,8 +63,7 @@ TEST_F(Agreement, PreviewAndTheCommandsAreOneInEveryEntryFragmentAndList) {
         {"<mapping url='a/b/c' path='htdocs'/><mapping url='x//y/' path='htdocs//'/><mapping url='x/y' path='z'/>"
          "<mapping url='./w/./.' path='htdocs'/><mapping url='p/../q' path='htdocs'/>",
          {"z/page"}},
-        {"<mapping url='' path='/'/>", {}},
-        {"<mapping url='/' path='nowhere'/>", {}},
+        {"<mapping url='' path='/'/><mapping url='/' path='nowhere'/>", {}},
     };
     const std::string app = "--application-subdirectory=app";
     for (const auto& [mappings, entries] : rows) {

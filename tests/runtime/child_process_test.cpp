@@ -32,9 +32,8 @@ TEST(Capture, StreamsInputStatusAndEnvironmentPassThrough) {
     EXPECT_EQ(out, "before name\n");
     EXPECT_THAT(shell("kill -9 $$"), ended(-1));
     EXPECT_THAT(shell("ls /proc/self/fd"), ended(0, "", "0\n1\n2\n3\n")); // 3 is the look at the directory
-    const std::string large(8U << 20, 'i');
-    const Outcome both = shell("tee /dev/stderr", large);
-    EXPECT_TRUE(both.status == 0 && both.output == large && both.error == large);
+    const std::string large(1U << 20, 'i');
+    EXPECT_THAT(shell("tee /dev/stderr", large), ended(0, large, large));
 }
 
 TEST(Capture, ChildrenThatCloseTheirStreamsOrNeverReadAreNoFailure) {
@@ -94,11 +93,8 @@ TEST(Waiting, EveryOutcomeHasItsResultLineAndLevel) {
         std::string line = ""; ///< the end of it
     };
     const std::vector<Row> rows{
-        {"exit 0", 3, 0},
-        {"exit 255", 3, 255},
-        {"kill -TERM $$", 4, 255, ": process 'prog' killed by signal 15\n"},
-        {"kill -TERM $$", 3, 255},
-        {"kill -STOP $$", 4, 255, ": process 'prog' stopped by signal 19\n"},
+        {"exit 255", 3, 255},      {"kill -TERM $$", 4, 255, ": process 'prog' killed by signal 15\n"},
+        {"kill -TERM $$", 3, 255}, {"kill -STOP $$", 4, 255, ": process 'prog' stopped by signal 19\n"},
         {"kill -STOP $$", 3, 255},
     };
     for (const Row& row : rows) {

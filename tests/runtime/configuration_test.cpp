@@ -106,10 +106,10 @@ TEST_F(PanelConfiguration, UnknownNamesAreReportedAndDetailsOnlyOnDemand) {
     const auto unknown = [](const std::string& name) {
         return "variable '" + name + "' was found neither in /etc/kro/kro.conf, nor in compile-time defaults\n";
     };
-    const std::string upper = "_MAX_POSSIBLE_KRO_CONF_VAR_NAME", lower = "_MIN_POSSIBLE_KRO_CONF_VAR_NAME";
+    const std::string upper = "_MAX_POSSIBLE_KRO_CONF_VAR_NAME";
     const auto bounds = [&] {
-        for (const std::string& name : {std::string("OWN"), upper, lower})
-            std::cout << show(kroConfGetDefault(name.c_str())) << '\n';
+        for (const auto* name : {"OWN", upper.c_str(), "_MIN_POSSIBLE_KRO_CONF_VAR_NAME"})
+            std::cout << show(kroConfGetDefault(name)) << '\n';
     };
     EXPECT_THAT(with("OWN x\n", bounds),
                 ended(0, unknown("OWN") + unknown(upper),

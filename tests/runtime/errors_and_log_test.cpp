@@ -105,13 +105,15 @@ TEST(Log, ThresholdAndProgramName) {
                     nimbo_log(6, "%d errors", 2);
                     nimbo_log_init(nullptr, 6, 0, 0, "x");
                     nimbo_log(1, "%s", "for the system's log");
+                    nimbo_log_init("console", 7, 0, 0, "x");
+                    const int onConsole = LogEnabled;
                     nimbo_log_init("file", 2, 0, 0, "x");
                     nimbo_log(3, "%s", "silenced");
                     nimbo_log(2, "%s", "printed");
                     PROGNAME = "/usr/sbin/tool";
-                    std::exit(ex_messlog("named", 0, 0));
+                    std::exit(ex_messlog("named", LogEnabled, 0) + onConsole);
                 }),
-                ended(0, printed, printed));
+                ended(1, printed, printed));
 }
 
 class Accounts : public SandboxTest {};

@@ -24,14 +24,8 @@ TEST_F(Script, PerlSeesArgumentsDirectoryAccountStreamsAndNoOtherDescriptors) {
            "print ' ', scalar(@fds), \" $ENV{LARKSPUR_TEST}\"; print STDERR \"e\\n\"; exit 9;",
            0644);
     const std::string at = package.string() + "/scripts", groups = "20100 20100 20102";
-    const Words changes{"--script-language=perl",
-                        "--script-name=query",
-                        "one",
-                        "--additional-script-params=t w o",
-                        "",
-                        "--",
-                        "--three"};
-    EXPECT_THAT(run(joined({"env", "LARKSPUR_TEST=inherited"}, words(changes))),
+    const Words with{"env", "LARKSPUR_TEST=inherited"}, query{"--script-language=perl", "--script-name=query", "one"};
+    EXPECT_THAT(run(joined(with, words(joined(query, {"--additional-script-params=t w o", "", "--", "--three"})))),
                 ended(9, "e\n",
                       at + "/act|query|one|t w o||--three " + at + " 20001, 20001, " + groups + ", " + groups +
                           ", empty 4 inherited"));
