@@ -58,11 +58,14 @@ po::options_description optionsInto(Request& request) {
     return options;
 }
 
-/// A bare switch has the value 0, as in larkspur: it disables nothing.  The library would take the next word for its
-/// value.
+/// A bare switch, abbreviated or not, has the value 0, as in larkspur: it disables nothing.  The library would take the
+/// next word for its value.
 std::pair<std::string, std::string> bareSwitch(const std::string& word) {
-    const bool isBare = word == "--disable-php-support" || word == "--disable-cgi-support";
-    return isBare ? std::pair(word.substr(2), std::string("0")) : std::pair<std::string, std::string>();
+    constexpr std::string_view common = "--disable-";
+    for (const std::string name : {"--disable-php-support", "--disable-cgi-support"})
+        if (word.size() > common.size() && name.starts_with(word))
+            return {name.substr(2), "0"};
+    return {};
 }
 
 void print(const std::string& text) {

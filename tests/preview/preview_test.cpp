@@ -136,7 +136,7 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
         {"special-file: htdocs/a: ", root, {"htdocs/a -> /dev/null"}},
         {"dotted-extension: /: ", handled("/", ".php")},
         {"url-text: /a b: ", handled("a b", "php")},
-        {"url-text: /: ", handled("/", "php ")},
+        {"url-text: /: ", handled("/", "php "), {}, {"--disable-ph"}}, // a bare switch disables nothing
         {"url-text: /a\\nb: ", handled("a&#10;b", "php")},
         {"url-text: /old: ", root + "<mapping url='old' virtual='redirect' href='http://${x}'/>"},
         {"url-text: --www-root: ", handled("/", "php"), {}, {"--www-root=" + site + "/\""}},
