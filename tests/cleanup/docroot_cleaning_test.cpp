@@ -30,9 +30,7 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIsAndFollowsNoLinks) {
     EXPECT_EQ(vhostUsedDirs(SetupSkeletonExceptHttpdocs).size(), 5U);
 }
 
-class Listing : public SandboxTest {};
-
-TEST_F(Listing, IsRelativeRecordsFirstAndReportsWhatItCannotRead) {
+TEST_F(Cleaning, ListsRelativePathsRecordsFirstAndReportsWhatItCannotRead) {
     make(base / "list", {"dir/file", "link -> dir"});
     EXPECT_THAT(readDirContent(base / "list/"),
                 AnyOf(ElementsAre("", "dir", "dir/file", "link"), ElementsAre("", "link", "dir", "dir/file")));

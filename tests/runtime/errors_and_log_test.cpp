@@ -105,15 +105,15 @@ TEST(Log, ThresholdAndProgramName) {
                     nimbo_log(6, "%d errors", 2);
                     nimbo_log_init(nullptr, 6, 0, 0, "x");
                     nimbo_log(1, "%s", "for the system's log");
-                    nimbo_log_init("console", 7, 0, 0, "x");
-                    const int onConsole = LogEnabled;
+                    nimbo_log_init("console", 7, 3, 0, "x");
+                    const int onConsole = LogEnabled + LogFacility;
                     nimbo_log_init("file", 2, 0, 0, "x");
                     nimbo_log(3, "%s", "silenced");
                     nimbo_log(2, "%s", "printed");
                     PROGNAME = "/usr/sbin/tool";
                     std::exit(ex_messlog("named", LogEnabled, 0) + onConsole);
                 }),
-                ended(1, printed, printed));
+                ended(4, printed, printed));
 }
 
 class Accounts : public SandboxTest {};
@@ -167,6 +167,7 @@ TEST_F(Accounts, LookUpsAnswerZeroForTheUnknownAndNameTheirOwnError) {
         {get_group_id, "no-group", 0, "getgrnam(no-group): Success\n"},
         {get_group_id, "20199", 0, "getgrgid(20199): Success\n"},
         {[](auto user) { return nimbo_ugid(user, 0); }, "none", 0, "Unable to getpwnam for user none\n"},
+        {[](auto user) { return nimbo_ugid(user, 1); }, "none", 0, "Unable to getpwnam for user none\n"},
         {get_user_id, "none", 0, "Unable to find uid for user none: Success\n"},
         {get_group_id, "99999999999", 0, "getgrgid(99999999999)" + failed(ERANGE)},
         {get_group_id, "krocln", 0, "getgrnam(krocln)" + failed(EMFILE), 3},

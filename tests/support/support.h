@@ -12,7 +12,6 @@ using namespace ::testing; // the matchers
 
 using Words = std::vector<std::string>;
 
-/// What a panel sees of one run.
 struct Outcome {
     int status = -1; ///< exit status, or 128 plus the signal that ended the process
     std::string output;
@@ -21,7 +20,6 @@ struct Outcome {
 void PrintTo(const Outcome& outcome, std::ostream* stream);
 
 using Text = Matcher<std::string>;
-/// Matches the status and the streams of a run.
 Matcher<const Outcome&> ended(int status, const Text& error = "", const Text& output = _);
 
 /// Runs `body` in a forked child with streams of its own, which exits with 0 unless the body ends it, and waits.
@@ -49,7 +47,6 @@ std::string contentOf(const fs::path& file);
 
 Words linesOf(const std::string& text);
 
-/// Stands for a long fixed text.
 unsigned checksum(const std::string& text);
 
 /// Makes the parent directories too.
@@ -61,14 +58,12 @@ void make(const fs::path& root, const Words& entries);
 /// Type and name of all entries below `root`: "d . f file", or nothing.
 std::string namesIn(const fs::path& root);
 
-/// Gives `path` and all below it to an account and group.
 void giveTo(const fs::path& path, const std::string& user, const std::string& group);
 
 /// A metadata document of the given format version around the given mapping elements (prefixes php: and cgi: bound).
 std::string metadata(const std::string& mappings, const std::string& version = "1.1",
                      const std::string& language = "php");
 
-/// A test with a directory of its own.
 class DirectoryTest : public Test {
 protected:
     DirectoryTest();
