@@ -84,22 +84,25 @@ TEST_F(Configuration, WhatCannotBeReadFailsWithErrnoAndKeepsWhatWasThere) {
     conf_free_r(nullptr);
 }
 
-TEST_F(PanelConfiguration, DefaultsStandWhereTheFileIsSilent) {
-    const auto paths = [] {
-        std::cout << kroConfGetDefaultByIndex(KRO_CONF_HTTPD_VHOSTS_D) << ' '
-                  << kroConfGetDefaultByIndex(KRO_CONF_PRODUCT_ROOT_D) << ' ' << kroConfGetDefault("CLIENT_PHP_BIN")
-                  << ' ' << show(kroConfGet("OWN")) << ' ' << show(kroConfGetByIndex(KRO_CONF_PRODUCT_ROOT_D));
-    };
-    const std::string defaults = "/var/www/vhosts /opt/kro /opt/kro/bin/php-cli (null) (null)";
-    EXPECT_THAT(with("HTTPD_VHOSTS_D=/srv\n", paths), ended(0, "", defaults));
-    EXPECT_THAT(with("OWN x\nPRODUCT_ROOT_D /p\nCLIENT_PHP_BIN /php\n", paths),
-                ended(0, "", "/var/www/vhosts /p /php x /p"));
+TEST_F(PanelConfiguration, DefaultsStandWhereTheFileIsSilentAndNoNameIsMisspelt) {
     const auto all = [] {
         for (int index = 0; index < 30; ++index)
             std::cout << kroConfGetDefaultByIndex(index) << '\n';
+        std::cout << show(kroConfGet("OWN")) << ' ' << kroConfGetDefault("CLIENT_PHP_BIN") << ' '
+                  << show(kroConfGetByIndex(KRO_CONF_PRODUCT_ROOT_D));
     };
     const std::string table = with(nullptr, all).output;
-    EXPECT_EQ(checksum(table), 3472213961U) << table;
+    EXPECT_EQ(checksum(table), 1968157681U) << table;
+    const std::string names =
+        "NIMBO_MAILNAMES_D\nRBLSMTPD\nCLIENT_PHP_BIN\nLIB_CRYPTO_PATH\nLIB_SSL_PATH\nAWSTATS_DOC_D\nAWSTATS_TOOLS_D\n"
+        "AWSTATS_BIN_D\nAWSTATS_ETC_D\nCATALINA_HOME\nMAILMAN_VAR_D\nMAILMAN_ROOT_D\nPGSQL_DATA_D\nPGSQL_BIN_D\n"
+        "MYSQL_BIN_D\nMYSQL_VAR_D\nWEB_STAT\nDUMP_D\nDUMP_TMP_D\nNAMED_RUN_ROOT_D\nHTTPD_SERVICE\nHTTPD_LOG_D\n"
+        "HTTPD_INCLUDE_D\nHTTPD_CONF_D\nHTTPD_VHOSTS_D\nPRODUCT_ROOT_D\nMYSQL_SOCKET\nSA_MAX_MAIL_SIZE\n";
+    std::string text = "OWN x\n";
+    for (const std::string& name : linesOf(names))
+        text.append(name).append(" ").append(name).append("\n");
+    EXPECT_EQ(with(text.c_str(), all).output, "_MIN_POSSIBLE_KRO_CONF_VAR_VALUE\n" + names +
+                                                  "_MAX_POSSIBLE_KRO_CONF_VAR_VALUE\nx CLIENT_PHP_BIN PRODUCT_ROOT_D");
 }
 
 TEST_F(PanelConfiguration, UnknownNamesAreReportedAndDetailsOnlyOnDemand) {
