@@ -70,6 +70,9 @@ TEST_F(Removal, WhatResistsIsALineEachAndTheRestGoes) {
                              "own/page/x\"): Not a directory\nrmdir(\"" + at +
                              "blog/dir\"): Directory not empty\nrmdir(\"" + at + "blog\"): Directory not empty\n"));
     EXPECT_FALSE(fs::exists(docroot / "blog/a"));
+    EXPECT_THAT(run(unread(command("delete-application")), listOf({"root/file", "own/page"})), ended(0));
+    EXPECT_FALSE(fs::exists(docroot / "own/page"));
+    EXPECT_THAT(run(unread(command("delete-application")), "no document"), ended(1)); // the last message is not read
 }
 
 TEST_F(Removal, UnusableListsAndPlacesStopEverything) {

@@ -170,6 +170,18 @@ TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
     }
 }
 
+TEST_F(Extract, NeitherABrokenPipeNorAFileTooLargeStopsTheRollback) {
+    make(package / "htdocs", {"first"});
+    writeFile(package / "htdocs/second", std::string(100000, 'x'));
+    make(docroot, {"app/second/in-the-way"});
+    giveTo(docroot, "sitea", "krocln");
+    const Words words = command("extract-application", {"--application-subdirectory=app"});
+    EXPECT_THAT(run(unread(words)), ended(1));
+    fs::remove_all(docroot / "app/second");
+    EXPECT_THAT(run(joined({"prlimit", "--fsize=65536"}, words)), ended(1, HasSubstr("(system:27)")));
+    EXPECT_EQ(namesIn(docroot), "d .");
+}
+
 TEST_F(Extract, ADeepTreeOfOddNamesNeedsFewDescriptors) {
     fs::path deep = package / "htdocs";
     make(deep, {"x -> /usr/bin/env", "new\nline/\xff\xfe", "\xc3\xa9 /-rf", "a\\b\"c&", std::string(255, 'n')});

@@ -61,7 +61,7 @@ TEST(Capture, WhatCannotBeStartedIsReportedOnce) {
     const auto exhausted = [] {
         const rlimit none{3, 3};
         setrlimit(RLIMIT_NOFILE, &none);
-        shell("cat");
+        LogLevel = 3, shell("cat");
     };
     EXPECT_THAT(inChild(exhausted).error, AllOf(StartsWith("forkExecvGetOutErr: pipe() failed\n"),
                                                 HasSubstr("forkExecvGetOutErr: fcntl(O_NONBLOCK) failed\n")));

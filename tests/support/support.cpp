@@ -70,6 +70,12 @@ Words byShell(const std::string& shell, const Words& words) {
     return joined({"sh", "-c", shell, "sh"}, words);
 }
 
+Words unread(const Words& words) {
+    return joined({"perl", "-e",
+                   "$SIG{PIPE} = 'DEFAULT'; pipe R, W; open STDOUT, '>&W'; open STDERR, '>&W'; close R; exec @ARGV"},
+                  words);
+}
+
 void PrintTo(const Outcome& outcome, std::ostream* stream) {
     *stream << "status " << outcome.status << ", error: " << outcome.error << ", output: " << outcome.output;
 }

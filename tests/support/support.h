@@ -31,6 +31,9 @@ Outcome run(const Words& words, const std::string& input = {});
 
 Words joined(Words first, const Words& second);
 
+/// The same words with both output streams to a reader that has ended, for which SIGPIPE would end the program.
+Words unread(const Words& words);
+
 /// The same words run by a shell under redirections, ulimit or the like: SHELL has "$@" for the words.
 Words byShell(const std::string& shell, const Words& words);
 
