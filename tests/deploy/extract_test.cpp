@@ -44,11 +44,12 @@ TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
         "<mapping url='/' path='htdocs'><php:permissions writable='true'/>"
         "<mapping url='fixed'><mapping url='open'><php:permissions writable='true'/></mapping></mapping></mapping>");
     make(package / "htdocs", {"a/file", "fixed/file", "fixed-2", "fixed/open/file"});
+    make(base, {"way -> " + vhost.string()}); // links above a writable mapping are followed
     writeFile(docroot / "apache", "kept", 0600);
     giveTo(docroot / "apache", "www-data", "krocln");
+    const Words closed{"--skip-webserver-write"}, opened{"--www-root=" + base.string() + "/way/httpdocs"};
     for (const bool open : {false, true}) {
-        EXPECT_THAT(extract({"--application-subdirectory=/", open ? "--user-name=sitea" : "--skip-webserver-write"}),
-                    ended(0));
+        EXPECT_THAT(extract(joined({"--application-subdirectory=/"}, open ? opened : closed)), ended(0));
         const std::string dir = open ? "d 0757 sitea:krocln " : "d 0755 sitea:krocln ";
         const std::string file = open ? "f 0646 sitea:krocln " : "f 0644 sitea:krocln ";
         EXPECT_THAT(tree(docroot),
@@ -65,6 +66,7 @@ TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
     };
     const std::string directory = (base / "directory").string();
     EXPECT_EQ(makeWritableByWebserver(directory, {}, "sitea"), -1);
+    EXPECT_FALSE(makeUserWritableDir((package / "APP-META.xml").string(), "sitea"));
     for (const auto& [owner, group, forSite, forServer] : rows) {
         SCOPED_TRACE(owner + ":" + group);
         fs::create_directories(directory);
@@ -141,7 +143,7 @@ TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
         {app + "<mapping url='no'>" + open, "Unable to stat file  " + to + "/no mode: No such", {"htdocs/f"}, {}},
         {writableApp, "Unknown type of file `" + to + "/app/link`. Unable to", {"htdocs/f"}, {"app/link -> /etc"}},
         // An old file is gone also where the rollback ends early.
-        {root, "odd -> ", {"htdocs/z/file", "htdocs/odd -> /dev/null"}, {"odd"}, "d . d z f z/file", {"z/file"}},
+        {root, "/o -> ", {"htdocs/a", "htdocs/o -> /dev/null", "htdocs/z/f"}, {"o"}, "d . f a d z f z/f", {"z/f"}},
         // A link to a writable tree, or on the way into one, opens nothing elsewhere.
         {writableApp, "Unknown type of file `" + to + "/app`", {"htdocs/f"}, {"app -> " + base.string() + "/private"}},
         {nested + open + "</mapping>" + open, "/app/a", {"htdocs/f"}, {"app/a -> " + base.string() + "/private"}},

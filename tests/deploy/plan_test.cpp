@@ -9,7 +9,7 @@ TEST_F(Plan, TheDeepestMappingDecidesSourceAndMode) {
     writeFile(base / "APP-META.xml", metadata("<mapping url='/' path='htdocs'><mapping url='a' path='cgi'><cgi:handler>"
                                               "<cgi:extension>pl</cgi:extension></cgi:handler></mapping></mapping>"
                                               "<mapping url='r' virtual='redirect' href='h'/>"
-                                              "<mapping url='x//y' path='cgi/'/>"));
+                                              "<mapping url='x//y' path='cgi/'/><mapping url='z' path='cgi/page'/>"));
     const std::string shadowed = "warning: shadowed: ", planned = ", of which the second counts\n";
     const std::string entries = "drwxr-xr-x   . <- htdocs (URL /)\n"
                                 "drwxr-xr-x   a <- cgi (URL /a)\n"
@@ -20,6 +20,7 @@ TEST_F(Plan, TheDeepestMappingDecidesSourceAndMode) {
                                 "drwxr-xr-x   x/y <- cgi (URL /x//y)\n"
                                 "-rw-r--r--   x/y/page <- cgi/page\n"
                                 "-rw-r--r--   x/y/run.pl <- cgi/run.pl\n"
+                                "-rw-r--r--   z <- cgi/page (URL /z)\n"
                                 "redirect /r -> h\n| # ATT";
     EXPECT_THAT(run({LARKSPUR_PREVIEW, base.string()}), // the plan as a person reads it
                 ended(1,
