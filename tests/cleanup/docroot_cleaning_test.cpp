@@ -35,6 +35,7 @@ TEST_F(Cleaning, ListsRelativePathsRecordsFirstAndReportsWhatItCannotRead) {
     EXPECT_THAT(readDirContent(base / "list/"),
                 AnyOf(ElementsAre("", "dir", "dir/file", "link"), ElementsAre("", "link", "dir", "dir/file")));
     EXPECT_THAT(readDirContent(base / "missing"), ElementsAre(""));
+    EXPECT_EQ(nimbo::syscall::stringFromPath("a//b/"), "a//b/");
     std::vector<fs::path> paths;
     EXPECT_EQ(readDirContent(&paths, base / "list/dir", 0), 0);
     EXPECT_EQ(readDirContent(&paths, base / "list/dir", pathLength(base)), 0);
