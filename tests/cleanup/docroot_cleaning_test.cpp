@@ -27,6 +27,7 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIsAndFollowsNoLinks) {
     }
     EXPECT_EQ(namesIn(base), "d . d outside f outside/kept d package d site");
     EXPECT_EQ(vhostUsedDirs(SetupSkeletonAll).size(), 6U);
+    EXPECT_THAT(vhostAllDirs(), ElementsAre("cgi-bin", "private", "httpsdocs", "httpdocs"));
     EXPECT_EQ(vhostUsedDirs(SetupSkeletonExceptHttpdocs).size(), 5U);
 }
 

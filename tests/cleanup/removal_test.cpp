@@ -58,6 +58,7 @@ TEST_F(Removal, TheDocumentRootAndKeptPlacesStay) {
     EXPECT_THAT(removeBy(document("<FILE>/</FILE><FILE>.</FILE><FILE/><FILE><!-- none --></FILE>",
                                   "<SECTION PREFIX='cgi-bin'><FILE>run</FILE></SECTION>")),
                 ended(0, line + line));
+    EXPECT_THAT(removeBy(document("<FILE>/</FILE>"), {"--www-root=" + docroot.string() + "/"}), ended(0, line));
     EXPECT_EQ(namesIn(vhost), "d . d cgi-bin f cgi-bin/run d httpdocs");
 }
 

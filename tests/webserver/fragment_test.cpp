@@ -157,6 +157,7 @@ TEST_F(Fragment, RemovalTakesTheFileBelowThePanelsDirectory) {
     EXPECT_THAT(run(command("remove-apache-conf")), ended(0)); // no longer there
     const Outcome outcome = run(command("remove-apache-conf", {"--config-file-name=full"}));
     EXPECT_THAT(outcome, ended(1, StartsWith("Fatal error: boost::filesystem::filesystem_error("), outcome.error));
+    EXPECT_THAT(run(unread(command("remove-apache-conf", {"--config-file-name=full"}))), ended(1));
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--remove-apache-conf", "--vhost-path=/x", "--config-file-name=app.conf"}),
                 ended(1, HasSubstr("www-root")));
 }
