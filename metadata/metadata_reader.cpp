@@ -1,11 +1,11 @@
 #include "metadata/metadata_reader.h"
 
 #include "metadata/exceptions.h"
+#include "metadata/read_names.h"
 #include "runtime/admitted_exceptions.h"
 #include "runtime/xml.h"
 
 #include <algorithm>
-#include <array>
 #include <libxml/xpathInternals.h>
 #include <utility>
 
@@ -13,17 +13,13 @@ namespace nimbo {
 
 namespace {
 
-struct Namespace {
-    const char* prefix;
-    const char* uri;
-};
-
-constexpr std::array namespaces{
-    Namespace{"s", LARKSPUR_WTX_NAMESPACE},
-    Namespace{"php", LARKSPUR_WTX_NAMESPACE "/php"},
-    Namespace{"cgi", LARKSPUR_WTX_NAMESPACE "/cgi"},
-    Namespace{"w", LARKSPUR_WTX_NAMESPACE},
-};
+/// The query of the document's own element, and of one directly in it.
+std::string documentElement() {
+    return std::string("/") + names::application;
+}
+std::string inDocument(const char* name) {
+    return documentElement() + "/" + name;
+}
 
 constexpr const char* missingName = "Invalid package metadata file format: <s:name> element is missing.";
 constexpr const char* missingVersion = "Invalid package metadata file format: <s:version> element is missing.";
@@ -33,7 +29,7 @@ struct OpenDocument {
     XmlDocument document;
     XPathContext context;
 
-    XPathResult query(const char* expression) {
+    XPathResult query(const std::string& expression) {
         xmlDoc* const rawDocument = document.release();
         xmlXPathContext* const rawContext = context.release();
         XPathResult result(FSAMetaDataReader::execute_xpath_query(rawDocument, rawContext, expression));
@@ -43,19 +39,19 @@ struct OpenDocument {
     }
 
     // Each function frees its result before the next query: a query that fails frees the document and its nodes.
-    std::string requiredText(const char* expression, const char* complaint) {
+    std::string requiredText(const std::string& expression, const char* complaint) {
         const XPathResult result = query(expression);
         if (nodesOf(result.get()).empty())
             throw FSAXMLException(complaint);
         return contentOf(nodesOf(result.get()).front());
     }
 
-    std::string optionalText(const char* expression) {
+    std::string optionalText(const std::string& expression) {
         const XPathResult result = query(expression);
         return nodesOf(result.get()).empty() ? std::string() : contentOf(nodesOf(result.get()).front());
     }
 
-    std::string attributeOr(const char* expression, const char* name, const char* otherwise) {
+    std::string attributeOr(const std::string& expression, const char* name, const char* otherwise) {
         const XPathResult result = query(expression);
         const XmlText value =
             nodesOf(result.get()).empty() ? nullptr : attributeOf(nodesOf(result.get()).front(), name);
@@ -64,7 +60,7 @@ struct OpenDocument {
 };
 
 std::list<FSAMetaDataReader::urlMappingItem> topLevelMappings(OpenDocument& open) {
-    const XPathResult mappings = open.query("/s:application/s:mapping");
+    const XPathResult mappings = open.query(inDocument(names::mapping));
     // A failing query of the walk frees the context.
     xmlXPathContext* const context = open.context.release();
     auto items = FSAMetaDataReader::getUrlMappings(context, mappings.get(), "", "");
@@ -88,24 +84,30 @@ FSAMetaDataWebContent contentFromItem(FSAMetaDataReader::urlMappingItem&& item) 
 
 // cppcheck-suppress passedByValue ; the callers' interface
 FSAMetaDataReader::FSAMetaDataReader(std::string fileName) {
-    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] { read(fileName); });
+    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] {
+        XmlDocument document = parseXmlFile(fileName);
+        if (document == nullptr)
+            throw FSAXMLException("Unable to load file: " + fileName);
+        read(std::move(document));
+    });
 }
 
-void FSAMetaDataReader::read(const std::string& fileName) {
-    OpenDocument open;
-    open.document = parseXmlFile(fileName);
-    if (open.document == nullptr)
-        throw FSAXMLException("Unable to load file: " + fileName);
+FSAMetaDataReader::FSAMetaDataReader(XmlDocument document) {
+    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] { read(std::move(document)); });
+}
+
+void FSAMetaDataReader::read(XmlDocument document) {
+    OpenDocument open{std::move(document), nullptr};
     open.context.reset(xmlXPathNewContext(open.document.get()));
-    for (const Namespace& space : namespaces)
+    for (const names::Namespace& space : names::namespaces)
         register_namespace(open.context.get(), space.prefix, space.uri);
 
-    formatVersion = open.attributeOr("/s:application", "version", "1.0");
-    name = open.requiredText("/s:application/s:name", missingName);
-    version = open.requiredText("/s:application/s:version", missingVersion);
+    formatVersion = open.attributeOr(documentElement(), names::formatVersionAttribute, "1.0");
+    name = open.requiredText(inDocument(names::name), missingName);
+    version = open.requiredText(inDocument(names::version), missingVersion);
     // A missing release is reported with the words for a missing name: the panel knows no third message.
-    release = open.requiredText("/s:application/s:release", missingName);
-    scriptLanguage = open.optionalText("/s:application/s:configuration-script-language");
+    release = open.requiredText(inDocument(names::release), missingName);
+    scriptLanguage = open.optionalText(inDocument(names::scriptLanguage));
     for (urlMappingItem& item : topLevelMappings(open))
         webContent.push_back(contentFromItem(std::move(item)));
     webContent.sort(); // stable: equal depths stay in the order of the walk

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "metadata/web_content.h"
+#include "runtime/xml.h"
 
-#include <libxml/xpath.h>
 #include <list>
 #include <string>
 
@@ -27,6 +27,11 @@ public:
     ///        FSAFileException and FSACommonException nothing leaves: any other exception (a mapping without "url",
     ///        memory exhaustion) ends the process through std::terminate.
     explicit FSAMetaDataReader(std::string fileName);
+
+    /// Reads a document that has been parsed already, and frees it.
+    /// \param document not null.
+    /// \throw as the constructor from a file name.
+    explicit FSAMetaDataReader(XmlDocument document);
 
     /// A deep copy of webContent, in its order.
     std::list<FSAMetaDataWebContent> get_web_content_info() const;
@@ -57,7 +62,7 @@ public:
     std::string formatVersion;  ///< "1.0" when the document names none
 
 private:
-    void read(const std::string& fileName);
+    void read(XmlDocument document);
 };
 
 } // namespace nimbo

@@ -1,4 +1,5 @@
 #include "metadata/metadata_reader.h"
+#include "metadata/read_names.h"
 #include "runtime/xml.h"
 
 #include <algorithm>
@@ -11,20 +12,20 @@ namespace {
 using PHPHandler = FSAMetaDataWebContent::PHPHandler;
 using CGIHandler = FSAMetaDataWebContent::CGIHandler;
 
-/// Queries relative to one element, which becomes the context's current node.
-XPathResult queryAt(xmlXPathContext* context, xmlNode* element, const char* expression) {
+/// The children of that name of one element, which becomes the context's current node.
+XPathResult childrenOf(xmlXPathContext* context, xmlNode* element, const char* name) {
     context->node = element;
-    return XPathResult(FSAMetaDataReader::execute_xpath_query(nullptr, context, expression));
+    return XPathResult(FSAMetaDataReader::execute_xpath_query(nullptr, context, std::string("./") + name));
 }
 
-bool hasChild(xmlXPathContext* context, xmlNode* element, const char* expression) {
-    return !nodesOf(queryAt(context, element, expression).get()).empty();
+bool hasChild(xmlXPathContext* context, xmlNode* element, const char* name) {
+    return !nodesOf(childrenOf(context, element, name).get()).empty();
 }
 
 template <class Extension>
-std::list<Extension> extensionsOf(xmlXPathContext* context, xmlNode* handler, const char* expression) {
+std::list<Extension> extensionsOf(xmlXPathContext* context, xmlNode* handler, const char* name) {
     std::list<Extension> extensions;
-    const XPathResult found = queryAt(context, handler, expression);
+    const XPathResult found = childrenOf(context, handler, name);
     for (const xmlNode* node : nodesOf(found.get()))
         extensions.push_back({contentOf(node)});
     return extensions;
@@ -32,25 +33,25 @@ std::list<Extension> extensionsOf(xmlXPathContext* context, xmlNode* handler, co
 
 /// The mapping's directory.  A path of its own is taken from the package root, not from the parent.
 std::string pathOf(const xmlNode* mapping, const std::string& url, const std::string& parentPath) {
-    const XmlText ownPath = attributeOf(mapping, "path");
+    const XmlText ownPath = attributeOf(mapping, names::pathAttribute);
     if (ownPath != nullptr && *ownPath != '\0')
         return "/" + remove_starting_slashes(plainText(ownPath));
     return remove_trailing_slashes(parentPath) + "/" + remove_starting_slashes(url);
 }
 
 bool isWritable(xmlXPathContext* context, xmlNode* mapping) {
-    const XPathResult permissions = queryAt(context, mapping, "./php:permissions");
+    const XPathResult permissions = childrenOf(context, mapping, names::phpPermissions);
     return std::ranges::any_of(nodesOf(permissions.get()), [](const xmlNode* node) {
-        const XmlText writable = attributeOf(node, "writable");
+        const XmlText writable = attributeOf(node, names::writableAttribute);
         return writable != nullptr && std::string_view(plainText(writable)) == "true";
     });
 }
 
 /// One record a handler element, in document order.
 template <class Read>
-auto handlersOf(xmlXPathContext* context, xmlNode* mapping, const char* expression, const Read& read) {
+auto handlersOf(xmlXPathContext* context, xmlNode* mapping, const char* name, const Read& read) {
     std::list<decltype(read(context, mapping))> handlers;
-    const XPathResult found = queryAt(context, mapping, expression);
+    const XPathResult found = childrenOf(context, mapping, name);
     for (xmlNode* node : nodesOf(found.get()))
         handlers.push_back(read(context, node));
     return handlers;
@@ -58,18 +59,18 @@ auto handlersOf(xmlXPathContext* context, xmlNode* mapping, const char* expressi
 
 PHPHandler readPhpHandler(xmlXPathContext* context, xmlNode* node) {
     PHPHandler handler;
-    handler.disabled = hasChild(context, node, "./php:disabled");
+    handler.disabled = hasChild(context, node, names::phpDisabled);
     if (!handler.disabled)
-        handler.extensions = extensionsOf<PHPHandler::extension>(context, node, "./php:extension");
+        handler.extensions = extensionsOf<PHPHandler::extension>(context, node, names::phpExtension);
     return handler;
 }
 
 CGIHandler readCgiHandler(xmlXPathContext* context, xmlNode* node) {
     CGIHandler handler;
-    handler.disabled = hasChild(context, node, "./cgi:disabled");
-    handler.allFiles = !handler.disabled && hasChild(context, node, "./cgi:all-files");
+    handler.disabled = hasChild(context, node, names::cgiDisabled);
+    handler.allFiles = !handler.disabled && hasChild(context, node, names::cgiAllFiles);
     if (!handler.disabled && !handler.allFiles)
-        handler.extensions = extensionsOf<CGIHandler::extension>(context, node, "./cgi:extension");
+        handler.extensions = extensionsOf<CGIHandler::extension>(context, node, names::cgiExtension);
     return handler;
 }
 
@@ -86,13 +87,13 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
         if (mapping->type != XML_ELEMENT_NODE)
             continue;
         // Without "url" this constructor throws std::logic_error.  That is the fixed answer to such a mapping.
-        const std::string url(plainText(attributeOf(mapping, "url")));
+        const std::string url(plainText(attributeOf(mapping, names::urlAttribute)));
 
         urlMappingItem item;
         item.url = remove_trailing_slashes(parentUrl) + "/" + remove_starting_slashes(url);
-        if (const XmlText isVirtual = attributeOf(mapping, "virtual")) {
+        if (const XmlText isVirtual = attributeOf(mapping, names::virtualAttribute)) {
             // A virtual mapping has no files.  Only a redirect with a target counts, and nothing below it is read.
-            const XmlText target = attributeOf(mapping, "href");
+            const XmlText target = attributeOf(mapping, names::hrefAttribute);
             if (std::string_view(plainText(isVirtual)) == "redirect" && target != nullptr) {
                 item.redirect = plainText(target);
                 items.push_back(std::move(item));
@@ -101,9 +102,9 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
         }
         item.path = pathOf(mapping, url, parentPath);
         item.writable = isWritable(context, mapping);
-        item.phpHandlers = handlersOf(context, mapping, "./php:handler", readPhpHandler);
-        item.cgiHandlers = handlersOf(context, mapping, "./cgi:handler", readCgiHandler);
-        const XPathResult nested = queryAt(context, mapping, "./s:mapping");
+        item.phpHandlers = handlersOf(context, mapping, names::phpHandler, readPhpHandler);
+        item.cgiHandlers = handlersOf(context, mapping, names::cgiHandler, readCgiHandler);
+        const XPathResult nested = childrenOf(context, mapping, names::mapping);
         auto descendants = getUrlMappings(context, nested.get(), item.path, item.url);
         items.push_back(std::move(item));
         items.splice(items.end(), descendants);

@@ -2,7 +2,7 @@
 
 #include "deploy/package_location.h"
 #include "metadata/exceptions.h"
-#include "preview/document_check.h"
+#include "metadata/passed_over.h"
 #include "preview/package_check.h"
 #include "runtime/path_key.h"
 #include "runtime/xml.h"
@@ -42,12 +42,19 @@ std::string documentOf(const PreviewSettings& settings) {
 Preview readDocument(const std::string& document) {
     xmlSetStructuredErrorFunc(nullptr, ignoreXmlError);
     xmlSetGenericErrorFunc(nullptr, ignoreXmlMessage);
-    // A document that cannot be parsed is skipped here: the reader below reports it.
-    const XmlDocument parsed = parseXmlFile(document);
-    std::vector<PreviewWarning> warnings;
-    if (parsed != nullptr)
-        warnings = checkDocument(parsed.get());
-    return {nimbo::FSAMetaDataReader(document), std::move(warnings)};
+    XmlDocument parsed = parseXmlFile(document);
+    if (parsed == nullptr)
+        throw nimbo::FSAXMLException("Unable to load file: " + document);
+    const std::vector<nimbo::PassedOver> found = nimbo::passedOver(parsed.get());
+    Preview preview{nimbo::FSAMetaDataReader(std::move(parsed)), {}};
+    for (const nimbo::PassedOver& one : found) {
+        const std::string where = "line " + std::to_string(one.line) + ": this ";
+        if (one.kind == nimbo::PassedOver::Kind::Element)
+            preview.warn("unknown-element", one.name, where + "element is not read here");
+        else
+            preview.warn("unknown-attribute", one.name, where + "attribute is not read here");
+    }
+    return preview;
 }
 
 void lookForSources(Preview& preview, const std::string& packageDir) {
