@@ -2,7 +2,7 @@
 
 #include "cleanup/directory_listing.h"
 #include "runtime/held_directories.h"
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 
 #include <algorithm>
 #include <boost/format.hpp>

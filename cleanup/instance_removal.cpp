@@ -1,6 +1,6 @@
 #include "cleanup/instance_removal.h"
 
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 #include "runtime/xml.h"
 
 #include <algorithm>

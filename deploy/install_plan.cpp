@@ -1,6 +1,6 @@
 #include "deploy/install_plan.h"
 
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
@@ -127,8 +127,7 @@ bool PlainTrees::keepClosed(const std::string& writable, const std::string& entr
 }
 
 std::string erase_starting_slashes(const std::string& text) {
-    const auto start = text.find_first_not_of('/');
-    return start == std::string::npos ? std::string() : text.substr(start);
+    return std::string(withoutLeadingSlashes(text));
 }
 
 bool fileHasExtension(std::string_view name, std::string_view ext) {

@@ -4,7 +4,7 @@
 #include "metadata/exceptions.h"
 #include "runtime/accounts.h"
 #include "runtime/entry_handle.h"
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
@@ -22,13 +22,6 @@ namespace {
 
 bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
-}
-
-/// As the library's parent_path(), but without iterating over the path: the parent of "a//b" is "a", that of "/b" is
-/// "/".  Only for a path with a slash in it, which every target has.
-std::string_view parentOf(std::string_view path) {
-    const auto end = path.find_last_not_of('/', path.rfind('/'));
-    return path.substr(0, end == std::string_view::npos ? 1 : end + 1);
 }
 
 /// The copying of one plan: where it is, and what it knows of the directories that it fills.
@@ -67,7 +60,7 @@ private:
 
     /// Gives the target's parent the access that the copy needs.
     void enterParent() {
-        if (!parent_.empty() && liesDirectlyIn(target_, parent_))
+        if (parentOf(target_) == parent_)
             return;
         parent_ = parentOf(target_);
         const auto known = parents_.find(parent_);

@@ -3,7 +3,7 @@
 #include "metadata/exceptions.h"
 #include "runtime/accounts.h"
 #include "runtime/entry_handle.h"
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,5 +1,7 @@
 #include "metadata/web_content.h"
 
+#include "runtime/paths.h"
+
 namespace nimbo {
 
 // Partial on purpose: an assignment re-targets a mapping and leaves its handlers alone.
@@ -18,9 +20,9 @@ std::string remove_trailing_slashes(std::string text) {
     return text;
 }
 
+// cppcheck-suppress passedByValue ; the callers' interface
 std::string remove_starting_slashes(std::string text) {
-    text.erase(0, text.find_first_not_of('/'));
-    return text;
+    return std::string(withoutLeadingSlashes(text));
 }
 
 } // namespace nimbo

@@ -2,7 +2,7 @@
 
 #include "metadata/exceptions.h"
 #include "preview/text.h"
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 
 #include <algorithm>
 #include <array>
@@ -73,7 +73,7 @@ void checkMappings(Preview& preview, const FragmentSettings& settings) {
     for (const FSAMetaDataWebContent& mapping : preview.metadata.webContent) {
         const std::string more = mapping.writable ? "; unless the site has the URL's, the extraction fails" : "";
         if (!(exists++)->value_or(true))
-            preview.warn("missing-source", shown(normalised(erase_starting_slashes(mapping.path))),
+            preview.warn("missing-source", shown(normalPath(erase_starting_slashes(mapping.path))),
                          "the mapping of URL " + mapping.url + " has no such directory" + more);
         if (leavesRoot(mapping.url) || leavesRoot(mapping.path))
             preview.warn("url-leaves-root", mapping.url, "\"..\" in the URL or in the path " + mapping.path);
@@ -99,12 +99,12 @@ PreviewEntry SourceCheck::entryOf(const PlannedCopy& copy) {
     const auto place = held_.of(path);
     const int error = fstatat(place.directory, place.name, &status, 0) == 0 ? 0 : errno;
     const bool isDirectory = error == 0 ? S_ISDIR(status.st_mode) : copy.kind == EntryKind::Directory;
-    const std::string source = normalised(planned);
+    const std::string source = normalPath(planned);
 
     if (isDirectory && copy.kind != EntryKind::Other) // a link to a directory is installed as an empty directory
         checkDirectory(source);
     else if (!source.empty())
-        checkDirectory(parentOf(source));
+        checkDirectory(std::string(parentOf(source)));
     if (isNowhere(error))
         preview_.warn("broken-link", source, "leads nowhere: the extraction fails");
     else if (error != 0)
@@ -128,7 +128,7 @@ void SourceCheck::checkDirectory(const std::string& source) {
     if (!checked_.insert(source).second)
         return;
     if (!source.empty())
-        checkDirectory(parentOf(source));
+        checkDirectory(std::string(parentOf(source)));
     struct stat status {};
     const std::string path = plan_.packageDir + "/" + source;
     if (source == ".." || source.ends_with("/..") || stat(path.c_str(), &status) != 0)
@@ -178,12 +178,4 @@ void compareWithSite(Preview& preview, const std::string& destinationRoot) {
         else if (!entry.isDirectory)
             preview.warn("replaces", shown(path), "the site has this already");
     }
-}
-
-std::string normalised(const std::string& path) {
-    // Nearly all paths are so already, and taking one apart takes ten times as long.
-    if (path.find("//") == std::string::npos && path.find("./") == std::string::npos && !path.ends_with('/') &&
-        !path.ends_with('.'))
-        return path;
-    return pathOfKey(placeKey(path));
 }

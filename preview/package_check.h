@@ -40,15 +40,6 @@ private:
 /// \throw boost::system::system_error for a place that cannot be looked at.
 void compareWithSite(Preview& preview, const std::string& destinationRoot);
 
-/// A path's elements joined by single slashes, without "." elements.
-std::string normalised(const std::string& path);
-
-/// What stands above a normalised path; empty for the first element.
-inline std::string parentOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
 /// A path for readers, who would not see an empty one.
 inline std::string shown(const std::string& path) {
     return path.empty() ? "." : path;

@@ -4,7 +4,7 @@
 #include "metadata/exceptions.h"
 #include "metadata/passed_over.h"
 #include "preview/package_check.h"
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 #include "runtime/xml.h"
 
 #include <algorithm>
@@ -71,7 +71,7 @@ void warnOfShadowed(Preview& preview, const std::string& target, const std::stri
 /// The directories above an entry that are made on the way to it.
 void addImplied(Preview& preview, const std::string& path) {
     for (std::string above = path; !above.empty();) {
-        above = parentOf(above);
+        above = std::string(parentOf(above));
         const bool isElsewhere = above == ".." || above.ends_with("/..");
         if (!isElsewhere && !preview.entries.try_emplace(above, PreviewEntry{true, 0755, {}, nullptr, {}}).second)
             return;
@@ -80,11 +80,11 @@ void addImplied(Preview& preview, const std::string& path) {
 
 void addEntries(Preview& preview, const InstallPlan& plan) {
     for (const InstallPlan::Shadowed& shadowed : plan.shadowed)
-        warnOfShadowed(preview, normalised(shadowed.targetPath), normalised(shadowed.earlierSource),
-                       normalised(shadowed.laterSource));
+        warnOfShadowed(preview, normalPath(shadowed.targetPath), normalPath(shadowed.earlierSource),
+                       normalPath(shadowed.laterSource));
     SourceCheck sources(plan, preview);
     for (const PlannedCopy& copy : plan.copies) {
-        const std::string path = normalised(copy.targetPath);
+        const std::string path = normalPath(copy.targetPath);
         addImplied(preview, path);
         PreviewEntry entry = sources.entryOf(copy);
         const auto [place, isNew] = preview.entries.try_emplace(path, entry);

@@ -1,7 +1,5 @@
 #include "runtime/held_directories.h"
 
-#include "runtime/path_key.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -14,6 +12,13 @@ bool hasParentElement(std::string_view path) {
         if ((dots == 0 || path[dots - 1] == '/') && (dots + 2 == path.size() || path[dots + 2] == '/'))
             return true;
     return false;
+}
+
+/// True when `path` is `directory`, a slash and one element, as text.
+bool liesDirectlyIn(std::string_view path, std::string_view directory) {
+    const std::size_t length = directory.size();
+    return path.size() > length + 1 && path[length] == '/' && path.starts_with(directory) &&
+           path.find('/', length + 1) == std::string_view::npos;
 }
 
 } // namespace

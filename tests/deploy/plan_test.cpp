@@ -1,5 +1,5 @@
 #include "deploy/install_plan.h"
-#include "runtime/path_key.h"
+#include "runtime/paths.h"
 #include "tests/support/support.h"
 
 class Plan : public DirectoryTest {};
