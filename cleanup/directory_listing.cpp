@@ -4,7 +4,6 @@
 
 #include <array>
 #include <boost/filesystem/exception.hpp>
-#include <boost/format.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -73,7 +72,8 @@ private:
 /// One listing: the path at hand grows and shrinks in place as the walk goes down and up.
 class Walk {
 public:
-    Walk(const std::string& root, const EntryVisitor& visit) : path_(root), visit_(visit) {
+    Walk(const std::string& root, const EntryVisitor& visit, const FailureVisitor& fail)
+        : path_(root), visit_(visit), fail_(fail) {
         if (!path_.ends_with('/'))
             path_.push_back('/');
         start_ = path_.size();
@@ -93,8 +93,9 @@ private:
         struct stat status {};
         if (lstat(path_.c_str(), &status) == 0)
             return S_ISDIR(status.st_mode);
-        if (errno != ENOENT)
-            std::cerr << boost::format("%1%: %2%\n") % path_ % std::strerror(errno);
+        const int error = errno;
+        if (error != ENOENT)
+            fail_(path_, error, path_ + ": " + std::strerror(error));
         return false;
     }
 
@@ -139,12 +140,13 @@ private:
 
     void reportUnlisted(int error) const {
         const boost::system::error_code code(error, boost::system::system_category());
-        std::cerr << fs::filesystem_error("Unable to list directory", path_, code).what() << '\n';
+        fail_(path_, error, fs::filesystem_error("Unable to list directory", path_, code).what());
     }
 
     std::string path_;
     std::size_t start_; ///< of the relative part of path_
     const EntryVisitor& visit_;
+    const FailureVisitor& fail_;
     HeldDirectories directories_;
 };
 
@@ -169,8 +171,16 @@ const std::string& stringFromPath(const fs::path& path) {
 
 } // namespace nimbo::syscall
 
+void visitDirContent(const std::string& path, const EntryVisitor& visit, const FailureVisitor& fail) {
+    Walk(path, visit, fail).at(EntryKind::Unknown);
+}
+
 void visitDirContent(const std::string& path, const EntryVisitor& visit) {
-    Walk(path, visit).at(EntryKind::Unknown);
+    visitDirContent(path, visit, printFailure);
+}
+
+void printFailure(const std::string& /*path*/, int /*error*/, const std::string& line) {
+    std::cerr << line << '\n';
 }
 
 void readDirEntry::operator()(const fs::path& path) const {

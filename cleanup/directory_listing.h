@@ -29,9 +29,21 @@ enum class EntryKind : unsigned char {
 /// call) and what it is.
 using EntryVisitor = std::function<void(std::string_view relative, EntryKind kind)>;
 
+/// Called with what cannot be examined or listed, unless it has vanished.
+/// \param path with the listed directory in front.
+/// \param error errno value.
+/// \param line what it is about, for a person.
+using FailureVisitor = std::function<void(const std::string& path, int error, const std::string& line)>;
+
 /// Visits a path and, when it is a directory, everything below it, symbolic links never followed (lstat(2)).  The
 /// first relative path is empty and stands for the path itself; a directory comes before its contents.  Best effort:
-/// what cannot be examined is visited, reported as one line on standard error unless it has vanished, and passed over.
+/// what cannot be examined is visited, told to `fail`, and passed over.
+void visitDirContent(const std::string& path, const EntryVisitor& visit, const FailureVisitor& fail);
+
+/// A line on standard error.
+void printFailure(const std::string& path, int error, const std::string& line);
+
+/// visitDirContent with printFailure.
 void visitDirContent(const std::string& path, const EntryVisitor& visit);
 
 /// visitDirContent into a list of paths.

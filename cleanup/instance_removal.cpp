@@ -106,10 +106,10 @@ std::string readFile(std::istream& in) {
 
 } // namespace nimbo
 
-std::vector<InstanceEntry> filelistXmlRead() {
+std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
     FileEntries entries;
     const XmlElementTaker files{isFile, [&](xmlNode* file) { entries.add(file); }};
-    const XmlDocument document = parseXmlMemory(nimbo::readFile(std::cin), &files);
+    const XmlDocument document = parseXmlMemory(nimbo::readFile(in), &files);
     if (document == nullptr)
         throw std::runtime_error("XML parse error");
     xmlNode* const root = xmlDocGetRootElement(document.get());
@@ -119,6 +119,10 @@ std::vector<InstanceEntry> filelistXmlRead() {
         if (isSection(child))
             checkSection(child);
     return entries.take();
+}
+
+std::vector<InstanceEntry> filelistXmlRead() {
+    return readInstalledFiles(std::cin);
 }
 
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter) {

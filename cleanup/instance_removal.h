@@ -24,9 +24,12 @@ enum InstallSection {
 /// A file or directory of an installed instance, relative to its section's directory.
 using InstanceEntry = std::pair<InstallSection, boost::filesystem::path>;
 
-/// Reads the installed-files document from standard input.
+/// Reads an installed-files document to the end of the stream.
 /// \return its entries in document order.
 /// \throw std::runtime_error for a text that is not such a document.
+std::vector<InstanceEntry> readInstalledFiles(std::istream& in);
+
+/// readInstalledFiles of standard input.
 std::vector<InstanceEntry> filelistXmlRead();
 
 /// Removes one entry of the instance that lies in `prefix` below its section's directory ("." for the directory

@@ -50,28 +50,40 @@ void add(InstallPlan& plan, PlannedCopy copy) {
     plan.copies.insert(plan.copies.erase(position), std::move(copy));
 }
 
-void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, unsigned number) {
+fs::file_status statusOf(const std::string& source, const PlanningFailures& failures) {
+    try {
+        const fs::file_status status = fs::status(source);
+        if (!fs::exists(status))
+            failures.missing(source);
+        return status;
+    } catch (const fs::filesystem_error& failure) {
+        failures.unexaminable(failure);
+        return fs::file_status(fs::status_error);
+    }
+}
+
+void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, unsigned number,
+                 const PlanningFailures& failures) {
     const auto& [path, url] = plan.roots[number];
     const std::string sourceDirectory = plan.packageDir + "/" + path;
     const std::string targetDirectory = url.empty() ? plan.destinationRoot : plan.destinationRoot + "/" + url;
 
     // Listed before the source is looked for: a writable mapping may name a directory that the site already has.
     (mapping.writable ? plan.writableTargets : plan.plainTargets).push_back(targetDirectory);
-    const fs::file_status source = fs::status(sourceDirectory);
-    if (!fs::exists(source)) {
-        std::cerr << "Source directory \"" << sourceDirectory << "\" is not exist\n";
+    const fs::file_status source = statusOf(sourceDirectory, failures);
+    if (!fs::exists(source))
         return;
-    }
 
     add(plan, {url, number, fs::is_directory(source) ? EntryKind::Directory : EntryKind::Unknown, false});
     const CgiRule cgi(mapping.cgiHandlers);
     const std::string prefix = url.empty() ? url : url + "/";
     std::string target = prefix;
-    visitDirContent(sourceDirectory, [&](std::string_view entry, EntryKind kind) {
+    const auto addEntry = [&](std::string_view entry, EntryKind kind) {
         target.replace(prefix.size(), std::string::npos, entry);
         if (!entry.empty())
             add(plan, {target, number, kind, cgi.isProgram(entry)});
-    });
+    };
+    visitDirContent(sourceDirectory, addEntry, failures.unlisted);
 }
 
 } // namespace
@@ -83,13 +95,23 @@ std::string destinationRootOf(const std::string& wwwRoot, const std::string& app
 
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
                        const std::list<FSAMetaDataWebContent>& mappings) {
+    const PlanningFailures told{
+        [](const std::string& source) { std::cerr << "Source directory \"" << source << "\" is not exist\n"; },
+        [](const fs::filesystem_error&) { throw; },
+        printFailure,
+    };
+    return planCopies(packageDir, destinationRoot, mappings, told);
+}
+
+InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
+                       const std::list<FSAMetaDataWebContent>& mappings, const PlanningFailures& failures) {
     InstallPlan plan{packageDir, destinationRoot, {}, {}, {}, {}, {}};
     for (const FSAMetaDataWebContent& mapping : mappings)
         plan.roots.push_back({erase_starting_slashes(mapping.path), erase_starting_slashes(mapping.url)});
     unsigned number = 0;
     for (const FSAMetaDataWebContent& mapping : mappings) {
         if (mapping.redirect.empty())
-            planMapping(plan, mapping, number);
+            planMapping(plan, mapping, number, failures);
         ++number;
     }
     return plan;
@@ -111,19 +133,55 @@ nimbo::FSAInstallFileinfo InstallPlan::info(const PlannedCopy& copy) const {
     return info;
 }
 
-PlainTrees::PlainTrees(const InstallPlan& plan) {
-    for (const std::string& target : plan.plainTargets)
-        keys_.insert(placeKey(target));
+PlaceTree::PlaceTree(const std::vector<std::string>& places) {
+    for (const std::string& place : places) {
+        const std::string key = placeKey(place);
+        std::size_t node = 0;
+        for (std::size_t start = 0; start < key.size();) {
+            const auto end = key.find('\0', start);
+            node = below(node, std::string_view(key).substr(start, end - start));
+            start = end + 1;
+        }
+        nodes_[node].isPlace = true;
+    }
+}
+
+std::size_t PlaceTree::below(std::size_t node, std::string_view element) {
+    const auto [place, isNew] = nodes_[node].below.try_emplace(std::string(element), nodes_.size());
+    const std::size_t next = place->second;
+    if (isNew)
+        nodes_.emplace_back();
+    return next;
+}
+
+std::optional<std::size_t> PlaceTree::deepestAt(std::string_view key) const {
+    std::optional<std::size_t> deepest;
+    const Node* node = &nodes_.front();
+    for (std::size_t length = 0;;) {
+        if (node->isPlace)
+            deepest = length;
+        const auto end = key.find('\0', length);
+        if (end == std::string_view::npos)
+            return deepest;
+        const auto next = node->below.find(key.substr(length, end - length));
+        if (next == node->below.end())
+            return deepest;
+        node = &nodes_[next->second];
+        length = end + 1;
+    }
 }
 
 bool PlainTrees::keepClosed(const std::string& writable, const std::string& entry) const {
-    if (keys_.empty())
-        return false;
-    // Every ancestor of the entry from the writable mapping down, and the entry itself.
-    for (auto end = writable.size(); end < entry.size(); end = entry.find('\0', end) + 1)
-        if (keys_.contains(entry.substr(0, end)))
-            return true;
-    return keys_.contains(entry);
+    const auto deepest = places_.deepestAt(entry);
+    return deepest && *deepest >= writable.size();
+}
+
+std::optional<std::string> OpenedTrees::openerOf(const std::string& entry) const {
+    // Where the tree of the deepest writable mapping leaves an entry alone, those above it do so, too.
+    const auto deepest = writable_.deepestAt(entry);
+    if (!deepest || plain_.keepClosed(entry.substr(0, *deepest), entry))
+        return std::nullopt;
+    return entry.substr(0, *deepest);
 }
 
 std::string erase_starting_slashes(const std::string& text) {

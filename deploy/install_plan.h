@@ -3,11 +3,14 @@
 #include "cleanup/directory_listing.h"
 #include "metadata/web_content.h"
 
+#include <boost/filesystem/exception.hpp>
+#include <functional>
 #include <list>
+#include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 namespace nimbo {
@@ -76,10 +79,42 @@ std::string destinationRootOf(const std::string& wwwRoot, const std::string& app
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
                        const std::list<nimbo::FSAMetaDataWebContent>& mappings);
 
+/// What planning does about sources that it cannot read.
+struct PlanningFailures {
+    std::function<void(const std::string& source)> missing;                               ///< a mapping has none
+    std::function<void(const boost::filesystem::filesystem_error& failure)> unexaminable; ///< a mapping's, passed over
+    FailureVisitor unlisted;                                                              ///< below a mapping's
+};
+
+/// The same with other answers to these failures than lines on standard error and an exception.
+InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
+                       const std::list<nimbo::FSAMetaDataWebContent>& mappings, const PlanningFailures& failures);
+
+/// Places that mappings have as their targets, to be asked which of them an entry lies in.
+class PlaceTree {
+public:
+    /// \param places paths.
+    explicit PlaceTree(const std::vector<std::string>& places);
+
+    /// The deepest place that is the entry or stands above it, as the length of its placeKey; nothing for none.
+    /// \param key placeKey of the entry.
+    std::optional<std::size_t> deepestAt(std::string_view key) const;
+
+private:
+    struct Node {
+        bool isPlace = false;
+        std::map<std::string, std::size_t, std::less<>> below; ///< by element, positions in nodes_
+    };
+
+    std::size_t below(std::size_t node, std::string_view element);
+
+    std::vector<Node> nodes_ = std::vector<Node>(1);
+};
+
 /// The trees of plain mappings, which stay closed to the web server inside a writable one.
 class PlainTrees {
 public:
-    explicit PlainTrees(const InstallPlan& plan);
+    explicit PlainTrees(const InstallPlan& plan) : places_(plan.plainTargets) {}
 
     /// True when a plain mapping at or below `writable` has `entry` in its tree, so that opening the tree of `writable`
     /// leaves `entry` alone.
@@ -88,7 +123,21 @@ public:
     bool keepClosed(const std::string& writable, const std::string& entry) const;
 
 private:
-    std::unordered_set<std::string> keys_;
+    PlaceTree places_;
+};
+
+/// Which entries are opened to the web server when the trees of all writable mappings are opened.
+class OpenedTrees {
+public:
+    explicit OpenedTrees(const InstallPlan& plan) : writable_(plan.writableTargets), plain_(plan) {}
+
+    /// The deepest writable mapping that opens an entry, as the placeKey of its target; nothing for a closed entry.
+    /// \param entry placeKey of an entry.
+    std::optional<std::string> openerOf(const std::string& entry) const;
+
+private:
+    PlaceTree writable_;
+    PlainTrees plain_;
 };
 
 /// The text without its leading slashes.

@@ -1,6 +1,5 @@
 #include "preview/package_check.h"
 
-#include "metadata/exceptions.h"
 #include "preview/text.h"
 #include "runtime/paths.h"
 
@@ -32,15 +31,6 @@ bool isNowhere(int error) {
 
 bool leavesRoot(const fs::path& path) {
     return std::ranges::find(path, "..") != path.end();
-}
-
-/// True when the mapping has a part in the fragment, or is the reason why there is none.
-bool reachesFragment(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
-    try {
-        return !fragmentText({mapping}, settings).empty();
-    } catch (const nimbo::FSAXMLException&) {
-        return true;
-    }
 }
 
 template <class Handlers>

@@ -98,20 +98,10 @@ void addEntries(Preview& preview, const InstallPlan& plan) {
 }
 
 void markOpened(Preview& preview, const InstallPlan& plan) {
-    const PlainTrees plain(plan);
-    std::unordered_set<std::string> writable;
-    for (const std::string& target : plan.writableTargets)
-        writable.insert(placeKey(target));
-    if (writable.empty())
-        return;
+    const OpenedTrees opened(plan);
     const std::string root = placeKey(plan.destinationRoot);
-    for (auto& [path, entry] : preview.entries) {
-        const std::string key = root + pathKey(path);
-        for (auto end = key.find('\0'); end != std::string::npos && !entry.isOpened; end = key.find('\0', end + 1)) {
-            const std::string above = key.substr(0, end + 1);
-            entry.isOpened = writable.contains(above) && !plain.keepClosed(above, key);
-        }
-    }
+    for (auto& [path, entry] : preview.entries)
+        entry.isOpened = opened.openerOf(root + pathKey(path)).has_value();
 }
 
 void lookForScripts(Preview& preview, const std::string& packageDir) {

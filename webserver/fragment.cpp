@@ -2,6 +2,8 @@
 
 #include "metadata/exceptions.h"
 
+#include <algorithm>
+
 using nimbo::FSAMetaDataWebContent;
 
 namespace {
@@ -116,19 +118,29 @@ std::string redirectLine(const FSAMetaDataWebContent& mapping, const FragmentSet
     return "RedirectPermanent " + source + " " + oneLine(mapping.redirect, mapping) + "\n\n";
 }
 
+bool hasSections(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
+    const auto says = [](const auto& php) { return php.disabled || !php.extensions.empty(); };
+    return (settings.php && std::ranges::any_of(mapping.phpHandlers, says)) ||
+           (settings.cgi && !mapping.cgiHandlers.empty());
+}
+
 std::string directoryBlock(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
+    if (!hasSections(mapping, settings))
+        return {};
     std::string sections;
     if (settings.php)
         sections += phpSections(mapping);
     if (settings.cgi)
         sections += cgiSections(mapping);
-    if (sections.empty())
-        return sections;
     return "<Directory " + settings.wwwRoot + settings.subdirectoryPath + oneLine(mapping.url, mapping) + " >\n\n" +
            sections + "\n" + "</Directory>\n\n";
 }
 
 } // namespace
+
+bool reachesFragment(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
+    return (settings.php || settings.cgi) && (!mapping.redirect.empty() || hasSections(mapping, settings));
+}
 
 std::string fragmentDirectives(const std::list<FSAMetaDataWebContent>& mappings, const FragmentSettings& settings) {
     std::string text;

@@ -13,6 +13,9 @@ struct FragmentSettings {
     std::string subdirectoryPath; ///< the application's place below it: empty, or with a "/" in front
 };
 
+/// True when the fragment has directives of a mapping, or is refused for what would stand in them.
+bool reachesFragment(const nimbo::FSAMetaDataWebContent& mapping, const FragmentSettings& settings);
+
 /// The directives that an application's mappings need, in the mappings' order: a permanent redirect for a redirect
 /// mapping, a Directory block for one with handlers.  Empty when there are none.
 /// \throw nimbo::FSAXMLException for a line break in a URL, extension or redirect target that would be written: what
