@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/crc.hpp>
 #include <boost/format.hpp>
 #include <fstream>
 #include <grp.h>
+#include <iomanip>
 #include <map>
 #include <pwd.h>
 #include <sstream>
@@ -20,9 +20,10 @@ std::string describe(const fs::path& path, const std::string& name) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         return "? " + name;
-    const char type = "?oc?d?b?f?l?s"[(status.st_mode & S_IFMT) >> 12U]; // as find(1) has it, but f for a regular file
-    return (boost::format("%1% %2$04o %3%:%4% %5%") % type % (status.st_mode & 07777U) %
-            getpwuid(status.st_uid)->pw_name % getgrgid(status.st_gid)->gr_name % name)
+    const mode_t mode = status.st_mode;
+    const char type = S_ISDIR(mode) ? 'd' : S_ISREG(mode) ? 'f' : S_ISLNK(mode) ? 'l' : 'o';
+    return (boost::format("%1% %2$04o %3%:%4% %5%") % type % (mode & 07777U) % getpwuid(status.st_uid)->pw_name %
+            getgrgid(status.st_gid)->gr_name % name)
         .str();
 }
 
@@ -46,7 +47,10 @@ Outcome inChild(const std::function<void()>& body, const std::string& input) {
     int status = 0;
     waitpid(child, &status, 0);
     const auto text = [&](std::size_t i) { return contentOf("/proc/self/fd/" + std::to_string(streams.at(i).get())); };
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), text(1), text(2)};
+    return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+            .output = text(1),
+            .error = text(2),
+            .command = {}};
 }
 
 Outcome run(const Words& words, const std::string& input) {
@@ -58,7 +62,9 @@ Outcome run(const Words& words, const std::string& input) {
         execvp(arguments[0], arguments.data());
         _exit(127);
     };
-    return inChild(execute, input);
+    Outcome outcome = inChild(execute, input);
+    outcome.command = words;
+    return outcome;
 }
 
 Words joined(Words first, const Words& second) {
@@ -71,13 +77,13 @@ Words byShell(const std::string& shell, const Words& words) {
 }
 
 Words unread(const Words& words) {
-    return joined({"perl", "-e",
-                   "$SIG{PIPE} = 'DEFAULT'; pipe R, W; open STDOUT, '>&W'; open STDERR, '>&W'; close R; exec @ARGV"},
-                  words);
+    return joined({LARKSPUR_SOURCE_DIR "/tests/support/unread"}, words);
 }
 
 void PrintTo(const Outcome& outcome, std::ostream* stream) {
     *stream << "status " << outcome.status << ", error: " << outcome.error << ", output: " << outcome.output;
+    for (const std::string& word : outcome.command)
+        *stream << (&word == &outcome.command.front() ? "\nof: " : " ") << std::quoted(word, '\'');
 }
 
 Matcher<const Outcome&> ended(int status, const Text& error, const Text& output) {
@@ -110,12 +116,6 @@ Words linesOf(const std::string& text) {
     return lines;
 }
 
-unsigned checksum(const std::string& text) {
-    boost::crc_32_type sum;
-    sum.process_bytes(text.data(), text.size());
-    return sum.checksum();
-}
-
 void writeFile(const fs::path& file, const std::string& content, mode_t mode) {
     fs::create_directories(file.parent_path());
     std::ofstream(file.string(), std::ios::binary) << content;
@@ -126,12 +126,14 @@ void make(const fs::path& root, const Words& entries) {
     for (const std::string& entry : entries) {
         const auto arrow = entry.find(" -> ");
         const fs::path path = root / entry.substr(0, arrow);
-        if (entry.ends_with('/'))
+        if (entry.ends_with('/')) {
             fs::create_directories(path);
-        else if (arrow == std::string::npos)
+        } else if (arrow == std::string::npos) {
             writeFile(path, "content\n");
-        else
-            fs::create_directories(path.parent_path()), fs::create_symlink(entry.substr(arrow + 4), path);
+        } else {
+            fs::create_directories(path.parent_path());
+            fs::create_symlink(entry.substr(arrow + 4), path);
+        }
     }
 }
 
@@ -186,27 +188,32 @@ void SandboxTest::TearDown() {
 }
 
 Words SandboxTest::command(const std::string& name, const Words& changes) const {
-    const std::string where = "--vhost-path=" + vhost.string(), root = "--www-root=" + docroot.string();
+    const std::string where = "--vhost-path=" + vhost.string();
+    const std::string root = "--www-root=" + docroot.string();
     const std::string from = "--application-full-name=file:///" + package.string();
-    const std::string place = "--application-subdirectory=.", user = "--user-name=sitea";
+    const std::string document = "--metadata-file=" + (package / "APP-META.xml").string();
+    const std::string place = "--application-subdirectory=.";
     const std::string file = "--config-file-name=app.conf";
-    const std::map<std::string, Words> needed{
-        {"extract-application", {where, root, user, place, from, "--metadata-file="}},
+    const std::string user = "--user-name=sitea";
+    const std::map<std::string, Words> options{
+        {"extract-application", {where, root, user, place, from, document}},
         {"delete-application", {where, root, user, place}},
-        {"install-apache-conf", {where, root, place, file, "--metadata-file=" + (package / "APP-META.xml").string()}},
+        {"install-apache-conf", {where, root, place, document, file}},
         {"remove-apache-conf", {where, root, file}},
         {"run-application-script",
-         {from, user, "--script-name=install", "--script-file-name=act", "--script-language=binary"}}};
-    Words words{LARKSPUR_PROGRAM, "--" + name};
-    for (const std::string& option : needed.at(name)) {
-        const std::string start = option.substr(0, option.find('=') + 1);
-        if (std::ranges::any_of(changes, [&](const auto& change) { return change.starts_with(start); }))
-            continue;
-        words.push_back(start == option ? start.substr(0, start.size() - 1) : option);
-        if (start == option)
-            words.emplace_back(); // the program takes no empty value behind "="
+         {from, user, "--script-name=install", "--script-file-name=act", "--script-language=binary"}},
+    };
+    Words words = joined({LARKSPUR_PROGRAM, "--" + name}, options.at(name));
+    for (const std::string& change : changes) {
+        const std::string option = change.substr(0, change.find('=') + 1);
+        const auto isReplaced = [&](const std::string& word) { return !option.empty() && word.starts_with(option); };
+        const auto replaced = std::ranges::find_if(words, isReplaced);
+        if (replaced != words.end())
+            *replaced = change;
+        else
+            words.push_back(change);
     }
-    return joined(words, changes);
+    return words;
 }
 
 /// 77, for CTest, when nothing failed but a test could not be run; each says why.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/filesystem.hpp>
+#include <csignal>
 #include <functional>
 #include <gmock/gmock.h>
 #include <string>
@@ -16,10 +17,13 @@ struct Outcome {
     int status = -1; ///< exit status, or 128 plus the signal that ended the process
     std::string output;
     std::string error;
+    Words command; ///< what was run, for the messages of failed tests
 };
 void PrintTo(const Outcome& outcome, std::ostream* stream);
 
 using Text = Matcher<std::string>;
+constexpr int aborted = 128 + SIGABRT; ///< the status of a program that std::terminate has ended
+
 Matcher<const Outcome&> ended(int status, const Text& error = "", const Text& output = _);
 
 /// Runs `body` in a forked child with streams of its own, which exits with 0 unless the body ends it, and waits.
@@ -31,7 +35,7 @@ Outcome run(const Words& words, const std::string& input = {});
 
 Words joined(Words first, const Words& second);
 
-/// The same words with both output streams to a reader that has ended, for which SIGPIPE would end the program.
+/// The same words with both output streams to a reader that has ended, and SIGPIPE as it is by default.
 Words unread(const Words& words);
 
 /// The same words run by a shell under redirections, ulimit or the like: SHELL has "$@" for the words.
@@ -42,15 +46,13 @@ Words byShell(const std::string& shell, const Words& words);
     if (!fs::exists(path))                                                                                             \
     GTEST_SKIP() << (path) << " is not installed"
 
-/// One line an entry from `root` (".") on, sorted by name: "d 0755 sitea:krocln img", "f 0644 root:root a.txt", "l
-/// ...".
+/// One line an entry from `root` (".") on, sorted by name, as "d 0755 sitea:krocln img": the type is d, f or l for a
+/// directory, a regular file or a link, and o for any other.
 Words tree(const fs::path& root);
 
 std::string contentOf(const fs::path& file);
 
 Words linesOf(const std::string& text);
-
-unsigned checksum(const std::string& text);
 
 /// Makes the parent directories too.
 void writeFile(const fs::path& file, const std::string& content, mode_t mode = 0644);
@@ -84,8 +86,8 @@ protected:
     /// What a fixture adds to SetUp; called only where the test is not skipped.
     virtual void prepare() {}
 
-    /// The program and the words of a command on this virtual host, with every option that it needs, and then the
-    /// changes: "--name=value" stands for the option of that name.
+    /// The words of a command on this virtual host with every option that it needs.  A change "--name=value" takes the
+    /// place of the option of that name; any other change is added.
     Words command(const std::string& name, const Words& changes = {}) const;
 
     fs::path package;   ///< empty, root's, readable by all

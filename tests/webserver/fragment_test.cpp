@@ -24,36 +24,93 @@ protected:
     }
 };
 
-TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
-    const std::string both = "<mapping url='a'>" + onePhp + "<cgi:handler/></mapping>";
+TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
+    const std::string start = "# ATTENTION!\n"
+                              "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
+                              "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
     const std::string noCgi = "<cgi:handler><cgi:disabled/></cgi:handler>";
     struct Row {
-        unsigned digest; ///< of the text, which a failure shows
         std::string elements;
-        bool php = true, cgi = true;
+        std::string text = ""; ///< AddHandler's extensions end in a blank
+        bool php = true;
+        bool cgi = true;
         std::string subdirectory = "app";
     };
     const std::vector<Row> rows{
-        {4224018521U, "<mapping url='/'>" + onePhp + oneCgi + "</mapping>"},
-        {3655811393U, both, false},
-        {1865973300U, both, true, false},
-        {3884806431U, "<mapping url='a'><php:handler><php:disabled/></php:handler>" + noCgi +
-                          "<cgi:handler><cgi:all-files/></cgi:handler></mapping>"},
-        {3408184200U,
-         "<mapping url='a'><cgi:handler><cgi:extension>php</cgi:extension></cgi:handler><mapping url='b'>" + noCgi +
-             "</mapping></mapping><mapping url='/old//' virtual='redirect' href='http://x/'/>"},
-        {0, "<mapping url='a'><php:handler/></mapping>"},
-        {0, "<mapping url='a'>" + onePhp + "</mapping>", false},
-        {0, "<mapping url='old' virtual='redirect' href='x'/>", false, false},
-        // line breaks that are not written
-        {15405339U,
-         "<mapping url='a&#10;b'><mapping url='c'><php:handler/></mapping></mapping><mapping url='a'><php:handler>"
-         "<php:extension>\nphp\n</php:extension></php:handler>" +
-             noCgi + "</mapping>",
-         false},
-        // needs no prefix
-        {1499235728U, "<mapping url='/' virtual='redirect' href='/x'/><mapping url='/a'>" + noCgi + "</mapping>", true,
-         true, "."},
+        {.elements = "<mapping url='/'>" + onePhp + "<php:handler/><php:handler><php:disabled/></php:handler>" +
+                     oneCgi + "<cgi:handler><cgi:extension>php</cgi:extension></cgi:handler>" + noCgi +
+                     "<cgi:handler><cgi:all-files/></cgi:handler></mapping>",
+         .text = start + R"(<Directory /w/app/ >
+
+<IfModule mod_php4.c>
+  php_admin_flag engine on
+  AddHandler php-script .php ..x 
+</IfModule>
+
+<IfModule mod_php5.c>
+  php_admin_flag engine on
+  AddHandler php5-script .php ..x 
+</IfModule>
+<IfModule mod_php4.c>
+  php_admin_flag engine off
+</IfModule>
+<IfModule mod_php5.c>
+  php_admin_flag engine off
+</IfModule>
+<IfModule mod_cgi.c>
+  Options +ExecCGI
+  <Files ~ (\.pl$)>
+    SetHandler None
+  </Files>
+  AddHandler cgi-script .cgi ..php 
+  AddHandler php-script .php
+</IfModule>
+<IfModule mod_cgi.c>
+  Options +ExecCGI
+  <Files ~ (\.pl$)>
+    SetHandler None
+  </Files>
+  AddHandler php-script .php
+</IfModule>
+<IfModule mod_cgi.c>
+  Options -ExecCGI
+</IfModule>
+<IfModule mod_cgi.c>
+  Options +ExecCGI
+  <Files *>
+    SetHandler None
+    SetHandler cgi-script
+  </Files>
+</IfModule>
+
+</Directory>
+
+)"},
+        // The first mapping has no directives, and no PHP extension is written: their line breaks do no harm.
+        {.elements = "<mapping url='a&#10;b'><php:handler/></mapping>"
+                     "<mapping url='a'><php:handler><php:extension>\nphp\n</php:extension></php:handler>"
+                     "<cgi:handler/></mapping>",
+         .text = start + R"(<Directory /w/a >
+
+<IfModule mod_cgi.c>
+  Options +ExecCGI
+  <Files ~ (\.pl$)>
+    SetHandler None
+  </Files>
+</IfModule>
+
+</Directory>
+
+)",
+         .php = false,
+         .subdirectory = "."},
+        {.elements = "<mapping url='/old//' virtual='redirect' href='http://x/'/>",
+         .text = start + "RedirectPermanent /app/old http://x/\n\n"},
+        {.elements = "<mapping url='/' virtual='redirect' href='/x'/>",
+         .text = start + "RedirectPermanent / /x\n\n",
+         .subdirectory = "."},
+        {.elements = "<mapping url='a'><php:handler/></mapping>"},
+        {.elements = "<mapping url='old' virtual='redirect' href='x'/>", .php = false, .cgi = false},
     };
     std::string all;
     for (const Row& row : rows) {
@@ -61,7 +118,7 @@ TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
         const nimbo::FSAMetaDataReader reader((base / "meta.xml").string());
         const std::string text =
             fragmentText(reader.get_web_content_info(), {row.php, row.cgi, "/w", subdirectoryPathOf(row.subdirectory)});
-        EXPECT_EQ(checksum(text), row.digest) << row.elements << '\n' << text;
+        EXPECT_EQ(text, row.text) << row.elements;
         all += text;
     }
     NEEDS_PROGRAM("/usr/sbin/apache2");
@@ -69,58 +126,69 @@ TEST_F(FragmentText, FollowsTheHandlersOfEachMappingAndApacheAcceptsIt) {
     EXPECT_THAT(run({apacheScript, "check", (base / "all.conf").string()}), ended(0, HasSubstr("Syntax OK")));
 }
 
-TEST_F(Fragment, OptionsChooseTheHandlersAndOnlyRootReadsTheFileWhateverTheUmask) {
-    const std::string off = "--disable-php-support=1", both = "<mapping url='a'>" + onePhp + oneCgi + "</mapping>";
+TEST_F(Fragment, HasWhatTheOptionsDoNotDisable) {
+    const std::string noPhp = "--disable-php-support=1";
+    const std::string both = "<mapping url='a'>" + onePhp + oneCgi + "</mapping>";
     struct Row {
         std::string elements;
         Words options;
-        bool php, cgi;
-        std::string umask = "";
+        bool php;
+        bool cgi;
     };
     const std::vector<Row> rows{
-        {both, {"--disable-php-support"}, true, true, "umask 0; "}, // without a value it disables nothing
-        {both, {off, "--disable-cgi-support"}, false, true, "umask 077; "},
-        {both, {"--disable-cgi-support=-1"}, true, false},
-        {"<mapping url='a'>" + onePhp + "</mapping>", {off}, false, false},
-        {"no metadata at all <", {off, "--disable-cgi-support=1"}, false, false},
+        // Without a value an option disables nothing.
+        {.elements = both, .options = {"--disable-php-support"}, .php = true, .cgi = true},
+        {.elements = both, .options = {noPhp, "--disable-cgi-support"}, .php = false, .cgi = true},
+        {.elements = both, .options = {"--disable-cgi-support=-1"}, .php = true, .cgi = false},
+        {.elements = "<mapping url='a'>" + onePhp + "</mapping>", .options = {noPhp}, .php = false, .cgi = false},
+        {.elements = "no document <", .options = {noPhp, "--disable-cgi-support=1"}, .php = false, .cgi = false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.elements + row.options.front());
-        fs::remove_all(fragments);
-        if (row.umask.empty())
-            writeFile(fragments / "app.conf", "php_admin_flag ExecCGI of an earlier version", 0644);
-        EXPECT_THAT(run(byShell(row.umask + "\"$@\"", installation(row.elements, row.options))), ended(0, "", ""));
-        const std::string text = contentOf(fragments / "app.conf");
+        writeFile(fragments / "app.conf", "php_admin_flag ExecCGI of an earlier version");
+        EXPECT_THAT(install(row.elements, row.options), ended(0));
+        const std::string text = fs::exists(fragments / "app.conf") ? contentOf(fragments / "app.conf") : "";
         EXPECT_EQ(text.find("php_admin_flag") != std::string::npos, row.php) << text;
         EXPECT_EQ(text.find("ExecCGI") != std::string::npos, row.cgi) << text;
-        const Words entries = tree(fragments);
-        EXPECT_EQ(entries.front(), "d 0755 root:root .");
-        EXPECT_EQ(entries.back(), row.php || row.cgi ? "f 0600 root:root app.conf" : "d 0755 root:root .");
+        EXPECT_EQ(namesIn(fragments), row.php || row.cgi ? "d . f app.conf" : "d .");
     }
 }
 
-TEST_F(Fragment, FailuresNameTheirCauseAndKeepTheOldFragment) {
-    const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>", breaking = "x\nInclude /y";
+TEST_F(Fragment, IsReadAndReplacedByRootAlone) {
+    const Words words = installation("<mapping url='a'>" + onePhp + "</mapping>");
+    for (const std::string mask : {"0", "077"}) {
+        fs::remove_all(fragments);
+        EXPECT_THAT(run(byShell("umask " + mask + "; \"$@\"", words)), ended(0));
+        EXPECT_THAT(tree(fragments), ElementsAre("d 0755 root:root .", "f 0600 root:root app.conf")) << mask;
+    }
+}
+
+TEST_F(Fragment, IsKeptWhereAnInstallationFails) {
+    const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>";
+    const std::string breaking = "x\nInclude /y";
     const std::string document = (package / "APP-META.xml").string();
     const std::string inXml = "XML occured during processing the package file " + document + ": ";
-    const Words off{"--disable-php-support=1", "--disable-cgi-support=1"};
     struct Row {
-        std::string elements, error;
+        std::string elements;
         Words changes = {};
-        int status = 255;
+        int status = 1;
+        std::string error = "invalid_option_value";
     };
     const std::vector<Row> rows{
-        {"<unclosed>", inXml + "Unable to load file: " + document + "\n"},
-        {"<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>", inXml + "the mapping of URL /a"},
-        {some, "invalid_option_value", joined(off, {"--www-root=" + breaking}), 1},
-        {some, "invalid_option_value", {"--application-subdirectory=" + breaking}, 1},
-        {some, "invalid_option_value", {"--disable-php-support=yes"}, 1},
+        {.elements = "<unclosed>", .status = 255, .error = inXml + "Unable to load file: " + document + "\n"},
+        {.elements = "<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>",
+         .status = 255,
+         .error = inXml + "the mapping of URL /a"},
+        // Also where nothing would be written.
+        {.elements = some, .changes = {"--disable-php-support=1", "--disable-cgi-support=1", "--www-root=" + breaking}},
+        {.elements = some, .changes = {"--application-subdirectory=" + breaking}},
+        {.elements = some, .changes = {"--disable-php-support=yes"}},
+        {.elements = "<mapping path='no url'/>", .status = aborted, .error = "std::logic_error"},
     };
     writeFile(fragments / "app.conf", "old");
     for (const Row& row : rows)
         EXPECT_THAT(install(row.elements, row.changes), ended(row.status, HasSubstr(row.error))) << row.elements;
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--install-apache-conf"}), ended(1, StartsWith("Fatal error: boost::")));
-    EXPECT_THAT(install("<mapping path='no url'/>"), ended(134, HasSubstr("std::logic_error")));
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
     EXPECT_THAT(namesIn(fragments), MatchesRegex("d . f app.conf f app.conf.new......")); // of the abort alone
 }
@@ -135,29 +203,31 @@ TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
     // A write beyond the limit raises SIGXFSZ; the short text meets it at the end, the long one before.
     for (const std::string& elements : {some, longUrl}) {
         EXPECT_THAT(run(joined({"prlimit", "--fsize=300"}, installation(elements))), failed("(system:27)\n"));
-        EXPECT_EQ(namesIn(fragments) + contentOf(fragments / "app.conf"), "d . f app.confcontent\n");
+        EXPECT_EQ(namesIn(fragments), "d . f app.conf");
+        EXPECT_EQ(contentOf(fragments / "app.conf"), "content\n");
     }
     fs::remove(fragments / "app.conf");
     make(fragments, {"app.conf/full/"});
     EXPECT_THAT(install(some), failed(" error code: (system:39)\n"));
-    EXPECT_EQ(tree(fragments).size(), 3U); // no temporary file among them
+    EXPECT_EQ(namesIn(fragments), "d . d app.conf d app.conf/full");
     fs::remove_all(fragments);
     make(fragments.parent_path(), {"siteapp.d"}); // a file in the directory's place
-    EXPECT_THAT(install(some), ended(134, HasSubstr("mkstemp() failed: : Not a directory")));
+    EXPECT_THAT(install(some), ended(aborted, HasSubstr("mkstemp() failed: : Not a directory")));
     fs::remove_all(fragments.parent_path());
     EXPECT_THAT(install(some), failed(" error code: (system:2)\n"));
 }
 
-TEST_F(Fragment, RemovalTakesTheFileBelowThePanelsDirectory) {
+TEST_F(Fragment, IsRemovedBelowThePanelsDirectoryAlone) {
     make(fragments, {"app.conf", "full/file"});
     EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example/"})), ended(0)); // names the host "."
-    EXPECT_TRUE(fs::exists(fragments / "app.conf"));
+    EXPECT_EQ(namesIn(fragments), "d . f app.conf d full f full/file");
     EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example"})), ended(0));
     EXPECT_EQ(namesIn(fragments), "d . d full f full/file");
     EXPECT_THAT(run(command("remove-apache-conf")), ended(0)); // no longer there
-    const Outcome outcome = run(command("remove-apache-conf", {"--config-file-name=full"}));
+    const Words ofDirectory = command("remove-apache-conf", {"--config-file-name=full"});
+    const Outcome outcome = run(ofDirectory);
     EXPECT_THAT(outcome, ended(1, StartsWith("Fatal error: boost::filesystem::filesystem_error("), outcome.error));
-    EXPECT_THAT(run(unread(command("remove-apache-conf", {"--config-file-name=full"}))), ended(1));
+    EXPECT_THAT(run(unread(ofDirectory)), ended(1));
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--remove-apache-conf", "--vhost-path=/x", "--config-file-name=app.conf"}),
                 ended(1, HasSubstr("www-root")));
 }
