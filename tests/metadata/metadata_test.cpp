@@ -113,14 +113,3 @@ TEST_F(Metadata, MappingsAreFlattenedAndOrderedByDepth) {
     for (const auto& [elements, expected] : cases)
         EXPECT_EQ(mappings(elements), expected) << elements;
 }
-
-TEST(WebContent, AssignmentLeavesHandlersAndRedirectAlone) {
-    nimbo::FSAMetaDataWebContent from, to;
-    from.url = from.path = from.redirect = "/a";
-    from.depth = 7;
-    from.writable = true;
-    from.phpHandlers.emplace_back();
-    to = from;
-    EXPECT_TRUE(to.url == "/a" && to.path == "/a" && to.depth == 7 && to.writable);
-    EXPECT_TRUE(to.redirect.empty() && to.phpHandlers.empty());
-}

@@ -23,56 +23,73 @@ Outcome shell(const std::string& script, const std::string& input = {}, const st
 
 } // namespace
 
-TEST(Capture, StreamsInputStatusAndEnvironmentPassThrough) {
+TEST(Capture, GivesTheStatusAndAllThatWasWritten) {
     const std::string path = std::getenv("PATH");
-    EXPECT_THAT(shell("cat; echo \"$0 $PATH\" >&2; exit 7", "text\n"), ended(7, "sh " + path + "\n", "text\n"));
-    EXPECT_THAT(shell("echo $PATH $OTHER", "", "", {{"PATH", "added"}, {"OTHER", "x"}}), ended(0, "", "added x\n"));
+    const std::string large(1U << 20, 'i');
+    struct Row {
+        std::string script;
+        std::string input = "";
+        EnvironmentAdditions env = {};
+        int status = 0;
+        std::string error = "";
+        std::string output = "";
+    };
+    const std::vector<Row> rows{
+        {.script = "cat; echo \"$0 $PATH\" >&2; exit 7",
+         .input = "text\n",
+         .status = 7,
+         .error = "sh " + path + "\n",
+         .output = "text\n"},
+        {.script = "echo $PATH $OTHER", .env = {{"PATH", "added"}, {"OTHER", "x"}}, .output = "added x\n"},
+        {.script = "kill -9 $$", .status = -1},
+        {.script = "ls /proc/self/fd", .output = "0\n1\n2\n3\n"}, // 3 is the look at the directory
+        {.script = "tee /dev/stderr", .input = large, .error = large, .output = large},
+        {.script = "exec <&- >&- 2>&-; exit 3", .input = large, .status = 3},
+        {.script = "echo done", .input = large, .output = "done\n"},
+    };
+    for (const Row& row : rows)
+        EXPECT_THAT(shell(row.script, row.input, "", row.env), ended(row.status, row.error, row.output)) << row.script;
+}
+
+TEST(Capture, OfOutputAloneIsAddedToTheText) {
     std::string out = "before ";
     EXPECT_EQ(forkExecvGetOut(out, "sh", {"name", "-c", "cat; echo $0; echo dropped >&2"}), 0); // found along PATH
     EXPECT_EQ(out, "before name\n");
-    EXPECT_THAT(shell("kill -9 $$"), ended(-1));
-    EXPECT_THAT(shell("ls /proc/self/fd"), ended(0, "", "0\n1\n2\n3\n")); // 3 is the look at the directory
-    const std::string large(1U << 20, 'i');
-    EXPECT_THAT(shell("tee /dev/stderr", large), ended(0, large, large));
 }
 
-TEST(Capture, ChildrenThatCloseTheirStreamsOrNeverReadAreNoFailure) {
-    const std::string input(1U << 20, 'i');
-    EXPECT_THAT(shell("exec <&- >&- 2>&-; exit 3", input), ended(3));
-    EXPECT_THAT(shell("echo done", input), ended(0, "", "done\n"));
-    // A caller that ignores its children all the same gets their status.
-    EXPECT_THAT(inChild([&] {
-                    signal(SIGCHLD, SIG_IGN);
-                    std::exit(shell("exit 4", input).status);
-                }),
-                ended(4));
+TEST(Capture, HasAStatusWhereTheCallerIgnoresItsChildren) {
+    const auto capture = [] {
+        signal(SIGCHLD, SIG_IGN);
+        std::exit(shell("exit 4").status);
+    };
+    EXPECT_THAT(inChild(capture), ended(4));
 }
 
-TEST(Capture, WhatCannotBeStartedIsReportedOnce) {
-    const std::string line = "forkExecvPipes: execv() failed: No such file or directory\n"
-                             "\nSystem error 2: No such file or directory\n";
-    const auto missing = [] {
+TEST(Capture, OfWhatCannotBeStartedHasTheReasonOnce) {
+    const std::string reason = "forkExecvPipes: execv() failed: No such file or directory\n"
+                               "\nSystem error 2: No such file or directory\n";
+    const auto capture = [] {
         std::cout << "printed once|";
         std::string out, err;
         const int status = forkExecvGetOutErr(out, err, "/no/such/program", {"x"});
         std::cout << status << '|' << out << '|' << err;
     };
-    EXPECT_THAT(inChild(missing), ended(0, "", "printed once|255|" + line + '|' + line));
-    const auto exhausted = [] {
-        const rlimit none{3, 3};
-        setrlimit(RLIMIT_NOFILE, &none);
-        LogLevel = 3, shell("cat");
-    };
-    EXPECT_THAT(inChild(exhausted).error, AllOf(StartsWith("forkExecvGetOutErr: pipe() failed\n"),
-                                                HasSubstr("forkExecvGetOutErr: fcntl(O_NONBLOCK) failed\n")));
+    EXPECT_THAT(inChild(capture), ended(0, "", "printed once|255|" + reason + '|' + reason));
 }
 
-TEST(Streams, FailuresNameTheOperationAndBlockingIsNone) {
+TEST(Capture, WithoutDescriptorsTellsWhatFails) {
+    const auto capture = [] {
+        const rlimit none{3, 3};
+        setrlimit(RLIMIT_NOFILE, &none);
+        LogLevel = 3;
+        shell("cat");
+    };
+    EXPECT_THAT(inChild(capture).error, AllOf(StartsWith("forkExecvGetOutErr: pipe() failed\n"),
+                                              HasSubstr("forkExecvGetOutErr: fcntl(O_NONBLOCK) failed\n")));
+}
+
+TEST(Streams, AreServedUntilTheyWouldBlock) {
     std::string large(1U << 20, 'x'), got;
-    EXPECT_THAT([&] { readToString(-1, got); },
-                ThrowsMessage<nimbo::SystemError>("readToString failed: Bad file descriptor"));
-    EXPECT_THAT([&] { writeFromString(-1, large); },
-                ThrowsMessage<nimbo::SystemError>("writeToString failed: Bad file descriptor"));
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
     UniqueFd in(ends[1]);
@@ -86,16 +103,26 @@ TEST(Streams, FailuresNameTheOperationAndBlockingIsNone) {
     EXPECT_EQ(dup2Custom(out.get(), out.get()), out.get());
 }
 
-TEST(Waiting, EveryOutcomeHasItsResultLineAndLevel) {
+TEST(Streams, FailuresNameTheOperation) {
+    std::string text = "x";
+    EXPECT_THAT([&] { readToString(-1, text); },
+                ThrowsMessage<nimbo::SystemError>("readToString failed: Bad file descriptor"));
+    EXPECT_THAT([&] { writeFromString(-1, text); },
+                ThrowsMessage<nimbo::SystemError>("writeToString failed: Bad file descriptor"));
+}
+
+TEST(Waiting, GivesTheStatusOrALineOfItsLevel) {
     struct Row {
         std::string end;
-        int level, status;
-        std::string line = ""; ///< the end of it
+        int level = 4;
+        int result = -1;
+        Text line = ""; ///< on both streams
     };
     const std::vector<Row> rows{
-        {"exit 255", 3, 255},      {"kill -TERM $$", 4, 255, ": process 'prog' killed by signal 15\n"},
-        {"kill -TERM $$", 3, 255}, {"kill -STOP $$", 4, 255, ": process 'prog' stopped by signal 19\n"},
-        {"kill -STOP $$", 3, 255},
+        {.end = "exit 255", .result = 255},
+        {.end = "kill -TERM $$", .line = EndsWith(": process 'prog' killed by signal 15\n")},
+        {.end = "kill -TERM $$", .level = 3},
+        {.end = "kill -STOP $$", .line = EndsWith(": process 'prog' stopped by signal 19\n")},
     };
     for (const Row& row : rows) {
         const auto wait = [&] {
@@ -104,20 +131,25 @@ TEST(Waiting, EveryOutcomeHasItsResultLineAndLevel) {
             LogLevel = row.level;
             int status = 0;
             const int result = fork_exec_waitpid(pid, "prog", &status);
+            std::cout << result;
             if (WIFSTOPPED(status))
                 kill(pid, SIGKILL);
-            std::exit(result & 255);
         };
         const Outcome outcome = inChild(wait);
-        EXPECT_THAT(outcome, ended(row.status, row.line.empty() ? Text("") : EndsWith(row.line),
-                                   "first child\n" + outcome.error));
+        EXPECT_THAT(outcome, ended(0, row.line, "first child\n" + outcome.error + std::to_string(row.result)))
+            << row.end;
     }
-    const std::string failed = "fork before spawning '<unknown>' failed\n"
-                               "waitpid(1) for 'prog' process failed: No child processes (10)\n";
-    EXPECT_THAT(inChild([] {
-                    std::exit((fork_exec_waitpid(-1, nullptr, nullptr) & fork_exec_waitpid(1, "prog", nullptr)) & 255);
-                }),
-                ended(255, failed, failed));
+}
+
+TEST(Waiting, TellsThatThereIsNoChild) {
+    const std::string lines = "fork before spawning '<unknown>' failed\n"
+                              "waitpid(1) for 'prog' process failed: No child processes (10)\n";
+    const auto wait = [] {
+        const int ofNone = fork_exec_waitpid(-1, nullptr, nullptr);
+        const int ofAnother = fork_exec_waitpid(1, "prog", nullptr);
+        std::cout << ofNone << ' ' << ofAnother;
+    };
+    EXPECT_THAT(inChild(wait), ended(0, lines, lines + "-1 -1"));
 }
 
 class ChildAccounts : public SandboxTest {};

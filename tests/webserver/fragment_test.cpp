@@ -38,8 +38,7 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
     };
     const std::vector<Row> rows{
         {.elements = "<mapping url='/'>" + onePhp + "<php:handler/><php:handler><php:disabled/></php:handler>" +
-                     oneCgi + "<cgi:handler><cgi:extension>php</cgi:extension></cgi:handler>" + noCgi +
-                     "<cgi:handler><cgi:all-files/></cgi:handler></mapping>",
+                     oneCgi + noCgi + "<cgi:handler><cgi:all-files/></cgi:handler></mapping>",
          .text = start + R"(<Directory /w/app/ >
 
 <IfModule mod_php4.c>
@@ -63,13 +62,6 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
     SetHandler None
   </Files>
   AddHandler cgi-script .cgi ..php 
-  AddHandler php-script .php
-</IfModule>
-<IfModule mod_cgi.c>
-  Options +ExecCGI
-  <Files ~ (\.pl$)>
-    SetHandler None
-  </Files>
   AddHandler php-script .php
 </IfModule>
 <IfModule mod_cgi.c>
