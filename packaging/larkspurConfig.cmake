@@ -1,4 +1,4 @@
 include(CMakeFindDependencyMacro)
-find_dependency(Boost 1.81 COMPONENTS filesystem program_options system)
+find_dependency(Boost 1.81 CONFIG COMPONENTS filesystem program_options)
 find_dependency(LibXml2)
 include(${CMAKE_CURRENT_LIST_DIR}/larkspurTargets.cmake)

@@ -48,8 +48,5 @@ build() { cmake --preset "$1" && cmake --build --preset "$1"; }
 # The rooms, as the build lists them.
 rooms() { sed -n 's/^set(LARKSPUR_ROOMS \(.*\))$/\1/p' CMakeLists.txt; }
 
-# tree_files PATTERN...: files of the tree, NUL-terminated, those that git does not know yet among them.
-tree_files() {
-    git ls-files -z --cached --others --exclude-standard -- "$@" |
-        while IFS= read -rd '' file; do [[ ! -e $file ]] || printf '%s\0' "$file"; done
-}
+# tree_files TEST...: the files of the tree that pass find's tests, NUL-terminated.
+tree_files() { find . \( -path ./build -o -path ./.git \) -prune -o -type f \( "$@" \) -print0; }

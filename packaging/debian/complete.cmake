@@ -2,14 +2,12 @@
 cmake_minimum_required(VERSION 3.25)
 set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
 
-file(MAKE_DIRECTORY ${share}/zsh)
-file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/copyright ${share}/doc/larkspur/copyright)
 file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/changelog ${share}/doc/larkspur/changelog)
 file(MAKE_DIRECTORY ${share}/lintian/overrides)
 file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides ${share}/lintian/overrides/larkspur)
 file(GLOB programs ${CPACK_TEMPORARY_DIRECTORY}/usr/*bin/*)
-execute_process(COMMAND strip --remove-section=.comment ${programs} COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${CPACK_LARKSPUR_STRIP} --remove-section=.comment ${programs} COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND gzip -9n ${share}/doc/larkspur/changelog ${share}/man/man8/larkspur.8
   ${share}/man/man1/larkspur-preview.1
   COMMAND_ERROR_IS_FATAL ANY)
