@@ -30,11 +30,11 @@ protected:
         }
         return text.str();
     }
-    std::string failure(const std::string& document) const {
+    static std::string failureOf(const std::function<void()>& body) {
         try {
-            read(document);
+            body();
             return "none";
-        } catch (const nimbo::FSAXMLException& error) {
+        } catch (const nimbo::FSAXMLException& error) { // of which no base is public
             return error.what();
         }
     }
@@ -52,12 +52,13 @@ std::string without(std::string document, const std::string& element) {
 TEST_F(Metadata, FactsComeFromTheFirstElementsAndHaveDefaults) {
     const auto facts = [this](const std::string& document) {
         const auto reader = read(document);
-        return reader.name + "|" + reader.version + "|" + reader.release + "|" + reader.scriptLanguage + "|" +
-               reader.formatVersion + "|" + std::to_string(reader.get_web_content_info().size());
+        return reader.name + " " + reader.version + "-" + reader.release + ", scripts in '" + reader.scriptLanguage +
+               "', format " + reader.formatVersion;
     };
-    EXPECT_EQ(facts(metadata("<name>second</name>", "1.2", "perl")), "guestbook|1.0|1|perl|1.2|0");
+    EXPECT_EQ(facts(metadata("<name>second</name>", "1.2", "perl")), "guestbook 1.0-1, scripts in 'perl', format 1.2");
     std::string bare = without(metadata(""), "configuration-script-language");
-    EXPECT_EQ(facts(bare.erase(bare.find(" version="), std::strlen(" version=\"1.1\""))), "guestbook|1.0|1||1.0|0");
+    const std::string version = " version=\"1.1\"";
+    EXPECT_EQ(facts(bare.erase(bare.find(version), version.size())), "guestbook 1.0-1, scripts in '', format 1.0");
 }
 
 static_assert(!std::is_convertible_v<nimbo::FSAXMLException*, std::exception*>);
@@ -68,16 +69,27 @@ TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
     const std::string noName = "Invalid package metadata file format: <s:name> element is missing.";
     const std::string wide = "<!DOCTYPE a [<!ENTITY e '" + std::string(1U << 20, 'x') + "'>]>";
     const std::string many = "&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;";
-    const std::vector<std::pair<std::string, std::string>> cases{
-        {"", unloadable},
-        {without(good, "name"), noName},
-        {without(good, "release"), noName},
-        {without(good, "version"), "Invalid package metadata file format: <s:version> element is missing."},
-        {wide + metadata("<summary>" + many + "</summary>"), unloadable},
-        {wide + metadata("<mapping url='" + many + "'/>"), unloadable},
+    struct Row {
+        std::string document;
+        std::string message;
     };
-    for (const auto& [document, message] : cases)
-        EXPECT_EQ(failure(document), message) << document.substr(0, 300);
+    const std::vector<Row> rows{
+        {.document = "", .message = unloadable},
+        {.document = without(good, "name"), .message = noName},
+        {.document = without(good, "release"), .message = noName},
+        {.document = without(good, "version"),
+         .message = "Invalid package metadata file format: <s:version> element is missing."},
+        {.document = wide + metadata("<summary>" + many + "</summary>"), .message = unloadable},
+        {.document = wide + metadata("<mapping url='" + many + "'/>"), .message = unloadable},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(failureOf([&] { read(row.document); }), row.message) << row.document.substr(0, 300);
+}
+
+TEST_F(Metadata, AQueryThatFailsIsNamed) {
+    xmlXPathContext* const context = xmlXPathNewContext(nullptr); // freed by the failure
+    EXPECT_THAT(failureOf([&] { nimbo::FSAMetaDataReader::execute_xpath_query(nullptr, context, "a["); }),
+                MatchesRegex("Unable to execute XPath expression a\\[: .+"));
 }
 
 TEST_F(Metadata, EntitiesOfTheDocumentAreReadAndExternalOnesAreNot) {
@@ -88,28 +100,36 @@ TEST_F(Metadata, EntitiesOfTheDocumentAreReadAndExternalOnesAreNot) {
 }
 
 TEST_F(Metadata, MappingsAreFlattenedAndOrderedByDepth) {
-    const std::vector<std::pair<std::string, std::string>> cases{
-        {"<mapping url='/' path='htdocs'><mapping url='admin'/><mapping url='cgi-bin'/></mapping>"
-         "<mapping url='/blog/' virtual='redirect' href='http://x/'/>"
-         "<mapping url='/data'><mapping url='x/y'/></mapping>",
-         "1 /data /data\n1 / /htdocs\n1 /cgi-bin /htdocs/cgi-bin\n1 /admin /htdocs/admin\n"
-         "2 /blog/  >http://x/\n3 /data/x/y /data/x/y\n"},
-        {"<mapping url='a' virtual='redirect'><mapping url='b'/></mapping>", ""},
-        {"<mapping url='a' virtual='true' href='x'><mapping url='b'/></mapping>", ""},
-        {"<mapping url=''/>", "1 / /\n"},
-        {"<mapping url='//x'/>", "1 /x /x\n"},
-        {"<mapping url='a//'><mapping url='b' path='//c/'/></mapping>", "2 /a/b /c/\n3 /a// /a//\n"},
-        {"<mapping url='a' path='p'><mapping url='b' path=''/></mapping>", "1 /a /p\n2 /a/b /p/b\n"},
-        {"<mapping url='a'><php:permissions/><php:permissions writable='true'/></mapping>", "1 /a /a w\n"},
-        {"<mapping url='a'><php:permissions writable='True'/></mapping>", "1 /a /a\n"},
-        {"<mapping url='a'><php:handler><php:extension>php</php:extension><php:extension> .x</php:extension>"
-         "</php:handler><php:handler><php:extension>p</php:extension><php:disabled/></php:handler></mapping>",
-         "1 /a /a php(php, .x,) php(off)\n"},
-        {"<mapping url='a'><cgi:handler><cgi:extension>pl</cgi:extension></cgi:handler>"
-         "<cgi:handler><cgi:all-files/><cgi:disabled/></cgi:handler>"
-         "<cgi:handler><cgi:extension>x</cgi:extension><cgi:all-files/></cgi:handler></mapping>",
-         "1 /a /a cgi(pl,) cgi(off) cgi(all)\n"},
+    struct Row {
+        std::string elements;
+        std::string mappings;
     };
-    for (const auto& [elements, expected] : cases)
-        EXPECT_EQ(mappings(elements), expected) << elements;
+    const std::vector<Row> rows{
+        {.elements = "<mapping url='/' path='htdocs'><mapping url='admin'/><mapping url='cgi-bin'/></mapping>"
+                     "<mapping url='/blog/' virtual='redirect' href='http://x/'/>"
+                     "<mapping url='/data'><mapping url='x/y'/></mapping>",
+         .mappings = "1 /data /data\n1 / /htdocs\n1 /cgi-bin /htdocs/cgi-bin\n1 /admin /htdocs/admin\n"
+                     "2 /blog/  >http://x/\n3 /data/x/y /data/x/y\n"},
+        {.elements = "<mapping url='a' virtual='redirect'><mapping url='b'/></mapping>", .mappings = ""},
+        {.elements = "<mapping url='a' virtual='true' href='x'><mapping url='b'/></mapping>", .mappings = ""},
+        {.elements = "<mapping url=''/>", .mappings = "1 / /\n"},
+        {.elements = "<mapping url='//x'/>", .mappings = "1 /x /x\n"},
+        {.elements = "<mapping url='a//'><mapping url='b' path='//c/'/></mapping>",
+         .mappings = "2 /a/b /c/\n3 /a// /a//\n"},
+        {.elements = "<mapping url='a' path='p'><mapping url='b' path=''/></mapping>",
+         .mappings = "1 /a /p\n2 /a/b /p/b\n"},
+        {.elements = "<mapping url='a'><php:permissions/><php:permissions writable='true'/></mapping>",
+         .mappings = "1 /a /a w\n"},
+        {.elements = "<mapping url='a'><php:permissions writable='True'/></mapping>", .mappings = "1 /a /a\n"},
+        {.elements = "<mapping url='a'><php:handler><php:extension>php</php:extension><php:extension> .x"
+                     "</php:extension></php:handler><php:handler><php:extension>p</php:extension><php:disabled/>"
+                     "</php:handler></mapping>",
+         .mappings = "1 /a /a php(php, .x,) php(off)\n"},
+        {.elements = "<mapping url='a'><cgi:handler><cgi:extension>pl</cgi:extension></cgi:handler>"
+                     "<cgi:handler><cgi:all-files/><cgi:disabled/></cgi:handler>"
+                     "<cgi:handler><cgi:extension>x</cgi:extension><cgi:all-files/></cgi:handler></mapping>",
+         .mappings = "1 /a /a cgi(pl,) cgi(off) cgi(all)\n"},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(mappings(row.elements), row.mappings) << row.elements;
 }
