@@ -1,14 +1,12 @@
 #include "cleanup/directory_listing.h"
 
-#include "runtime/held_directories.h"
-
-#include <array>
 #include <boost/filesystem/exception.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <dirent.h>
 #include <iostream>
+#include <memory>
 
 namespace fs = boost::filesystem;
 
@@ -27,47 +25,28 @@ EntryKind kindOf(unsigned char type) {
     }
 }
 
-/// The names in one directory, one behind the other in one buffer, with what they are.
-class Entries {
-public:
-    bool empty() const { return kinds_.empty(); }
-
-    /// Reads an open directory to its end; 0, or the errno value that ended the reading.
-    int read(int directory, bool kindsAreKnown) {
-        alignas(dirent64) static std::array<char, 32U << 10> buffer;
-        for (;;) {
-            const ssize_t size = getdents64(directory, buffer.data(), buffer.size());
-            if (size <= 0)
-                return size == 0 ? 0 : errno;
-            for (const char* at = buffer.data(); at < buffer.data() + size;) {
-                const auto* const entry = reinterpret_cast<const dirent64*>(at);
-                at += entry->d_reclen;
-                const std::string_view name = entry->d_name;
-                if (name != "." && name != "..")
-                    add(name, kindsAreKnown ? kindOf(entry->d_type) : EntryKind::Unknown);
-            }
-        }
-    }
-
-    template <class Visit>
-    void forEach(const Visit& visit) const {
-        const char* name = names_.c_str();
-        for (const EntryKind kind : kinds_) {
-            const std::string_view text = name;
-            visit(text, kind);
-            name += text.size() + 1;
-        }
-    }
-
-private:
-    void add(std::string_view name, EntryKind kind) {
-        names_.append(name).push_back('\0');
-        kinds_.push_back(kind);
-    }
-
-    std::string names_;
-    std::vector<EntryKind> kinds_;
+struct Entry {
+    std::string name;
+    EntryKind kind;
 };
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const noexcept { (void)closedir(directory); }
+};
+using OpenDirectory = std::unique_ptr<DIR, CloseDirectory>;
+
+/// Reads an open directory to its end; 0, or the errno value that ended the reading.
+int readEntries(DIR* directory, bool kindsAreKnown, std::vector<Entry>& entries) {
+    for (;;) {
+        errno = 0;
+        const dirent* const entry = readdir(directory);
+        if (entry == nullptr)
+            return errno;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            entries.push_back({std::string(name), kindsAreKnown ? kindOf(entry->d_type) : EntryKind::Unknown});
+    }
+}
 
 /// One listing: the path at hand grows and shrinks in place as the walk goes down and up.
 class Walk {
@@ -99,40 +78,27 @@ private:
         return false;
     }
 
-    /// Opens the directory at hand.
-    /// \param isSearchable receives whether its entries may be looked at.  If not, the kinds that the directory tells
-    ///        must not be used: the walk has to look at each entry itself, so that the failure is reported.
-    UniqueFd open(bool& isSearchable) {
-        constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
-        const auto place = directories_.of(path_);
-        // The "." behind the name needs the right to search the directory, as the look at an entry does.
-        UniqueFd directory(openat(place.directory, std::string(place.name).append("/.").c_str(), flags));
-        isSearchable = directory.get() >= 0;
-        if (!isSearchable)
-            directory = UniqueFd(openat(place.directory, place.name, flags));
-        return directory;
-    }
-
     void content() {
-        bool isSearchable = false;
-        UniqueFd directory = open(isSearchable);
-        // The directory is read to its end before anything below it is visited, so that a deep tree does not hold one
-        // descriptor a level.
-        Entries entries;
-        const int error = directory.get() < 0 ? errno : entries.read(directory.get(), isSearchable);
-        if (directory.get() >= 0 && !entries.empty())
-            directories_.hold(path_, std::move(directory));
+        // The "." behind the path needs the right to search the directory.  Without that right, the kinds that the
+        // directory tells are not used: the walk looks at each entry itself, so that the failure is reported.
+        OpenDirectory directory(opendir((path_ + "/.").c_str()));
+        const bool isSearchable = directory != nullptr;
+        if (!isSearchable)
+            directory.reset(opendir(path_.c_str()));
+        std::vector<Entry> entries;
+        const int error = directory == nullptr ? errno : readEntries(directory.get(), isSearchable, entries);
+        directory.reset(); // before anything below is visited, so that a deep tree does not hold one descriptor a level
 
         const std::size_t length = path_.size();
         if (!path_.ends_with('/'))
             path_.push_back('/');
         const std::size_t stem = path_.size();
-        entries.forEach([&](std::string_view name, EntryKind kind) {
+        for (const auto& [name, kind] : entries) {
             path_.append(name);
             // For too long a path the walk has to look at the entry itself, so that the failure is reported.
             at(path_.size() < PATH_MAX ? kind : EntryKind::Unknown);
             path_.resize(stem);
-        });
+        }
         path_.resize(length);
         if (error != 0)
             reportUnlisted(error);
@@ -147,14 +113,20 @@ private:
     std::size_t start_; ///< of the relative part of path_
     const EntryVisitor& visit_;
     const FailureVisitor& fail_;
-    HeldDirectories directories_;
 };
 
-/// The text behind the first `count` elements of a relative path.
-std::string_view withoutElements(std::string_view relative, unsigned count) {
-    for (; count > 0 && !relative.empty(); --count)
-        relative.remove_prefix(std::min(relative.find('/'), relative.size() - 1) + 1);
-    return relative;
+/// The path without its first `count` elements.
+fs::path withoutElements(const fs::path& path, unsigned count) {
+    if (count == 0)
+        return path;
+    fs::path rest;
+    for (const fs::path& element : path) {
+        if (count == 0)
+            rest /= element;
+        else
+            --count;
+    }
+    return rest;
 }
 
 } // namespace
@@ -184,22 +156,15 @@ void printFailure(const std::string& /*path*/, int /*error*/, const std::string&
 }
 
 void readDirEntry::operator()(const fs::path& path) const {
-    const unsigned length = pathLength(path);
-    fs::path stem;
-    unsigned position = 0;
-    for (auto element = path.begin(); position < length; ++element, ++position)
-        if (position >= skip_)
-            stem /= *element;
-    const unsigned more = skip_ > length ? skip_ - length : 0;
     visitDirContent(path.native(), [&](std::string_view relative, EntryKind) {
-        const std::string_view rest = withoutElements(relative, more);
-        output_->push_back(rest.empty() ? stem : stem / std::string(rest));
+        output->push_back(withoutElements(relative.empty() ? path : path / std::string(relative), skip));
     });
 }
 
 std::vector<fs::path> readDirContent(const fs::path& directory) {
     std::vector<fs::path> entries;
-    readDirContent(&entries, directory, pathLength(directory));
+    visitDirContent(directory.native(),
+                    [&](std::string_view relative, EntryKind) { entries.emplace_back(std::string(relative)); });
     return entries;
 }
 

@@ -49,15 +49,15 @@ void visitDirContent(const std::string& path, const EntryVisitor& visit);
 /// visitDirContent into a list of paths.
 class readDirEntry {
 public:
-    /// \param output not owned; must outlive the object.
-    /// \param skip leading path elements to drop from every recorded path.
-    readDirEntry(std::vector<boost::filesystem::path>* output, unsigned skip) : output_(output), skip_(skip) {}
+    /// \param list not owned; must outlive the object.
+    /// \param elements how many leading elements to drop from every recorded path.
+    readDirEntry(std::vector<boost::filesystem::path>* list, unsigned elements) : output(list), skip(elements) {}
 
     void operator()(const boost::filesystem::path& path) const;
 
 private:
-    std::vector<boost::filesystem::path>* output_;
-    unsigned skip_;
+    std::vector<boost::filesystem::path>* output;
+    unsigned skip;
 };
 
 /// The recursive listing of a directory with paths relative to it; the first is empty and stands for the directory.

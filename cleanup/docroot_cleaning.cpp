@@ -1,15 +1,17 @@
 #include "cleanup/docroot_cleaning.h"
 
 #include "cleanup/directory_listing.h"
-#include "runtime/held_directories.h"
 #include "runtime/paths.h"
 
 #include <algorithm>
 #include <boost/format.hpp>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <iostream>
+#include <optional>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -27,66 +29,31 @@ std::string text(const char* value) {
     return value == nullptr ? std::string() : value;
 }
 
-/// Appends the elements of `rest`, each after one slash.  A slash at the end of `rest` becomes a "." element, so that
-/// such an entry is not removed: rmdir(2) refuses a path that ends in ".".
-void appendElements(std::string& path, std::string_view rest) {
-    const bool endsInSlash = rest.ends_with('/');
-    for (auto start = rest.find_first_not_of('/'); start != std::string_view::npos;
-         start = rest.find_first_not_of('/', start)) {
-        const auto end = std::min(rest.find('/', start), rest.size());
-        if (!path.ends_with('/'))
-            path.push_back('/');
-        path.append(rest.substr(start, end - start));
-        start = end;
-    }
-    if (endsInSlash)
-        path.append(path.ends_with('/') ? "." : "/.");
-}
-
 void sortForRemoval(std::vector<fs::path>& paths) {
     std::vector<std::pair<std::string, fs::path>> keyed;
     keyed.reserve(paths.size());
     for (fs::path& path : paths)
         keyed.emplace_back(pathKey(path), std::move(path));
-    std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
     std::transform(keyed.begin(), keyed.end(), paths.begin(), [](auto& pair) { return std::move(pair.second); });
 }
 
+/// "httpdocs" and "cgi-bin" are names for configured directories; every other one lies in the virtual host.
+bool isConfigured(std::string_view name) {
+    return name == "httpdocs" || name == "cgi-bin";
+}
+
+/// Where a top-level directory of a virtual host really is; nothing for one whose content is to be kept.
+std::optional<fs::path> topLevelDirectory(const std::string& name, const std::string& vhostDir,
+                                          const ExtractParams& params) {
+    if ((name == "cgi-bin" && params.keepCgiBin) || (name == "error_docs" && params.keepErrorDocs))
+        return std::nullopt;
+    if (isConfigured(name))
+        return name == "httpdocs" ? params.htdocsDir : params.cgiBinDir;
+    return fs::path(vhostDir) / name;
+}
+
 } // namespace
-
-/// Removes one file or directory after the other, best in removal order.
-class DeleteDirEntry::Remover {
-public:
-    void remove(const std::string& target) {
-        const auto place = directories_.of(target);
-        // The likely call comes first: a target above the one before is a directory, anything else a file.  A wrong
-        // guess does no harm: Linux refuses unlink(2) for a directory.  Only after a failure the entry is looked at.
-        const int likely = isAbove(target, last_) ? AT_REMOVEDIR : 0;
-        last_ = target;
-        if (unlinkat(place.directory, place.name, likely) == 0 || errno == ENOENT)
-            return;
-        int error = errno;
-        struct stat status {};
-        if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            if (errno != ENOENT) // it may have vanished since
-                report("lstat", target, errno);
-            return;
-        }
-        const int needed = S_ISDIR(status.st_mode) ? AT_REMOVEDIR : 0;
-        if (needed != likely)
-            error = unlinkat(place.directory, place.name, needed) == 0 ? 0 : errno;
-        if (error != 0)
-            report(needed == AT_REMOVEDIR ? "rmdir" : "unlink", target, error);
-    }
-
-private:
-    static bool isAbove(const std::string& directory, const std::string& path) {
-        return path.size() > directory.size() && path[directory.size()] == '/' && path.starts_with(directory);
-    }
-
-    HeldDirectories directories_;
-    std::string last_;
-};
 
 ExtractParams::ExtractParams(const extract_params& params)
     : htdocsDir(text(params.htdocs_dir)),
@@ -113,42 +80,45 @@ const std::vector<fs::path>& vhostAllDirs() {
     return directories;
 }
 
-std::optional<fs::path> topLevelDirectory(const std::string& name, const std::string& vhostDir,
-                                          const ExtractParams& params) {
-    if (name == "httpdocs")
-        return params.htdocsDir;
-    if (name == "cgi-bin")
-        return params.keepCgiBin ? std::nullopt : std::optional<fs::path>(params.cgiBinDir);
-    if (name == "error_docs" && params.keepErrorDocs)
-        return std::nullopt;
-    return fs::path(vhostDir) / name;
+DeleteDirEntry::DeleteDirEntry(std::string host, ExtractParams extractParams)
+    : vhostDir(std::move(host)), params(std::move(extractParams)) {
 }
 
-DeleteDirEntry::DeleteDirEntry(std::string vhostDir, ExtractParams params)
-    : vhostDir_(std::move(vhostDir)), params_(std::move(params)), remover_(std::make_shared<Remover>()) {
-}
-
-void DeleteDirEntry::operator()(const fs::path& relative) const {
+void DeleteDirEntry::operator()(const fs::path& relative) {
     for (const fs::path& kept : vhostAllDirs())
         if (relative.native() == kept.native())
             return;
     const std::string_view text = relative.native();
     const auto end = std::min(text.find('/'), text.size());
-    const auto directory = topLevelDirectory(std::string(text.substr(0, end)), vhostDir_, params_);
-    if (!directory)
+    const std::string name(text.substr(0, end));
+    const auto directory = topLevelDirectory(name, vhostDir, params);
+    if (directory)
+        remove(isConfigured(name) ? withElements(directory->native(), text.substr(end))
+                                  : (fs::path(vhostDir) / relative).native());
+}
+
+/// Linux refuses unlink(2) for a directory, so only after a failure the entry is looked at.
+void DeleteDirEntry::remove(const std::string& target) {
+    const auto place = last_.of(target);
+    if (unlinkat(place.directory, place.name, 0) == 0 || errno == ENOENT)
         return;
-    std::string target;
-    target.reserve(directory->size() + text.size() + 2);
-    target.assign(directory->native());
-    appendElements(target, text.substr(end));
-    remover_->remove(target);
+    const int error = errno;
+    struct stat status {};
+    if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT) // it may have vanished since
+            report("lstat", target, errno);
+    } else if (!S_ISDIR(status.st_mode)) {
+        report("unlink", target, error);
+    } else if (unlinkat(place.directory, place.name, AT_REMOVEDIR) == 0) {
+        last_.letGo();
+    } else {
+        report("rmdir", target, errno);
+    }
 }
 
 void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir, const ExtractParams& params) {
     sortForRemoval(*entries);
-    const DeleteDirEntry remove(vhostDir, params);
-    for (const fs::path& entry : *entries)
-        remove(entry);
+    std::for_each(entries->begin(), entries->end(), DeleteDirEntry(vhostDir, params));
 }
 
 void cleanDocroot(const std::string& vhostPath, const ExtractParams& params) {

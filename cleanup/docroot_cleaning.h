@@ -1,8 +1,8 @@
 #pragma once
 
+#include "runtime/last_directory.h"
+
 #include <boost/filesystem/path.hpp>
-#include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,29 +51,22 @@ std::vector<boost::filesystem::path> vhostUsedDirs(SetupSkeletonMode mode);
 /// The top-level directories that are never removed themselves.  One vector for the life of the process.
 const std::vector<boost::filesystem::path>& vhostAllDirs();
 
-/// Where a top-level directory of a virtual host really is: "httpdocs" and "cgi-bin" stand for the configured
-/// directories, every other name for the directory below the host.
-/// \return nothing for a directory whose content is to be kept.
-std::optional<boost::filesystem::path> topLevelDirectory(const std::string& name, const std::string& vhostDir,
-                                                         const ExtractParams& params);
-
 /// Removes entries of a virtual host, each given by its path relative to the host.  The directories of vhostAllDirs()
 /// stay; so does everything below a directory that the parameters keep.  Directories are removed only when empty
 /// (rmdir(2)), everything else by unlink(2).  A link in the last element is not followed; links above it are.
 /// A failure is one line on standard error.  An entry that does not exist is no failure.
-/// Copies of the object share the directories held open and the memory of the last target.
 class DeleteDirEntry {
 public:
     DeleteDirEntry(std::string vhostDir, ExtractParams params);
 
-    void operator()(const boost::filesystem::path& relative) const;
+    void operator()(const boost::filesystem::path& relative);
 
 private:
-    class Remover;
+    void remove(const std::string& target);
 
-    std::string vhostDir_;
-    ExtractParams params_;
-    std::shared_ptr<Remover> remover_;
+    std::string vhostDir;
+    ExtractParams params;
+    LastDirectory last_;
 };
 
 /// Sorts vhost-relative paths into removal order, in place, and removes each: descending, element by element as bytes,

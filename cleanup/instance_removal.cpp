@@ -65,33 +65,6 @@ private:
     std::vector<InstanceEntry> entries_;
 };
 
-/// Where an entry stands in the order of removal.
-struct RemovalKey {
-    InstallSection section;
-    std::string path; ///< pathKey
-};
-
-std::vector<RemovalKey> keysOf(std::vector<InstanceEntry> entries) {
-    std::vector<RemovalKey> keys;
-    keys.reserve(entries.size());
-    for (InstanceEntry& entry : entries)
-        keys.push_back({entry.first, pathKey(std::exchange(entry.second, {}))});
-    return keys;
-}
-
-/// Descending by section, then by path, so that contents come before the directories that hold them.  Pointers are
-/// sorted, because they move faster than keys.
-std::vector<const RemovalKey*> removalOrder(const std::vector<RemovalKey>& keys) {
-    std::vector<const RemovalKey*> order;
-    order.reserve(keys.size());
-    for (const RemovalKey& key : keys)
-        order.push_back(&key);
-    std::sort(order.begin(), order.end(), [](const RemovalKey* a, const RemovalKey* b) {
-        return a->section != b->section ? a->section > b->section : a->path > b->path;
-    });
-    return order;
-}
-
 } // namespace
 
 namespace nimbo {
@@ -125,7 +98,7 @@ std::vector<InstanceEntry> filelistXmlRead() {
     return readInstalledFiles(std::cin);
 }
 
-void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter) {
+void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, DeleteDirEntry& deleter) {
     std::string relative = entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs";
     if (prefix != "." && !prefix.empty())
         relative.append("/").append(prefix);
@@ -138,10 +111,15 @@ void deleteInstance(const std::string& vhostPath, const ExtractParams& params, c
     std::vector<InstanceEntry> entries = filelistXmlRead();
     if (prefix != "." && prefix != "/")
         entries.emplace_back(InstallSectionHtdocs, fs::path()); // the instance's own directory, which no list names
-    const std::vector<RemovalKey> keys = keysOf(std::move(entries));
-    const DeleteDirEntry remove(vhostPath, params);
-    for (const RemovalKey* key : removalOrder(keys))
-        deleteInstanceEntry({key->section, pathOfKey(key->path)}, prefix, remove);
+    // In descending order contents come before the directories that hold them.
+    std::vector<std::pair<InstallSection, std::string>> keys;
+    keys.reserve(entries.size());
+    for (InstanceEntry& entry : entries)
+        keys.emplace_back(entry.first, pathKey(std::exchange(entry.second, {})));
+    std::stable_sort(keys.begin(), keys.end());
+    DeleteDirEntry remove(vhostPath, params);
+    for (auto key = keys.rbegin(); key != keys.rend(); ++key)
+        deleteInstanceEntry({key->first, pathOfKey(key->second)}, prefix, remove);
 }
 
 void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix) {

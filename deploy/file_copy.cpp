@@ -1,12 +1,10 @@
 #include "deploy/file_copy.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
@@ -52,68 +50,23 @@ int copyContent(int from, int to, off_t size) {
 
 } // namespace
 
-void FinishedDescriptors::add(UniqueFd fd) {
-    if (count_ == descriptorShare(numbers_.size()))
-        closeAll();
-    numbers_.at(count_++) = static_cast<unsigned>(fd.release());
-}
-
-void FinishedDescriptors::closeAll() {
-    auto* const end = numbers_.begin() + count_;
-    std::sort(numbers_.begin(), end);
-    for (auto* first = numbers_.begin(); first != end;) {
-        auto* last = first;
-        while (last + 1 != end && last[1] == last[0] + 1)
-            ++last;
-        // Kernels before 5.9 lack the call.
-        if (close_range(*first, *last, 0) != 0)
-            std::for_each(first, last + 1, [](unsigned number) { close(static_cast<int>(number)); });
-        first = last + 1;
-    }
-    count_ = 0;
-}
-
-void FileCopier::trustModesIn(unsigned directory) {
-    settledDirectory_ = directory;
-    settledMode_ = 0;
-}
-
-/// Gives a new file exactly the mode asked for.  The umask or a default ACL may have changed it, and then does so for
-/// all files of the directory: one look serves them all.
-void FileCopier::settleMode(int fd, mode_t mode, unsigned directory) {
-    if (directory != 0 && directory == settledDirectory_ && (settledMode_ == 0 || mode == settledMode_))
-        return;
-    struct stat created {};
-    if (fstat(fd, &created) == 0 && (created.st_mode & 07777U) == mode) {
-        settledDirectory_ = directory;
-        settledMode_ = mode;
-    } else {
-        (void)fchmod(fd, mode); // one that cannot be set does not fail the copy
-    }
-}
-
-int FileCopier::copyToNewFile(const HeldDirectories::Place& source, const HeldDirectories::Place& target, mode_t mode) {
-    // O_NONBLOCK: a FIFO under this name would otherwise block here, before copyInto can refuse it.
-    UniqueFd from(openat(source.directory, source.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (from.get() < 0)
-        return errno;
-    const int error = copyInto(from.get(), target, mode);
-    sources_.add(std::move(from));
-    return error;
-}
-
-int FileCopier::copyInto(int from, const HeldDirectories::Place& target, mode_t mode) {
+CopyOutcome copyToNewFile(const LastDirectory::Place& source, const LastDirectory::Place& target, mode_t mode) {
+    // O_NONBLOCK: a FIFO under this name would otherwise block here, before it can be refused.
+    const UniqueFd from(openat(source.directory, source.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (fstat(from, &status) != 0)
-        return errno;
+    if (from.get() < 0 || fstat(from.get(), &status) != 0)
+        return {errno, false};
     if (!S_ISREG(status.st_mode))
-        return EINVAL;
+        return {EINVAL, false};
     UniqueFd to(openat(target.directory, target.name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (to.get() < 0)
-        return errno;
-    if (const int error = copyContent(from, to.get(), status.st_size))
-        return error;
-    settleMode(to.get(), mode, target.number);
+        return {errno, false};
+    if (const int error = copyContent(from.get(), to.get(), status.st_size))
+        return {error, true};
+    // The umask or a default ACL may have changed the mode.
+    struct stat made {};
+    if (fstat(to.get(), &made) != 0 || (made.st_mode & 07777U) != mode)
+        (void)fchmod(to.get(), mode);
     // Quotas and network file systems may refuse the data only now.
-    return to.close() != 0 ? errno : 0;
+    return {to.close() != 0 ? errno : 0, true};
 }

@@ -9,11 +9,11 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <iostream>
 #include <sstream>
-#include <string_view>
-#include <unordered_map>
-#include <utility>
+#include <sys/stat.h>
+#include <unordered_set>
 
 namespace fs = boost::filesystem;
 using nimbo::FSAFileException;
@@ -24,7 +24,7 @@ bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
 
-/// The copying of one plan: where it is, and what it knows of the directories that it fills.
+/// The copying of one plan: where it is, and which directories the site's user can write.
 class Copying {
 public:
     Copying(const InstallPlan& plan, const std::string& userName) : plan_(plan), userName_(userName) {}
@@ -35,19 +35,11 @@ public:
         plan_.appendSourcePath(source_, copy);
         target_.assign(plan_.destinationRoot).append("/").append(copy.targetPath);
         enterParent();
-        int missing = 0;
-        const EntryKind kind = kindOfSource(copy, missing);
-        if (kind == EntryKind::Directory) {
+        const EntryKind kind = kindOfSource(copy);
+        if (kind == EntryKind::Directory)
             makeDirectory();
-            return;
-        }
-        // Whatever the copy comes to, what stands at the target goes first.  In a directory that this run made nothing
-        // can stand.
-        if (!parentIsNew_)
-            removeStanding();
-        const int error = kind == EntryKind::File ? copyFile(copy.fileMode()) : missing != 0 ? missing : EINVAL;
-        if (error != 0)
-            fail(error);
+        else
+            copyFile(kind, copy.fileMode());
     }
 
     const std::string& source() const { return source_; }
@@ -60,102 +52,87 @@ private:
 
     /// Gives the target's parent the access that the copy needs.
     void enterParent() {
-        if (parentOf(target_) == parent_)
-            return;
         parent_ = parentOf(target_);
-        const auto known = parents_.find(parent_);
-        parentIsNew_ = known != parents_.end() && known->second;
-        if (parentIsNew_)
-            enterNewParent();
-        else if (known == parents_.end() && makeUserWritableDir(parent_, userName_))
-            parents_.emplace(parent_, false);
-        else if (known == parents_.end())
-            parent_.clear(); // to be tried again for the next target
+        if (!entered_.contains(parent_) && makeUserWritableDir(parent_, userName_))
+            entered_.insert(parent_);
     }
 
-    /// Enters a directory that this run made.  When it has exactly the mode 0755 that the umask leaves, no default ACL
-    /// changes modes in it, and its files need no look at their modes.  Otherwise it is treated like an old directory.
-    void enterNewParent() {
-        const auto place = targets_.of(target_);
-        struct stat status {};
-        if (place.number != 0 && fstat(place.directory, &status) == 0 && (status.st_mode & 0777U) == 0755) {
-            copier_.trustModesIn(place.number);
-            return;
-        }
-        parentIsNew_ = false;
-        parents_[parent_] = false;
-        makeUserWritableDir(parent_, userName_);
-    }
-
-    /// Links count as what they name.  A source that is not there is Other, with the errno value in `missing`.
-    EntryKind kindOfSource(const PlannedCopy& copy, int& missing) {
+    /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.
+    EntryKind kindOfSource(const PlannedCopy& copy) {
         if (copy.kind == EntryKind::Directory || copy.kind == EntryKind::File)
             return copy.kind;
         struct stat status {};
         const auto place = sources_.of(source_);
         if (fstatat(place.directory, place.name, &status, 0) != 0) {
-            missing = errno;
-            if (!isNotFound(missing))
-                fail(missing);
-            return EntryKind::Other;
+            if (!isNotFound(errno))
+                fail(errno);
+            return EntryKind::File;
         }
-        // Opening a FIFO or a device could block or act on it.
         return S_ISDIR(status.st_mode)   ? EntryKind::Directory
                : S_ISREG(status.st_mode) ? EntryKind::File
                                          : EntryKind::Other;
     }
 
     void makeDirectory() {
-        if (makeOne())
-            parents_[target_.substr(0, target_.find_last_not_of('/') + 1)] = true;
-        else
+        const auto place = targets_.of(target_);
+        if (mkdirat(place.directory, place.name, 0777) != 0)
             ::create_directories(target_);
     }
 
-    /// \return true when the directory was not there before.
-    bool makeOne() {
+    /// What stands at the target goes, whatever the copy comes to.  A copy makes its file only where nothing stands, so
+    /// it is tried first, until something was in the way.
+    void copyFile(EntryKind kind, mode_t mode) {
+        if (isFilled_)
+            removeStanding();
+        CopyOutcome outcome = tryToCopy(kind, mode);
+        // A file that the copy has made stays for the rollback.
+        if (!outcome.isMade && removeStanding())
+            outcome = tryToCopy(kind, mode);
+        if (outcome.error != 0)
+            fail(outcome.error);
+    }
+
+    CopyOutcome tryToCopy(EntryKind kind, mode_t mode) {
+        if (kind != EntryKind::File)
+            return {EINVAL, false}; // opening a device could act on it
+        return copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
+    }
+
+    /// Removes one file, link or empty directory.  A link that leads nowhere does not count as standing there.
+    /// \return true when something was removed.
+    bool removeStanding() {
+        struct stat standing {};
         const auto place = targets_.of(target_);
-        if (mkdirat(place.directory, place.name, 0777) == 0)
-            return true;
-        if (errno != ENOENT)
+        const bool isThere = fstatat(place.directory, place.name, &standing, AT_SYMLINK_NOFOLLOW) == 0;
+        if (!isThere && isNotFound(errno))
             return false;
-        ::create_directories(std::string(parentOf(target_)));
-        return mkdir(target_.c_str(), 0777) == 0;
-    }
-
-    /// One file, link or empty directory; a link that leads nowhere does not count as standing there.
-    void removeStanding() {
-        const auto place = targets_.of(target_);
-        struct stat status {};
-        if (fstatat(place.directory, place.name, &status, 0) == 0) {
-            if (unlinkat(place.directory, place.name, 0) == 0)
-                return;
-        } else if (isNotFound(errno)) {
-            return;
-        }
-        // Directories, and failures in the library's words.
-        if (fs::exists(target_))
+        const bool isPlainFile = isThere && S_ISREG(standing.st_mode);
+        if (!isPlainFile || unlinkat(place.directory, place.name, 0) != 0) {
+            if (!fs::exists(target_)) // this and the next one fail in the library's words
+                return false;
             fs::remove(target_);
+            forgetWays();
+        }
+        isFilled_ = true;
+        return true;
     }
 
-    int copyFile(mode_t mode) {
-        const int error = copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
-        if (error != EEXIST || !parentIsNew_)
-            return error;
-        removeStanding(); // names like "a//b" and "a/b" meet also in new directories
-        return copier_.copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
+    /// The way to any place may have led through the link or the directory that was removed.
+    void forgetWays() {
+        entered_.clear();
+        sources_.letGo();
+        targets_.letGo();
     }
 
     const InstallPlan& plan_;
     const std::string& userName_;
     std::string source_;
     std::string target_;
-    std::string parent_; ///< of the last target; empty when it wants another look
-    bool parentIsNew_ = false;
-    std::unordered_map<std::string, bool> parents_; ///< directories with the access needed; true: made by this run
-    FileCopier copier_;
-    HeldDirectories sources_;
-    HeldDirectories targets_;
+    std::string parent_;                      ///< of the target
+    std::unordered_set<std::string> entered_; ///< directories that the site's user can write
+    bool isFilled_ = false;                   ///< something stood at one of the targets
+    LastDirectory sources_;
+    LastDirectory targets_;
 };
 
 } // namespace
@@ -204,7 +181,7 @@ bool makeUserWritableDir(const std::string& directory, const std::string& userNa
     static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
     static const gid_t kroclnGid = get_group_id("krocln");
 
-    const EntryHandle entry({AT_FDCWD, directory.c_str(), 0, 0});
+    const EntryHandle entry(AT_FDCWD, directory.c_str());
     if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
         return false;
     const mode_t needed = entry.status().st_uid == userUid ? 0700U : entry.status().st_gid == kroclnGid ? 0070U : 0007U;

@@ -3,37 +3,24 @@
 #include "metadata/exceptions.h"
 #include "runtime/accounts.h"
 #include "runtime/entry_handle.h"
+#include "runtime/no_links_below.h"
 #include "runtime/paths.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
+#include <fcntl.h>
+#include <iterator>
+#include <map>
 #include <string_view>
-#include <unordered_map>
 
 using nimbo::FSAFileException;
 
 namespace {
 
-/// The targets of writable mappings by placeKey.  True: a link at the target is followed, because every spelling of
-/// that target ends in "/" or "/.", where the system follows links too.
-using WritableTargets = std::unordered_map<std::string, bool>;
-
-/// The length of what stands before the last element of path[0, end).
-std::size_t lengthOfParent(const std::string& path, std::size_t end) {
-    const auto slash = path.rfind('/', end - 1);
-    return slash == std::string::npos ? 0 : slash;
-}
-
-/// How much of a writable target's path may lead through links: what stands before the outermost writable mapping that
-/// it lies in, and that mapping's own directory if a link there is followed.
-std::size_t followedPart(const std::string& target, const WritableTargets& writable) {
-    // The search ends at the latest with the target itself, which is one of them.
-    for (std::size_t end = target.find('/', 1);; end = target.find('/', end + 1)) {
-        const auto outermost = writable.find(placeKey(target.substr(0, end)));
-        if (outermost != writable.end())
-            return outermost->second ? end : lengthOfParent(target, end);
-    }
+/// True when the system takes the path for a directory's, whatever stands there.
+bool wantsDirectory(const std::string& path) {
+    return path.ends_with('/') || path.ends_with("/.");
 }
 
 void openEntry(const EntryHandle& entry, const std::string& path, bool isMappingRoot, const std::string& userName) {
@@ -47,21 +34,57 @@ void openEntry(const EntryHandle& entry, const std::string& path, bool isMapping
         throw FSAFileException("Unable to change mode for: " + path + " Error: " + std::strerror(errno));
 }
 
-void openTree(const std::string& target, std::size_t followed, const PlainTrees& plain, const std::string& userName) {
+/// The writable mappings that lie in no other one.  The web server's account may change what lies in their trees.
+class OutermostTrees {
+public:
+    explicit OutermostTrees(const std::vector<std::string>& writableTargets) {
+        std::map<std::string, bool> all;
+        for (const std::string& target : writableTargets) {
+            bool& endsInSlash = all.try_emplace(placeKey(target), true).first->second;
+            endsInSlash = endsInSlash && wantsDirectory(target);
+        }
+        for (const auto& [key, endsInSlash] : all) // what lies in a tree comes directly behind it
+            if (trees_.empty() || !key.starts_with(trees_.rbegin()->first))
+                trees_.emplace_hint(trees_.end(), key, endsInSlash);
+    }
+
+    /// How much of a writable target's key may lead through links: what holds the outermost tree around it, and that
+    /// tree's own directory if each of its targets ends in a slash, where the system follows a link, too.
+    std::size_t lengthWithLinks(const std::string& targetKey) const {
+        const auto& [key, endsInSlash] = *std::prev(trees_.upper_bound(targetKey));
+        return endsInSlash || key.empty() ? key.size() : key.rfind('\0', key.size() - 2) + 1;
+    }
+
+private:
+    std::map<std::string, bool> trees_; ///< keys of targets; true: each target of this key ends in a slash
+};
+
+/// Finds what lstat(2) would find at a path, but without following links in a tree.
+/// \param below the same entry below the tree's root.
+EntryHandle find(const std::string& path, NoLinksBelow& tree, const std::string& below) {
+    if (path.empty() || path.size() >= PATH_MAX)
+        return EntryHandle(path.empty() ? ENOENT : ENAMETOOLONG);
+    EntryHandle entry = tree.find(below);
+    const mode_t type = entry.status().st_mode;
+    // A link in an open tree is refused by what it is, however its path ends.
+    if (entry.error() == 0 && wantsDirectory(path) && !S_ISDIR(type) && !S_ISLNK(type))
+        return EntryHandle(ENOTDIR);
+    return entry;
+}
+
+void openTree(const std::string& target, std::size_t lengthWithLinks, const PlainTrees& plain,
+              const std::string& userName) {
     const std::string targetKey = placeKey(target);
-    HeldDirectories directories(followed);
-    std::string path;
-    std::string key;
+    const std::string root = pathOfKey(targetKey.substr(0, lengthWithLinks));
+    NoLinksBelow tree(root.empty() ? "." : root);
     for (const boost::filesystem::path& listed : readDirContent(target)) {
         const std::string& entry = listed.native();
-        path.assign(target);
-        key.assign(targetKey);
-        if (!entry.empty()) {
-            path.append("/").append(entry);
-            key.append(pathKey(entry));
-        }
-        if (!plain.keepClosed(targetKey, key))
-            openEntry(EntryHandle(directories.of(path)), path, entry.empty(), userName);
+        const std::string key = entry.empty() ? targetKey : targetKey + pathKey(entry);
+        if (plain.keepClosed(targetKey, key))
+            continue;
+        const std::string path = entry.empty() ? target : joined(target, entry);
+        const std::string below = pathOfKey(std::string_view(key).substr(lengthWithLinks));
+        openEntry(find(path, tree, below), path, entry.empty(), userName);
     }
 }
 
@@ -69,13 +92,9 @@ void openTree(const std::string& target, std::size_t followed, const PlainTrees&
 
 void openToWebServer(const InstallPlan& plan, const std::string& userName) {
     const PlainTrees plain(plan);
-    WritableTargets writable;
-    for (const std::string& target : plan.writableTargets) {
-        bool& isFollowed = writable.try_emplace(placeKey(target), true).first->second;
-        isFollowed = isFollowed && (target.ends_with('/') || target.ends_with("/."));
-    }
+    const OutermostTrees outermost(plan.writableTargets);
     for (const std::string& target : plan.writableTargets)
-        openTree(target, followedPart(target, writable), plain, userName);
+        openTree(target, outermost.lengthWithLinks(placeKey(target)), plain, userName);
 }
 
 mode_t bitsForWebserver(const struct stat& status, const std::string& userName) {
@@ -94,7 +113,7 @@ mode_t bitsForWebserver(const struct stat& status, const std::string& userName) 
 }
 
 int makeWritableByWebserver(const std::string& path, const struct stat& status, const std::string& userName) {
-    const EntryHandle entry({AT_FDCWD, path.c_str(), 0, 0});
+    const EntryHandle entry(AT_FDCWD, path.c_str());
     if (entry.error() != 0) {
         errno = entry.error();
         return -1;

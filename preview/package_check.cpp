@@ -8,6 +8,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace fs = boost::filesystem;
@@ -144,7 +145,7 @@ bool isBlocked(const fs::path& missing) {
 } // namespace
 
 void compareWithSite(Preview& preview, const std::string& destinationRoot) {
-    HeldDirectories held;
+    LastDirectory held;
     std::string target;
     for (const auto& [path, entry] : preview.entries) {
         target.assign(destinationRoot).append(path.empty() ? "" : "/").append(path);

@@ -2,7 +2,7 @@
 
 #include "deploy/install_plan.h"
 #include "preview/package_preview.h"
-#include "runtime/held_directories.h"
+#include "runtime/last_directory.h"
 #include "webserver/fragment.h"
 
 #include <string_view>
@@ -32,7 +32,7 @@ private:
     const InstallPlan& plan_;
     Preview& preview_;
     std::vector<const std::string*> urls_; ///< of the mappings
-    HeldDirectories held_;
+    LastDirectory held_;
     std::unordered_set<std::string> checked_; ///< directories
 };
 

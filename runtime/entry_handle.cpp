@@ -16,10 +16,8 @@ int fchmodHandle(int fd, mode_t mode) {
 
 } // namespace
 
-EntryHandle::EntryHandle(const HeldDirectories::Place& place) : place_(place), error_(place.error) {
-    if (error_ != 0)
-        return;
-    fd_ = UniqueFd(openat(place.directory, place.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+EntryHandle::EntryHandle(int directory, const char* name)
+    : directory_(directory), name_(name), fd_(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC)) {
     if (fd_.get() < 0 || fstat(fd_.get(), &status_) != 0)
         error_ = errno;
 }
@@ -43,9 +41,9 @@ int EntryHandle::changeMode(mode_t mode) const {
 
 int EntryHandle::changeModeBySecondDescriptor(mode_t mode) const {
     constexpr int flags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    UniqueFd second(openat(place_.directory, place_.name, O_RDONLY | flags));
+    UniqueFd second(openat(directory_, name_, O_RDONLY | flags));
     if (second.get() < 0 && errno == EACCES)
-        second = UniqueFd(openat(place_.directory, place_.name, O_WRONLY | flags));
+        second = UniqueFd(openat(directory_, name_, O_WRONLY | flags));
     struct stat found {};
     if (second.get() < 0 || fstat(second.get(), &found) != 0) {
         // As chmod(2) would say it of an entry that belongs to somebody else.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "runtime/held_directories.h"
+#include "runtime/handles.h"
 
 #include <string>
 #include <sys/stat.h>
@@ -14,8 +14,12 @@
 class EntryHandle {
 public:
     /// Finds an entry.  A link in the last element is not followed: the handle is then the link's.
-    /// \param place its directory and what its name points to must stay while the handle is used.
-    explicit EntryHandle(const HeldDirectories::Place& place);
+    /// \param directory, name as openat(2) takes them.  Both must stay while the handle is used.
+    EntryHandle(int directory, const char* name);
+
+    /// The handle of an entry whose directory could not be reached.
+    /// \param error the errno value of that; not 0.
+    explicit EntryHandle(int error) : error_(error) {}
 
     /// \return 0, or the errno value with which finding or examining the entry failed.
     int error() const { return error_; }
@@ -31,7 +35,8 @@ private:
     int changeMode(mode_t mode) const;
     int changeModeBySecondDescriptor(mode_t mode) const;
 
-    HeldDirectories::Place place_;
+    int directory_ = -1;
+    const char* name_ = nullptr;
     UniqueFd fd_;
     int error_ = 0;
     struct stat status_ {};

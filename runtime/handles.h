@@ -1,10 +1,8 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <utility>
 
@@ -16,17 +14,6 @@ struct FreeMemory {
 /// Owner of one allocation of the C library (malloc(3) family).
 template <class T>
 using CMemory = std::unique_ptr<T, FreeMemory>;
-
-/// How many descriptors something may keep open beside the files at hand: `most`, or less under a low limit of the
-/// process (RLIMIT_NOFILE).
-inline std::size_t descriptorShare(std::size_t most) {
-    static const rlim_t available = [] {
-        rlimit descriptors{};
-        (void)getrlimit(RLIMIT_NOFILE, &descriptors);
-        return descriptors.rlim_cur;
-    }();
-    return static_cast<std::size_t>(std::clamp<rlim_t>(available / 8, 1, most));
-}
 
 /// Owner of one file descriptor; -1 stands for none.  A failed close is not reported: use close() where it matters.
 class UniqueFd {

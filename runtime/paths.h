@@ -19,16 +19,17 @@ std::string_view withoutLeadingSlashes(std::string_view path);
 /// "a".
 std::string_view parentOf(std::string_view path);
 
-/// The path with single slashes between its elements, none at its end and no "." elements; empty where nothing is left.
+/// The path with single slashes, none at its end and no "." elements; empty where nothing is left.
 std::string normalPath(std::string_view path);
 
 /// The key of a path: its elements, each ended by NUL.  The elements are those that iteration over the path yields: a
-/// root "/" is one, and a separator at the end yields ".".  Plain comparisons of keys answer the questions about paths:
+/// root "/" is one, exactly two slashes and a name in front are one, and a separator at the end yields ".".  Plain
+/// comparisons of keys answer the questions about paths:
 ///   a < b              a sorts before b, element by element as bytes; a directory sorts before what it holds
 ///   b.starts_with(a)   b is a or lies below a
 std::string pathKey(const boost::filesystem::path& path);
 
-/// The key without "." elements: "a/", "a/." and "./a" have the place of "a".
+/// The key of the place that a path names: without "." elements, and with one slash in front where there are more.
 std::string placeKey(const boost::filesystem::path& path);
 
 /// The path that a key stands for, its elements joined by single slashes.

@@ -1,5 +1,4 @@
 #include "deploy/extract_application.h"
-#include "deploy/file_copy.h"
 #include "deploy/htdocs_installer.h"
 #include "deploy/package_location.h"
 #include "tests/support/support.h"
@@ -229,16 +228,6 @@ TEST_F(Extract, RefusalsNameTheirCauseAndTouchNothing) {
     fs::rename(package / "APP-META.xml", base / "other.xml");
     EXPECT_THAT(extract({"--metadata-file=" + at + "/other.xml"}), ended(1, StartsWith("Application metadata file ")));
     EXPECT_EQ(tree(docroot), before);
-}
-
-TEST(FinishedDescriptors, TakeNoOtherAlong) {
-    const std::array<int, 3> fds{dup(1), dup(1), dup(1)}; // three that follow one another
-    {
-        FinishedDescriptors finished;
-        finished.add(UniqueFd(fds[2]));
-        finished.add(UniqueFd(fds[0]));
-    }
-    EXPECT_TRUE(close(fds[0]) != 0 && close(fds[1]) == 0 && close(fds[2]) != 0);
 }
 
 TEST(PackageLocation, IsWhatFollowsThePrefixAsFarAsTheBufferGoes) {

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "runtime/handles.h"
+
+#include <string>
+
+/// The directory of the last path, held open, so that the system walks only the last element of the next path in it.
+/// This is for speed: it never fails, and what a path leads to is the same as without it.
+class LastDirectory {
+public:
+    /// What to hand to the *at(2) calls.
+    struct Place {
+        int directory;    ///< AT_FDCWD where the name is the whole path
+        const char* name; ///< points into the path that was asked for
+    };
+
+    LastDirectory() = default;
+    /// A copy holds nothing yet.
+    LastDirectory(const LastDirectory& /*other*/) {}
+    LastDirectory& operator=(const LastDirectory&) = delete;
+    ~LastDirectory() = default;
+
+    /// The place of a path, good until the next call.  It is the whole path where the directory cannot be opened or is
+    /// reached through a link: a held directory would not feel that the link has gone.
+    /// \param path its text must stay as it is while the place is used.
+    Place of(const std::string& path);
+
+    /// To be called when a directory was removed: a path may have led through it and back by "..".
+    void letGo() { path_.clear(); }
+
+private:
+    std::string path_; ///< of the directory; empty where none was tried
+    UniqueFd directory_;
+};
