@@ -8,11 +8,17 @@ larkspur=build/release/larkspur
 store=build/bench
 
 bench_main() {
-    local inside=
-    quick=
+    local inside='' options=()
+    quick='' other_build=''
     while [[ $# -gt 0 ]]; do
         case $1 in
-            --quick) quick=--quick ;;
+            --quick) quick=yes options+=("$1") ;;
+            --against)
+                # Relative paths are the caller's, who stands where this shell came from.
+                other_build=$(cd "$OLDPWD" && realpath -e -- "${2-}") || die "--against needs a program"
+                options+=("$1" "$other_build")
+                shift
+                ;;
             --inside) inside=yes ;;
             -h | --help) usage; exit 0 ;;
             *) usage >&2; exit 2 ;;
@@ -26,7 +32,7 @@ bench_main() {
         if declare -F fetch >/dev/null; then
             fetch
         fi
-        exec tests/support/sandbox "bench/${0##*/}" --inside $quick
+        exec tests/support/sandbox "bench/${0##*/}" --inside "${options[@]}"
     fi
 
     scratch=${LARKSPUR_SANDBOX:?the kernel allows no mount namespace here}
@@ -147,6 +153,20 @@ print_ratios() {
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.9f", a / b }'; }
 
+# instructions INPUT COMMAND...: the instructions of COMMAND in user space, with INPUT on its standard input.
+instructions() {
+    local input=$1
+    shift
+    # The program ends as the site's account, which can write a file that is there.
+    : >"$TMPDIR/callgrind.out" && chmod 0666 "$TMPDIR/callgrind.out"
+    valgrind --tool=callgrind --vgdb=no --callgrind-out-file="$TMPDIR/callgrind.out" "$@" <"$input" \
+        >"$TMPDIR/valgrind" 2>&1 || {
+        cat "$TMPDIR/valgrind" >&2
+        die "a run failed: $*"
+    }
+    awk '/refs:/ { gsub(",", "", $NF); print $NF }' "$TMPDIR/valgrind"
+}
+
 # peak_kilobytes INPUT COMMAND...: the greatest resident memory of COMMAND, with INPUT on its standard input.
 peak_kilobytes() {
     local input=$1
@@ -199,6 +219,22 @@ make_tree() {
         }' "$@"
 }
 
+# make_levels DIRECTORY LEVELS FILES: FILES files of 1 KiB in each of LEVELS directories, one inside the other.
+make_levels() {
+    perl -e '
+        my ($root, $levels, $files) = @ARGV;
+        for (1 .. $levels) {
+            mkdir $root or die "$root: $!\n";
+            chdir $root or die "$root: $!\n";
+            for my $number (1 .. $files) {
+                open my $out, ">", "file-$number" or die "file-$number: $!\n";
+                print $out "x" x 1024;
+                close $out or die "file-$number: $!\n";
+            }
+            $root = "l";
+        }' "$@"
+}
+
 # fetch_trees NAME...: the document files of Debian packages, kept below the store.
 fetch_trees() {
     local name
@@ -239,6 +275,13 @@ write_metadata() {
         printf '  %s\n' "$@"
         echo '</application>'
     } >"$package/APP-META.xml"
+}
+
+# make_package PACKAGE NAME: a fetched tree as a package with one mapping.
+make_package() {
+    mkdir "$1"
+    cp -r "$store/trees/$2" "$1/htdocs"
+    write_metadata "$1" '<mapping url="/" path="htdocs"/>'
 }
 
 # The command line that installs PACKAGE into SITE, as words that need no quoting.
