@@ -1,12 +1,14 @@
 #include "metadata/metadata_reader.h"
 
 #include "metadata/exceptions.h"
+#include "metadata/queries.h"
 #include "metadata/read_names.h"
 #include "runtime/admitted_exceptions.h"
 #include "runtime/xml.h"
 
 #include <algorithm>
 #include <libxml/xpathInternals.h>
+#include <optional>
 #include <utility>
 
 namespace nimbo {
@@ -24,48 +26,23 @@ std::string inDocument(const char* name) {
 constexpr const char* missingName = "Invalid package metadata file format: <s:name> element is missing.";
 constexpr const char* missingVersion = "Invalid package metadata file format: <s:version> element is missing.";
 
-/// The document and its context, both freed by a query that fails.
-struct OpenDocument {
-    XmlDocument document;
-    XPathContext context;
+std::string textOr(xmlXPathContext* context, const std::string& expression, const std::string& otherwise) {
+    const XPathResult result = query(context, expression);
+    return nodesOf(result.get()).empty() ? otherwise : contentOf(nodesOf(result.get()).front());
+}
 
-    XPathResult query(const std::string& expression) {
-        xmlDoc* const rawDocument = document.release();
-        xmlXPathContext* const rawContext = context.release();
-        XPathResult result(FSAMetaDataReader::execute_xpath_query(rawDocument, rawContext, expression));
-        document.reset(rawDocument);
-        context.reset(rawContext);
-        return result;
-    }
+std::string requiredText(xmlXPathContext* context, const std::string& expression, const char* complaint) {
+    const XPathResult result = query(context, expression);
+    if (nodesOf(result.get()).empty())
+        throw FSAXMLException(complaint);
+    return contentOf(nodesOf(result.get()).front());
+}
 
-    // Each function frees its result before the next query: a query that fails frees the document and its nodes.
-    std::string requiredText(const std::string& expression, const char* complaint) {
-        const XPathResult result = query(expression);
-        if (nodesOf(result.get()).empty())
-            throw FSAXMLException(complaint);
-        return contentOf(nodesOf(result.get()).front());
-    }
-
-    std::string optionalText(const std::string& expression) {
-        const XPathResult result = query(expression);
-        return nodesOf(result.get()).empty() ? std::string() : contentOf(nodesOf(result.get()).front());
-    }
-
-    std::string attributeOr(const std::string& expression, const char* name, const char* otherwise) {
-        const XPathResult result = query(expression);
-        const XmlText value =
-            nodesOf(result.get()).empty() ? nullptr : attributeOf(nodesOf(result.get()).front(), name);
-        return value == nullptr ? otherwise : plainText(value);
-    }
-};
-
-std::list<FSAMetaDataReader::urlMappingItem> topLevelMappings(OpenDocument& open) {
-    const XPathResult mappings = open.query(inDocument(names::mapping));
-    // A failing query of the walk frees the context.
-    xmlXPathContext* const context = open.context.release();
-    auto items = FSAMetaDataReader::getUrlMappings(context, mappings.get(), "", "");
-    open.context.reset(context);
-    return items;
+std::string attributeOr(xmlXPathContext* context, const std::string& expression, const char* name,
+                        const char* otherwise) {
+    const XPathResult result = query(context, expression);
+    const XmlText value = nodesOf(result.get()).empty() ? nullptr : attributeOf(nodesOf(result.get()).front(), name);
+    return value == nullptr ? otherwise : plainText(value);
 }
 
 FSAMetaDataWebContent contentFromItem(FSAMetaDataReader::urlMappingItem&& item) {
@@ -84,31 +61,33 @@ FSAMetaDataWebContent contentFromItem(FSAMetaDataReader::urlMappingItem&& item) 
 
 // cppcheck-suppress passedByValue ; the callers' interface
 FSAMetaDataReader::FSAMetaDataReader(std::string fileName) {
-    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] {
-        XmlDocument document = parseXmlFile(fileName);
-        if (document == nullptr)
-            throw FSAXMLException("Unable to load file: " + fileName);
-        read(std::move(document));
-    });
+    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] { read(parseXmlFile(fileName), fileName); });
 }
 
-FSAMetaDataReader::FSAMetaDataReader(XmlDocument document) {
-    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] { read(std::move(document)); });
+FSAMetaDataReader::FSAMetaDataReader(const XmlDocument& document, const std::string& fileName) {
+    admitOnly<FSAXMLException, FSAFileException, FSACommonException>([&] { read(document, fileName); });
 }
 
-void FSAMetaDataReader::read(XmlDocument document) {
-    OpenDocument open{std::move(document), nullptr};
-    open.context.reset(xmlXPathNewContext(open.document.get()));
+void FSAMetaDataReader::read(const XmlDocument& document, const std::string& fileName) {
+    const FSAXMLException unusable("Unable to load file: " + fileName);
+    if (document == nullptr)
+        throw unusable;
+    const XPathContext owned(xmlXPathNewContext(document.get()));
+    xmlXPathContext* const context = owned.get();
     for (const names::Namespace& space : names::namespaces)
-        register_namespace(open.context.get(), space.prefix, space.uri);
+        register_namespace(context, space.prefix, space.uri);
 
-    formatVersion = open.attributeOr(documentElement(), names::formatVersionAttribute, "1.0");
-    name = open.requiredText(inDocument(names::name), missingName);
-    version = open.requiredText(inDocument(names::version), missingVersion);
+    formatVersion = attributeOr(context, documentElement(), names::formatVersionAttribute, "1.0");
+    name = requiredText(context, inDocument(names::name), missingName);
+    version = requiredText(context, inDocument(names::version), missingVersion);
     // A missing release is reported with the words for a missing name: the panel knows no third message.
-    release = open.requiredText(inDocument(names::release), missingName);
-    scriptLanguage = open.optionalText(inDocument(names::scriptLanguage));
-    for (urlMappingItem& item : topLevelMappings(open))
+    release = requiredText(context, inDocument(names::release), missingName);
+    scriptLanguage = textOr(context, inDocument(names::scriptLanguage), "");
+    const XPathResult mappings = query(context, inDocument(names::mapping));
+    std::optional<MappingItems> items = flattenMappings(context, mappings.get(), "", "");
+    if (!items)
+        throw unusable;
+    for (urlMappingItem& item : *items)
         webContent.push_back(contentFromItem(std::move(item)));
     webContent.sort(); // stable: equal depths stay in the order of the walk
 }
@@ -128,17 +107,40 @@ void FSAMetaDataReader::register_namespace(xmlXPathContext* context, const std::
 xmlXPathObject* FSAMetaDataReader::execute_xpath_query(xmlDoc* document, xmlXPathContext* context,
                                                        const std::string& expression) {
     return admitOnly<FSAXMLException>([&] {
-        XPathResult result(xmlXPathEvalExpression(xmlText(expression.c_str()), context));
-        if (result == nullptr) {
-            const std::string detail = context->lastError.message != nullptr
-                                           ? std::string(context->lastError.message)
-                                           : "error code: " + std::to_string(context->lastError.code);
+        try {
+            return query(context, expression).release();
+        } catch (const FSAXMLException&) {
             xmlXPathFreeContext(context);
             xmlFreeDoc(document);
-            throw FSAXMLException("Unable to execute XPath expression " + expression + ": " + detail);
+            throw;
         }
-        return result.release();
     });
+}
+
+std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(xmlXPathContext* context,
+                                                                               const xmlXPathObject* mappings,
+                                                                               const std::string& parentPath,
+                                                                               const std::string& parentUrl) {
+    try {
+        std::optional<MappingItems> items = flattenMappings(context, mappings, parentPath, parentUrl);
+        if (!items)
+            throw FSAXMLException("Unable to load mappings: they inherit too much");
+        return std::move(*items);
+    } catch (const FSAXMLException&) {
+        xmlXPathFreeContext(context);
+        throw;
+    }
+}
+
+XPathResult query(xmlXPathContext* context, const std::string& expression) {
+    XPathResult result(xmlXPathEvalExpression(xmlText(expression.c_str()), context));
+    if (result == nullptr) {
+        const xmlError& failure = context->lastError;
+        throw FSAXMLException("Unable to execute XPath expression " + expression + ": " +
+                              (failure.message != nullptr ? std::string(failure.message)
+                                                          : "error code: " + std::to_string(failure.code)));
+    }
+    return result;
 }
 
 } // namespace nimbo

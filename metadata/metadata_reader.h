@@ -23,15 +23,21 @@ public:
     };
 
     /// Reads the document.
-    /// \throw FSAXMLException when it cannot be parsed or lacks a required element.  Beside that type,
-    ///        FSAFileException and FSACommonException nothing leaves: any other exception (a mapping without "url",
-    ///        memory exhaustion) ends the process through std::terminate.
+    /// \param fileName as of parseXmlFile.
+    /// \throw FSAXMLException when it cannot be loaded, lacks a required element, or has nested mappings that inherit
+    ///        too much (expansionLimit).  Beside that type, FSAFileException and FSACommonException nothing leaves: any
+    ///        other exception (a mapping without "url", memory exhaustion) ends the process through std::terminate.
     explicit FSAMetaDataReader(std::string fileName);
 
-    /// Reads a document that has been parsed already, and frees it.
-    /// \param document not null.
-    /// \throw as the constructor from a file name.
-    explicit FSAMetaDataReader(XmlDocument document);
+    /// Reads what parseXmlFile gave for the file.
+    /// \throw as the other constructor.
+    FSAMetaDataReader(const XmlDocument& document, const std::string& fileName);
+
+    // Only moving is offered, because it takes the whole.  A copy assignment would leave the handlers of mappings
+    // alone, and so mix two documents.
+    FSAMetaDataReader(FSAMetaDataReader&&) = default;
+    FSAMetaDataReader& operator=(FSAMetaDataReader&&) = default;
+    ~FSAMetaDataReader() = default;
 
     /// A deep copy of webContent, in its order.
     std::list<FSAMetaDataWebContent> get_web_content_info() const;
@@ -49,8 +55,8 @@ public:
 
     /// Flattens the mapping elements of `mappings` and all their descendants: siblings from the last to the first,
     /// each before its own descendants.  Changes the context's current node.
-    /// \throw FSAXMLException from a failed query, with the context freed; std::logic_error for a mapping without
-    ///        "url".
+    /// \throw FSAXMLException from a failed query and for mappings that inherit too much (expansionLimit), with the
+    ///        context freed; std::logic_error for a mapping without "url".
     static std::list<urlMappingItem> getUrlMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
                                                     const std::string& parentPath, const std::string& parentUrl);
 
@@ -62,7 +68,7 @@ public:
     std::string formatVersion;  ///< "1.0" when the document names none
 
 private:
-    void read(XmlDocument document);
+    void read(const XmlDocument& document, const std::string& fileName);
 };
 
 } // namespace nimbo

@@ -1,5 +1,6 @@
-#include "metadata/metadata_reader.h"
+#include "metadata/queries.h"
 #include "metadata/read_names.h"
+#include "runtime/expansion_meter.h"
 #include "runtime/xml.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ using CGIHandler = FSAMetaDataWebContent::CGIHandler;
 /// The children of that name of one element, which becomes the context's current node.
 XPathResult childrenOf(xmlXPathContext* context, xmlNode* element, const char* name) {
     context->node = element;
-    return XPathResult(FSAMetaDataReader::execute_xpath_query(nullptr, context, std::string("./") + name));
+    return query(context, std::string("./") + name);
 }
 
 bool hasChild(xmlXPathContext* context, xmlNode* element, const char* name) {
@@ -74,42 +75,62 @@ CGIHandler readCgiHandler(xmlXPathContext* context, xmlNode* node) {
     return handler;
 }
 
-} // namespace
+class MappingWalk {
+public:
+    explicit MappingWalk(xmlXPathContext* context) : context_(context) {}
 
-std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(xmlXPathContext* context,
-                                                                               const xmlXPathObject* mappings,
-                                                                               const std::string& parentPath,
-                                                                               const std::string& parentUrl) {
-    std::list<urlMappingItem> items;
-    const auto nodes = nodesOf(mappings);
-    for (auto position = nodes.rbegin(); position != nodes.rend(); ++position) {
-        xmlNode* const mapping = *position;
-        if (mapping->type != XML_ELEMENT_NODE)
-            continue;
+    /// \return false when it has come to too much, and then there is more.
+    bool addAll(const xmlXPathObject* mappings, const std::string& parentPath, const std::string& parentUrl) {
+        const auto nodes = nodesOf(mappings);
+        return std::all_of(nodes.rbegin(), nodes.rend(), [&](xmlNode* node) {
+            return node->type != XML_ELEMENT_NODE || add(node, parentPath, parentUrl);
+        });
+    }
+
+    MappingItems take() { return std::move(items_); }
+
+private:
+    bool add(xmlNode* mapping, const std::string& parentPath, const std::string& parentUrl) {
+        // Each mapping repeats its parent's texts: below a long URL many short elements come to much.
+        inherited_.add(parentPath.size() + parentUrl.size());
+        if (inherited_.exceeded())
+            return false;
         // Without "url" this constructor throws std::logic_error.  That is the fixed answer to such a mapping.
         const std::string url(plainText(attributeOf(mapping, names::urlAttribute)));
 
-        urlMappingItem item;
+        FSAMetaDataReader::urlMappingItem item;
         item.url = remove_trailing_slashes(parentUrl) + "/" + remove_starting_slashes(url);
         if (const XmlText isVirtual = attributeOf(mapping, names::virtualAttribute)) {
             // A virtual mapping has no files.  Only a redirect with a target counts, and nothing below it is read.
             const XmlText target = attributeOf(mapping, names::hrefAttribute);
             if (std::string_view(plainText(isVirtual)) == "redirect" && target != nullptr) {
                 item.redirect = plainText(target);
-                items.push_back(std::move(item));
+                items_.push_back(std::move(item));
             }
-            continue;
+            return true;
         }
         item.path = pathOf(mapping, url, parentPath);
-        item.writable = isWritable(context, mapping);
-        item.phpHandlers = handlersOf(context, mapping, names::phpHandler, readPhpHandler);
-        item.cgiHandlers = handlersOf(context, mapping, names::cgiHandler, readCgiHandler);
-        const XPathResult nested = childrenOf(context, mapping, names::mapping);
-        auto descendants = getUrlMappings(context, nested.get(), item.path, item.url);
-        items.push_back(std::move(item));
-        items.splice(items.end(), descendants);
+        item.writable = isWritable(context_, mapping);
+        item.phpHandlers = handlersOf(context_, mapping, names::phpHandler, readPhpHandler);
+        item.cgiHandlers = handlersOf(context_, mapping, names::cgiHandler, readCgiHandler);
+        const XPathResult nested = childrenOf(context_, mapping, names::mapping);
+        const auto& added = items_.emplace_back(std::move(item));
+        return addAll(nested.get(), added.path, added.url);
     }
-    return items;
+
+    xmlXPathContext* context_;
+    ExpansionMeter inherited_;
+    MappingItems items_;
+};
+
+} // namespace
+
+std::optional<MappingItems> flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
+                                            const std::string& parentPath, const std::string& parentUrl) {
+    MappingWalk walk(context);
+    if (!walk.addAll(mappings, parentPath, parentUrl))
+        return std::nullopt;
+    return walk.take();
 }
 
 } // namespace nimbo

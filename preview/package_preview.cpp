@@ -42,11 +42,11 @@ std::string documentOf(const PreviewSettings& settings) {
 Preview readDocument(const std::string& document) {
     xmlSetStructuredErrorFunc(nullptr, ignoreXmlError);
     xmlSetGenericErrorFunc(nullptr, ignoreXmlMessage);
-    XmlDocument parsed = parseXmlFile(document);
-    if (parsed == nullptr)
-        throw nimbo::FSAXMLException("Unable to load file: " + document);
-    const std::vector<nimbo::PassedOver> found = nimbo::passedOver(parsed.get());
-    Preview preview{nimbo::FSAMetaDataReader(std::move(parsed)), {}};
+    const XmlDocument parsed = parseXmlFile(document);
+    std::vector<nimbo::PassedOver> found;
+    if (parsed != nullptr)
+        found = nimbo::passedOver(parsed.get());
+    Preview preview{nimbo::FSAMetaDataReader(parsed, document), {}};
     for (const nimbo::PassedOver& one : found) {
         const std::string where = "line " + std::to_string(one.line) + ": this ";
         if (one.kind == nimbo::PassedOver::Kind::Element)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <climits>
+#include <cstddef>
 #include <functional>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
@@ -9,7 +11,7 @@
 #include <string>
 
 /// Owning handles for libxml2 objects and the two ways in which this program parses XML.  libxml2's default parser
-/// options are in force: DTDs and external entities are never loaded, diagnostics go to standard error.  From the first
+/// options are in force: external DTDs and entities are never loaded, diagnostics go to standard error.  From the first
 /// parse on, memory exhaustion inside libxml2 ends the process through std::terminate with a std::bad_alloc.
 struct XmlFree {
     void operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
@@ -33,8 +35,14 @@ inline const char* plainText(const XmlText& text) {
     return reinterpret_cast<const char*>(text.get());
 }
 
-/// \return the document, or null when the file cannot be read, is not well-formed XML (XML 1.0), or its entity
-///         references stand for an unreasonable amount of text.
+/// The largest text that can be parsed in memory, in bytes.
+constexpr std::size_t xmlTextLimit = INT_MAX;
+
+/// \param fileName a path; also "-" for standard input, and a URL that libxml2 can fetch.  A path that is itself a link
+///        has to lead to a regular file that others may read, because what is read may be shown in diagnostics.
+/// \return the document, or null when the file cannot be read, is not well-formed XML (XML 1.0), or stands for too much
+///         beyond its own text (expansionLimit) by its entities and attribute defaults or by very many attributes of
+///         one element.
 XmlDocument parseXmlFile(const std::string& fileName);
 
 /// Handles chosen elements while the text is still being parsed, so that a long list of them takes no memory.  When the
@@ -45,7 +53,7 @@ struct XmlElementTaker {
     std::function<void(xmlNode* element)> take; ///< the element is valid during the call only
 };
 
-/// As parseXmlFile, for a text in memory.  A text of 2 GiB or more gives null.
+/// As parseXmlFile, for a text in memory.  One above xmlTextLimit gives null.
 /// \param taker null for none.  It takes elements also from a text that turns out not to be XML (the result is then
 ///        null).
 XmlDocument parseXmlMemory(const std::string& text, const XmlElementTaker* taker = nullptr);

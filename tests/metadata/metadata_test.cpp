@@ -2,6 +2,9 @@
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
 
+#include <boost/algorithm/string/replace.hpp>
+#include <iostream>
+
 namespace {
 
 class Metadata : public DirectoryTest {
@@ -47,6 +50,13 @@ std::string without(std::string document, const std::string& element) {
     return document.erase(start, document.find("</" + element + ">") + element.size() + 3 - start);
 }
 
+std::string repeated(const std::string& text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i)
+        all += text;
+    return all;
+}
+
 } // namespace
 
 TEST_F(Metadata, FactsComeFromTheFirstElementsAndHaveDefaults) {
@@ -62,6 +72,7 @@ TEST_F(Metadata, FactsComeFromTheFirstElementsAndHaveDefaults) {
 }
 
 static_assert(!std::is_convertible_v<nimbo::FSAXMLException*, std::exception*>);
+static_assert(!std::is_copy_constructible_v<nimbo::FSAMetaDataReader>); // a copy assignment mixed two documents
 
 TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
     const std::string good = metadata("");
@@ -69,6 +80,12 @@ TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
     const std::string noName = "Invalid package metadata file format: <s:name> element is missing.";
     const std::string wide = "<!DOCTYPE a [<!ENTITY e '" + std::string(1U << 20, 'x') + "'>]>";
     const std::string many = "&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;";
+    const std::string defaults = "<!DOCTYPE a [<!ATTLIST mapping url CDATA '" + std::string(1U << 20, 'x') +
+                                 "'><!ATTLIST summary xmlns CDATA '" + std::string(1U << 20, 'x') + "'>]>";
+    const std::string longUrl = "<mapping url='" + std::string(1U << 20, 'x') + "'>";
+    std::string attributes;
+    for (int i = 0; i < 4000; ++i)
+        attributes += " a" + std::to_string(i) + "=''";
     struct Row {
         std::string document;
         std::string message;
@@ -81,6 +98,13 @@ TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
          .message = "Invalid package metadata file format: <s:version> element is missing."},
         {.document = wide + metadata("<summary>" + many + "</summary>"), .message = unloadable},
         {.document = wide + metadata("<mapping url='" + many + "'/>"), .message = unloadable},
+        {.document = defaults + metadata(repeated("<mapping/>", 11)), .message = unloadable},
+        {.document = defaults + metadata(repeated("<summary/>", 11)), .message = unloadable},
+        {.document = metadata(longUrl + repeated("<mapping url='a'/>", 6) + "</mapping>"), .message = unloadable},
+        {.document = metadata("<summary" + attributes + "/>"), .message = unloadable},
+        {.document = run({"gzip", "-c"}, good).output, .message = unloadable},
+        {.document = metadata(repeated("<summary>" + std::string(1U << 20, 'x') + "</summary>", 11)),
+         .message = "none"}, // as large as its own text
     };
     for (const Row& row : rows)
         EXPECT_EQ(failureOf([&] { read(row.document); }), row.message) << row.document.substr(0, 300);
@@ -90,6 +114,32 @@ TEST_F(Metadata, AQueryThatFailsIsNamed) {
     xmlXPathContext* const context = xmlXPathNewContext(nullptr); // freed by the failure
     EXPECT_THAT(failureOf([&] { nimbo::FSAMetaDataReader::execute_xpath_query(nullptr, context, "a["); }),
                 MatchesRegex("Unable to execute XPath expression a\\[: .+"));
+}
+
+TEST_F(Metadata, ALinkIsReadOnlyWhereEverybodyMayReadAndAFifoIsNotWaitedFor) {
+    writeFile(base / "private", metadata(""), 0640);
+    writeFile(base / "public", metadata(""), 0604);
+    mkfifo((base / "fifo").c_str(), 0644);
+    make(base, {"to-private -> private", "to-public -> public", "to-fifo -> fifo", "twice -> to-private",
+                "environment -> /proc/self/environ", "device -> /dev/zero"});
+    const std::string loaded = "guestbooknone"; // the application's name, and no failure
+    const std::string refused = "I/O warning : failed to load external entity \"NAME\"\nUnable to load file: NAME";
+    struct Row {
+        std::string name;
+        std::string outcome;
+    };
+    const std::vector<Row> rows{
+        {.name = "private", .outcome = loaded},   {.name = "public", .outcome = loaded},
+        {.name = "to-public", .outcome = loaded}, {.name = "to-private", .outcome = refused},
+        {.name = "twice", .outcome = refused},    {.name = "fifo", .outcome = refused},
+        {.name = "to-fifo", .outcome = refused},  {.name = "environment", .outcome = refused},
+        {.name = "device", .outcome = refused},
+    };
+    for (const Row& row : rows) {
+        const std::string name = (base / row.name).string();
+        const auto load = [&] { std::cerr << failureOf([&] { std::cerr << nimbo::FSAMetaDataReader(name).name; }); };
+        EXPECT_THAT(inChild(load), ended(0, boost::replace_all_copy(row.outcome, "NAME", name)));
+    }
 }
 
 TEST_F(Metadata, EntitiesOfTheDocumentAreReadAndExternalOnesAreNot) {

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "metadata/metadata_reader.h"
+#include "runtime/xml.h"
+
+#include <list>
+#include <optional>
+#include <string>
+
+namespace nimbo {
+
+/// FSAMetaDataReader::execute_xpath_query without the freeing: everything stays the caller's.
+/// \throw FSAXMLException when the expression cannot be evaluated.
+XPathResult query(xmlXPathContext* context, const std::string& expression);
+
+using MappingItems = std::list<FSAMetaDataReader::urlMappingItem>;
+
+/// FSAMetaDataReader::getUrlMappings without the freeing: everything stays the caller's.
+/// \return nothing when the texts that nested mappings inherit exceed expansionLimit.
+/// \throw FSAXMLException from a failed query; std::logic_error for a mapping without "url".
+std::optional<MappingItems> flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
+                                            const std::string& parentPath, const std::string& parentUrl);
+
+} // namespace nimbo
