@@ -31,6 +31,18 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIsAndFollowsNoLinks) {
     EXPECT_EQ(vhostUsedDirs(SetupSkeletonExceptHttpdocs).size(), 5U);
 }
 
+TEST_F(Cleaning, APathIsTakenFromItsDirectoryAsItIsWritten) {
+    make(base, {"x", "y/z", "host/other/dir/", "host/private/", "host/other/kept/f"});
+    const auto removeThem = [&] {
+        fs::current_path(base);
+        std::vector<fs::path> entries{"httpdocs/x", "httpdocs/y//z", "cgi-bin/y",
+                                      "other/dir/", "private/",      "other//kept"};
+        cleanDirContent(&entries, "host", ExtractParams());
+    };
+    EXPECT_THAT(inChild(removeThem), ended(0, "rmdir(\"host/other//kept\"): Directory not empty\n"));
+    EXPECT_EQ(namesIn(base), "d . d host d host/other d host/other/kept f host/other/kept/f d package");
+}
+
 TEST_F(Cleaning, ListsRelativePathsRecordsFirstAndReportsWhatItCannotRead) {
     make(base / "list", {"dir/file", "link -> dir"});
     EXPECT_THAT(readDirContent(base / "list/"),
@@ -41,6 +53,12 @@ TEST_F(Cleaning, ListsRelativePathsRecordsFirstAndReportsWhatItCannotRead) {
     EXPECT_EQ(readDirContent(&paths, base / "list/dir", 0), 0);
     EXPECT_EQ(readDirContent(&paths, base / "list/dir", pathLength(base)), 0);
     EXPECT_THAT(paths, ElementsAre(base / "list/dir", base / "list/dir/file", "list/dir", "list/dir/file"));
+    fs::current_path(base / "list/dir");
+    paths.clear();
+    EXPECT_EQ(readDirContent(&paths, ".", 0), 0);
+    EXPECT_EQ(readDirContent(&paths, ".", 1), 0);
+    EXPECT_THAT(paths, ElementsAre(".", "./file", "", "file"));
+    fs::current_path("/");
     fs::permissions(base / "list/dir", fs::owner_all | fs::group_read | fs::others_read); // names, but no look at them
     EXPECT_THAT(inChild([&] {
                     p_setuid_ex("siteb", 0, 0);

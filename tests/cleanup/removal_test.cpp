@@ -46,6 +46,10 @@ TEST_F(Removal, ListedEntriesGoContentsFirstAndTheInstanceDirectoryWithThem) {
     put({"img/logo.png", "index.php"});
     expectAsBefore(list);
     expectAsBefore("<INSTANCE-DATA/>");
+    put({"self -> .", "f"});
+    EXPECT_THAT(removeBy(listOf({"self/self", "self/f"})), ended(0)); // the link goes first, and with it the way to "f"
+    EXPECT_EQ(namesIn(docroot), "d . f f d own f own/page");
+    fs::remove(docroot / "f");
     put({"deep/er/app/file"});
     EXPECT_THAT(removeBy(listOf({"file"}), {"--application-subdirectory=deep/er/app"}), ended(0));
     EXPECT_THAT(namesIn(docroot), StartsWith("d . d deep d deep/er d own"));

@@ -143,6 +143,19 @@ TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
         {writableApp, "Unknown type of file `" + to + "/app/link`. Unable to", {"htdocs/f"}, {"app/link -> /etc"}},
         // An old file is gone also where the rollback ends early.
         {root, "/o -> ", {"htdocs/a", "htdocs/o -> /dev/null", "htdocs/z/f"}, {"o"}, "d . f a d z f z/f", {"z/f"}},
+        // What a look finds after the failure does not count.
+        {"<mapping url='a/../b' path='htdocs'/>",
+         "Unable to create directory " + to + "/a/../b\n",
+         {"htdocs/f"},
+         {"b"},
+         "d . d a"},
+        // The link "l" goes, and with it the way to what comes behind it.
+        {"<mapping url='l' path='htdocs'/>", "(system:2)", {"htdocs/l", "htdocs/m"}, {"l -> ."}},
+        // In an open tree a path that ends in a slash is a directory's.
+        {"<mapping url='a' path='htdocs'><mapping url='img' path='img'><mapping url='b/'>" + open + "</mapping>" + open,
+         "Unable to stat file  " + to + "/a/img/b/ mode: Not a directory\n",
+         {"htdocs/f", "img/b"},
+         {}},
         // A link to a writable tree, or on the way into one, opens nothing elsewhere.
         {writableApp, "Unknown type of file `" + to + "/app`", {"htdocs/f"}, {"app -> " + base.string() + "/private"}},
         {nested + open + "</mapping>" + open, "/app/a", {"htdocs/f"}, {"app/a -> " + base.string() + "/private"}},
