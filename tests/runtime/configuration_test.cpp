@@ -124,14 +124,16 @@ TEST_F(PanelConfiguration, HasNoDefaultForAnUnknownName) {
                                                 "(null)\n_MIN_POSSIBLE_KRO_CONF_VAR_VALUE\n"));
 }
 
-TEST_F(PanelConfiguration, TellsOfUnusableLinesOnDemand) {
-    const std::string details = "Invalid variable definition A=1 \n\nExpected a space after variable name\n\n"
-                                "Invalid variable definition B #\n\nExpected a value\n";
+TEST_F(PanelConfiguration, TellsDetailsOnDemand) {
     const auto readAt = [](int level) {
         LogLevel = level;
         autoprepend();
     };
-    EXPECT_THAT(with("A=1 \nB #\n", [&] { readAt(12); }), ended(0, details, details));
+    const std::string lines = "Invalid variable definition A=1 \n\nExpected a space after variable name\n\n"
+                              "Invalid variable definition B #\n\nExpected a value\n";
+    const std::string noFile = "unable to open configuration file /etc/kro/kro.conf: No such file or directory\n\n";
+    EXPECT_THAT(with("A=1 \nB #\n", [&] { readAt(12); }), ended(0, lines, lines));
+    EXPECT_THAT(with({}, [&] { readAt(12); }), ended(0, noFile, noFile));
     EXPECT_THAT(with("A=1 \nB #\n", [&] { readAt(11); }), ended(0, "", ""));
 }
 
