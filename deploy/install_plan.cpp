@@ -133,42 +133,21 @@ nimbo::FSAInstallFileinfo InstallPlan::info(const PlannedCopy& copy) const {
     return info;
 }
 
-PlaceTree::PlaceTree(const std::vector<std::string>& places) {
-    for (const std::string& place : places) {
-        const std::string key = placeKey(place);
-        std::size_t node = 0;
-        for (std::size_t start = 0; start < key.size();) {
-            const auto end = key.find('\0', start);
-            node = below(node, std::string_view(key).substr(start, end - start));
-            start = end + 1;
-        }
-        nodes_[node].isPlace = true;
-    }
+MappedPlaces::MappedPlaces(const std::vector<std::string>& targets) {
+    for (const std::string& target : targets)
+        keys_.insert(placeKey(target));
 }
 
-std::size_t PlaceTree::below(std::size_t node, std::string_view element) {
-    const auto [place, isNew] = nodes_[node].below.try_emplace(std::string(element), nodes_.size());
-    const std::size_t next = place->second;
-    if (isNew)
-        nodes_.emplace_back();
-    return next;
-}
-
-std::optional<std::size_t> PlaceTree::deepestAt(std::string_view key) const {
-    std::optional<std::size_t> deepest;
-    const Node* node = &nodes_.front();
-    for (std::size_t length = 0;;) {
-        if (node->isPlace)
-            deepest = length;
-        const auto end = key.find('\0', length);
-        if (end == std::string_view::npos)
-            return deepest;
-        const auto next = node->below.find(key.substr(length, end - length));
-        if (next == node->below.end())
-            return deepest;
-        node = &nodes_[next->second];
-        length = end + 1;
+std::optional<std::size_t> MappedPlaces::deepestAt(std::string key) const {
+    for (auto next = keys_.upper_bound(key); next != keys_.begin(); next = keys_.upper_bound(key)) {
+        const std::string& nearest = *std::prev(next);
+        if (key.starts_with(nearest))
+            return nearest.size();
+        // The places that remain lie above both: what sorts between a place and its content is content, too.
+        const auto shared = std::ranges::mismatch(key, nearest).in1 - key.begin();
+        key.erase(key.rfind('\0', static_cast<std::size_t>(shared)) + 1);
     }
+    return std::nullopt;
 }
 
 bool PlainTrees::keepClosed(const std::string& writable, const std::string& entry) const {

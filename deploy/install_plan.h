@@ -6,7 +6,6 @@
 #include <boost/filesystem/exception.hpp>
 #include <functional>
 #include <list>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -90,25 +89,17 @@ struct PlanningFailures {
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
                        const std::list<nimbo::FSAMetaDataWebContent>& mappings, const PlanningFailures& failures);
 
-/// Places that mappings have as their targets, to be asked which of them an entry lies in.
-class PlaceTree {
+/// The targets of some mappings, to be asked which of them an entry lies in.
+class MappedPlaces {
 public:
-    /// \param places paths.
-    explicit PlaceTree(const std::vector<std::string>& places);
+    explicit MappedPlaces(const std::vector<std::string>& targets);
 
-    /// The deepest place that is the entry or stands above it, as the length of its placeKey; nothing for none.
+    /// The deepest target that is the entry or stands above it, as the length of its placeKey; nothing for none.
     /// \param key placeKey of the entry.
-    std::optional<std::size_t> deepestAt(std::string_view key) const;
+    std::optional<std::size_t> deepestAt(std::string key) const;
 
 private:
-    struct Node {
-        bool isPlace = false;
-        std::map<std::string, std::size_t, std::less<>> below; ///< by element, positions in nodes_
-    };
-
-    std::size_t below(std::size_t node, std::string_view element);
-
-    std::vector<Node> nodes_ = std::vector<Node>(1);
+    std::set<std::string> keys_; ///< placeKey
 };
 
 /// The trees of plain mappings, which stay closed to the web server inside a writable one.
@@ -123,7 +114,7 @@ public:
     bool keepClosed(const std::string& writable, const std::string& entry) const;
 
 private:
-    PlaceTree places_;
+    MappedPlaces places_;
 };
 
 /// Which entries are opened to the web server when the trees of all writable mappings are opened.
@@ -136,7 +127,7 @@ public:
     std::optional<std::string> openerOf(const std::string& entry) const;
 
 private:
-    PlaceTree writable_;
+    MappedPlaces writable_;
     PlainTrees plain_;
 };
 
