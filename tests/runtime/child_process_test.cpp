@@ -12,7 +12,7 @@
 
 namespace {
 
-/// What the shell's streams were, and its status; -1 as 255.
+/// What a captured shell has written, and the result.
 Outcome shell(const std::string& script, const std::string& input = {}, const std::string& user = {},
               const EnvironmentAdditions& env = {}) {
     Outcome outcome;

@@ -16,6 +16,12 @@
 
 namespace {
 
+constexpr unsigned patience = 100; ///< seconds, after which an alarm ends a process that does not end by itself
+
+class Impatience : public EmptyTestEventListener {
+    void OnTestStart(const TestInfo&) override { alarm(2 * patience); }
+};
+
 std::string describe(const fs::path& path, const std::string& name) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
@@ -40,7 +46,7 @@ Outcome inChild(const std::function<void()>& body, const std::string& input) {
     if (child == 0) {
         for (int i = 0; i < 3; ++i)
             dup2(streams.at(static_cast<std::size_t>(i)).get(), i);
-        alarm(300);                   // a program that the body executes keeps it
+        alarm(patience);              // a program that the body executes keeps it
         [&]() noexcept { body(); }(); // an exception must not lead on to the tests that follow
         std::exit(0);
     }
@@ -219,6 +225,7 @@ Words SandboxTest::command(const std::string& name, const Words& changes) const 
 /// 77, for CTest, when nothing failed but a test could not be run; each says why.
 int main(int argc, char** argv) {
     InitGoogleMock(&argc, argv);
+    UnitTest::GetInstance()->listeners().Append(new Impatience);
     const int result = RUN_ALL_TESTS();
     return result == 0 && UnitTest::GetInstance()->skipped_test_count() > 0 ? 77 : result;
 }

@@ -27,7 +27,7 @@ constexpr int aborted = 128 + SIGABRT; ///< the status of a program that std::te
 Matcher<const Outcome&> ended(int status, const Text& error = "", const Text& output = _);
 
 /// Runs `body` in a forked child with streams of its own, which exits with 0 unless the body ends it, and waits.
-/// After five minutes an alarm ends the child.
+/// An alarm ends a child that does not end.
 Outcome inChild(const std::function<void()>& body, const std::string& input = {});
 
 /// Runs a program with the given words and standard input and waits for it.
