@@ -11,11 +11,24 @@
 #include <string_view>
 #include <unistd.h>
 
+namespace {
+
+/// True when the way back to root is closed.  A caller's secure bits (capabilities(7)) can keep root's capabilities
+/// over setuid(2): every file of root's would still be open to a process that counts as the site's.
+bool isForGood(uid_t uid) {
+    const int error = errno;
+    const bool isClosed = uid == 0 || setuid(0) != 0;
+    errno = isClosed ? error : 0; // neither the wanted refusal nor an older error is for a message
+    return isClosed;
+}
+
+} // namespace
+
 int p_setuid_ex(const char* user, int changeDir, int allowRoot) {
     uid_t uid = 0;
     gid_t gid = 0;
-    char none[] = ""; // never null, so that the message below always has text to show
-    char* home = none;
+    char none[] = "";
+    char* home = none; // the message below prints it
     if (nimbo_getpw(user, &uid, &gid, &home) != 0)
         messlog2(1, 0, "User %s not found", user);
     if (changeDir != 0 && chdir(home) != 0)
@@ -26,7 +39,7 @@ int p_setuid_ex(const char* user, int changeDir, int allowRoot) {
         messlog2(1, 0, "Unable to init new groups for user %s: %s", user, std::strerror(errno));
     if (setgid(gid) != 0)
         messlog2(1, 0, "Failed to setgid: %d\n", static_cast<int>(gid));
-    if (setuid(uid) != 0)
+    if (setuid(uid) != 0 || !isForGood(uid))
         messlog2(1, 0, "Failed to setuid: %d\n", static_cast<int>(uid));
     return 0;
 }

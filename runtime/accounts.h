@@ -7,8 +7,9 @@
 extern "C" {
 
 /// Switches the whole process to `user`: supplementary groups, then group, then user, so that nothing of the
-/// caller's identity is left (POSIX setuid(2) sets the saved ids too when called by root).  Environment, umask and
-/// session stay as they are.
+/// caller's identity is left (POSIX setuid(2) sets the saved ids too when called by root).  Then the way back is tried:
+/// where an account that is not root could become root again, the switch has failed.  Environment, umask and session
+/// stay as they are.
 /// \param changeDir non-zero: the account's home becomes the working directory.
 /// \param allowRoot zero: an account with uid 0 is refused.
 /// \return 0.  Every failure prints its message on both streams and ends the process with status 1.

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <linux/securebits.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 
 namespace {
@@ -158,6 +160,17 @@ TEST_F(Accounts, TheSwitchLeavesNothingOfRoot) {
                       AllOf(StartsWith("back to root: -1 -1 -1\ndirectory: sitea.example\n"),
                             ContainsRegex("Groups:\t20100 20102 ?\n"),
                             HasSubstr("Uid:\t20001\t20001\t20001\t20001\nGid:\t20100\t20100\t20100\t20100\n"))));
+}
+
+TEST_F(Accounts, ASwitchThatLeavesTheWayBackOpenFails) {
+    const auto switchUnderBits = [] {
+        ASSERT_EQ(prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP), 0); // root's capabilities stay
+        errno = 0;
+        p_setuid("sitea");
+        std::cout << "switched\n";
+    };
+    const std::string message = "Failed to setuid: 20001\n";
+    EXPECT_THAT(inChild(switchUnderBits), ended(1, message, message));
 }
 
 TEST_F(Accounts, TheSwitchToAnAccountWithoutAHomeOrToRootIsForThoseWhoAskForIt) {
