@@ -120,6 +120,12 @@ void repositionStreams() {
     std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));
 }
 
+/// What a script makes must not be open to others' writing because the caller was careless: it may be what pages run.
+void keepOthersFromWriting() {
+    const mode_t callers = umask(022);
+    umask(callers | 022);
+}
+
 int runScript(const Script& script, const std::string& action, const std::string& user,
               const std::vector<std::string>* additional) {
     const std::string path = script.directory + "/" + script.file;
@@ -131,6 +137,7 @@ int runScript(const Script& script, const std::string& action, const std::string
         std::cerr << "Unable to change current directory to " << script.directory << '\n';
         return 1;
     }
+    keepOthersFromWriting();
     const int result = startAndWait(script.interpreter, path, action, additional);
     repositionStreams();
     return result;

@@ -108,6 +108,12 @@ TEST_F(Script, WritesNothingForAClosedStreamIntoItsFiles) {
     EXPECT_EQ(contentOf(docroot / "file"), "content\n");
 }
 
+TEST_F(Script, LetsNobodyElseWriteWhateverTheCallersUmaskIs) {
+    script("act", "#!/bin/sh\numask\n");
+    EXPECT_THAT(run(byShell("umask 0; \"$@\"", words())), ended(0, "", "0022\n"));
+    EXPECT_THAT(run(byShell("umask 0007; \"$@\"", words())), ended(0, "", "0027\n"));
+}
+
 TEST_F(Script, LeavesBothStreamsAtByteTwo) {
     script("act", "#!/bin/sh\necho output; echo message >&2\n");
     const std::string shell = "cd " + base.string() + "; { \"$@\"; printf XX; printf XX >&2; } >out 2>message";
