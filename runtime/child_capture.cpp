@@ -40,6 +40,7 @@ class Feed {
 public:
     Feed(std::string text, UniqueFd end) : text_(std::move(text)), end_(std::move(end)) {}
     int fd() const { return end_.get(); }
+    void close() { end_.close(); }
 
     void writeSome() {
         constexpr std::size_t pieceSize = 256U << 10;
@@ -134,7 +135,16 @@ int forkExecvGetInOutErrSuidEnv(std::string input, std::string& out, std::string
 
     const ScopedDisposition writing(SIGPIPE, SIG_IGN);
     Feed feed(std::move(input), std::move(toChild.writeEnd));
-    servePipes(feed, fromOutput.readEnd, out, fromError.readEnd, err);
+    try {
+        servePipes(feed, fromOutput.readEnd, out, fromError.readEnd, err);
+    } catch (...) {
+        // With nobody at the other ends the child comes to its end.
+        feed.close();
+        fromOutput.readEnd.close();
+        fromError.readEnd.close();
+        waitForExit(pid);
+        throw;
+    }
     return waitForExit(pid);
 }
 

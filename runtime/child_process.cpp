@@ -56,9 +56,9 @@ pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const Ar
     if (pid > 0)
         return pid;
 
-    dup2Custom(in, STDIN_FILENO);
-    dup2Custom(out, STDOUT_FILENO);
-    dup2Custom(err, STDERR_FILENO);
+    // A program with other streams than wanted would write into what happens to be there.
+    if (dup2Custom(in, STDIN_FILENO) < 0 || dup2Custom(out, STDOUT_FILENO) < 0 || dup2Custom(err, STDERR_FILENO) < 0)
+        throwSystemError("dup2Custom failed", errno);
     closeOwnDescriptors();
     // An unknown account and root's keep the current identity.
     if (!user.empty() && nimbo_ugid(user.c_str(), 0) != 0 && p_setuid(user.c_str()) != 0)

@@ -41,7 +41,7 @@ void writeFromString(int fd, std::string& text);
 
 /// Makes `target` a duplicate of `source` and closes `source`; the same descriptor twice is left alone.
 /// \param source -1 stands for "/dev/null".
-/// \return the result of dup2(2).
+/// \return the result of dup2(2), with its errno.
 /// \throw nimbo::SystemError when "/dev/null" cannot be opened.
 int dup2Custom(int source, int target);
 

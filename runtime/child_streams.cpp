@@ -46,6 +46,9 @@ int dup2Custom(int source, int target) {
     }
     if (source == target)
         return source;
-    const UniqueFd owned(source);
-    return dup2(owned.get(), target);
+    const int result = dup2(source, target);
+    const int error = errno;
+    close(source);
+    errno = error;
+    return result;
 }

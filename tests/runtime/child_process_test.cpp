@@ -88,6 +88,30 @@ TEST(Capture, WithoutDescriptorsTellsWhatFails) {
                                               HasSubstr("forkExecvGetOutErr: fcntl(O_NONBLOCK) failed\n")));
 }
 
+TEST(Capture, ThatEndsByAnErrorLeavesNoChildBehind) {
+    const auto capture = [] {
+        const rlimit many{2 * FD_SETSIZE, 2 * FD_SETSIZE};
+        setrlimit(RLIMIT_NOFILE, &many);
+        for (int i = 0; i < FD_SETSIZE; ++i)
+            EXPECT_GE(dup(STDIN_FILENO), 0);
+        try {
+            shell("cat");
+        } catch (const nimbo::SystemError& failure) {
+            std::cout << failure.what() << "\nchildren: " << waitpid(-1, nullptr, WNOHANG);
+        }
+    };
+    EXPECT_THAT(inChild(capture), ended(0, "", "forkExecvGetOutErr: select() failed: Invalid argument\nchildren: -1"));
+}
+
+TEST(Streams, ThatCannotBeGivenKeepTheProgramFromRunning) {
+    const auto start = [] {
+        const int notOpen = 200;
+        const pid_t pid = forkExecvPipes(-1, notOpen, STDERR_FILENO, "sh", {"sh", "-c", "echo ran"}, "", {});
+        std::exit(fork_exec_waitpid(pid, "prog", nullptr) & 255);
+    };
+    EXPECT_THAT(inChild(start), ended(255, HasSubstr("dup2Custom failed: Bad file descriptor"), Not(HasSubstr("ran"))));
+}
+
 TEST(Streams, AreServedUntilTheyWouldBlock) {
     std::string large(1U << 20, 'x'), got;
     std::array<int, 2> ends{};
