@@ -69,10 +69,10 @@ private:
 
 namespace nimbo {
 
-std::string readFile(std::istream& in) {
+std::string readFile(std::istream& in, std::size_t most) {
     std::string text;
     std::array<char, 65536> chunk; // filled by the stream up to gcount()
-    while (in.read(chunk.data(), chunk.size()) || in.gcount() > 0)
+    while (text.size() <= most && (in.read(chunk.data(), chunk.size()) || in.gcount() > 0))
         text.append(chunk.data(), static_cast<std::size_t>(in.gcount()));
     return text;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cleanup/docroot_cleaning.h"
+#include "runtime/xml.h"
 
 #include <boost/filesystem/path.hpp>
 #include <iosfwd>
@@ -11,7 +12,8 @@
 namespace nimbo {
 
 /// Everything that is left in a stream.
-std::string readFile(std::istream& in);
+/// \param most a stream may have no end: when more bytes than these have been read, the rest stays unread.
+std::string readFile(std::istream& in, std::size_t most = xmlTextLimit);
 
 } // namespace nimbo
 

@@ -1,6 +1,8 @@
 #include "cleanup/instance_removal.h"
 #include "tests/support/support.h"
 
+#include <fstream>
+
 static std::string document(const std::string& files, const std::string& more = "") {
     return "<INSTANCE-DATA><SECTION PREFIX='htdocs'>" + files + "</SECTION>" + more + "</INSTANCE-DATA>";
 }
@@ -117,4 +119,10 @@ TEST_F(Removal, ExternalEntitiesAreNotReadAndTensOfThousandsOfEntriesAreNoLimit)
         files += "<FILE>some/longer/path/of/a/document/number-" + std::to_string(i) + "</FILE>";
     expectAsBefore("<!DOCTYPE INSTANCE-DATA [<!ENTITY in 'blog'><!ENTITY out SYSTEM '" + base.string() + "/names'>]>" +
                    document(files + "<FILE>last</FILE>"));
+}
+
+TEST(InstalledFiles, ThatDoNotEndAreReadNoFurtherThanIsOfUse) {
+    std::ifstream endless("/dev/zero", std::ios::binary);
+    const std::size_t most = 1000;
+    EXPECT_THAT(nimbo::readFile(endless, most).size(), AllOf(Gt(most), Lt(1U << 20)));
 }
