@@ -27,7 +27,8 @@ TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
     writeFile(package / "all/page", "deep");
     writeFile(package / "off/page", "x", 0777);
     make(package, {"htdocs/all/page", "programs/run.pl", "programs/pl", "all/to-file -> page", "all/to-dir -> /usr"});
-    EXPECT_THAT(extract({"--application-subdirectory=blog/2"}),
+    const Words words = command("extract-application", {"--application-subdirectory=blog/2"});
+    EXPECT_THAT(run(byShell("umask 077; \"$@\"", words)),
                 ended(0, "Source directory \"" + package.string() + "/nowhere\" is not exist\n", ""));
     const std::string site = " sitea:krocln ";
     EXPECT_THAT(tree(docroot / "blog/2"),
@@ -59,106 +60,182 @@ TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
 }
 
 TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
-    const std::vector<std::tuple<std::string, std::string, mode_t, mode_t>> rows{
-        {"sitea", "kroserv", 0700, 0770},    {"sitea", "krocln", 0700, 0707}, {"www-data", "krocln", 0070, 0770},
-        {"www-data", "kroserv", 0007, 0707}, {"siteb", "krocln", 0070, 0777}, {"root", "root", 0007, 0777},
+    struct Row {
+        std::string owner;
+        std::string group;
+        mode_t forSite;
+        mode_t forServer;
+    };
+    const std::vector<Row> rows{
+        {.owner = "sitea", .group = "kroserv", .forSite = 0700, .forServer = 0770},
+        {.owner = "sitea", .group = "krocln", .forSite = 0700, .forServer = 0707},
+        {.owner = "www-data", .group = "krocln", .forSite = 0070, .forServer = 0770},
+        {.owner = "www-data", .group = "kroserv", .forSite = 0007, .forServer = 0707},
+        {.owner = "siteb", .group = "krocln", .forSite = 0070, .forServer = 0777},
+        {.owner = "root", .group = "root", .forSite = 0007, .forServer = 0777},
     };
     const std::string directory = (base / "directory").string();
     EXPECT_EQ(makeWritableByWebserver(directory, {}, "sitea"), -1);
     EXPECT_FALSE(makeUserWritableDir((package / "APP-META.xml").string(), "sitea"));
-    for (const auto& [owner, group, forSite, forServer] : rows) {
-        SCOPED_TRACE(owner + ":" + group);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.owner + ":" + row.group);
         fs::create_directories(directory);
-        giveTo(directory, owner, group);
+        giveTo(directory, row.owner, row.group);
         chmod(directory.c_str(), 0);
         EXPECT_TRUE(makeUserWritableDir(directory, "sitea"));
-        EXPECT_EQ(fs::status(directory).permissions(), forSite);
+        EXPECT_EQ(fs::status(directory).permissions(), row.forSite);
         struct stat status {};
         lstat(directory.c_str(), &status);
         EXPECT_EQ(makeWritableByWebserver(directory, status, "sitea"), 0);
-        EXPECT_EQ(fs::status(directory).permissions(), forSite | forServer);
+        EXPECT_EQ(fs::status(directory).permissions(), row.forSite | row.forServer);
         status.st_mode = S_IFREG;
-        EXPECT_EQ(bitsForWebserver(status, "sitea"), forServer & 0666U);
+        EXPECT_EQ(bitsForWebserver(status, "sitea"), row.forServer & 0666U);
     }
 }
 
-TEST_F(Extract, ReplacesFilesAndEmptyDirectoriesAndOpensItsOwnDirectories) {
-    // A link at a writable mapping is followed, where the URL ends in a slash.
-    mappings(
-        "<mapping url='/' path='htdocs'/><mapping url='to/' path='none'><php:permissions writable='true'/></mapping>");
+TEST_F(Extract, ReplacesFilesAndEmptyDirectories) {
     make(package / "htdocs", {"dir/page", "empty"});
-    make(docroot, {"dir/page -> /etc/passwd", "empty/", "to -> open", "open/"});
+    make(docroot, {"dir/page -> /etc/passwd", "empty/"});
     giveTo(docroot, "sitea", "krocln");
     chmod((docroot / "dir").c_str(), 0500);
+    EXPECT_THAT(extract(), ended(0));
+    EXPECT_THAT(tree(docroot), ElementsAre("d 0755 sitea:krocln .", "d 0700 sitea:krocln dir",
+                                           "f 0644 sitea:krocln dir/page", "f 0644 sitea:krocln empty"));
+    EXPECT_EQ(contentOf(docroot / "dir/page"), "content\n");
+}
+
+TEST_F(Extract, ReplacesWhatAnotherSpellingOfAPlaceHasPutThere) {
+    mappings("<mapping url='a//b' path='one'/><mapping url='a/b' path='two'/>");
+    writeFile(package / "one/file", "first");
+    writeFile(package / "two/file", "second");
+    EXPECT_THAT(extract(), ended(0));
+    EXPECT_EQ(contentOf(docroot / "a/b/file"), "second");
+}
+
+TEST_F(Extract, FollowsALinkAtAWritableMappingWhoseUrlEndsInASlash) {
+    const std::string open = "<php:permissions writable='true'/></mapping>";
+    mappings("<mapping url='to/' path='none'>" + open + "<mapping url='to/.' path='none'>" + open);
+    make(docroot, {"to -> open", "open/"});
+    giveTo(docroot, "sitea", "krocln");
     EXPECT_THAT(extract(), ended(0, HasSubstr("is not exist")));
-    EXPECT_EQ(contentOf(docroot / "dir/page") + contentOf(docroot / "empty"), "content\ncontent\n");
-    EXPECT_THAT(tree(docroot), IsSupersetOf({"d 0700 sitea:krocln dir", "d 0757 sitea:krocln open"}));
-    const auto onEmptiedRoot = [&] {
+    EXPECT_THAT(tree(docroot), Contains("d 0757 sitea:krocln open"));
+}
+
+TEST_F(Extract, EmptiesTheDocumentRootWhereAsked) {
+    make(package, {"htdocs/page"});
+    make(docroot, {"old/file"});
+    giveTo(docroot, "sitea", "krocln");
+    const auto emptyAndExtract = [&] {
         std::exit(fsa_extract_application("file:///" + package.string(), vhost.string(), docroot.string(), "sitea", ".",
                                           1, "", false));
     };
-    EXPECT_EQ(inChild(onEmptiedRoot).status, 0);
-    EXPECT_EQ(namesIn(docroot), "d . d dir f dir/page f empty");
+    EXPECT_THAT(inChild(emptyAndExtract), ended(0));
+    EXPECT_EQ(namesIn(docroot), "d . f page");
 }
 
-TEST_F(Extract, NeitherADefaultAclNorAWayThroughANewDirectoryKeepsTheSiteOut) {
+TEST_F(Extract, WritesWhereADefaultAclTakesTheRightAway) {
     // u::r-x, g::r-x, o::r-x as acl(5) has them on disk: new directories come without the right to write.
     const std::string acl("\2\0\0\0\1\0\5\0\xff\xff\xff\xff\4\0\5\0\xff\xff\xff\xff\40\0\5\0\xff\xff\xff\xff", 28);
     make(package / "htdocs", {"d/f", "g"});
+    ASSERT_EQ(setxattr(docroot.c_str(), "system.posix_acl_default", acl.data(), acl.size(), 0), 0);
+    EXPECT_THAT(extract({"--application-subdirectory=b"}), ended(0));
+    EXPECT_THAT(tree(docroot / "b"), ElementsAre("d 0755 sitea:krocln .", "d 0755 sitea:krocln d",
+                                                 "f 0644 sitea:krocln d/f", "f 0644 sitea:krocln g"));
+}
+
+TEST_F(Extract, OpensADirectoryThatTheWayThroughANewOneLeadsTo) {
+    make(package, {"htdocs/page"});
     make(docroot, {"a/"});
     giveTo(docroot, "sitea", "krocln");
     chmod((docroot / "a").c_str(), 0500);
     EXPECT_THAT(extract({"--application-subdirectory=new/../a"}), ended(0));
-    ASSERT_EQ(setxattr(docroot.c_str(), "system.posix_acl_default", acl.data(), acl.size(), 0), 0);
-    EXPECT_THAT(extract({"--application-subdirectory=b"}), ended(0));
-    const std::string site = " sitea:krocln ";
-    EXPECT_THAT(tree(docroot / "b"), ElementsAre("d 0755" + site + ".", "d 0755" + site + "d", "f 0644" + site + "d/f",
-                                                 "f 0644" + site + "g"));
+    EXPECT_EQ(namesIn(docroot / "a"), "d . f page");
 }
 
-TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
-    const std::string root = "<mapping url='/' path='htdocs'/>", app = "<mapping url='app' path='htdocs'/>";
-    const std::string open = "<php:permissions writable='true'/></mapping>", to = docroot.string();
+TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
+    const std::string to = docroot.string();
+    const std::string root = "<mapping url='/' path='htdocs'/>";
+    const std::string app = "<mapping url='app' path='htdocs'/>";
+    const std::string open = "<php:permissions writable='true'/></mapping>";
     const std::string nested = "<mapping url='app' path='htdocs'><mapping url='a'><mapping url='b'>";
     const std::string writableApp = "<mapping url='app' path='htdocs'>" + open;
     struct Row {
-        std::string mappings, error;
-        Words package, site;
+        std::string mappings;
+        std::string error;
+        Words package = {};
+        Words site = {};
+        Words ofRoot = {};        ///< what the site may not remove, below the document root
         std::string left = "d ."; ///< below the document root
-        Words ofRoot = {};        ///< what the site may not remove there
     };
     const std::vector<Row> rows{
-        // A mapping of "/" plans the root itself, so that goes as well.
-        {root, "Filesystem error: ", {"htdocs/0", "htdocs/d"}, {"sub/kept", "d/kept"}, ""},
-        {root, "Unable to create directory " + to + "/d - filename occupied\n", {"htdocs/d/f"}, {"d"}, ""},
-        {"<mapping url='/' path='page'/>", "(system:39)", {"page"}, {"kept"}, ""},
+        // A mapping of "/" plans the root itself, so that goes as well, with what is not the package's.
+        {.mappings = root,
+         .error = "Unable to create directory " + to + "/d - filename occupied\n",
+         .package = {"htdocs/d/f"},
+         .site = {"d"},
+         .left = ""},
+        {.mappings = "<mapping url='/' path='page'/>",
+         .error = "(system:39)",
+         .package = {"page"},
+         .site = {"kept"},
+         .left = ""},
         // What stands at a target goes before the copy is tried, here of a file that the site may not read.
-        {root, "(system:39)", {"htdocs/d -> /etc/shadow"}, {"d/kept"}, ""},
+        {.mappings = root,
+         .error = "(system:39)",
+         .package = {"htdocs/d -> /etc/shadow"},
+         .site = {"d/kept", "sub/kept"},
+         .left = ""},
         // The empty directory "a" goes, and with it the way that leads through it.
-        {"<mapping url='a/..' path='htdocs'/>", "(system:2)", {"htdocs/a"}, {"a/"}},
-        {app, "error: Unable to copy: Invalid", {"htdocs/f", "htdocs/odd -> /dev/zero"}, {"own"}, "d . f own"},
-        {"<mapping url='app' path='/'/>", "(system:22)" + package.string() + "/fifo", {}, {"own"}, "d . f own"},
-        {"<mapping url='x//' path='htdocs/'/>", "/htdocs//odd -> " + to + "/x///odd\n", {"htdocs/odd -> none"}, {}},
-        {app + "<mapping url='no'>" + open, "Unable to stat file  " + to + "/no mode: No such", {"htdocs/f"}, {}},
-        {writableApp, "Unknown type of file `" + to + "/app/link`. Unable to", {"htdocs/f"}, {"app/link -> /etc"}},
-        // An old file is gone also where the rollback ends early.
-        {root, "/o -> ", {"htdocs/a", "htdocs/o -> /dev/null", "htdocs/z/f"}, {"o"}, "d . f a d z f z/f", {"z/f"}},
-        // What a look finds after the failure does not count.
-        {"<mapping url='a/../b' path='htdocs'/>",
-         "Unable to create directory " + to + "/a/../b\n",
-         {"htdocs/f"},
-         {"b"},
-         "d . d a"},
+        {.mappings = "<mapping url='a/..' path='htdocs'/>",
+         .error = "(system:2)",
+         .package = {"htdocs/a"},
+         .site = {"a/"}},
         // The link "l" goes, and with it the way to what comes behind it.
-        {"<mapping url='l' path='htdocs'/>", "(system:2)", {"htdocs/l", "htdocs/m"}, {"l -> ."}},
+        {.mappings = "<mapping url='l' path='htdocs'/>",
+         .error = "(system:2)",
+         .package = {"htdocs/l", "htdocs/m"},
+         .site = {"l -> ."}},
+        {.mappings = "<mapping url='app' path='/'/>",
+         .error = "(system:22)" + package.string() + "/fifo",
+         .site = {"own"},
+         .left = "d . f own"},
+        {.mappings = "<mapping url='x//' path='htdocs/'/>",
+         .error = "/htdocs//odd -> " + to + "/x///odd\n",
+         .package = {"htdocs/odd -> none"}},
+        {.mappings = app + "<mapping url='no'>" + open,
+         .error = "Unable to stat file  " + to + "/no mode: No such",
+         .package = {"htdocs/f"}},
+        {.mappings = writableApp,
+         .error = "Unknown type of file `" + to + "/app/link`. Unable to",
+         .package = {"htdocs/f"},
+         .site = {"app/link -> /etc"}},
+        // An old file is gone also where the rollback ends early.
+        {.mappings = root,
+         .error = "/o -> ",
+         .package = {"htdocs/a", "htdocs/o -> /dev/null", "htdocs/z/f"},
+         .site = {"o"},
+         .ofRoot = {"z/f"},
+         .left = "d . f a d z f z/f"},
+        // What a look finds after the failure does not count.
+        {.mappings = "<mapping url='a/../b' path='htdocs'/>",
+         .error = "Unable to create directory " + to + "/a/../b\n",
+         .package = {"htdocs/f"},
+         .site = {"b"},
+         .left = "d . d a"},
         // In an open tree a path that ends in a slash is a directory's.
-        {"<mapping url='a' path='htdocs'><mapping url='img' path='img'><mapping url='b/'>" + open + "</mapping>" + open,
-         "Unable to stat file  " + to + "/a/img/b/ mode: Not a directory\n",
-         {"htdocs/f", "img/b"},
-         {}},
+        {.mappings = "<mapping url='a' path='htdocs'><mapping url='img' path='img'><mapping url='b/'>" + open +
+                     "</mapping>" + open,
+         .error = "Unable to stat file  " + to + "/a/img/b/ mode: Not a directory\n",
+         .package = {"htdocs/f", "img/b"}},
         // A link to a writable tree, or on the way into one, opens nothing elsewhere.
-        {writableApp, "Unknown type of file `" + to + "/app`", {"htdocs/f"}, {"app -> " + base.string() + "/private"}},
-        {nested + open + "</mapping>" + open, "/app/a", {"htdocs/f"}, {"app/a -> " + base.string() + "/private"}},
+        {.mappings = writableApp,
+         .error = "Unknown type of file `" + to + "/app`",
+         .package = {"htdocs/f"},
+         .site = {"app -> " + base.string() + "/private"}},
+        {.mappings = nested + open + "</mapping>" + open,
+         .error = "/app/a",
+         .package = {"htdocs/f"},
+         .site = {"app/a -> " + base.string() + "/private"}},
     };
     writeFile(base / "private/b/secret", "x", 0600);
     giveTo(base / "private", "sitea", "krocln");
@@ -184,7 +261,7 @@ TEST_F(Extract, AFailureIsToldTwiceAndTakesEverythingPlannedAway) {
     }
 }
 
-TEST_F(Extract, NeitherABrokenPipeNorAFileTooLargeStopsTheRollback) {
+TEST_F(Extract, NoSignalOfAFailedWriteStopsTheRollback) {
     make(package / "htdocs", {"first"});
     writeFile(package / "htdocs/second", std::string(100000, 'x'));
     make(docroot, {"app/second/in-the-way"});
@@ -208,27 +285,32 @@ TEST_F(Extract, ADeepTreeOfOddNamesNeedsFewDescriptors) {
     EXPECT_THAT(run({"diff", "-r", (package / "htdocs").string(), docroot.string()}), ended(0, "", ""));
 }
 
-TEST_F(Extract, RefusalsNameTheirCauseAndTouchNothing) {
-    const std::string own = package.string(), at = base.string();
+TEST_F(Extract, RefusalsTouchNothing) {
+    const std::string own = package.string();
+    const std::string at = base.string();
     make(base, {"package/htdocs/file", "file", "loop -> loop"});
     writeFile(base / "bad.xml", "<application");
     struct Row {
-        std::string change, error;
+        std::string change;
         int status = 1;
+        std::string error;
     };
-    const std::string name = "--application-full-name=", none = "UNSPECIFIED ERROR OCCURED\n";
     const std::vector<Row> rows{
-        {name + "FILE:///" + own, "Invalid value FILE:///" + own + "for --application-full-name option\n"},
-        {name + "file://" + own, "Application metadata file " + own.substr(1) + "/APP-META.xml does not exist\n"},
-        {name + "file:///", "Application metadata file /APP-META.xml does not exist\n"},
-        {"--vhost-path=" + at + "/file", "Virtual host root directory" + at + "/filedoes not exist\n"},
-        {"--vhost-path=" + at + "/loop", "Fatal error: boost::filesystem::filesystem_error("},
-        {"--metadata-file=" + at + "/bad.xml", none, 2},
-        {"--metadata-file=" + at + "/none.xml", none, 2},
-        {"--user-name=root", "Cannot run as forbidden uid: 0\n"},
-        {"--user-name=no-user", "Unable to getpwnam for user no-user\nUser no-user not found\n"},
-        {"--no-such-option=1", "Fatal error: boost::"},
-        {"stray", "Fatal error: boost::"},
+        {.change = "--application-full-name=FILE:///" + own,
+         .error = "Invalid value FILE:///" + own + "for --application-full-name option\n"},
+        {.change = "--application-full-name=file://" + own,
+         .error = "Application metadata file " + own.substr(1) + "/APP-META.xml does not exist\n"},
+        {.change = "--application-full-name=file:///",
+         .error = "Application metadata file /APP-META.xml does not exist\n"},
+        {.change = "--vhost-path=" + at + "/file",
+         .error = "Virtual host root directory" + at + "/filedoes not exist\n"},
+        {.change = "--vhost-path=" + at + "/loop", .error = "Fatal error: boost::filesystem::filesystem_error("},
+        {.change = "--metadata-file=" + at + "/bad.xml", .status = 2, .error = "UNSPECIFIED ERROR OCCURED\n"},
+        {.change = "--metadata-file=" + at + "/none.xml", .status = 2, .error = "UNSPECIFIED ERROR OCCURED\n"},
+        {.change = "--user-name=root", .error = "Cannot run as forbidden uid: 0\n"},
+        {.change = "--user-name=no-user", .error = "Unable to getpwnam for user no-user\nUser no-user not found\n"},
+        {.change = "--no-such-option=1", .error = "Fatal error: boost::"},
+        {.change = "stray", .error = "Fatal error: boost::"},
     };
     const Words before = tree(docroot);
     for (const Row& row : rows)
@@ -241,6 +323,15 @@ TEST_F(Extract, RefusalsNameTheirCauseAndTouchNothing) {
     fs::rename(package / "APP-META.xml", base / "other.xml");
     EXPECT_THAT(extract({"--metadata-file=" + at + "/other.xml"}), ended(1, StartsWith("Application metadata file ")));
     EXPECT_EQ(tree(docroot), before);
+}
+
+class Directories : public DirectoryTest {};
+
+TEST_F(Directories, AreCreatedWithThoseAboveWhereThereIsNone) {
+    EXPECT_TRUE(::create_directories(base / "a/b"));
+    EXPECT_TRUE(fs::is_directory(base / "a/b"));
+    EXPECT_FALSE(::create_directories(base / "a/b"));
+    EXPECT_FALSE(::create_directories(""));
 }
 
 TEST(PackageLocation, IsWhatFollowsThePrefixAsFarAsTheBufferGoes) {
