@@ -3,6 +3,7 @@
 #include "preview/package_preview.h"
 #include "preview/preview_output.h"
 #include "preview/text.h"
+#include "runtime/options.h"
 
 #include <algorithm>
 #include <array>
@@ -92,10 +93,13 @@ int printPreview(const Request& request) {
 int previewCommand(int argc, char** argv) {
     Request request;
     const po::options_description options = optionsInto(request);
-    const auto parsed = po::command_line_parser(argc, argv).options(options).extra_parser(bareSwitch).run();
+    po::parsed_options parsed(&options);
     po::variables_map values;
-    po::store(parsed, values);
-    po::notify(values);
+    withPlainErrors([&] {
+        parsed = po::command_line_parser(argc, argv).options(options).extra_parser(bareSwitch).run();
+        po::store(parsed, values);
+        po::notify(values);
+    });
     if (values.count("help") != 0) {
         print((std::ostringstream() << "Usage: larkspur-preview [OPTION...] PACKAGE-DIRECTORY\n\n"
                                        "Prints what larkspur would do with a package, and changes nothing.\n\n"

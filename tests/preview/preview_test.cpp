@@ -175,11 +175,26 @@ TEST_F(Preview, WhatCannotBeUsedIsOneLineAndStatusTwo) {
     makePackage(base / "no-url", metadata("<mapping url='/'><mapping virtual='x'/></mapping>"), {});
     make(base, {"none/", "fifo/"});
     ASSERT_EQ(mkfifo((base / "fifo/APP-META.xml").c_str(), 0644), 0);
-    for (const std::string words :
-         {"", ".", "good/APP-META.xml", "good good", "good --format=x", "good --format", "good '--no\nsuch'",
-          "good --www-root=", "good --metadata-file=good", "good --metadata-file=/nowhere", "good >/dev/full",
-          "good >&-", "good --disable-php-support=x", "none --metadata-file=good/APP-META.xml", "empty", "broken",
-          "other", "no-url", "fifo"}) {
+    for (const std::string words : {"",
+                                    ".",
+                                    "good/APP-META.xml",
+                                    "good good",
+                                    "good --format=x",
+                                    "good --format",
+                                    "good '--no\nsuch'",
+                                    "good --%original_token%",
+                                    "good --www-root=",
+                                    "good --metadata-file=good",
+                                    "good --metadata-file=/nowhere",
+                                    "good >/dev/full",
+                                    "good >&-",
+                                    "good --disable-php-support=x",
+                                    "none --metadata-file=good/APP-META.xml",
+                                    "empty",
+                                    "broken",
+                                    "other",
+                                    "no-url",
+                                    "fifo"}) {
         const Outcome outcome = run(byShell("cd \"$2\"; \"$1\" " + words, {LARKSPUR_PREVIEW, base.string()}));
         EXPECT_THAT(outcome, ended(2, StartsWith("larkspur-preview: "), "")) << words;
         EXPECT_EQ(linesOf(outcome.error).size(), 1U) << outcome.error;
