@@ -1,8 +1,7 @@
 #include "preview/preview_command.h"
 
-#include "preview/package_preview.h"
-#include "preview/preview_output.h"
-#include "preview/text.h"
+#include "preview/formats.h"
+#include "preview/preview.h"
 #include "runtime/options.h"
 
 #include <algorithm>
@@ -28,12 +27,15 @@ constexpr std::array formats{
     Format{"text", textOf},
     Format{"json", jsonOf},
     Format{"installed-files", installedFilesOf},
+    Format{"obsolete-files", obsoleteFilesOf},
     Format{"fragment", [](const Preview& preview) { return preview.fragment; }},
 };
 
 struct Request {
     PreviewSettings package;
     std::string format = "text";
+    bool summary = false;
+    std::vector<std::string> ignored; ///< codes
     int disablePhp = 0;
     int disableCgi = 0;
 };
@@ -43,12 +45,16 @@ po::options_description optionsInto(Request& request) {
     po::options_description options("Options");
     // clang-format off
     options.add_options()
-        ("format", po::value(&request.format)->value_name("FORMAT"), "what to print: text (the default), json, installed-files or fragment")
+        ("format", po::value(&request.format)->value_name("FORMAT"), "what to print: text (the default), json, installed-files, obsolete-files or fragment")
+        ("summary", po::bool_switch(&request.summary), "with the format text: counts, and findings by their codes")
+        ("ignore", po::value(&request.ignored)->composing()->value_name("CODE"), "leave findings of this code out; may be given again")
         ("metadata-file", po::value(&package.metadataFile)->value_name("FILE"), "metadata document to read instead of the package's own")
         ("www-root", po::value<std::string>()->value_name("DIR"),
          "document root of the site: stands in the fragment, and is looked at")
         ("application-subdirectory", po::value(&package.applicationSubdirectory)->value_name("SUB"),
          "place of the application below the document root (default: \".\", the root itself)")
+        ("previous-list", po::value<std::string>()->value_name("FILE"),
+         "installed-files document of the release that the site has now")
         ("skip-webserver-write", po::bool_switch(&package.skipWebserverWrite),
          "as for an extraction that opens nothing to the web server")
         ("disable-php-support", po::value(&request.disablePhp)->value_name("[=N]"), "not 0: no PHP in the fragment")
@@ -75,17 +81,31 @@ void print(const std::string& text) {
         throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(), "standard output");
 }
 
-int printPreview(const Request& request) {
+const Format& formatOf(const Request& request) {
     const auto* const format = std::ranges::find(formats, request.format, &Format::name);
     if (format == formats.end())
         throw std::runtime_error("unknown format: " + request.format);
-    const Preview preview = previewPackage(request.package);
-    print(format->write(preview));
-    std::string lines; // written at once: there may be one for every file of a package
-    for (const PreviewWarning& warning : preview.warnings)
-        lines += "warning: " + warning.code + ": " + escaped(warning.subject) + ": " + escaped(warning.text) + "\n";
-    std::cerr << lines;
-    return preview.warnings.empty() ? 0 : 1;
+    if (request.summary && request.format != "text")
+        throw std::runtime_error("a summary is for the format text");
+    if (request.format == "obsolete-files" && !request.package.previousList)
+        throw std::runtime_error("the format obsolete-files needs a previous list");
+    return *format;
+}
+
+int printPreview(const Request& request) {
+    const Format& format = formatOf(request);
+    for (const std::string& code : request.ignored)
+        if (std::ranges::find(findingCodes, code) == findingCodes.end())
+            throw std::runtime_error("unknown code: " + code);
+    Preview preview = previewPackage(request.package);
+    std::erase_if(preview.findings, [&](const Finding& finding) {
+        return std::ranges::find(request.ignored, finding.code.word()) != request.ignored.end();
+    });
+    print(request.summary ? summaryOf(preview) : format.write(preview));
+    // Written at once: there may be one for every file of a package.
+    std::cerr << (request.summary ? groupsOf(preview.findings) : linesOf(preview.findings));
+    const bool fails = std::ranges::count(preview.findings, Severity::Error, &Finding::severity) > 0;
+    return fails ? 2 : preview.findings.empty() ? 0 : 1;
 }
 
 } // namespace
@@ -118,6 +138,8 @@ int previewCommand(int argc, char** argv) {
     request.package.packageDir = words.front();
     if (values.count("www-root") != 0)
         request.package.wwwRoot = values["www-root"].as<std::string>();
+    if (values.count("previous-list") != 0)
+        request.package.previousList = values["previous-list"].as<std::string>();
     request.package.php = request.disablePhp == 0;
     request.package.cgi = request.disableCgi == 0;
     return printPreview(request);

@@ -1,6 +1,7 @@
 #include "preview/text.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/archive/iterators/base64_from_binary.hpp>
 #include <boost/archive/iterators/transform_width.hpp>
 #include <boost/locale/utf.hpp>
@@ -11,82 +12,115 @@ namespace {
 using boost::locale::utf::code_point;
 using boost::locale::utf::illegal;
 
-/// Calls visit(bytes, code point) for each character, and visit(byte, illegal) for each byte that is not UTF-8.
-template <class Visit>
-void forEachCharacter(std::string_view text, const Visit& visit) {
-    while (!text.empty()) {
-        const char* end = text.data();
-        code_point character = boost::locale::utf::utf_traits<char>::decode(end, text.data() + text.size());
-        if (!boost::locale::utf::is_valid_codepoint(character)) {
-            character = illegal;
-            end = text.data() + 1;
-        }
-        const auto size = static_cast<std::size_t>(end - text.data());
-        visit(text.substr(0, size), character);
-        text.remove_prefix(size);
-    }
+constexpr std::string_view hexadecimal = "0123456789abcdef";
+
+/// Printable ASCII without the marks of XML, which no format has to change.
+bool isPlain(char byte) {
+    return byte >= 0x20 && byte < 0x7f && byte != '&' && byte != '<' && byte != '>';
 }
 
-/// Also the second range: a terminal may take its members for the begin of a command, as it does with ESC [.
+/// The text with what `change(bytes, code point)` gives for each character that is not plain and, with `illegal`, for
+/// each byte that is not UTF-8.  Plain text is taken in runs.
+template <class Change>
+std::string changed(std::string_view text, const Change& change) {
+    std::string result;
+    while (!text.empty()) {
+        auto size = static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
+        if (size > 0) {
+            result += text.substr(0, size);
+        } else {
+            const char* end = text.data();
+            code_point character = boost::locale::utf::utf_traits<char>::decode(end, text.data() + text.size());
+            const bool isCharacter = boost::locale::utf::is_valid_codepoint(character);
+            size = isCharacter ? static_cast<std::size_t>(end - text.data()) : 1;
+            result += change(text.substr(0, size), isCharacter ? character : illegal);
+        }
+        text.remove_prefix(size);
+    }
+    return result;
+}
+
+struct Range {
+    code_point first;
+    code_point last;
+};
+
+constexpr std::array controls{
+    Range{0x00, 0x1f},     Range{0x7f, 0x9f},       Range{0xad, 0xad},       Range{0x600, 0x605},
+    Range{0x61c, 0x61c},   Range{0x6dd, 0x6dd},     Range{0x70f, 0x70f},     Range{0x180e, 0x180e},
+    Range{0x200b, 0x200f}, Range{0x2028, 0x202e},   Range{0x2060, 0x206f},   Range{0xfeff, 0xfeff},
+    Range{0xfff9, 0xfffb}, Range{0x1bca0, 0x1bca3}, Range{0x1d173, 0x1d17a}, Range{0xe0000, 0xe007f},
+};
+
 bool isControl(code_point character) {
-    return character < 0x20 || (character >= 0x7f && character < 0xa0);
+    return std::ranges::any_of(controls,
+                               [&](const Range& range) { return range.first <= character && character <= range.last; });
 }
 
 std::string escapesOf(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
     std::string escapes;
     for (const char byte : bytes) {
         const auto value = static_cast<unsigned char>(byte);
         if (byte == '\n' || byte == '\r' || byte == '\t')
             escapes += byte == '\n' ? "\\n" : byte == '\r' ? "\\r" : "\\t";
         else
-            escapes.append("\\x").append(1, digits[value >> 4U]).append(1, digits[value & 15U]);
+            escapes.append("\\x").append(1, hexadecimal[value >> 4U]).append(1, hexadecimal[value & 15U]);
     }
     return escapes;
+}
+
+/// \u and four digits for each UTF-16 unit.
+std::string jsonEscape(code_point character) {
+    if (character > 0xffff) {
+        const code_point rest = character - 0x10000;
+        return jsonEscape(0xd800 + (rest >> 10U)) + jsonEscape(0xdc00 + (rest & 0x3ffU));
+    }
+    std::string escape = "\\u";
+    for (const unsigned shift : {12U, 8U, 4U, 0U})
+        escape += hexadecimal[(character >> shift) & 15U];
+    return escape;
 }
 
 } // namespace
 
 std::string escaped(std::string_view text) {
-    std::string line;
-    forEachCharacter(text, [&](std::string_view bytes, code_point character) {
-        if (character == illegal || isControl(character))
-            line += escapesOf(bytes);
-        else
-            line += bytes;
+    return changed(text, [](std::string_view bytes, code_point character) {
+        return character == illegal || isControl(character) ? escapesOf(bytes) : std::string(bytes);
     });
-    return line;
 }
 
 std::string asUtf8(std::string_view text) {
-    std::string result;
-    forEachCharacter(
-        text, [&](std::string_view bytes, code_point character) { result += character == illegal ? "\uFFFD" : bytes; });
-    return result;
+    return changed(text, [](std::string_view bytes, code_point character) {
+        return character == illegal ? std::string_view("\uFFFD") : bytes;
+    });
 }
 
 bool isUtf8(std::string_view text) {
     return asUtf8(text) == text;
 }
 
+std::string withJsonEscapes(std::string_view json) {
+    return changed(json, [](std::string_view bytes, code_point character) {
+        // The library escapes the first range; what is left of it stands between values.
+        const bool isEscaped = character >= 0x20 && character != illegal && isControl(character);
+        return isEscaped ? jsonEscape(character) : std::string(bytes);
+    });
+}
+
 bool fitsXml(std::string_view text) {
     bool all = true;
-    forEachCharacter(text, [&](std::string_view, code_point character) {
+    changed(text, [&](std::string_view, code_point character) {
         all = all && character != illegal && xmlIsCharQ(character);
+        return "";
     });
     return all;
 }
 
 std::string xmlContent(std::string_view text) {
-    std::string content;
-    for (const char byte : text) {
-        // A parser turns a plain carriage return into a line feed.
-        if (std::string_view("&<>\t\n\r").find(byte) != std::string_view::npos)
-            content += "&#" + std::to_string(static_cast<int>(byte)) + ";";
-        else
-            content += byte;
-    }
-    return content;
+    return changed(text, [](std::string_view bytes, code_point character) {
+        const bool isEscaped = character < 0x7f || isControl(character);
+        return isEscaped ? "&#" + std::to_string(character) + ";" : std::string(bytes);
+    });
 }
 
 std::string base64(const std::string& bytes) {

@@ -1,12 +1,18 @@
+#include "preview/findings.h"
 #include "tests/support/support.h"
 
 #include <boost/format.hpp>
 #include <boost/json.hpp>
+#include <regex>
+#include <set>
 #include <sys/mount.h>
 
 namespace json = boost::json;
 
 namespace {
+
+const std::string rootMapping = "<mapping url='/' path='htdocs'/>";
+const std::string writable = "<php:permissions writable='true'/>";
 
 Outcome preview(const Words& words) {
     return run(joined({LARKSPUR_PREVIEW}, words));
@@ -28,7 +34,8 @@ void makePackage(const fs::path& package, const std::string& document, const Wor
 
 /// A line of tree() for what an extraction leaves of an entry.
 std::string installedLine(const json::object& entry) {
-    const bool isDirectory = text(entry.at("type")) == "directory", isOpen = entry.at("webServerWritable").as_bool();
+    const bool isDirectory = text(entry.at("type")) == "directory";
+    const bool isOpen = entry.at("webServerWritable").as_bool();
     const unsigned long open = isOpen ? isDirectory ? 0707 : 0606 : 0;
     const std::string path = fs::path("./" + text(entry.at("path"))).lexically_normal().string();
     return (boost::format("%1% %2$04o sitea:krocln %3%") % (isDirectory ? 'd' : 'f') %
@@ -36,40 +43,89 @@ std::string installedLine(const json::object& entry) {
         .str();
 }
 
-class Agreement : public SandboxTest {};
-class Preview : public DirectoryTest {};
+/// For a long line that stands in several here: without the line breaks and the blanks behind them.
+std::string withoutLineBreaks(const std::string& text) {
+    static const std::regex lineBreak("\n *");
+    return std::regex_replace(text, lineBreak, "");
+}
+
+class Agreement : public SandboxTest {
+protected:
+    /// The states of all entries, each once.
+    std::set<std::string> states(const Words& words) const {
+        std::set<std::string> found;
+        const json::object all = jsonOf(words);
+        for (const json::value& entry : all.at("entries").as_array())
+            found.insert(text(entry.at("state")));
+        return found;
+    }
+    Words paths(const json::object& all) const {
+        Words found;
+        for (const json::value& entry : all.at("entries").as_array())
+            found.push_back(fs::path("./" + text(entry.at("path"))).lexically_normal().string());
+        std::sort(found.begin(), found.end());
+        found.erase(std::unique(found.begin(), found.end()), found.end());
+        return found;
+    }
+    Words installed() const {
+        Words found;
+        for (const std::string& line : tree(docroot / "app"))
+            found.push_back(line.substr(line.find("krocln ") + 7));
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    const std::string app = "--application-subdirectory=app";
+};
+
+class Preview : public DirectoryTest {
+protected:
+    const fs::path package = base / "package";
+    const std::string site = (base / "site").string();
+    const std::string list = (base / "list.xml").string();
+};
+
+struct Package {
+    std::string mappings;
+    Words entries = {};
+};
+
+const std::string cgi = "<cgi:handler><cgi:extension>cgi</cgi:extension></cgi:handler>";
+
+const std::vector<Package> awkwardPackages{
+    {.mappings = "<mapping url='/' path='htdocs'><mapping url='sub'/><mapping url='bin' path='more'>"
+                 "<cgi:handler><cgi:all-files/></cgi:handler></mapping>"
+                 "<mapping url='old' virtual='redirect' href='http://x/'/>" +
+                 cgi + "</mapping>",
+     .entries = {"htdocs/sub/run.cgi", "htdocs/a.cgi", "htdocs/bin/a", "htdocs/bin/b", "more/a"}},
+    {.mappings = rootMapping + "<mapping url='l' path='link'/><mapping url='m' path='link/'/>"
+                               "<mapping url='one.txt' path='htdocs/one.txt'/>",
+     .entries = {"htdocs/one.txt", "htdocs/file -> one.txt", "htdocs/directory -> /usr", "link -> htdocs"}},
+    {.mappings = rootMapping,
+     .entries = {"htdocs/a\rb/x", "htdocs/ ", "htdocs/\t\n/x", "htdocs/<&>]]>", "htdocs/\xc3\xbc/x", "htdocs/.hidden",
+                 "htdocs/-rf", "htdocs/..dots", "htdocs/&#13;", "htdocs/a.", "htdocs/'\"", "htdocs/end /x",
+                 "htdocs/\xe2\x80\xae\xc2\x9b\x7f"}},
+    {.mappings = "<mapping url='/' path='htdocs'><mapping url='w'>" + writable + cgi +
+                 "<mapping url='plain'><mapping url='v'>" + writable +
+                 "</mapping></mapping></mapping><mapping url='w-2'/></mapping><mapping url='up' path='htdocs'>" +
+                 writable + "</mapping><mapping url='up/x/y' path='htdocs'/>",
+     .entries = {"htdocs/w/f.cgi", "htdocs/w/d/f", "htdocs/w/plain/f", "htdocs/w/plain/v/f", "htdocs/w-2/f",
+                 "htdocs/w.d/f"}},
+    {.mappings = "<mapping url='a/b/c' path='htdocs'/><mapping url='x//y/' path='htdocs//'/>"
+                 "<mapping url='x/y' path='z'/><mapping url='./w/./.' path='htdocs'/>"
+                 "<mapping url='p/../q' path='htdocs'/>",
+     .entries = {"z/page"}},
+    {.mappings = "<mapping url='' path='/'/><mapping url='/' path='nowhere'/>"},
+};
 
 } // namespace
 
-TEST_F(Agreement, PreviewAndTheCommandsAreOneInEveryEntryFragmentAndList) {
-    const std::string cgi = "<cgi:handler><cgi:extension>cgi</cgi:extension></cgi:handler>";
-    const std::string allFiles = "<cgi:handler><cgi:all-files/></cgi:handler>";
-    const std::string writable = "<php:permissions writable='true'/>";
-    const std::vector<std::pair<std::string, Words>> rows{
-        {"<mapping url='/' path='htdocs'><mapping url='sub'/><mapping url='bin' path='more'>" + allFiles +
-             "</mapping><mapping url='old' virtual='redirect' href='http://x/'/>" + cgi + "</mapping>",
-         {"htdocs/sub/run.cgi", "htdocs/a.cgi", "htdocs/bin/a", "htdocs/bin/b", "more/a"}},
-        {"<mapping url='/' path='htdocs'/><mapping url='l' path='link'/><mapping url='m' path='link/'/>"
-         "<mapping url='one.txt' path='htdocs/one.txt'/>",
-         {"htdocs/one.txt", "htdocs/file -> one.txt", "htdocs/directory -> /usr", "link -> htdocs"}},
-        {"<mapping url='/' path='htdocs'/>",
-         {"htdocs/a\rb/x", "htdocs/ ", "htdocs/\t\n/x", "htdocs/<&>]]>", "htdocs/\xc3\xbc/x", "htdocs/.hidden",
-          "htdocs/-rf", "htdocs/..dots", "htdocs/&#13;", "htdocs/a.", "htdocs/'\"", "htdocs/end /x"}},
-        {"<mapping url='/' path='htdocs'><mapping url='w'>" + writable + cgi +
-             "<mapping url='plain'><mapping url='v'>" + writable +
-             "</mapping></mapping></mapping><mapping url='w-2'/></mapping><mapping url='up' path='htdocs'>" + writable +
-             "</mapping><mapping url='up/x/y' path='htdocs'/>",
-         {"htdocs/w/f.cgi", "htdocs/w/d/f", "htdocs/w/plain/f", "htdocs/w/plain/v/f", "htdocs/w-2/f", "htdocs/w.d/f"}},
-        {"<mapping url='a/b/c' path='htdocs'/><mapping url='x//y/' path='htdocs//'/><mapping url='x/y' path='z'/>"
-         "<mapping url='./w/./.' path='htdocs'/><mapping url='p/../q' path='htdocs'/>",
-         {"z/page"}},
-        {"<mapping url='' path='/'/><mapping url='/' path='nowhere'/>", {}},
-    };
-    const std::string app = "--application-subdirectory=app";
-    for (const auto& [mappings, entries] : rows) {
+TEST_F(Agreement, PreviewAndTheCommandsAreOneInEveryEntryStateFragmentAndList) {
+    for (const auto& [mappings, entries] : awkwardPackages) {
         SCOPED_TRACE(mappings);
         makePackage(package, metadata(mappings), entries);
-        const Words before = tree(docroot), words{package.string(), app, "--www-root=" + docroot.string()};
+        const Words before = tree(docroot);
+        const Words words{package.string(), app, "--www-root=" + docroot.string()};
         Words expected;
         json::object all = jsonOf({package.string(), app});
         for (const json::value& value : all["entries"].as_array()) {
@@ -80,7 +136,9 @@ TEST_F(Agreement, PreviewAndTheCommandsAreOneInEveryEntryFragmentAndList) {
         }
         const std::string list = preview(joined(words, {"--format=installed-files"})).output;
         const std::string fragment = preview(joined(words, {"--format=fragment"})).output;
+        EXPECT_THAT(states(words), ElementsAre("new"));
         EXPECT_EQ(run(command("extract-application", {app})).status, 0);
+        EXPECT_THAT(states(words), ElementsAre("same"));
         EXPECT_THAT(fs::exists(docroot / "app") ? tree(docroot / "app") : Words(), UnorderedElementsAreArray(expected));
         EXPECT_THAT(run(command("install-apache-conf", {app})), ended(0));
         EXPECT_EQ(fragment, contentOf(fragments / "app.conf"));
@@ -89,28 +147,60 @@ TEST_F(Agreement, PreviewAndTheCommandsAreOneInEveryEntryFragmentAndList) {
     }
 }
 
+TEST_F(Agreement, AnUpgradeWithItsObsoleteFilesLeavesExactlyTheNewRelease) {
+    const std::string list = (base / "previous.xml").string();
+    writeFile(list, "<INSTANCE-DATA/>");
+    for (const auto& [mappings, entries] : awkwardPackages) {
+        SCOPED_TRACE(mappings);
+        makePackage(package, metadata(mappings), entries);
+        const Words words{package.string(), app};
+        const std::string obsolete =
+            preview(joined(words, {"--format=obsolete-files", "--previous-list=" + list})).output;
+        EXPECT_EQ(run(command("extract-application", {app})).status, 0);
+        EXPECT_EQ(run(command("delete-application", {app}), obsolete).status, 0);
+        EXPECT_EQ(installed(), paths(jsonOf(words)));
+        writeFile(list, preview(joined(words, {"--format=installed-files"})).output);
+    }
+}
+
 TEST_F(Agreement, NothingButReadingIsNeeded) {
-    makePackage(package, metadata("<mapping url='/' path='htdocs'/>"), {"htdocs/secret/page"});
+    const std::string mappings = rootMapping + "<mapping url='deep' path='closed/deep'/>";
+    makePackage(package, metadata(mappings),
+                {"htdocs/secret/page", "htdocs/secret/d/", "closed/deep/page", "htdocs/own/page"});
     chmod((package / "htdocs/secret").c_str(), 0700);
+    chmod((package / "closed").c_str(), 0700);
+    giveTo(package / "htdocs/own", "nobody", "nogroup");
     ASSERT_EQ(mount(package.c_str(), package.c_str(), nullptr, MS_BIND, nullptr), 0);
     ASSERT_EQ(mount(nullptr, package.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
     for (const std::string who : {"root", "nobody"}) {
         const Words words{"setpriv", "--reuid=" + who, "--clear-groups", LARKSPUR_PREVIEW, package.string()};
         const Outcome outcome = run(byShell("exec \"$@\" <&-", words));
-        EXPECT_THAT(outcome, ended(1, StartsWith("warning: unreadable-source: htdocs/secret: "),
-                                   HasSubstr("drwxr-xr-x   secret <- htdocs/secret\n")));
-        EXPECT_EQ(linesOf(outcome.error).size(), 1U);
+        EXPECT_THAT(outcome, ended(2,
+                                   "error: unreadable-source: closed: the site's account may not list and enter it\n"
+                                   "error: unreadable-source: htdocs/secret: the site's account may not list and "
+                                   "enter it\n",
+                                   HasSubstr("  drwxr-xr-x   secret\n")));
     }
     umount(package.c_str());
+    // Nobody owns this one and has no rights, so that its content is missing.
+    chmod((package / "htdocs/own").c_str(), 0055);
+    writeFile(base / "list", "<INSTANCE-DATA><SECTION PREFIX='htdocs'><FILE>own/page</FILE></SECTION></INSTANCE-DATA>");
+    const Words words{"setpriv",        "--reuid=nobody", "--clear-groups",
+                      LARKSPUR_PREVIEW, package.string(), "--previous-list=" + (base / "list").string()};
+    EXPECT_THAT(run(words), ended(2, HasSubstr("error: unreadable-source: htdocs/own: this preview cannot list it: "),
+                                  Not(HasSubstr("obsolete"))));
+    EXPECT_THAT(run(joined(words, {"--format=obsolete-files", "--ignore=unreadable-source"})),
+                ended(2, StartsWith("larkspur-preview: "), ""));
 }
 
 TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
     struct Row {
-        std::string warning, mappings; ///< "CODE: SUBJECT: " and what leads to it
-        Words entries = {}, options = {};
+        std::string finding; ///< "SEVERITY: CODE: SUBJECT: "; none for a clean package
+        std::string mappings;
+        Words entries = {}; ///< the site's behind "../site/"
+        Words options = {};
         std::string version = "1.1";
     };
-    const std::string root = "<mapping url='/' path='htdocs'/>", site = (base / "site").string();
     const auto with = [](const std::string& content) {
         return "<mapping url='/' path='htdocs'>" + content + "</mapping>";
     };
@@ -118,53 +208,196 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
         return "<mapping url=\"" + url + "\" path='htdocs'><php:handler><php:extension>" + extension +
                "</php:extension></php:handler></mapping>";
     };
+    const auto named = [](const std::string& url) { return "<mapping url='" + url + "' path='htdocs/index.php'/>"; };
     const Words atSite{"--www-root=" + site};
+    const std::string longUrl(300, 'a');
+    const std::string deepUrl = [] {
+        std::string url;
+        while (url.size() < 20000)
+            url += "a/";
+        return url;
+    }();
     const std::vector<Row> rows{
-        {"", root + handled("a", "php") + "<x:mapping xmlns:x='y'/><summary><name/></summary>", {}, atSite},
-        {"", root, {"scripts/configure"}, {}, "1.0"},
-        {"no-script: scripts/configure: ", root, {}, {}, "1.0"},
-        {"missing-source: htdoc: ", "<mapping url='/' path='htdoc'/>"},
-        {"unknown-element: maping: ", root + "<maping url='x'/>"},
-        {"unknown-element: php:handler: ", root + "<php:handler/>"},
-        {"unknown-element: cgi:disable: ", with("<cgi:handler><cgi:disable/></cgi:handler>")},
-        {"unknown-element: mapping: ", root + "<group><mapping url='x'/></group>"},
-        {"unknown-element: mapping: ", root + "<mapping url='x' virtual='x'><mapping/></mapping>"},
-        {"unknown-attribute: href: ", "<mapping url='/' path='htdocs' href='x'/>"},
-        {"unknown-attribute: writeable: ", with("<php:permissions writeable='true'/>")},
-        {"unreadable-source: htdocs/a: ", root, {"htdocs/a -> /etc/shadow"}},
-        {"broken-link: htdocs/a: ", root, {"htdocs/a -> nowhere"}},
-        {"special-file: htdocs/a: ", root, {"htdocs/a -> /dev/null"}},
-        {"dotted-extension: /: ", handled("/", ".php")},
-        {"url-text: /a b: ", handled("a b", "php")},
-        {"url-text: /: ", handled("/", "php "), {}, {"--disable-ph"}}, // a bare switch disables nothing
-        {"url-text: /a\\nb: ", handled("a&#10;b", "php")},
-        {"url-text: /old: ", root + "<mapping url='old' virtual='redirect' href='http://${x}'/>"},
-        {"url-text: --www-root: ", handled("/", "php"), {}, {"--www-root=" + site + "/\""}},
-        {"url-text: --application-subdirectory: ", handled("/", "php"), {}, {"--application-subdirectory=a\nb"}},
-        {"", "<mapping url='a b' path='htdocs'/>" + handled("/", "php "), {}, {"--disable-php-support=1"}},
-        {"url-leaves-root: /../x: ", "<mapping url='../x' path='htdocs'/>"},
-        {"unrepresentable-name: htdocs/\\x01: ", root, {"htdocs/\x01"}},
-        {"unrepresentable-name: htdocs/\\xff: ", root, {"htdocs/\xff"}},
-        {"shadowed: index.php: ", root + "<mapping url='index.php' path='b'/>", {"b"}},
-        {"replaces: index.php: ", root, {"../site/index.php"}, atSite},
-        {"replaces: index.php: ", root, {"../site/index.php -> /usr"}, atSite},
-        {"file-occupied: index.php: ", root, {"../site/index.php -> nowhere"}, atSite},
-        {"file-occupied: .: ", root, {"../site"}, atSite},
-        {"directory-occupied: index.php: ", root, {"../site/index.php/x"}, atSite},
-        {"", "<mapping url='d' path='htdocs'/>", {"../site/d -> /usr/share/doc"}, atSite},
+        {.finding = "",
+         .mappings = rootMapping + handled("a", "php") + "<x:mapping xmlns:x='y'/><summary><name/></summary>",
+         .options = atSite},
+        {.finding = "", .mappings = rootMapping, .entries = {"scripts/configure"}, .version = "1.0"},
+        {.finding = "warning: no-script: scripts/configure: ", .mappings = rootMapping, .version = "1.0"},
+        {.finding = "warning: missing-source: htdoc: ", .mappings = "<mapping url='/' path='htdoc'/>"},
+        {.finding = "error: missing-source: d: ",
+         .mappings = rootMapping + "<mapping url='d'>" + writable + "</mapping>",
+         .options = atSite},
+        {.finding = "warning: missing-source: d: ",
+         .mappings = rootMapping + "<mapping url='d'>" + writable + "</mapping>",
+         .options = {"--skip-webserver-write"}},
+        {.finding = "warning: missing-source: x: ",
+         .mappings = rootMapping + "<mapping url='d' path='x'>" + writable + "</mapping>",
+         .entries = {"htdocs/d/"}},
+        {.finding = "warning: missing-source: d: ",
+         .mappings = rootMapping + "<mapping url='d'>" + writable + "</mapping>",
+         .entries = {"../site/d/"},
+         .options = atSite},
+        {.finding = "error: missing-source: d: ",
+         .mappings = rootMapping + "<mapping url='d'>" + writable + "</mapping>",
+         .entries = {"../site/d -> /usr"},
+         .options = atSite},
+        {.finding = "warning: unknown-element: maping: ", .mappings = rootMapping + "<maping url='x'/>"},
+        {.finding = "warning: unknown-element: php:handler: ", .mappings = rootMapping + "<php:handler/>"},
+        {.finding = "warning: unknown-element: cgi:disable: ",
+         .mappings = with("<cgi:handler><cgi:disable/></cgi:handler>")},
+        {.finding = "warning: unknown-element: mapping: ",
+         .mappings = rootMapping + "<group><mapping url='x'/></group>"},
+        {.finding = "warning: unknown-element: mapping: ",
+         .mappings = rootMapping + "<mapping url='x' virtual='x'><mapping/></mapping>"},
+        {.finding = "warning: unknown-attribute: href: ", .mappings = "<mapping url='/' path='htdocs' href='x'/>"},
+        {.finding = "warning: unknown-attribute: writeable: ", .mappings = with("<php:permissions writeable='true'/>")},
+        {.finding = "error: broken-link: htdocs/a: ", .mappings = rootMapping, .entries = {"htdocs/a -> nowhere"}},
+        {.finding = "error: broken-link: a: ", .mappings = rootMapping + "<mapping url='a'/>", .entries = {"a -> a"}},
+        {.finding = "error: special-file: htdocs/a: ",
+         .mappings = rootMapping,
+         .entries = {"htdocs/a -> /dev/null"},
+         .options = {"--ignore=outside-package"}},
+        {.finding = "warning: outside-package: htdocs/a: ",
+         .mappings = rootMapping,
+         .entries = {"htdocs/a -> /etc/hostname"}},
+        {.finding = "warning: outside-package: l: ",
+         .mappings = "<mapping url='l'/>",
+         .entries = {"l -> ../other", "../other/a/b"}},
+        {.finding = "", .mappings = "<mapping url='l'/>", .entries = {"l -> htdocs", "htdocs/b -> index.php"}},
+        {.finding = "error: unreadable-source: htdocs/a: ",
+         .mappings = rootMapping,
+         .entries = {"htdocs/a -> /etc/shadow"},
+         .options = {"--ignore=outside-package"}},
+        {.finding = "warning: htaccess: htdocs/a/.htaccess: ",
+         .mappings = rootMapping,
+         .entries = {"htdocs/a/.htaccess"}},
+        {.finding = "warning: ships-data: d: 2 files",
+         .mappings = with("<mapping url='d'>" + writable + "<mapping url='p'/></mapping>"),
+         .entries = {"htdocs/d/a/b", "htdocs/d/f", "htdocs/d/p/q"}},
+        {.finding = "warning: dotted-extension: /: ", .mappings = handled("/", ".php")},
+        {.finding = "warning: empty-redirect: /old: ",
+         .mappings = rootMapping + "<mapping url='old' virtual='redirect' href=''/>"},
+        {.finding = "warning: url-text: /a b: ", .mappings = handled("a b", "php")},
+        {.finding = "warning: url-text: /: ",
+         .mappings = handled("/", "php "),
+         .options = {"--disable-ph"}}, // a bare switch disables nothing
+        {.finding = "error: url-text: /a\\nb: ", .mappings = handled("a&#10;b", "php")},
+        {.finding = "warning: url-text: /old: ",
+         .mappings = rootMapping + "<mapping url='old' virtual='redirect' href='http://${x}'/>"},
+        {.finding = "warning: url-text: --www-root: ",
+         .mappings = handled("/", "php"),
+         .entries = {"../site/\"/"},
+         .options = {"--www-root=" + site + "/\""}},
+        {.finding = "error: url-text: --application-subdirectory: ",
+         .mappings = handled("/", "php"),
+         .options = {"--application-subdirectory=a\nb"}},
+        {.finding = "",
+         .mappings = "<mapping url='a b' path='htdocs'/>" + handled("/", "php "),
+         .options = {"--disable-php-support=1"}},
+        {.finding = "warning: url-leaves-root: /../x: ", .mappings = "<mapping url='../x' path='htdocs'/>"},
+        {.finding = "warning: unrepresentable-name: htdocs/\\x01: ",
+         .mappings = rootMapping,
+         .entries = {"htdocs/\x01/a/b"}},
+        {.finding = "warning: unrepresentable-name: htdocs/\\xff: ",
+         .mappings = rootMapping,
+         .entries = {"htdocs/\xff"}},
+        {.finding = "warning: shadowed: d: ",
+         .mappings = rootMapping + "<mapping url='d' path='b'/>",
+         .entries = {"b/a/f", "htdocs/d/a/f"}},
+        {.finding = "error: path-too-long: htdocs: ", .mappings = "<mapping url='" + longUrl + "' path='htdocs'/>"},
+        {.finding = "error: path-too-long: htdocs: ",
+         .mappings = "<mapping url='" + deepUrl + "' path='htdocs'>" + writable + "</mapping>"},
+        {.finding = "error: no-parent: sub/a: ", .mappings = rootMapping + named("sub/a")},
+        {.finding = "error: no-parent: s/a: ", .mappings = named("s/a") + "<mapping url='s/b' path='htdocs'/>"},
+        {.finding = "error: no-parent: .: ", .mappings = named("/")},
+        {.finding = "", .mappings = named("a") + named("htdocs/b") + "<mapping url='htdocs'/>"},
+        {.finding = "", .mappings = named("sub/a"), .entries = {"../site/sub/"}, .options = atSite},
+        {.finding = "error: file-occupied: a: ", .mappings = named("a") + "<mapping url='a/b' path='htdocs'/>"},
+        {.finding = "warning: no-document-root: --www-root: ",
+         .mappings = rootMapping,
+         .options = {"--www-root=" + site + "/none"}},
+        {.finding = "warning: replaces: index.php: ",
+         .mappings = rootMapping,
+         .entries = {"../site/index.php"},
+         .options = atSite},
+        {.finding = "warning: replaces: index.php: ",
+         .mappings = rootMapping,
+         .entries = {"../site/index.php -> /usr"},
+         .options = atSite},
+        {.finding = "error: file-occupied: index.php: ",
+         .mappings = rootMapping,
+         .entries = {"../site/index.php -> nowhere"},
+         .options = atSite},
+        {.finding = "error: file-occupied: d: ",
+         .mappings = rootMapping,
+         .entries = {"htdocs/d/e/f", "../site/d"},
+         .options = atSite},
+        {.finding = "error: file-occupied: .: ",
+         .mappings = rootMapping,
+         .entries = {"../site/f"},
+         .options = {"--www-root=" + site + "/f/www"}},
+        {.finding = "error: directory-occupied: index.php: ",
+         .mappings = rootMapping,
+         .entries = {"../site/index.php/x"},
+         .options = atSite},
+        {.finding = "warning: directory-occupied: index.php: ",
+         .mappings = rootMapping,
+         .entries = {"../site/index.php/"},
+         .options = atSite},
+        {.finding = "warning: leads-elsewhere: d: a link: files go to /usr/share/doc\n",
+         .mappings = rootMapping,
+         .entries = {"htdocs/d/e/f", "../site/d -> /usr/share/doc"},
+         .options = atSite},
+        {.finding = "error: leads-elsewhere: d: ",
+         .mappings = "<mapping url='d' path='htdocs'>" + writable + "</mapping>",
+         .entries = {"../site/d -> /usr/share/doc"},
+         .options = {"--www-root=" + site, "--ignore=ships-data"}},
+        {.finding = "warning: leads-elsewhere: " + site + "/l: ",
+         .mappings = rootMapping,
+         .entries = {"../site/l -> ."},
+         .options = {"--www-root=" + site, "--application-subdirectory=l/app"}},
     };
+    std::set<std::string> seen{"unreadable-site", "set-id"}; // each has a test of its own
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.warning + row.mappings);
+        SCOPED_TRACE(row.finding + row.mappings.substr(0, 200));
         fs::remove_all(site);
-        makePackage(base / "package", metadata(row.mappings, row.version), row.entries);
-        const Words words = joined(row.options, {(base / "package").string()});
+        fs::create_directory(site);
+        makePackage(package, metadata(row.mappings, row.version), row.entries);
+        writeFile(package / "htdocs/index.php", "<?php\n");
+        const Words words = joined(row.options, {package.string()});
         const Outcome outcome = preview(words);
-        EXPECT_EQ(outcome.status, row.warning.empty() ? 0 : 1) << outcome.error;
+        const int status = row.finding.starts_with("error") ? 2 : row.finding.empty() ? 0 : 1;
+        EXPECT_EQ(outcome.status, status) << outcome.error;
         const Words lines = linesOf(outcome.error);
-        EXPECT_EQ(lines.empty(), row.warning.empty()) << outcome.error;
-        EXPECT_THAT(lines, Each(StartsWith("warning: " + row.warning)));
-        EXPECT_EQ(jsonOf(words)["warnings"].as_array().size(), lines.size());
+        EXPECT_EQ(lines.size(), row.finding.empty() ? 0U : 1U) << outcome.error;
+        EXPECT_THAT(outcome.error, StartsWith(row.finding));
+        const json::array found = jsonOf(words)["findings"].as_array();
+        ASSERT_EQ(found.size(), lines.size());
+        for (const json::value& one : found)
+            EXPECT_EQ(text(one.at("severity")) + ": " + *seen.insert(text(one.at("code"))).first + ": ",
+                      row.finding.substr(0, row.finding.find(": ", row.finding.find(": ") + 1) + 2));
     }
+    EXPECT_THAT(seen, ElementsAreArray(findingCodes.begin(), findingCodes.end()));
+}
+
+TEST_F(Preview, FilesAndScriptsThatRunAsTheirOwnerAreFound) {
+    makePackage(package, metadata(rootMapping), {"scripts/configure", "htdocs/run"});
+    chmod((package / "scripts/configure").c_str(), 02755);
+    chmod((package / "htdocs/run").c_str(), 04755);
+    EXPECT_EQ(preview({package.string(), "--summary"}).error, "warning: set-id: 2: scripts/configure, htdocs/run\n");
+}
+
+TEST_F(Agreement, WhatTheSiteDoesNotShowIsUnknownOnceADirectory) {
+    makePackage(package, metadata(rootMapping), {"htdocs/d/a", "htdocs/d/b/c", "htdocs/e"});
+    make(docroot, {"d/a", "e"});
+    chmod((docroot / "d").c_str(), 0600);
+    chmod((docroot / "e").c_str(), 0600);
+    const Outcome outcome = run({"setpriv", "--reuid=nobody", "--clear-groups", LARKSPUR_PREVIEW, package.string(),
+                                 "--www-root=" + docroot.string()});
+    EXPECT_THAT(outcome, ended(1,
+                               "warning: unreadable-site: d: what stands there is unknown: Permission denied\n"
+                               "warning: unreadable-site: .: what stands there is unknown: Permission denied\n",
+                               HasSubstr("? drwxr-xr-x   d/b\n? -rw-r--r--   d/b/c\n? -rw-r--r--   e\n")));
 }
 
 TEST_F(Preview, WhatCannotBeUsedIsOneLineAndStatusTwo) {
@@ -194,23 +427,157 @@ TEST_F(Preview, WhatCannotBeUsedIsOneLineAndStatusTwo) {
                                     "broken",
                                     "other",
                                     "no-url",
-                                    "fifo"}) {
+                                    "fifo",
+                                    "good --ignore=x",
+                                    "good --ignore=",
+                                    "good --summary --format=json",
+                                    "good --format=obsolete-files",
+                                    "good --previous-list=nowhere",
+                                    "good --previous-list=.",
+                                    "good --previous-list=good/APP-META.xml"}) {
         const Outcome outcome = run(byShell("cd \"$2\"; \"$1\" " + words, {LARKSPUR_PREVIEW, base.string()}));
         EXPECT_THAT(outcome, ended(2, StartsWith("larkspur-preview: "), "")) << words;
         EXPECT_EQ(linesOf(outcome.error).size(), 1U) << outcome.error;
     }
+    EXPECT_EQ(run(unread({LARKSPUR_PREVIEW, (base / "good").string()})).status, 2);
 }
 
 TEST_F(Preview, NamesReachNoTerminalAndLoseNoByte) {
-    makePackage(base / "package", metadata("<mapping url='/' path='htdocs'/>"), {"htdocs/a\n\x1b[1m\xc2\x9b\xe9"});
-    const std::string own = (base / "package").string();
-    EXPECT_THAT(preview({own}).output,
-                HasSubstr("a\\n\\x1b[1m\\xc2\\x9b\\xe9 <- htdocs/a\\n\\x1b[1m\\xc2\\x9b\\xe9\n"));
-    auto all = jsonOf({"--skip-webserver-write", own});
+    const std::string name = "a\n\x1b[1m\x7f\xc2\x9b\xe2\x80\xae\xf3\xa0\x81\x81\xe9";
+    makePackage(package, metadata(rootMapping), {"htdocs/" + name, "htdocs/\xe2\x80\xae\x7f"});
+    const std::string shown = "a\\n\\x1b[1m\\x7f\\xc2\\x9b\\xe2\\x80\\xae\\xf3\\xa0\\x81\\x81\\xe9";
+    const Outcome outcome = preview({package.string()});
+    EXPECT_THAT(outcome, ended(1, StartsWith("warning: unrepresentable-name: htdocs/" + shown + ": "),
+                               HasSubstr("  -rw-r--r--   " + shown + "\n")));
+    const std::string raw = preview({package.string(), "--format=json"}).output;
+    EXPECT_THAT(raw, HasSubstr(R"("path":"a\n\u001b[1m\u007f\u009b\u202e\udb40\udc41)"
+                               "\uFFFD\""));
+    auto all = json::parse(raw).as_object();
     const json::object entry = all["entries"].as_array()[1].as_object();
-    EXPECT_EQ(text(entry.at("path")), "a\n\x1b[1m\xc2\x9b\xef\xbf\xbd");
-    EXPECT_EQ(text(entry.at("pathBase64")), "YQobWzFtwpvp");
-    EXPECT_EQ(text(entry.at("sourceBase64")), "aHRkb2NzL2EKG1sxbcKb6Q==");
-    EXPECT_TRUE(all["warnings"].as_array()[0].as_object().contains("subjectBase64"));
+    EXPECT_EQ(text(entry.at("path")), name.substr(0, name.size() - 1) + "\uFFFD");
+    EXPECT_EQ(text(entry.at("pathBase64")), "YQobWzFtf8Kb4oCu86CBgek=");
+    EXPECT_EQ(text(entry.at("sourceBase64")), "aHRkb2NzL2EKG1sxbX/Cm+KArvOggYHp");
+    EXPECT_TRUE(all["findings"].as_array()[0].as_object().contains("subjectBase64"));
     EXPECT_FALSE(all["entries"].as_array()[0].as_object().contains("pathBase64"));
+    EXPECT_THAT(preview({package.string(), "--format=installed-files"}).output,
+                HasSubstr("<FILE>&#8238;&#127;</FILE>"));
+}
+
+TEST_F(Preview, TextAndJsonAreAsTheManualPageHasThem) {
+    const std::string mappings = "<mapping url='/' path='htdocs'/><mapping url='data'>" + writable +
+                                 "</mapping><mapping url='old' virtual='redirect' href='http://x/'/>"
+                                 "<mapping url='one/two' path='programs'><cgi:handler><cgi:all-files/></cgi:handler>"
+                                 "</mapping><mapping url='gone'/>";
+    makePackage(package, metadata(mappings),
+                {"htdocs/a", "htdocs/b", "htdocs/c", "data/d/", "programs/run", "scripts/setup"});
+    make(base, {"site/a", "site/b -> a", "site/c/x", "site/one/"});
+    writeFile(list,
+              "<INSTANCE-DATA><SECTION PREFIX='htdocs'><FILE>b</FILE><FILE>p</FILE><FILE>./p/q/</FILE><FILE>a</FILE>"
+              "<FILE>../b/c</FILE></SECTION><SECTION PREFIX='cgi-bin'><FILE>old.cgi</FILE></SECTION></INSTANCE-DATA>");
+    const Words words{package.string(), "--www-root=" + site, "--previous-list=" + list, "--disable-cgi-support=1"};
+    const std::string findings = "warning: missing-source: gone: the mapping of URL /gone has no such directory\n"
+                                 "error: directory-occupied: c: the site has a directory with content where the "
+                                 "package has a file: the extraction fails\n";
+    EXPECT_THAT(preview(words), ended(2, findings, R"(/ <- htdocs
+= drwxr-xr-x   .
+= -rw-r--r--   a
+~ -rw-r--r--   b
+! -rw-r--r--   c
++ -rw-r--r--   index.php
+/data <- data (w)
++ drwxr-xr-x w data
++ drwxr-xr-x w data/d
+/gone <- gone (missing)
+/one/two <- programs
++ drwxr-xr-x   one/two
++ -rwxr-xr-x   one/two/run
+on the way
+= drwxr-xr-x   one
+only in the previous list
+-              p/q
+-              p
+-              ../b/c
+-              (cgi-bin) old.cgi
+redirect /old -> http://x/
+script setup
+| # ATTENTION!
+| # DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO
+| # FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.
+| RedirectPermanent /old http://x/
+| 
+guestbook 1.0-1: 5 directories, 5 files, 40 bytes, 2 opened (w)
+5 new, 3 same, 1 changed, 1 blocked, 4 obsolete
+1 error, 1 warning
+)"));
+    EXPECT_THAT(preview(joined(words, {"--summary"})),
+                ended(2, "error: directory-occupied: 1: c\nwarning: missing-source: 1: gone\n",
+                      R"(/ <- htdocs: 1 directory, 4 files; 1 new, 2 same, 1 changed, 1 blocked
+/data <- data (w): 2 directories, 0 files; 2 new
+/gone <- gone (missing): 0 directories, 0 files
+/one/two <- programs: 1 directory, 1 file; 2 new
+on the way: 1 directory, 0 files; 1 same
+guestbook 1.0-1: 5 directories, 5 files, 40 bytes, 2 opened (w)
+5 new, 3 same, 1 changed, 1 blocked, 4 obsolete
+1 error, 1 warning
+)"));
+    const std::string all = preview(joined(words, {"--format=json", "--ignore=directory-occupied"})).output;
+    EXPECT_EQ(all, withoutLineBreaks(R"(
+{"application":{"name":"guestbook","version":"1.0","release":"1","formatVersion":"1.1",
+  "scriptLanguage":"php"},
+"mappings":[
+{"url":"/gone","path":"/gone","depth":1,"writable":false,"redirect":"","sourceExists":false},
+{"url":"/old","path":"","depth":1,"writable":false,"redirect":"http://x/","sourceExists":null},
+{"url":"/data","path":"/data","depth":1,"writable":true,"redirect":"","sourceExists":true},
+{"url":"/","path":"/htdocs","depth":1,"writable":false,"redirect":"","sourceExists":true},
+{"url":"/one/two","path":"/programs","depth":2,"writable":false,"redirect":"","sourceExists":true}],
+"entries":[
+{"path":"","type":"directory","mode":"0755","source":"htdocs","url":"/",
+  "webServerWritable":false,"size":null,"state":"same"},
+{"path":"a","type":"file","mode":"0644","source":"htdocs/a","url":"/",
+  "webServerWritable":false,"size":8,"state":"same"},
+{"path":"b","type":"file","mode":"0644","source":"htdocs/b","url":"/",
+  "webServerWritable":false,"size":8,"state":"changed"},
+{"path":"c","type":"file","mode":"0644","source":"htdocs/c","url":"/",
+  "webServerWritable":false,"size":8,"state":"blocked"},
+{"path":"data","type":"directory","mode":"0755","source":"data","url":"/data",
+  "webServerWritable":true,"size":null,"state":"new"},
+{"path":"data/d","type":"directory","mode":"0755","source":"data/d","url":"/data",
+  "webServerWritable":true,"size":null,"state":"new"},
+{"path":"index.php","type":"file","mode":"0644","source":"htdocs/index.php","url":"/",
+  "webServerWritable":false,"size":8,"state":"new"},
+{"path":"one","type":"directory","mode":"0755","source":null,"url":null,
+  "webServerWritable":false,"size":null,"state":"same"},
+{"path":"one/two","type":"directory","mode":"0755","source":"programs","url":"/one/two",
+  "webServerWritable":false,"size":null,"state":"new"},
+{"path":"one/two/run","type":"file","mode":"0755","source":"programs/run","url":"/one/two",
+  "webServerWritable":false,"size":8,"state":"new"}],
+"obsolete":[{"section":"htdocs","path":"p/q"},
+{"section":"htdocs","path":"p"},
+{"section":"htdocs","path":"../b/c"},
+{"section":"cgi-bin","path":"old.cgi"}],
+"fragment":"# ATTENTION!\n# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n
+# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\nRedirectPermanent /old http://x/\n\n",
+"findings":[{"severity":"warning","code":"missing-source","subject":"gone","text":"the mapping of URL /gone has no such directory"}]}
+)") + "\n");
+    EXPECT_THAT(preview(joined(words, {"--format=obsolete-files"})), ended(2, findings, R"(<INSTANCE-DATA>
+  <SECTION PREFIX="htdocs">
+    <FILE>p/q</FILE>
+    <FILE>p</FILE>
+    <FILE>../b/c</FILE>
+  </SECTION>
+  <SECTION PREFIX="cgi-bin">
+    <FILE>old.cgi</FILE>
+  </SECTION>
+</INSTANCE-DATA>
+)"));
+}
+
+TEST_F(Preview, ColourIsForTerminalsAndTheVersionForAnybody) {
+    NEEDS_PROGRAM("/usr/bin/script");
+    makePackage(package, metadata("<mapping url='/' path='htdocs'>" + writable + "</mapping>"), {});
+    const std::string line = "  -rw-r--r-- w index.php";
+    EXPECT_THAT(preview({package.string()}).output, HasSubstr("\n" + line + "\n"));
+    const std::string command = LARKSPUR_PREVIEW " " + package.string();
+    EXPECT_THAT(run({"script", "-qec", command, "/dev/null"}).output, HasSubstr("\x1b[33m" + line + "\x1b[0m\r\n"));
+    EXPECT_THAT(preview({"--version"}), ended(0, "", MatchesRegex("larkspur-preview [0-9.]+\n")));
 }

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "metadata/passed_over.h"
+#include "preview/entries.h"
+#include "preview/findings.h"
+#include "preview/sources.h"
+#include "webserver/fragment.h"
+
+#include <functional>
+
+// One function a check of what a package itself tells.  What one cause brings about is one finding.
+
+using Mappings = std::list<nimbo::FSAMetaDataWebContent>;
+
+/// Asked of a path below the destination.
+using PathTest = std::function<bool(const std::string& path)>;
+
+Findings checkPassedOver(const std::vector<nimbo::PassedOver>& passedOver);
+
+/// URLs and paths that lead elsewhere than they seem to.
+Findings checkUrls(const Mappings& mappings);
+
+/// Extensions that get a second dot.
+Findings checkExtensions(const Mappings& mappings);
+
+/// Texts that reach the fragment and that Apache would refuse or take for something else.
+Findings checkFragmentTexts(const Mappings& mappings, const FragmentSettings& settings);
+
+/// The same for the option values in the fragment.
+/// \param fragment empty also where it is refused.
+Findings checkOptionTexts(const std::string& fragment, const FragmentSettings& settings);
+
+/// Mappings without a source.
+/// \param willBeThere is for the places of writable mappings, which an extraction has to find.
+Findings checkMissing(const Mappings& mappings, const MappingSources& sources, const PathTest& willBeThere);
+
+/// A format whose script has a fixed place, and scripts with bits that make them run as somebody else.
+Findings checkScripts(const std::string& packageDir, const std::string& formatVersion,
+                      const std::vector<std::string>& scripts);
+
+/// Sources that the site's account, or this preview, may not read.
+Findings checkReadable(const std::string& packageDir, const MappingSources& mappings,
+                       const std::vector<Source>& sources, const std::vector<Unread>& unread);
+
+/// Sources that will not become what they seem to be.
+Findings checkSources(const std::vector<Source>& sources);
+
+/// Targets that are too long, and those that no list can hold.
+Findings checkTargets(const std::vector<Source>& sources);
+
+/// Sources that lie elsewhere than in the package.
+Findings checkOutside(const std::string& packageDir, const MappingSources& mappings,
+                      const std::vector<Source>& sources);
+
+/// \param shared in the order of planning.
+Findings checkShared(const std::vector<SharedTarget>& shared);
+
+/// Single files that have no directory to go to, and mappings in each other's way.
+Findings checkParents(const PlannedEntries& planned, const PathTest& siteHasDirectory);
+
+/// Files in writable mappings.
+/// \param openerOf the writable mapping that opens a path, both below the destination.
+Findings checkShippedData(const PreviewEntries& entries,
+                          const std::function<std::optional<std::string>(const std::string& path)>& openerOf);
