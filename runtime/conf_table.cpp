@@ -10,11 +10,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <search.h>
-#include <string_view>
+#include <utility>
 
 namespace {
 
-constexpr int detailLevel = 12; // not printed at the default threshold
+constexpr int detailLevel = 12; // beyond those of syslog(3): not printed at the default threshold
 constexpr std::uint64_t growth = 20;
 
 struct CloseFile {
@@ -40,7 +40,7 @@ bool isNameCharacter(char character) {
     return std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '_';
 }
 
-const char* skipSpace(const char* text) {
+char* skipSpace(char* text) {
     while (isSpace(*text))
         ++text;
     return text;
@@ -52,79 +52,36 @@ int outOfMemory(const char* format) {
     return -1;
 }
 
-conf_entry* find(const char* name, const conf_table& table) {
-    const conf_entry wanted{const_cast<char*>(name), nullptr};
-    std::size_t count = table.count;
-    if (count == 0)
-        return nullptr;
-    void* const found = table.sorted != 0 ? bsearch(&wanted, table.entries, count, sizeof(conf_entry), cmp_conf)
-                                          : lfind(&wanted, table.entries, &count, sizeof(conf_entry), cmp_conf);
-    return static_cast<conf_entry*>(found);
+/// The length of the value that begins at `text`: up to a "#" or the end of the line.  The line break counts as a blank
+/// of the value.  An odd number of blanks at the value's end loses its last one, an even number stays: "x\n" gives "x",
+/// but "x \n" stays "x \n".  Files in use may count on this rule.
+std::size_t valueLength(const char* text) {
+    const std::size_t length = std::strcspn(text, "#");
+    std::size_t end = length;
+    while (end > 0 && isSpace(text[end - 1]))
+        --end;
+    return length - (length - end) % 2;
 }
 
-/// Adds a variable without looking for an earlier one of the same name.
-int append(std::string_view name, std::string_view value, conf_table& table) {
-    if (conf_init_r(&table) != 0)
-        return -1;
-    CMemory<char> ownName(strndup(name.data(), name.size()));
-    CMemory<char> ownValue(strndup(value.data(), value.size()));
-    if (ownName == nullptr || ownValue == nullptr)
-        return outOfMemory("Unable to form configuration: %s");
-    table.entries[table.count++] = {ownName.release(), ownValue.release()};
-    table.sorted = 0;
-    return 0;
-}
-
-void freeEntry(conf_entry& entry) {
-    std::free(std::exchange(entry.name, nullptr));
-    std::free(std::exchange(entry.value, nullptr));
-}
-
-/// Sorts the table and keeps the last of the entries that share a name.  One pass at the end of a file costs less than
-/// a search through the table for every line.
-void sortAndOverride(conf_table& table) {
-    conf_entry* const begin = table.entries;
-    conf_entry* const end = begin + table.count;
-    std::stable_sort(begin, end, [](const conf_entry& a, const conf_entry& b) { return cmp_conf(&a, &b) < 0; });
-    conf_entry* kept = begin;
-    for (conf_entry* entry = begin; entry != end; ++entry) {
-        if (entry + 1 != end && cmp_conf(entry, entry + 1) == 0)
-            freeEntry(*entry);
-        else
-            std::swap(*kept++, *entry);
-    }
-    table.count = static_cast<std::uint64_t>(kept - begin);
-    table.sorted = 1;
-}
-
-/// The value that begins at `text`: up to a "#" or the end of the line.  The line break counts as a blank of the value.
-/// An odd number of blanks at the value's end loses its last one, an even number stays: "x\n" gives "x", but "x \n"
-/// stays "x \n".  Files in use may count on this rule.
-std::string_view valueOf(const char* text) {
-    std::string_view value(text, std::strcspn(text, "#"));
-    const auto end = std::find_if_not(value.rbegin(), value.rend(), isSpace);
-    const auto blanks = static_cast<std::size_t>(end - value.rbegin());
-    value.remove_suffix(blanks % 2);
-    return value;
-}
-
-int readLine(const char* line, conf_table& table) {
-    const char* const definition = skipSpace(line);
-    if (*definition == '\0' || *definition == '#')
+int readLine(char* line, conf_table* table) {
+    char* const name = skipSpace(line);
+    if (*name == '\0' || *name == '#')
         return 0;
-    const char* end = definition;
+    char* end = name;
     while (isNameCharacter(*end))
         ++end;
     if (!isSpace(*end)) {
-        nimbo_log(detailLevel, "Invalid variable definition %s\nExpected a space after variable name\n", definition);
+        nimbo_log(detailLevel, "Invalid variable definition %s\nExpected a space after variable name\n", name);
         return 0;
     }
-    const char* const value = skipSpace(end);
+    char* const value = skipSpace(end);
     if (*value == '\0' || *value == '#') {
-        nimbo_log(detailLevel, "Invalid variable definition %s\nExpected a value", definition);
+        nimbo_log(detailLevel, "Invalid variable definition %s\nExpected a value", name);
         return 0;
     }
-    return append({definition, static_cast<std::size_t>(end - definition)}, valueOf(value), table);
+    *end = '\0';
+    value[valueLength(value)] = '\0';
+    return conf_set_r(name, value, table);
 }
 
 } // namespace
@@ -148,24 +105,39 @@ int conf_init_r(conf_table* table) {
 }
 
 int conf_set_r(const char* name, const char* value, conf_table* table) {
-    conf_entry* const existing = find(name, *table);
-    if (existing == nullptr)
-        return append(name, value, *table);
+    if (conf_init_r(table) != 0)
+        return -1;
+    CMemory<char> ownName(strdup(name));
     CMemory<char> ownValue(strdup(value));
-    if (ownValue == nullptr)
+    if (ownName == nullptr || ownValue == nullptr)
         return outOfMemory("Unable to form configuration: %s");
-    std::free(std::exchange(existing->value, ownValue.release()));
+    const conf_entry wanted{ownName.get(), nullptr};
+    std::size_t count = table->count;
+    auto* const existing =
+        static_cast<conf_entry*>(lfind(&wanted, table->entries, &count, sizeof(conf_entry), cmp_conf));
+    if (existing != nullptr) {
+        std::free(std::exchange(existing->value, ownValue.release()));
+    } else {
+        table->entries[table->count++] = {ownName.release(), ownValue.release()};
+        table->sorted = 0;
+    }
     return 0;
 }
 
 void conf_finalize_r(conf_table* table) {
-    if (table->sorted == 0)
-        sortAndOverride(*table);
+    if (table->sorted == 0 && table->count > 0)
+        qsort(table->entries, table->count, sizeof(conf_entry), cmp_conf);
+    table->sorted = 1;
 }
 
 const char* conf_get_r(const char* name, const conf_table* table) {
-    const conf_entry* const found = find(name, *table);
-    return found == nullptr ? nullptr : found->value;
+    const conf_entry wanted{const_cast<char*>(name), nullptr};
+    std::size_t count = table->count;
+    if (count == 0)
+        return nullptr;
+    const void* const found = table->sorted != 0 ? bsearch(&wanted, table->entries, count, sizeof(conf_entry), cmp_conf)
+                                                 : lfind(&wanted, table->entries, &count, sizeof(conf_entry), cmp_conf);
+    return found == nullptr ? nullptr : static_cast<const conf_entry*>(found)->value;
 }
 
 int conf_read_file_r(const char* path, conf_table* table) {
@@ -179,7 +151,7 @@ int conf_read_file_r(const char* path, conf_table* table) {
     LineBuffer line;
     // What follows a NUL byte in a line is not seen: names and values are C strings.
     while (getline(&line.text, &line.size, file.get()) >= 0)
-        if (readLine(line.text, *table) != 0)
+        if (readLine(line.text, table) != 0)
             return -1;
     if (std::feof(file.get()) == 0) {
         const int error = errno;
@@ -194,8 +166,10 @@ int conf_read_file_r(const char* path, conf_table* table) {
 void conf_free_r(conf_table* table) {
     if (table == nullptr)
         return;
-    for (std::uint64_t i = 0; i < table->capacity; ++i)
-        freeEntry(table->entries[i]);
+    for (std::uint64_t i = 0; i < table->capacity; ++i) {
+        std::free(table->entries[i].name);
+        std::free(table->entries[i].value);
+    }
     std::free(table->entries);
     std::free(table);
 }

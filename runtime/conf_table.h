@@ -24,10 +24,11 @@ struct conf_table {
 int conf_init_r(conf_table* table);
 
 /// Adds a variable or replaces its value; both strings are copied.
-/// \return 0, or -1 with ENOMEM after a message of level 12; the table is then unchanged.
+/// A full table grows also where nothing is added.
+/// \return 0, or -1 with ENOMEM after a message of level 12; the variables are then unchanged.
 int conf_set_r(const char* name, const char* value, conf_table* table);
 
-/// Sorts the table unless it is sorted.  Of entries with the same name only the last stays; the others are freed.
+/// Sorts the table unless it is sorted.
 void conf_finalize_r(conf_table* table);
 
 /// \return the variable's value, owned by the table and valid until it is replaced, or null.

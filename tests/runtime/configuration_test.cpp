@@ -1,13 +1,20 @@
 #include "runtime/conf_table.h"
 #include "runtime/errors.h"
+#include "runtime/handles.h"
 #include "runtime/kro_conf.h"
 #include "runtime/temporary_file.h"
 #include "runtime/utility_log.h"
 #include "tests/support/support.h"
 
 #include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
 #include <iostream>
 #include <optional>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -89,6 +96,46 @@ TEST_F(Configuration, WhatCannotBeReadChangesNothing) {
     EXPECT_EQ(show(conf_get_r("20", table.get())), "y");
     EXPECT_EQ(table->count, 21U);
     conf_free_r(nullptr);
+}
+
+TEST_F(Configuration, AFullTableGrowsBeforeItIsKnownThatNothingIsAdded) {
+    const Table table = emptyTable();
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(conf_set_r(std::to_string(i).c_str(), "x", table.get()), 0);
+    EXPECT_EQ(table->capacity, 20U);
+    EXPECT_EQ(conf_set_r("19", "y", table.get()), 0);
+    EXPECT_EQ(table->capacity, 40U);
+    EXPECT_EQ(table->count, 20U);
+
+    std::string oneName;
+    for (int i = 0; i < 21; ++i)
+        oneName += "V x\n";
+    EXPECT_EQ(read(oneName)->capacity, 20U);
+}
+
+TEST_F(Configuration, LinesBeforeAFailedReadCount) {
+    const auto readAndFail = [this] {
+        mkfifo(file_.c_str(), 0600);
+        const UniqueFd bothEnds(open(file_.c_str(), O_RDWR | O_CLOEXEC)); // the reader waits for more
+        EXPECT_EQ(write(bothEnds.get(), "V 2\n", 4), 4);
+        struct sigaction interrupt {};
+        interrupt.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &interrupt, nullptr);
+        const pid_t reader = getpid();
+        if (fork() == 0) {
+            int unread = 1;
+            while (unread > 0 && ioctl(bothEnds.get(), FIONREAD, &unread) == 0)
+                sched_yield();
+            while (getppid() == reader && kill(reader, SIGUSR1) == 0)
+                sched_yield();
+            _exit(0);
+        }
+        const Table table = emptyTable();
+        conf_set_r("V", "1", table.get());
+        std::cout << conf_read_file_r(file_.c_str(), table.get()) << ' ' << std::strerror(errno) << ' '
+                  << conf_get_r("V", table.get());
+    };
+    EXPECT_THAT(inChild(readAndFail), ended(0, "", "-1 Interrupted system call 2"));
 }
 
 TEST_F(PanelConfiguration, HasEverySettingByItsNameAndDefault) {
