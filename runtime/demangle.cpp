@@ -1,14 +1,12 @@
 #include "runtime/demangle.h"
 
+#include "runtime/handles.h"
+
 #include <cxxabi.h>
 
-const char* Demangler::operator()(const char* mangled) {
-    int status = 0;
-    char* readable = abi::__cxa_demangle(mangled, buffer_.get(), &size_, &status);
-    if (status != 0 || readable == nullptr)
-        return nullptr;
-    // The call may have moved the buffer, in which case it freed the old one.
-    (void)buffer_.release();
-    buffer_.reset(readable);
-    return readable;
+std::optional<std::string> demangled(const std::string& name) {
+    const CMemory<char> readable(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, nullptr));
+    if (readable == nullptr)
+        return std::nullopt;
+    return readable.get();
 }

@@ -1,14 +1,7 @@
 #pragma once
 
-#include "runtime/handles.h"
+#include <optional>
+#include <string>
 
-/// Turns Itanium-ABI mangled names into readable ones, reusing one buffer from name to name.
-class Demangler {
-public:
-    /// \return the demangled name, valid until the next call, or null when the name is not a mangled one.
-    const char* operator()(const char* mangled);
-
-private:
-    CMemory<char> buffer_;
-    std::size_t size_ = 0;
-};
+/// The readable form of an Itanium-ABI mangled name; nothing when the text is no such name.
+std::optional<std::string> demangled(const std::string& name);

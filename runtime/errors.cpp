@@ -13,13 +13,13 @@ SystemError::SystemError(const std::string& message, int error)
 const char* SystemError::what() const noexcept {
     const char* message = std::runtime_error::what();
     try {
-        if (whatText_.empty()) {
+        if (whatText.empty()) {
             std::string text;
             if (*message != '\0')
                 text.append(message).append(": ");
-            whatText_ = text.append(std::strerror(err));
+            whatText = text.append(std::strerror(err));
         }
-        return whatText_.c_str();
+        return whatText.c_str();
     } catch (const std::exception&) {
         return message;
     }

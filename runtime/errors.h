@@ -25,7 +25,7 @@ public:
     int err;
 
 private:
-    mutable std::string whatText_;
+    mutable std::string whatText;
 };
 
 /// One errno value (Linux numbering) as a type, so that a caller can catch one kind of failure.

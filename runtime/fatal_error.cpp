@@ -15,10 +15,7 @@ void reportException<std::exception>(const std::exception& exception) {
     const char* mangled = typeid(exception).name();
     if (*mangled == '*') // types with internal linkage
         ++mangled;
-    Demangler demangle;
-    const char* readable = demangle(mangled);
-    uerr << "Fatal error: " << (readable != nullptr ? readable : mangled) << "(" << exception.what() << ")"
-         << std::endl;
+    uerr << "Fatal error: " << demangled(mangled).value_or(mangled) << "(" << exception.what() << ")" << std::endl;
 
     if (const auto* trace = dynamic_cast<const Traceback*>(&exception))
         uerr << *trace;

@@ -29,11 +29,11 @@ TmpFileBase::TmpFileBase(const std::string& prefix)
 }
 
 TmpFile::TmpFile(const std::string& prefix, bool clean)
-    : TmpFileBase(prefix), std::ostream(&buffer_), autoclean_(clean) {
+    : TmpFileBase(prefix), std::ostream(&buffer_), autoclean(clean) {
 }
 
 TmpFile::~TmpFile() {
-    if (autoclean_ && unlink(path_.c_str()) != 0 && errno != ENOENT)
+    if (autoclean && unlink(path_.c_str()) != 0 && errno != ENOENT)
         std::cerr << "TmpFile autoclean failed: " << std::strerror(errno) << '\n';
 }
 

@@ -21,9 +21,9 @@ protected:
 class TmpFile : private TmpFileBase, public std::ostream {
 public:
     /// \param prefix directory and start of the name; six characters are added.
-    /// \param autoclean the destructor removes the file if it still has its temporary name.
+    /// \param clean the destructor removes the file if it still has its temporary name.
     /// \throw SystemError (a missing directory: ExSystemError<ENOENT>) when the file cannot be created.
-    TmpFile(const std::string& prefix, bool autoclean);
+    TmpFile(const std::string& prefix, bool clean);
     TmpFile(const TmpFile&) = delete;
     TmpFile& operator=(const TmpFile&) = delete;
     /// Removes the file first, then flushes and closes.  A failing removal is a line on standard error.
@@ -36,7 +36,7 @@ public:
     bool close();
 
 private:
-    bool autoclean_;
+    bool autoclean;
 };
 
 } // namespace nimbo

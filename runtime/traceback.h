@@ -22,10 +22,10 @@ public:
 private:
     friend std::ostream& operator<<(std::ostream& out, const Traceback& trace);
 
-    std::size_t count_ = 0;
-    std::size_t skip_;
-    std::array<void*, 11> frames_{};
-    mutable CMemory<char*> symbols_; // one block from backtrace_symbols(3), made on first print
+    std::size_t count = 0;
+    std::size_t skip;
+    std::array<void*, 11> frames{};
+    mutable CMemory<char*> symbols; // one block from backtrace_symbols(3), made on first print
 };
 
 /// Prints a heading and one line a frame, innermost first, function names demangled where possible.
