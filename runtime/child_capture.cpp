@@ -9,19 +9,18 @@
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 using nimbo::throwSystemError;
 
 namespace {
 
-constexpr int errorLevel = 3;
-
 struct Pipe {
     Pipe() {
         std::array<int, 2> ends{-1, -1};
         if (pipe(ends.data()) != 0)
-            nimbo_log(errorLevel, "forkExecvGetOutErr: pipe() failed");
+            nimbo_log(LOG_ERR, "forkExecvGetOutErr: pipe() failed");
         readEnd = UniqueFd(ends[0]);
         writeEnd = UniqueFd(ends[1]);
     }
@@ -32,30 +31,25 @@ struct Pipe {
 
 void makeNonBlocking(const UniqueFd& end) {
     if (fcntl(end.get(), F_SETFL, O_NONBLOCK) != 0)
-        nimbo_log(errorLevel, "forkExecvGetOutErr: fcntl(O_NONBLOCK) failed");
+        nimbo_log(LOG_ERR, "forkExecvGetOutErr: fcntl(O_NONBLOCK) failed");
 }
 
-/// Feeds the input in pieces: erasing each write from the whole text would be quadratic.
+/// The input on its way to the child.
 class Feed {
 public:
     Feed(std::string text, UniqueFd end) : text_(std::move(text)), end_(std::move(end)) {}
     int fd() const { return end_.get(); }
     void close() { end_.close(); }
 
-    void writeSome() {
-        constexpr std::size_t pieceSize = 256U << 10;
-        if (piece_.empty()) {
-            piece_ = text_.substr(position_, pieceSize);
-            position_ += piece_.size();
-        }
+    void feedSome() {
         try {
-            writeFromString(end_.get(), piece_);
+            position_ += writeSome(end_.get(), std::string_view(text_).substr(position_));
         } catch (const nimbo::SystemError& failure) {
             if (failure.err != EPIPE)
                 throw;
-            end_.close(); // a child need not read its whole input
+            position_ = text_.size(); // a child need not read its whole input
         }
-        if (piece_.empty() && position_ == text_.size())
+        if (position_ == text_.size())
             end_.close();
     }
 
@@ -63,7 +57,6 @@ private:
     std::string text_;
     UniqueFd end_;
     std::size_t position_ = 0;
-    std::string piece_;
 };
 
 void readSome(UniqueFd& end, std::string& text) {
@@ -95,7 +88,7 @@ void servePipes(Feed& input, UniqueFd& output, std::string& out, UniqueFd& error
         if (select(highest + 1, &readable, &writable, nullptr, nullptr) < 0 && errno != EINTR)
             throwSystemError("forkExecvGetOutErr: select() failed", errno);
         if (input.fd() > 0 && FD_ISSET(input.fd(), &writable))
-            input.writeSome();
+            input.feedSome();
         if (output.get() > 0 && FD_ISSET(output.get(), &readable))
             readSome(output, out);
         if (error.get() > 0 && FD_ISSET(error.get(), &readable))

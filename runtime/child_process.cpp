@@ -11,14 +11,13 @@
 #include <iostream>
 #include <new>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 using nimbo::throwSystemError;
 
 namespace {
 
-constexpr int errorLevel = 3;
-constexpr int warningLevel = 4;
 constexpr int firstOwnDescriptor = 3; // behind the standard streams
 
 void closeOwnDescriptors() {
@@ -79,26 +78,25 @@ int fork_exec_waitpid(pid_t pid, const char* name, int* status) {
     int& raw = status != nullptr ? *status : ownStatus;
     const auto number = static_cast<long>(pid);
     if (pid < 0) {
-        nimbo_log(errorLevel, "fork before spawning '%s' failed", label);
+        nimbo_log(LOG_ERR, "fork before spawning '%s' failed", label);
         return -1;
     }
     errno = 0;
     const auto ended = static_cast<long>(waitpid(pid, &raw, WUNTRACED));
     if (ended < 0) {
-        nimbo_log(errorLevel, "waitpid(%ld) for '%s' process failed: %s (%d)", number, label, std::strerror(errno),
-                  errno);
+        nimbo_log(LOG_ERR, "waitpid(%ld) for '%s' process failed: %s (%d)", number, label, std::strerror(errno), errno);
     } else if (ended == 0) {
-        nimbo_log(errorLevel, "waitpid(%ld) for '%s' process returned unexpected 0 code", number, label);
+        nimbo_log(LOG_ERR, "waitpid(%ld) for '%s' process returned unexpected 0 code", number, label);
     } else if (WIFEXITED(raw)) {
         return WEXITSTATUS(raw);
     } else if (WIFSTOPPED(raw)) {
-        nimbo_log(warningLevel, "waitpid(%ld)=%ld: process '%s' stopped by signal %d", number, ended, label,
+        nimbo_log(LOG_WARNING, "waitpid(%ld)=%ld: process '%s' stopped by signal %d", number, ended, label,
                   WSTOPSIG(raw));
     } else if (WIFSIGNALED(raw)) {
-        nimbo_log(warningLevel, "waitpid(%ld)=%ld: process '%s' killed by signal %d", number, ended, label,
+        nimbo_log(LOG_WARNING, "waitpid(%ld)=%ld: process '%s' killed by signal %d", number, ended, label,
                   WTERMSIG(raw));
     } else if (WIFCONTINUED(raw)) {
-        nimbo_log(warningLevel, "waitpid(%ld)=%ld: process '%s' continued", number, ended, label);
+        nimbo_log(LOG_WARNING, "waitpid(%ld)=%ld: process '%s' continued", number, ended, label);
     }
     return -1;
 }

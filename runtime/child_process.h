@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -34,6 +35,11 @@ using EnvironmentAdditions = std::map<std::string, std::string>;
 /// \return false at end of file, true when reading on would block.
 /// \throw nimbo::SystemError
 bool readToString(int fd, std::string& text);
+
+/// Writes what can be written without blocking.
+/// \return how much that was; after an error it is what was written before, and the next call throws.
+/// \throw nimbo::SystemError
+std::size_t writeSome(int fd, std::string_view text);
 
 /// Writes what can be written without blocking and erases it from `text`.
 /// \throw nimbo::SystemError

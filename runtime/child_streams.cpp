@@ -23,19 +23,25 @@ bool readToString(int fd, std::string& text) {
     }
 }
 
-void writeFromString(int fd, std::string& text) {
+std::size_t writeSome(int fd, std::string_view text) {
     std::size_t done = 0;
-    int error = 0;
-    while (done < text.size() && error == 0) {
+    while (done < text.size()) {
         const ssize_t written = write(fd, text.data() + done, text.size() - done);
         if (written >= 0)
             done += static_cast<std::size_t>(written);
-        else if (errno != EINTR)
-            error = errno;
+        else if (errno == EINTR)
+            continue;
+        else if (errno != EAGAIN && done == 0)
+            throwSystemError("writeToString failed", errno); // the fixed text names the other direction
+        else
+            break;
     }
-    text.erase(0, done);
-    if (error != 0 && error != EAGAIN)
-        throwSystemError("writeToString failed", error); // the fixed text names the other direction
+    return done;
+}
+
+void writeFromString(int fd, std::string& text) {
+    while (const std::size_t done = writeSome(fd, text))
+        text.erase(0, done);
 }
 
 int dup2Custom(int source, int target) {
