@@ -3,7 +3,6 @@
 #include "cleanup/instance_removal.h"
 #include "runtime/accounts.h"
 #include "runtime/options.h"
-#include "runtime/scoped_disposition.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
@@ -14,7 +13,6 @@
 namespace fs = boost::filesystem;
 
 int deleteApplication(int argc, char** argv) {
-    letWritesFail();
     std::string userName;
     std::string vhostPath;
     std::string applicationSubdirectory;

@@ -2,6 +2,7 @@
 #include "runtime/error_stream.h"
 #include "runtime/errors.h"
 #include "runtime/fatal_error.h"
+#include "runtime/scoped_disposition.h"
 #include "runtime/standard_streams.h"
 
 #include <exception>
@@ -9,6 +10,7 @@
 
 int main(int argc, char** argv) {
     openMissingStandardStreams();
+    letWritesFail();
     try {
         return do_main(argc, argv);
     } catch (const nimbo::NimboUtilException& exception) {

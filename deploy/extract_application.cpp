@@ -7,7 +7,6 @@
 #include "metadata/metadata_reader.h"
 #include "runtime/accounts.h"
 #include "runtime/options.h"
-#include "runtime/scoped_disposition.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
@@ -30,7 +29,6 @@ void emptyDocroot(const std::string& vhostPath, const std::string& wwwRoot) {
 } // namespace
 
 int extractApplication(int argc, char** argv) {
-    letWritesFail();
     std::string fullName;
     std::string vhostPath;
     std::string userName;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <string_view>
+#include <syslog.h>
 
 namespace {
 
@@ -106,7 +107,8 @@ const char* kroConfGetDefault(const char* name) {
     const auto* const end = std::end(theKroConfNames) - 1;
     const auto* const found = std::find(theKroConfNames, end, std::string_view(name));
     if (found == end) {
-        nimbo_log(3, "variable '%s' was found neither in %s, nor in compile-time defaults", name, configurationFile);
+        nimbo_log(LOG_ERR, "variable '%s' was found neither in %s, nor in compile-time defaults", name,
+                  configurationFile);
         return nullptr;
     }
     return kroConfGetDefaultByIndex(static_cast<int>(found - theKroConfNames));
@@ -117,7 +119,7 @@ int autoprepend() {
         return 0;
     auto* const table = static_cast<conf_table*>(std::calloc(1, sizeof(conf_table)));
     if (table == nullptr) {
-        nimbo_log(3, "Not enough memory to allocate Nimbo runtime configuration structure");
+        nimbo_log(LOG_ERR, "Not enough memory to allocate Nimbo runtime configuration structure");
         return -1;
     }
     if (conf_read_file_r(configurationFile, table) != 0) {

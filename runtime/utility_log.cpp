@@ -2,6 +2,7 @@
 
 #include "runtime/handles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -11,7 +12,7 @@
 
 void (*nimbo_log)(int, const char*, ...) = _nimbo_utility_log;
 void (*nimbo_logv)(int, const char*, va_list) = _nimbo_utility_logv;
-int LogLevel = 6;
+int LogLevel = LOG_INFO;
 int LogEnabled = 1;
 int LogFacility = LOG_MAIL;
 const char* PROGNAME = nullptr;
@@ -79,37 +80,31 @@ void messlog2(int exitStatus, int flag, const char* format, ...) {
 }
 
 void vmesslog2(int exitStatus, int flag, const char* format, va_list arguments) {
-    constexpr std::size_t initialSize = 4096;
+    constexpr std::size_t room = 4096; // for the message and the description of errno together
     const int error = errno;
-
-    CMemory<char> buffer(static_cast<char*>(std::malloc(initialSize)));
+    const CMemory<char> buffer(static_cast<char*>(std::malloc(room)));
     if (buffer == nullptr) {
         ex_messlog("Can't allocate memory for error message", exitStatus, flag);
         return;
     }
     va_list again;
     va_copy(again, arguments);
-    const int formatted = std::vsnprintf(buffer.get(), initialSize, format, arguments);
-    const std::size_t length = formatted < 0 ? 0 : static_cast<std::size_t>(formatted);
-    if (length >= initialSize) {
+    const auto length = static_cast<std::size_t>(std::max(0, std::vsnprintf(buffer.get(), room, format, arguments)));
+    CMemory<char> whole;
+    if (length >= room) {
         // Without memory for the whole message, its beginning is printed.
-        if (CMemory<char> whole(static_cast<char*>(std::malloc(length + 1))); whole != nullptr) {
-            std::vsnprintf(whole.get(), length + 1, format, again);
-            buffer = std::move(whole);
-        }
+        char* text = nullptr;
+        whole.reset(vasprintf(&text, format, again) < 0 ? nullptr : text);
+    } else if (error != 0) {
+        // The description is added whole or not at all.
+        char* const end = buffer.get() + length;
+        const int added = std::snprintf(end, room - length, "\nSystem error %d: %s", error, std::strerror(error));
+        if (added < 0 || static_cast<std::size_t>(added) >= room - length)
+            *end = '\0';
     }
     va_end(again);
-
     errno = error;
-    if (error != 0 && length < initialSize) {
-        // The description is added whole or not at all: it has to fit into the first buffer with the message.
-        const std::size_t room = initialSize - length;
-        const int wanted =
-            std::snprintf(buffer.get() + length, room, "\nSystem error %d: %s", error, std::strerror(error));
-        if (wanted < 0 || static_cast<std::size_t>(wanted) >= room)
-            buffer.get()[length] = '\0';
-    }
-    ex_messlog(buffer.get(), exitStatus, flag);
+    ex_messlog(whole != nullptr ? whole.get() : buffer.get(), exitStatus, flag);
 }
 
 int ex_messlog(const char* message, int exitStatus, int /*flag*/) {

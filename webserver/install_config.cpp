@@ -4,7 +4,6 @@
 #include "metadata/metadata_reader.h"
 #include "runtime/admitted_exceptions.h"
 #include "runtime/options.h"
-#include "runtime/scoped_disposition.h"
 #include "runtime/temporary_file.h"
 #include "webserver/fragment.h"
 #include "webserver/virtual_host.h"
@@ -77,7 +76,6 @@ int installFragment(const std::string& metadataFile, const FragmentSettings& set
 } // namespace
 
 int installWebserverConfig(int argc, char** argv) {
-    letWritesFail();
     std::string vhostPath;
     std::string wwwRoot;
     std::string applicationSubdirectory;

@@ -1,14 +1,12 @@
 #include "webserver/remove_config.h"
 
 #include "runtime/options.h"
-#include "runtime/scoped_disposition.h"
 #include "webserver/virtual_host.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <string>
 
 int removeWebserverConfig(int argc, char** argv) {
-    letWritesFail();
     std::string vhostPath;
     std::string configFileName;
 
