@@ -55,7 +55,7 @@ std::string phpOn(const std::string& extensions) {
 }
 
 /// A text of the metadata on its way into a line of the fragment, where a line break would begin another directive.
-const std::string& oneLine(const std::string& text, const FSAMetaDataWebContent& mapping) {
+const std::string& requireOneLine(const std::string& text, const FSAMetaDataWebContent& mapping) {
     if (text.find('\n') != std::string::npos)
         throw nimbo::FSAXMLException("the mapping of URL " + mapping.url + " has a line break in it");
     return text;
@@ -63,7 +63,7 @@ const std::string& oneLine(const std::string& text, const FSAMetaDataWebContent&
 
 /// An extension as AddHandler takes it.  The dot is always put in front: one written with its own gets a second dot.
 std::string dotted(const std::string& extension, const FSAMetaDataWebContent& mapping) {
-    return "." + oneLine(extension, mapping) + " ";
+    return "." + requireOneLine(extension, mapping) + " ";
 }
 
 std::string phpSections(const FSAMetaDataWebContent& mapping) {
@@ -112,10 +112,10 @@ std::string cgiSections(const FSAMetaDataWebContent& mapping) {
 }
 
 std::string redirectLine(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
-    std::string source = settings.subdirectoryPath + oneLine(mapping.url, mapping);
+    std::string source = settings.subdirectoryPath + requireOneLine(mapping.url, mapping);
     if (source != "/")
         source = nimbo::remove_trailing_slashes(source);
-    return "RedirectPermanent " + source + " " + oneLine(mapping.redirect, mapping) + "\n\n";
+    return "RedirectPermanent " + source + " " + requireOneLine(mapping.redirect, mapping) + "\n\n";
 }
 
 bool hasSections(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
@@ -132,8 +132,8 @@ std::string directoryBlock(const FSAMetaDataWebContent& mapping, const FragmentS
         sections += phpSections(mapping);
     if (settings.cgi)
         sections += cgiSections(mapping);
-    return "<Directory " + settings.wwwRoot + settings.subdirectoryPath + oneLine(mapping.url, mapping) + " >\n\n" +
-           sections + "\n" + "</Directory>\n\n";
+    return "<Directory " + settings.wwwRoot + settings.subdirectoryPath + requireOneLine(mapping.url, mapping) +
+           " >\n\n" + sections + "\n" + "</Directory>\n\n";
 }
 
 } // namespace
