@@ -101,8 +101,7 @@ TEST_F(Removal, UnusableListsAndPlacesStopEverything) {
     const std::string closed = (base / "closed").string();
     const std::string unreadable = "Fatal error: std::runtime_error(XML parse error)\n";
     struct Row {
-        std::string list;
-        std::string error;
+        std::string list, error;
     };
     const std::vector<Row> rows{
         {.list = "", .error = unreadable},

@@ -22,8 +22,7 @@ TEST(CommandLine, UnknownOrMissingCommandsPrintTheWholeHelpAndFail) {
 
 TEST(CommandLine, WordsWithPlaceholdersOfTheLibraryAreShownAsTheyStand) {
     struct Row {
-        std::string word;
-        std::string message;
+        std::string word, message;
     };
     const std::vector<Row> rows{
         {.word = "--%canonical_option%=x", .message = "unrecognised option '--%canonical_option%=x'"},

@@ -55,8 +55,7 @@ TEST(Paths, PlainTreesStayClosedInsideWritableOnes) {
     plan.plainTargets = {"/w/plain", "/w/open/./deep/"};
     const PlainTrees trees(plan);
     struct Row {
-        std::string writable;
-        std::string entry;
+        std::string writable, entry;
         bool isClosed;
     };
     const std::vector<Row> rows{
@@ -76,8 +75,7 @@ TEST(Paths, PlainTreesStayClosedInsideWritableOnes) {
 
 TEST(Paths, LieInOneAnotherByTheirElements) {
     struct Row {
-        std::string child;
-        std::string parent;
+        std::string child, parent;
         bool isBelow;
     };
     const std::vector<Row> rows{

@@ -87,8 +87,7 @@ TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
     for (int i = 0; i < 4000; ++i)
         attributes += " a" + std::to_string(i) + "=''";
     struct Row {
-        std::string document;
-        std::string message;
+        std::string document, message;
     };
     const std::vector<Row> rows{
         {.document = "", .message = unloadable},
@@ -125,8 +124,7 @@ TEST_F(Metadata, ALinkIsReadOnlyWhereEverybodyMayReadAndAFifoIsNotWaitedFor) {
     const std::string loaded = "guestbooknone"; // the application's name, and no failure
     const std::string refused = "I/O warning : failed to load external entity \"NAME\"\nUnable to load file: NAME";
     struct Row {
-        std::string name;
-        std::string outcome;
+        std::string name, outcome;
     };
     const std::vector<Row> rows{
         {.name = "private", .outcome = loaded},   {.name = "public", .outcome = loaded},
@@ -151,8 +149,7 @@ TEST_F(Metadata, EntitiesOfTheDocumentAreReadAndExternalOnesAreNot) {
 
 TEST_F(Metadata, MappingsAreFlattenedAndOrderedByDepth) {
     struct Row {
-        std::string elements;
-        std::string mappings;
+        std::string elements, mappings;
     };
     const std::vector<Row> rows{
         {.elements = "<mapping url='/' path='htdocs'><mapping url='admin'/><mapping url='cgi-bin'/></mapping>"

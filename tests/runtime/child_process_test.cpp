@@ -3,9 +3,7 @@
 #include "runtime/utility_log.h"
 #include "tests/support/support.h"
 
-#include <array>
 #include <csignal>
-#include <fcntl.h>
 #include <iostream>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -27,12 +25,10 @@ TEST(Capture, GivesTheStatusAndAllThatWasWritten) {
     const std::string path = std::getenv("PATH");
     const std::string large(1U << 20, 'i');
     struct Row {
-        std::string script;
-        std::string input = "";
+        std::string script, input = "";
         EnvironmentAdditions env = {};
         int status = 0;
-        std::string error = "";
-        std::string output = "";
+        std::string error = "", output = "";
     };
     const std::vector<Row> rows{
         {.script = "cat; echo \"$0 $PATH\" >&2; exit 7",
@@ -112,21 +108,6 @@ TEST(Streams, ThatCannotBeGivenKeepTheProgramFromRunning) {
     EXPECT_THAT(inChild(start), ended(255, HasSubstr("dup2Custom failed: Bad file descriptor"), Not(HasSubstr("ran"))));
 }
 
-TEST(Streams, AreServedUntilTheyWouldBlock) {
-    std::string large(1U << 20, 'x'), got;
-    std::array<int, 2> ends{};
-    ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
-    UniqueFd in(ends[1]);
-    const UniqueFd out(ends[0]);
-    writeFromString(in.get(), large);
-    EXPECT_EQ(large.size(), (1U << 20) - (1U << 16));
-    EXPECT_TRUE(readToString(out.get(), got));
-    in.close();
-    EXPECT_FALSE(readToString(out.get(), got));
-    EXPECT_EQ(got.size(), 1U << 16);
-    EXPECT_EQ(dup2Custom(out.get(), out.get()), out.get());
-}
-
 TEST(Streams, FailuresNameTheOperation) {
     std::string text = "x";
     EXPECT_THAT([&] { readToString(-1, text); },
@@ -138,8 +119,7 @@ TEST(Streams, FailuresNameTheOperation) {
 TEST(Waiting, GivesTheStatusOrALineOfItsLevel) {
     struct Row {
         std::string end;
-        int level = 4;
-        int result = -1;
+        int level = 4, result = -1;
         Text line = ""; ///< on both streams
     };
     const std::vector<Row> rows{

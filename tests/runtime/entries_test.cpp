@@ -40,8 +40,7 @@ class Entries : public DirectoryTest {};
 
 TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
     struct Row {
-        bool hasNewestCall;
-        bool hasProc;
+        bool hasNewestCall, hasProc;
         std::string answers;
         mode_t mode; ///< of the entry in the end
     };

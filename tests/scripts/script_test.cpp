@@ -42,8 +42,7 @@ TEST_F(Script, OfPhpGetsThePreferredInterpreterThatEverybodyMayRun) {
     struct Row {
         std::string language = "php";
         Words options;
-        mode_t ownMode = 0755;
-        mode_t engineMode = 0755;
+        mode_t ownMode = 0755, engineMode = 0755;
         std::string output;
     };
     const std::vector<Row> rows{
@@ -88,8 +87,7 @@ TEST_F(Script, AbnormalEndsAreReported) {
 TEST_F(Script, IgnoresTheSignalsThatItsCallerIgnores) {
     script("act", "#!/usr/bin/env -S --list-signal-handling true\n"); // a shell or Perl would change what they get
     struct Row {
-        std::string ignored;
-        std::string listed;
+        std::string ignored, listed;
     };
     const std::vector<Row> rows{
         {.ignored = "USR1", .listed = "USR1       (10): IGNORE\n"},
@@ -144,8 +142,7 @@ TEST_F(Script, RefusalsHaveTheirWordsAndStatus) {
     struct Row {
         Words changes;
         int status;
-        Text error = "";
-        Text output = "";
+        Text error = "", output = "";
     };
     const std::vector<Row> rows{
         {.changes = {"--application-full-name=" + package.string()},

@@ -32,8 +32,7 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
     struct Row {
         std::string elements;
         std::string text = ""; ///< AddHandler's extensions end in a blank
-        bool php = true;
-        bool cgi = true;
+        bool php = true, cgi = true;
         std::string subdirectory = "app";
     };
     const std::vector<Row> rows{
@@ -124,8 +123,7 @@ TEST_F(Fragment, HasWhatTheOptionsDoNotDisable) {
     struct Row {
         std::string elements;
         Words options;
-        bool php;
-        bool cgi;
+        bool php, cgi;
     };
     const std::vector<Row> rows{
         // Without a value an option disables nothing.
