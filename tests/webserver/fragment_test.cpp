@@ -227,6 +227,7 @@ TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
     run({"cp", "-R", LARKSPUR_SOURCE_DIR "/examples/guestbook/.", package.string()});
     const std::string place = "--application-subdirectory=app";
     ASSERT_THAT(run(command("extract-application", {place})), ended(0, _));
+    fs::copy_file(docroot / "app/data/initial/entries.tsv", docroot / "app/data/entries.tsv"); // as the script does
     ASSERT_THAT(run(command("install-apache-conf", {place})), ended(0));
     const auto fetch = [&](const Words& paths) {
         return run(joined({apacheScript, "fetch", (fragments / "*.conf").string(), docroot.string()}, paths)).output;

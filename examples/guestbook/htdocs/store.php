@@ -12,6 +12,12 @@ function entries_file(string $root): string
     return $root . '/data/entries.tsv';
 }
 
+/** Comes with the package and is replaced with it; the book itself is made from it, once. */
+function initial_entries_file(string $root): string
+{
+    return $root . '/data/initial/entries.tsv';
+}
+
 function title_file(string $root): string
 {
     return $root . '/data/title.txt';
