@@ -38,19 +38,14 @@ void sortForRemoval(std::vector<fs::path>& paths) {
     std::transform(keyed.begin(), keyed.end(), paths.begin(), [](auto& pair) { return std::move(pair.second); });
 }
 
-/// "httpdocs" and "cgi-bin" are names for configured directories; every other one lies in the virtual host.
-bool isConfigured(std::string_view name) {
-    return name == "httpdocs" || name == "cgi-bin";
+/// True for a top-level directory whose content is to stay.
+bool isKept(std::string_view name, const ExtractParams& params) {
+    return (name == "cgi-bin" && params.keepCgiBin) || (name == "error_docs" && params.keepErrorDocs);
 }
 
-/// Where a top-level directory of a virtual host really is; nothing for one whose content is to be kept.
-std::optional<fs::path> topLevelDirectory(const std::string& name, const std::string& vhostDir,
-                                          const ExtractParams& params) {
-    if ((name == "cgi-bin" && params.keepCgiBin) || (name == "error_docs" && params.keepErrorDocs))
-        return std::nullopt;
-    if (isConfigured(name))
-        return name == "httpdocs" ? params.htdocsDir : params.cgiBinDir;
-    return fs::path(vhostDir) / name;
+/// The configured directory that a top-level name stands for; null for a directory of the virtual host itself.
+const std::string* configuredDirectory(std::string_view name, const ExtractParams& params) {
+    return name == "httpdocs" ? &params.htdocsDir : name == "cgi-bin" ? &params.cgiBinDir : nullptr;
 }
 
 } // namespace
@@ -89,12 +84,12 @@ void DeleteDirEntry::operator()(const fs::path& relative) {
         if (relative.native() == kept.native())
             return;
     const std::string_view text = relative.native();
-    const auto end = std::min(text.find('/'), text.size());
-    const std::string name(text.substr(0, end));
-    const auto directory = topLevelDirectory(name, vhostDir, params);
-    if (directory)
-        remove(isConfigured(name) ? withElements(directory->native(), text.substr(end))
-                                  : (fs::path(vhostDir) / relative).native());
+    const std::string_view name = text.substr(0, text.find('/'));
+    if (isKept(name, params))
+        return;
+    const std::string* const configured = configuredDirectory(name, params);
+    remove(configured != nullptr ? withElements(*configured, text.substr(name.size()))
+                                 : (fs::path(vhostDir) / relative).native());
 }
 
 /// Linux refuses unlink(2) for a directory, so only after a failure the entry is looked at.
@@ -124,10 +119,10 @@ void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir
 void cleanDocroot(const std::string& vhostPath, const ExtractParams& params) {
     std::vector<fs::path> entries;
     for (const fs::path& name : vhostUsedDirs(SetupSkeletonDocroot)) {
-        const auto directory = topLevelDirectory(name.native(), vhostPath, params);
-        if (!directory)
+        if (isKept(name.native(), params))
             continue;
-        for (const fs::path& entry : readDirContent(*directory))
+        const std::string* const configured = configuredDirectory(name.native(), params);
+        for (const fs::path& entry : readDirContent(configured != nullptr ? *configured : vhostPath / name))
             entries.push_back(entry.empty() ? name : name / entry);
     }
     cleanDirContent(&entries, vhostPath, params);

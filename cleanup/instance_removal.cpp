@@ -40,18 +40,22 @@ void checkSection(xmlNode* section) {
         throw std::runtime_error("Bad sttribute name value");
 }
 
-bool isFile(const xmlNode* element) {
-    return isNamed(element, "FILE") && isSection(element->parent);
-}
-
 /// Collects the entries of FILE elements.  Those of a section that will be refused play no part.
 class FileEntries {
 public:
-    void add(xmlNode* file) {
-        if (file->parent != sectionElement_) {
-            sectionElement_ = file->parent;
+    bool wants(const xmlNode* element) {
+        if (!isNamed(element, "FILE"))
+            return false;
+        if (element->parent != sectionElement_) {
+            if (!isSection(element->parent))
+                return false;
+            sectionElement_ = element->parent;
             section_ = sectionNamed(attributeOf(sectionElement_, "PREFIX"));
         }
+        return true;
+    }
+
+    void add(const xmlNode* file) {
         const XmlText path(xmlNodeListGetString(file->doc, file->children, 1));
         if (section_ && path != nullptr && *path != '\0')
             entries_.emplace_back(*section_, plainText(path));
@@ -60,7 +64,7 @@ public:
     std::vector<InstanceEntry> take() { return std::move(entries_); }
 
 private:
-    xmlNode* sectionElement_ = nullptr;
+    const xmlNode* sectionElement_ = nullptr;
     std::optional<InstallSection> section_; ///< of sectionElement_
     std::vector<InstanceEntry> entries_;
 };
@@ -81,7 +85,8 @@ std::string readFile(std::istream& in, std::size_t most) {
 
 std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
     FileEntries entries;
-    const XmlElementTaker files{isFile, [&](xmlNode* file) { entries.add(file); }};
+    const XmlElementTaker files{[&](const xmlNode* element) { return entries.wants(element); },
+                                [&](xmlNode* file) { entries.add(file); }};
     const XmlDocument document = parseXmlMemory(nimbo::readFile(in), &files);
     if (document == nullptr)
         throw std::runtime_error("XML parse error");
@@ -99,12 +104,14 @@ std::vector<InstanceEntry> filelistXmlRead() {
 }
 
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, DeleteDirEntry& deleter) {
-    std::string relative = entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs";
+    std::string relative;
+    relative.reserve(prefix.size() + entry.second.size() + 16);
+    relative.append(entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs");
     if (prefix != "." && !prefix.empty())
         relative.append("/").append(prefix);
     if (!entry.second.empty())
         relative.append("/").append(entry.second.native());
-    deleter(relative);
+    deleter(std::move(relative));
 }
 
 void deleteInstance(const std::string& vhostPath, const ExtractParams& params, const std::string& prefix) {

@@ -52,9 +52,15 @@ private:
 
     /// Gives the target's parent the access that the copy needs.
     void enterParent() {
+        if (parentOf(target_) == parent_)
+            return;
         parent_ = parentOf(target_);
-        if (!entered_.contains(parent_) && makeUserWritableDir(parent_, userName_))
+        if (entered_.contains(parent_))
+            return;
+        if (makeUserWritableDir(parent_, userName_))
             entered_.insert(parent_);
+        else
+            parent_.clear();
     }
 
     /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.
@@ -120,6 +126,7 @@ private:
     /// The way to any place may have led through the link or the directory that was removed.
     void forgetWays() {
         entered_.clear();
+        parent_.clear();
         sources_.letGo();
         targets_.letGo();
     }
@@ -128,8 +135,8 @@ private:
     const std::string& userName_;
     std::string source_;
     std::string target_;
-    std::string parent_;                      ///< of the target
     std::unordered_set<std::string> entered_; ///< directories that the site's user can write
+    std::string parent_;                      ///< one of them, where the last target lies; empty for none
     bool isFilled_ = false;                   ///< something stood at one of the targets
     LastDirectory sources_;
     LastDirectory targets_;

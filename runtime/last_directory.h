@@ -26,7 +26,10 @@ public:
     Place of(const std::string& path);
 
     /// To be called when a directory was removed: a path may have led through it and back by "..".
-    void letGo() { path_.clear(); }
+    void letGo() {
+        path_.clear();
+        directory_ = UniqueFd();
+    }
 
 private:
     std::string path_; ///< of the directory; empty where none was tried

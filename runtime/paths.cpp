@@ -4,21 +4,18 @@
 
 namespace {
 
-/// Puts a NUL in the place of each separator from `start` on and at the end.
-/// \return false when a separator is doubled or stands at either end.  The text is then of no use any more.
-bool separateByNul(std::string& text, std::size_t start) {
-    char before = '/';
-    for (std::size_t i = start; i < text.size(); ++i) {
-        if (text[i] == '/' && before == '/')
-            return false;
-        before = text[i];
-        if (before == '/')
-            text[i] = '\0';
-    }
-    text.push_back('\0');
-    return before != '/';
+/// True for single slashes between elements and no others.  Nearly all relative paths are like this, and taking them
+/// apart takes ten times as long as what is done to them whole.
+bool isPlain(std::string_view path) {
+    return !path.empty() && !path.starts_with('/') && !path.ends_with('/') && path.find("//") == std::string_view::npos;
 }
 
+void replaceEach(std::string& text, char from, char to) {
+    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + 1))
+        text[at] = to;
+}
+
+/// \param element one element or several.
 void appendElement(std::string& path, std::string_view element) {
     if (!path.empty() && !path.ends_with('/'))
         path.push_back('/');
@@ -33,16 +30,24 @@ std::string joined(std::string_view directory, std::string_view rest) {
     return path.append(directory).append("/").append(rest);
 }
 
-std::string withElements(std::string directory, std::string_view rest) {
+std::string withElements(std::string_view directory, std::string_view rest) {
+    std::string path;
+    path.reserve(directory.size() + rest.size() + 2);
+    path.append(directory);
     const bool endsInSlash = rest.ends_with('/');
-    for (rest = withoutLeadingSlashes(rest); !rest.empty(); rest = withoutLeadingSlashes(rest)) {
+    rest = withoutLeadingSlashes(rest);
+    if (isPlain(rest)) {
+        appendElement(path, rest);
+        return path;
+    }
+    for (; !rest.empty(); rest = withoutLeadingSlashes(rest)) {
         const auto end = std::min(rest.find('/'), rest.size());
-        appendElement(directory, rest.substr(0, end));
+        appendElement(path, rest.substr(0, end));
         rest.remove_prefix(end);
     }
     if (endsInSlash)
-        appendElement(directory, ".");
-    return directory;
+        appendElement(path, ".");
+    return path;
 }
 
 std::string_view withoutLeadingSlashes(std::string_view path) {
@@ -58,23 +63,20 @@ std::string_view parentOf(std::string_view path) {
 }
 
 std::string normalPath(std::string_view path) {
-    // Nearly all paths are so already, and taking one apart takes ten times as long.
-    if (path.find("//") == std::string_view::npos && path.find("./") == std::string_view::npos &&
-        !path.ends_with('/') && !path.ends_with('.'))
+    if (isPlain(path) && path.find("./") == std::string_view::npos && !path.ends_with('.'))
         return std::string(path);
     return pathOfKey(placeKey(std::string(path)));
 }
 
 std::string pathKey(const boost::filesystem::path& path) {
-    // Without doubled or trailing slashes the text itself gives the key.  Nearly all paths are like this, and iterating
-    // over the elements takes ten times as long.
-    std::string key = path.native();
-    const bool isAbsolute = key.starts_with('/');
-    if (isAbsolute)
-        key.insert(1, 1, '\0'); // the root is an element of its own
-    if (separateByNul(key, isAbsolute ? 2 : 0))
+    const std::string& text = path.native();
+    std::string key;
+    key.reserve(text.size() + 2);
+    if (isPlain(text)) {
+        key.append(text).push_back('\0');
+        replaceEach(key, '/', '\0');
         return key;
-    key.clear();
+    }
     for (const boost::filesystem::path& element : path)
         key.append(element.native()).push_back('\0');
     return key;
@@ -96,7 +98,11 @@ std::string placeKey(const boost::filesystem::path& path) {
 
 std::string pathOfKey(std::string_view key) {
     std::string path;
-    path.reserve(key.size());
+    if (!key.starts_with('/')) { // a root would bring a slash of its own
+        path = key.substr(0, key.empty() ? 0 : key.size() - 1);
+        replaceEach(path, '\0', '/');
+        return path;
+    }
     while (!key.empty()) {
         const auto end = key.find('\0');
         appendElement(path, key.substr(0, end));

@@ -11,7 +11,7 @@ std::string joined(std::string_view directory, std::string_view rest);
 
 /// The directory and, each after one slash, the elements of `rest`.  Of an empty directory they are a relative path.  A
 /// slash at the end of `rest` becomes a "." element, as in the path library.
-std::string withElements(std::string directory, std::string_view rest);
+std::string withElements(std::string_view directory, std::string_view rest);
 
 std::string_view withoutLeadingSlashes(std::string_view path);
 
