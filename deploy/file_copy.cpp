@@ -50,23 +50,25 @@ int copyContent(int from, int to, off_t size) {
 
 } // namespace
 
-CopyOutcome copyToNewFile(const LastDirectory::Place& source, const LastDirectory::Place& target, mode_t mode) {
+CopyOutcome copyToNewFile(const LastDirectory::Place& source, const LastDirectory::Place& target, mode_t mode,
+                          bool isModeKept) {
     // O_NONBLOCK: a FIFO under this name would otherwise block here, before it can be refused.
     const UniqueFd from(openat(source.directory, source.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (from.get() < 0 || fstat(from.get(), &status) != 0)
-        return {errno, false};
+        return {errno, false, isModeKept};
     if (!S_ISREG(status.st_mode))
-        return {EINVAL, false};
+        return {EINVAL, false, isModeKept};
     UniqueFd to(openat(target.directory, target.name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (to.get() < 0)
-        return {errno, false};
+        return {errno, false, isModeKept};
     if (const int error = copyContent(from.get(), to.get(), status.st_size))
-        return {error, true};
-    // The umask or a default ACL may have changed the mode.
-    struct stat made {};
-    if (fstat(to.get(), &made) != 0 || (made.st_mode & 07777U) != mode)
-        (void)fchmod(to.get(), mode);
+        return {error, true, isModeKept};
+    if (!isModeKept) {
+        isModeKept = fstat(to.get(), &status) == 0 && (status.st_mode & 07777U) == mode;
+        if (!isModeKept)
+            (void)fchmod(to.get(), mode);
+    }
     // Quotas and network file systems may refuse the data only now.
-    return {to.close() != 0 ? errno : 0, true};
+    return {to.close() != 0 ? errno : 0, true, isModeKept};
 }

@@ -52,9 +52,10 @@ private:
 
     /// Gives the target's parent the access that the copy needs.
     void enterParent() {
-        if (parentOf(target_) == parent_)
+        if (!parent_.empty() && liesDirectlyIn(target_, parent_))
             return;
         parent_ = parentOf(target_);
+        keptMode_ = 0;
         if (entered_.contains(parent_))
             return;
         if (makeUserWritableDir(parent_, userName_))
@@ -100,8 +101,10 @@ private:
 
     CopyOutcome tryToCopy(EntryKind kind, mode_t mode) {
         if (kind != EntryKind::File)
-            return {EINVAL, false}; // opening a device could act on it
-        return copyToNewFile(sources_.of(source_), targets_.of(target_), mode);
+            return {EINVAL, false, false}; // opening a device could act on it
+        const CopyOutcome outcome = copyToNewFile(sources_.of(source_), targets_.of(target_), mode, mode == keptMode_);
+        keptMode_ = outcome.isModeKept ? mode : 0;
+        return outcome;
     }
 
     /// Removes one file, link or empty directory.  A link that leads nowhere does not count as standing there.
@@ -127,6 +130,7 @@ private:
     void forgetWays() {
         entered_.clear();
         parent_.clear();
+        keptMode_ = 0;
         sources_.letGo();
         targets_.letGo();
     }
@@ -137,6 +141,7 @@ private:
     std::string target_;
     std::unordered_set<std::string> entered_; ///< directories that the site's user can write
     std::string parent_;                      ///< one of them, where the last target lies; empty for none
+    mode_t keptMode_ = 0;                     ///< files of this mode get it as asked for in parent_; 0: not known
     bool isFilled_ = false;                   ///< something stood at one of the targets
     LastDirectory sources_;
     LastDirectory targets_;

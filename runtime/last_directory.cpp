@@ -22,16 +22,20 @@ UniqueFd openWithoutLinks(int from, std::string_view directory) {
 
 LastDirectory::Place LastDirectory::of(const std::string& path) {
     const Place whole{AT_FDCWD, path.c_str()};
-    const auto slash = path.rfind('/');
-    const bool hasName = slash != std::string::npos && slash + 1 < path.size();
-    if (!hasName || slash == 0 || path.size() >= PATH_MAX)
+    if (path.size() >= PATH_MAX)
         return whole;
-    const std::string_view directory = std::string_view(path).substr(0, slash);
-    if (directory != path_) {
-        const bool isBelow = directory_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
-        directory_ = isBelow ? openWithoutLinks(directory_.get(), withoutLeadingSlashes(directory.substr(path_.size())))
-                             : openWithoutLinks(AT_FDCWD, directory);
-        path_ = directory;
+    if (path_.empty() || !liesDirectlyIn(path, path_)) {
+        const auto slash = path.rfind('/');
+        if (slash == std::string::npos || slash == 0 || slash + 1 == path.size())
+            return whole;
+        hold(std::string_view(path).substr(0, slash));
     }
-    return directory_.get() < 0 ? whole : Place{directory_.get(), path.c_str() + slash + 1};
+    return directory_.get() < 0 ? whole : Place{directory_.get(), path.c_str() + path_.size() + 1};
+}
+
+void LastDirectory::hold(std::string_view directory) {
+    const bool isBelow = directory_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
+    directory_ = isBelow ? openWithoutLinks(directory_.get(), withoutLeadingSlashes(directory.substr(path_.size())))
+                         : openWithoutLinks(AT_FDCWD, directory);
+    path_ = directory;
 }

@@ -3,6 +3,7 @@
 #include "runtime/handles.h"
 
 #include <string>
+#include <string_view>
 
 /// The directory of the last path, held open, so that the system walks only the last element of the next path in it.
 /// This is for speed: it never fails, and what a path leads to is the same as without it.
@@ -32,6 +33,8 @@ public:
     }
 
 private:
+    void hold(std::string_view directory);
+
     std::string path_; ///< of the directory; empty where none was tried
     UniqueFd directory_;
 };

@@ -62,6 +62,12 @@ std::string_view parentOf(std::string_view path) {
     return path.substr(0, end == std::string_view::npos ? 1 : end + 1);
 }
 
+bool liesDirectlyIn(std::string_view path, std::string_view directory) {
+    const std::size_t length = directory.size();
+    return path.size() > length + 1 && path[length] == '/' && path.starts_with(directory) &&
+           path.find('/', length + 1) == std::string_view::npos;
+}
+
 std::string normalPath(std::string_view path) {
     if (isPlain(path) && path.find("./") == std::string_view::npos && !path.ends_with('.'))
         return std::string(path);

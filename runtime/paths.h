@@ -19,6 +19,9 @@ std::string_view withoutLeadingSlashes(std::string_view path);
 /// "a".
 std::string_view parentOf(std::string_view path);
 
+/// True when the path is the directory, one slash and one element, as text.
+bool liesDirectlyIn(std::string_view path, std::string_view directory);
+
 /// The path with single slashes, none at its end and no "." elements; empty where nothing is left.
 std::string normalPath(std::string_view path);
 
