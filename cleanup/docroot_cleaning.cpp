@@ -99,14 +99,12 @@ void DeleteDirEntry::remove(const std::string& target) {
         return;
     const int error = errno;
     struct stat status {};
-    if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (error != EISDIR && fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno != ENOENT) // it may have vanished since
             report("lstat", target, errno);
-    } else if (!S_ISDIR(status.st_mode)) {
+    } else if (error != EISDIR && !S_ISDIR(status.st_mode)) {
         report("unlink", target, error);
-    } else if (unlinkat(place.directory, place.name, AT_REMOVEDIR) == 0) {
-        last_.letGo();
-    } else {
+    } else if (unlinkat(place.directory, place.name, AT_REMOVEDIR) != 0) {
         report("rmdir", target, errno);
     }
 }

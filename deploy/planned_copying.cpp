@@ -20,6 +20,18 @@ using nimbo::FSAFileException;
 
 namespace {
 
+/// The mode bits with which the site's user can write a directory.
+mode_t bitsForUser(const struct stat& status, const std::string& userName) {
+    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
+    static const gid_t kroclnGid = get_group_id("krocln");
+    return status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
+}
+
+bool isWritable(const struct stat& status, const std::string& userName) {
+    const mode_t needed = bitsForUser(status, userName);
+    return (status.st_mode & needed) == needed;
+}
+
 bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
@@ -58,10 +70,17 @@ private:
         keptMode_ = 0;
         if (entered_.contains(parent_))
             return;
-        if (makeUserWritableDir(parent_, userName_))
+        if (isHeldAndWritable() || makeUserWritableDir(parent_, userName_))
             entered_.insert(parent_);
         else
             parent_.clear();
+    }
+
+    /// True when a look at the open directory tells that nothing is to be done.
+    bool isHeldAndWritable() {
+        struct stat status {};
+        const auto place = targets_.of(target_);
+        return place.directory != AT_FDCWD && fstat(place.directory, &status) == 0 && isWritable(status, userName_);
     }
 
     /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.
@@ -120,19 +139,12 @@ private:
             if (!fs::exists(target_)) // this and the next one fail in the library's words
                 return false;
             fs::remove(target_);
-            forgetWays();
+            // The way to the directories may have led through the link or the directory that was removed.
+            entered_.clear();
+            parent_.clear();
         }
         isFilled_ = true;
         return true;
-    }
-
-    /// The way to any place may have led through the link or the directory that was removed.
-    void forgetWays() {
-        entered_.clear();
-        parent_.clear();
-        keptMode_ = 0;
-        sources_.letGo();
-        targets_.letGo();
     }
 
     const InstallPlan& plan_;
@@ -190,14 +202,10 @@ bool create_directories(const fs::path& directory) {
 }
 
 bool makeUserWritableDir(const std::string& directory, const std::string& userName) {
-    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
-    static const gid_t kroclnGid = get_group_id("krocln");
-
     const EntryHandle entry(AT_FDCWD, directory.c_str());
     if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
         return false;
-    const mode_t needed = entry.status().st_uid == userUid ? 0700U : entry.status().st_gid == kroclnGid ? 0070U : 0007U;
-    if (entry.addMode(needed) == 0)
+    if (entry.addMode(bitsForUser(entry.status(), userName)) == 0)
         return true;
     std::cerr << "Unable to change mode for " << directory << ": " << std::strerror(errno) << '\n';
     return false;

@@ -35,7 +35,11 @@ LastDirectory::Place LastDirectory::of(const std::string& path) {
 
 void LastDirectory::hold(std::string_view directory) {
     const bool isBelow = directory_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
-    directory_ = isBelow ? openWithoutLinks(directory_.get(), withoutLeadingSlashes(directory.substr(path_.size())))
-                         : openWithoutLinks(AT_FDCWD, directory);
+    if (directory.find("../") != std::string_view::npos || directory.ends_with(".."))
+        directory_ = UniqueFd();
+    else if (isBelow)
+        directory_ = openWithoutLinks(directory_.get(), withoutLeadingSlashes(directory.substr(path_.size())));
+    else
+        directory_ = openWithoutLinks(AT_FDCWD, directory);
     path_ = directory;
 }

@@ -22,15 +22,10 @@ public:
     ~LastDirectory() = default;
 
     /// The place of a path, good until the next call.  It is the whole path where the directory cannot be opened or is
-    /// reached through a link: a held directory would not feel that the link has gone.
+    /// reached through a link or "..": a held directory would not feel that the link, or what ".." leads back from, has
+    /// gone.
     /// \param path its text must stay as it is while the place is used.
     Place of(const std::string& path);
-
-    /// To be called when a directory was removed: a path may have led through it and back by "..".
-    void letGo() {
-        path_.clear();
-        directory_ = UniqueFd();
-    }
 
 private:
     void hold(std::string_view directory);

@@ -120,9 +120,6 @@ TEST_F(Entries, AHeldDirectoryIsWhereItsPathLeads) {
     EXPECT_FALSE(isHeld(at + "d/"));
     EXPECT_FALSE(isHeld("name"));
     EXPECT_FALSE(isHeld(at + "d/" + std::string(PATH_MAX, 'x')));
-
-    EXPECT_TRUE(isHeld(at + "gone/../d/file"));
-    fs::remove(base / "gone");
-    directory.letGo();
-    EXPECT_FALSE(isHeld(at + "gone/../d/file"));
+    EXPECT_FALSE(isHeld(at + "gone/../d/file")); // "gone" may go
+    EXPECT_TRUE(isHeld(at + "gone/file"));
 }
