@@ -153,7 +153,7 @@ private:
     std::string target_;
     std::unordered_set<std::string> entered_; ///< directories that the site's user can write
     std::string parent_;                      ///< one of them, where the last target lies; empty for none
-    mode_t keptMode_ = 0;                     ///< files of this mode get it as asked for in parent_; 0: not known
+    mode_t keptMode_ = 0;                     ///< files made with this mode in parent_ have exactly it; 0: not known
     bool isFilled_ = false;                   ///< something stood at one of the targets
     LastDirectory sources_;
     LastDirectory targets_;
