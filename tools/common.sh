@@ -43,6 +43,13 @@ refuse() {
 # no_more_words: for tools that take options only.
 no_more_words() { [[ ${#rest[@]} -eq 0 ]] || { echo "${0##*/}: too many words: ${rest[*]}" >&2; exit 2; }; }
 
+# quietly COMMAND...: one line that says what is done; what the command prints is shown only if it fails.
+quietly() {
+    local output
+    echo "${0##*/}: $*" >&2
+    output=$("$@" 2>&1) || { printf '%s\n' "$output" "${0##*/}: failed: $*" >&2; exit 1; }
+}
+
 build() { cmake --preset "$1" && cmake --build --preset "$1"; }
 
 # The rooms, as the build lists them.
