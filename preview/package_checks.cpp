@@ -253,7 +253,8 @@ Findings checkTargets(const std::vector<Source>& sources) {
         const bool fits = fitsXml(source.target);
         if (!source.isTooLong && fits)
             continue;
-        const bool isNew = told.insert(source.target).second && !told.contains(parent(source.target));
+        const bool isBelow = !source.target.empty() && told.contains(parent(source.target));
+        const bool isNew = told.insert(source.target).second && !isBelow;
         if (isNew && source.isTooLong)
             findings.push_back(failure("path-too-long", source.path,
                                        "its target has " + std::to_string(source.target.size()) +

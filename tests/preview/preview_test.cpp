@@ -211,12 +211,12 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
     const auto named = [](const std::string& url) { return "<mapping url='" + url + "' path='htdocs/index.php'/>"; };
     const Words atSite{"--www-root=" + site};
     const std::string longUrl(300, 'a');
-    const std::string deepUrl = [] {
+    const auto deepUrl = [](const std::string& element) {
         std::string url;
         while (url.size() < 20000)
-            url += "a/";
+            url += element + "/";
         return url;
-    }();
+    };
     const std::vector<Row> rows{
         {.finding = "",
          .mappings = rootMapping + handled("a", "php") + "<x:mapping xmlns:x='y'/><summary><name/></summary>",
@@ -306,7 +306,9 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
          .entries = {"b/a/f", "htdocs/d/a/f"}},
         {.finding = "error: path-too-long: htdocs: ", .mappings = "<mapping url='" + longUrl + "' path='htdocs'/>"},
         {.finding = "error: path-too-long: htdocs: ",
-         .mappings = "<mapping url='" + deepUrl + "' path='htdocs'>" + writable + "</mapping>"},
+         .mappings = "<mapping url='" + deepUrl("a") + "' path='htdocs'>" + writable + "</mapping>"},
+        {.finding = "error: path-too-long: htdocs: ",
+         .mappings = "<mapping url='" + deepUrl(".") + "' path='htdocs'/>"},
         {.finding = "error: no-parent: sub/a: ", .mappings = rootMapping + named("sub/a")},
         {.finding = "error: no-parent: s/a: ", .mappings = named("s/a") + "<mapping url='s/b' path='htdocs'/>"},
         {.finding = "error: no-parent: .: ", .mappings = named("/")},
