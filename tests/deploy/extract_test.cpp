@@ -42,7 +42,7 @@ TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
 TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
     mappings(
         "<mapping url='/' path='htdocs'><php:permissions writable='true'/>"
-        "<mapping url='fixed'><mapping url='open'><php:permissions writable='true'/></mapping></mapping></mapping>");
+        "<mapping url='./fixed/'><mapping url='open'><php:permissions writable='true'/></mapping></mapping></mapping>");
     make(package / "htdocs", {"a/file", "fixed/file", "fixed-2", "fixed/open/file"});
     make(base, {"way -> " + vhost.string()}); // links above a writable mapping are followed
     writeFile(docroot / "apache", "kept", 0600);

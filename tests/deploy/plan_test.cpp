@@ -50,29 +50,6 @@ plain: /site/x//y
 )");
 }
 
-TEST(Paths, PlainTreesStayClosedInsideWritableOnes) {
-    InstallPlan plan;
-    plan.plainTargets = {"/w/plain", "/w/open/./deep/"};
-    const PlainTrees trees(plan);
-    struct Row {
-        std::string writable, entry;
-        bool isClosed;
-    };
-    const std::vector<Row> rows{
-        {.writable = "/w", .entry = "/w", .isClosed = false},
-        {.writable = "/w", .entry = "/w/plain", .isClosed = true},
-        {.writable = "/w", .entry = "/w/plain/x", .isClosed = true},
-        {.writable = "/w", .entry = "/w/plain-2", .isClosed = false},
-        {.writable = "/w", .entry = "/w/open/deep", .isClosed = true},
-        {.writable = "/w/open", .entry = "/w/open/x", .isClosed = false},
-        {.writable = "/w/plain/.", .entry = "/w/plain/x", .isClosed = true},
-        {.writable = "/w/plain/in", .entry = "/w/plain/in/x", .isClosed = false},
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(trees.keepClosed(placeKey(row.writable), placeKey(row.entry)), row.isClosed)
-            << row.writable << ' ' << row.entry;
-}
-
 TEST(Paths, LieInOneAnotherByTheirElements) {
     struct Row {
         std::string child, parent;

@@ -40,25 +40,22 @@ class Entries : public DirectoryTest {};
 
 TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
     struct Row {
-        bool hasNewestCall, hasProc;
+        bool newestCall, proc;
         std::string answers;
         mode_t mode; ///< of the entry in the end
     };
     const std::vector<Row> rows{
-        {.hasNewestCall = true, .hasProc = true, .answers = "Success|Success|", .mode = 04606},
-        {.hasNewestCall = false, .hasProc = true, .answers = "Success|Success|", .mode = 04606},
-        {.hasNewestCall = false,
-         .hasProc = false,
-         .answers = "Success|Too many levels of symbolic links|",
-         .mode = 04660},
+        {.newestCall = true, .proc = true, .answers = "Success|Success|", .mode = 04606},
+        {.newestCall = false, .proc = true, .answers = "Success|Success|", .mode = 04606},
+        {.newestCall = false, .proc = false, .answers = "Success|Too many levels of symbolic links|", .mode = 04660},
     };
     for (const Row& row : rows) {
         writeFile(base / "entry", "x", 04600);
         writeFile(base / "private", "x", 0600);
         const auto change = [&] {
-            if (!row.hasProc)
+            if (!row.proc)
                 hideProc();
-            if (!row.hasNewestCall)
+            if (!row.newestCall)
                 forgetNewestCall();
             const std::string path = (base / "entry").string();
             const EntryHandle entry(AT_FDCWD, path.c_str());
