@@ -28,7 +28,6 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
     const std::string start = "# ATTENTION!\n"
                               "# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n"
                               "# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n";
-    const std::string noCgi = "<cgi:handler><cgi:disabled/></cgi:handler>";
     struct Row {
         std::string elements;
         std::string text = ""; ///< AddHandler's extensions end in a blank
@@ -36,25 +35,10 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
         std::string subdirectory = "app";
     };
     const std::vector<Row> rows{
-        {.elements = "<mapping url='/'>" + onePhp + "<php:handler/><php:handler><php:disabled/></php:handler>" +
-                     oneCgi + noCgi + "<cgi:handler><cgi:all-files/></cgi:handler></mapping>",
+        {.elements =
+             "<mapping url='/'><php:handler/>" + oneCgi + "<cgi:handler><cgi:all-files/></cgi:handler></mapping>",
          .text = start + R"(<Directory /w/app/ >
 
-<IfModule mod_php4.c>
-  php_admin_flag engine on
-  AddHandler php-script .php ..x 
-</IfModule>
-
-<IfModule mod_php5.c>
-  php_admin_flag engine on
-  AddHandler php5-script .php ..x 
-</IfModule>
-<IfModule mod_php4.c>
-  php_admin_flag engine off
-</IfModule>
-<IfModule mod_php5.c>
-  php_admin_flag engine off
-</IfModule>
 <IfModule mod_cgi.c>
   Options +ExecCGI
   <Files ~ (\.pl$)>
@@ -62,9 +46,6 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
   </Files>
   AddHandler cgi-script .cgi ..php 
   AddHandler php-script .php
-</IfModule>
-<IfModule mod_cgi.c>
-  Options -ExecCGI
 </IfModule>
 <IfModule mod_cgi.c>
   Options +ExecCGI
@@ -103,7 +84,10 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
         {.elements = "<mapping url='a'><php:handler/></mapping>"},
         {.elements = "<mapping url='old' virtual='redirect' href='x'/>", .php = false, .cgi = false},
     };
-    std::string all;
+    const nimbo::FSAMetaDataReader example(LARKSPUR_SOURCE_DIR "/examples/guestbook/APP-META.xml");
+    const FragmentSettings ofGuide{true, true, "/var/www/vhosts/example.com/httpdocs", "/visitors"};
+    std::string all = fragmentText(example.get_web_content_info(), ofGuide);
+    EXPECT_THAT(contentOf(LARKSPUR_SOURCE_DIR "/docs/integrator-guide.md"), HasSubstr("\n" + all + "```\n"));
     for (const Row& row : rows) {
         writeFile(base / "meta.xml", metadata(row.elements));
         const nimbo::FSAMetaDataReader reader((base / "meta.xml").string());
@@ -138,7 +122,7 @@ TEST_F(Fragment, HasWhatTheOptionsDoNotDisable) {
         writeFile(fragments / "app.conf", "php_admin_flag ExecCGI of an earlier version");
         EXPECT_THAT(install(row.elements, row.options), ended(0));
         const std::string text = fs::exists(fragments / "app.conf") ? contentOf(fragments / "app.conf") : "";
-        EXPECT_EQ(text.find("php_admin_flag") != std::string::npos, row.php) << text;
+        EXPECT_EQ(text.find("php-script .php ..x \n") != std::string::npos, row.php) << text;
         EXPECT_EQ(text.find("ExecCGI") != std::string::npos, row.cgi) << text;
         EXPECT_EQ(namesIn(fragments), row.php || row.cgi ? "d . f app.conf" : "d .");
     }
