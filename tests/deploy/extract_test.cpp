@@ -202,6 +202,13 @@ TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
         {.mappings = app + open,
          .error = "Unknown type of file `" + to + "/app/l`. Unable to",
          .site = {"app/l -> /etc"}},
+        {.mappings = app + "</mapping>",
+         .error = "Unable to change mode for " + to + "/app: Operation not permitted\n",
+         .ofRoot = {"app/"}},
+        {.mappings = app + "</mapping><mapping url='own' path='none'>" + open,
+         .error = "Unable to change mode for: " + to + "/own Error: Operation not permitted\n",
+         .ofRoot = {"own/"},
+         .left = "d . d own"},
         // In an open tree a path that ends in a slash is a directory's.
         {.mappings = app + "<mapping url='g' path='g'><mapping url='f/'>" + open + "</mapping>" + open,
          .error = "Unable to stat file  " + to + "/app/g/f/ mode: Not a directory\n",
