@@ -9,31 +9,32 @@ namespace {
 
 using Texts = std::span<const xmlChar*>;
 
+constexpr std::size_t textsOfAttribute = 5; // two names, a namespace, the value's begin and its end
+constexpr std::size_t textsOfNamespace = 2; // prefix and URI
+
 XmlHooks& hooksOf(const xmlParserCtxt* parser) {
     return *static_cast<XmlHooks*>(parser->_private);
 }
 
-/// What the values of a DTD take in one element.
-/// \param attributes five texts for each: two names, a namespace, the value's begin and its end.  The defaults are
-///        the last ones.
+/// What the attributes take that a DTD adds to an element: the last ones.
 std::size_t sizeOfDefaults(Texts attributes, std::size_t defaults) {
-    constexpr std::size_t textsEach = 5;
     std::size_t size = 0;
-    for (Texts rest = attributes.last(textsEach * defaults); !rest.empty(); rest = rest.subspan(textsEach))
+    for (Texts rest = attributes.last(textsOfAttribute * defaults); !rest.empty();
+         rest = rest.subspan(textsOfAttribute))
         size += sizeof(xmlAttr) + sizeof(xmlNode) + static_cast<std::size_t>(rest[4] - rest[3]);
     return size;
 }
 
-/// What the declarations of namespaces take in one element.
-/// \param namespaces two texts for each: prefix and URI.
+/// What the declarations of namespaces take in an element.
 std::size_t sizeOfNamespaces(Texts namespaces) {
     std::size_t size = 0;
-    for (Texts rest = namespaces; !rest.empty(); rest = rest.subspan(2))
+    for (Texts rest = namespaces; !rest.empty(); rest = rest.subspan(textsOfNamespace))
         size += sizeof(xmlNs) + (rest[1] == nullptr ? 0 : std::strlen(reinterpret_cast<const char*>(rest[1])));
     return size;
 }
 
-/// The library passes all earlier attributes of an element for each one: some thousand take seconds.
+/// For each attribute the library goes past all earlier ones of the element.  Where there are very many, that takes
+/// seconds; the steps count as bytes.
 std::size_t sizeOfSearches(std::size_t attributes) {
     constexpr std::size_t usual = 100;
     return attributes <= usual ? 0 : attributes * attributes;
@@ -71,9 +72,9 @@ void XmlHooks::startElement(void* context, const xmlChar* name, const xmlChar* p
     ExpansionMeter& meter = hooksOf(parser).meter_;
     const auto count = static_cast<std::size_t>(attributeCount);
     meter.add(sizeOfSearches(count));
-    meter.add(sizeOfDefaults({attributes, 5 * count}, static_cast<std::size_t>(defaultCount)));
+    meter.add(sizeOfDefaults({attributes, textsOfAttribute * count}, static_cast<std::size_t>(defaultCount)));
     if (parser->attsDefault != nullptr) // the DTD may have added some of the namespaces; which ones is not told
-        meter.add(sizeOfNamespaces({namespaces, 2 * static_cast<std::size_t>(namespaceCount)}));
+        meter.add(sizeOfNamespaces({namespaces, textsOfNamespace * static_cast<std::size_t>(namespaceCount)}));
     if (meter.exceeded())
         xmlStopParser(parser);
     else

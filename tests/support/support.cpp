@@ -156,7 +156,7 @@ void giveTo(const fs::path& path, const std::string& user, const std::string& gr
 }
 
 std::string metadata(const std::string& mappings, const std::string& version, const std::string& language) {
-    const std::string base = "http://nimbo.example/ns/wtx/1";
+    const std::string base = LARKSPUR_WTX_NAMESPACE;
     return "<application xmlns=\"" + base + "\" xmlns:php=\"" + base + "/php\" xmlns:cgi=\"" + base +
            "/cgi\" version=\"" + version + "\"><name>guestbook</name><version>1.0</version><release>1</release>" +
            "<configuration-script-language>" + language + "</configuration-script-language>" + mappings +

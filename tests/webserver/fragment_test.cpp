@@ -209,6 +209,8 @@ TEST_F(Fragment, IsRemovedBelowThePanelsDirectoryAlone) {
 TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
     NEEDS_PROGRAM("/usr/sbin/apache2");
     run({"cp", "-R", LARKSPUR_SOURCE_DIR "/examples/guestbook/.", package.string()});
+    run({"sed", "-i", "s|http://nimbo.example/ns/wtx/1|" LARKSPUR_WTX_NAMESPACE "|",
+         (package / "APP-META.xml").string()});
     const std::string place = "--application-subdirectory=app";
     ASSERT_THAT(run(command("extract-application", {place})), ended(0, _));
     fs::copy_file(docroot / "app/data/initial/entries.tsv", docroot / "app/data/entries.tsv"); // as the script does
