@@ -46,8 +46,8 @@ PlannedEntries entriesOf(const std::vector<Source>& sources, bool rootIsThere) {
         if (entry.isDirectory) {
             if (const auto file = addDirectoriesAbove(entries, target))
                 planned.occupied.push_back(*file);
-        } else if (target.empty()) {
-            planned.orphans.push_back(target);
+        } else if (source.asDirectory) {
+            planned.misplaced.push_back(target);
         } else if (const std::string parent(parentOf(target)); !isElsewhere(parent)) {
             const auto above = entries.find(parent);
             if (above == entries.end() && !(parent.empty() && rootIsThere))

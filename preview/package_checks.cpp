@@ -169,7 +169,7 @@ Findings checkMissing(const Mappings& mappings, const MappingSources& sources, c
         if (!found || !found->isMissing())
             continue;
         const std::string text = "the mapping of URL " + mapping.url + " has no such directory";
-        const bool fails = mapping.writable && !willBeThere(normalPath(withoutLeadingSlashes(mapping.url)));
+        const bool fails = mapping.writable && !willBeThere(std::string(withoutLeadingSlashes(mapping.url)));
         findings.push_back(fails ? failure("missing-source", found->path,
                                            text + ", and nothing makes the one to be opened: the extraction fails")
                                  : warning("missing-source", found->path, text));
@@ -302,11 +302,11 @@ Findings checkShared(const std::vector<SharedTarget>& shared) {
 
 Findings checkParents(const PlannedEntries& planned, const PathTest& siteHasDirectory) {
     Findings findings;
+    for (const std::string& target : planned.misplaced)
+        findings.push_back(
+            failure("no-parent", target, "a single file cannot go where a directory is named: the extraction fails"));
     for (const std::string& target : planned.orphans)
-        if (target.empty())
-            findings.push_back(failure("no-parent", target,
-                                       "a single file cannot be the application's directory: the extraction fails"));
-        else if (!siteHasDirectory(parent(target)))
+        if (!siteHasDirectory(parent(target)))
             findings.push_back(
                 failure("no-parent", target, "nothing makes the directory of this single file: the extraction fails"));
     for (const std::string& target : planned.occupied)

@@ -12,7 +12,7 @@
 
 using Mappings = std::list<nimbo::FSAMetaDataWebContent>;
 
-/// Asked of a path below the destination.
+/// Asked of a path below the destination, or of a URL without its leading slash.
 using PathTest = std::function<bool(const std::string& path)>;
 
 Findings checkPassedOver(const std::vector<nimbo::PassedOver>& passedOver);
@@ -31,7 +31,7 @@ Findings checkFragmentTexts(const Mappings& mappings, const FragmentSettings& se
 Findings checkOptionTexts(const std::string& fragment, const FragmentSettings& settings);
 
 /// Mappings without a source.
-/// \param willBeThere is for the places of writable mappings, which an extraction has to find.
+/// \param willBeThere is asked of the URLs of writable mappings, whose places an extraction has to find.
 Findings checkMissing(const Mappings& mappings, const MappingSources& sources, const PathTest& willBeThere);
 
 /// A format whose script has a fixed place, and scripts with bits that make them run as somebody else.

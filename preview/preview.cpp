@@ -141,9 +141,11 @@ Preview previewPackage(const PreviewSettings& settings) {
     append(findings, checkExtensions(mappings));
     append(findings, checkFragmentTexts(mappings, fragmentSettings));
     append(findings, checkOptionTexts(fragment, fragmentSettings));
-    append(findings, checkMissing(mappings, mappingSources, [&](const std::string& target) {
-               return settings.skipWebserverWrite || entries.contains(target) ||
-                      (hasSite && siteHasEntry(site, target));
+    append(findings, checkMissing(mappings, mappingSources, [&](const std::string& url) {
+               const auto entry = entries.find(normalPath(url));
+               const bool isOpened = !settings.skipWebserverWrite && openerOf(normalPath(url));
+               return !isOpened || (entry != entries.end() && (entry->second.isDirectory || !url.ends_with('/'))) ||
+                      (hasSite && siteHasEntry(site, url));
            }));
     append(findings, checkScripts(packageDir, metadata.formatVersion, scripts));
     append(findings, checkReadable(packageDir, mappingSources, sources, read.unread));
@@ -166,6 +168,8 @@ Preview previewPackage(const PreviewSettings& settings) {
         append(findings, checkStanding(entries, standings, previous ? pathsBelowRoot(*previous) : none));
         append(findings, checkLinks(entries, standings, site, metadata));
         append(findings, checkUnreadable(entries, standings));
+        if (!settings.skipWebserverWrite)
+            append(findings, checkOpenTrees(read.plan, entries));
     }
     std::optional<std::vector<InstanceEntry>> obsolete;
     if (previous && isWhole(mappingSources, read.unread))

@@ -223,3 +223,27 @@ Findings checkUnreadable(const PreviewEntries& entries, const std::vector<Standi
     }
     return findings;
 }
+
+Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries) {
+    Findings findings;
+    const OpenedTrees opened(plan);
+    const std::string rootKey = placeKey(plan.destinationRoot);
+    const auto ignore = [](const std::string&, int, const std::string&) {}; // checkUnreadable tells of these
+    std::unordered_set<std::string> looked;
+    for (const std::string& target : plan.writableTargets) {
+        const std::string targetKey = placeKey(target);
+        if (!looked.insert(targetKey).second)
+            continue;
+        const auto look = [&](std::string_view relative, EntryKind kind) {
+            const std::string key = placeKey(relative.empty() ? target : joined(target, relative));
+            // The target itself has been looked at, and what the package has there takes the entry's place.
+            if (kind == EntryKind::Other && !relative.empty() && opened.openerOf(key) == targetKey &&
+                !entries.contains(pathOfKey(key.substr(rootKey.size()))))
+                findings.push_back(failure("special-file", pathOfKey(key.substr(rootKey.size())),
+                                           "the site has neither a file nor a directory there, which cannot be opened "
+                                           "to the web server: the extraction fails"));
+        };
+        visitDirContent(target, look, ignore);
+    }
+    return findings;
+}

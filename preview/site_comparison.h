@@ -1,5 +1,6 @@
 #pragma once
 
+#include "deploy/install_plan.h"
 #include "preview/preview.h"
 
 #include <string>
@@ -53,3 +54,7 @@ Findings checkLinks(const PreviewEntries& entries, const std::vector<Standing>& 
 
 /// Places that cannot be looked at or read, once a directory.
 Findings checkUnreadable(const PreviewEntries& entries, const std::vector<Standing>& standings);
+
+/// What the site has in the trees that will be opened to the web server: one entry that is neither file nor directory
+/// ends the extraction.
+Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries);

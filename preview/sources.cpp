@@ -78,6 +78,7 @@ std::vector<Source> lookAtSources(const InstallPlan& plan) {
             .listed = copy.kind,
             .isTooLong =
                 areTooLong[copy.mapping] || plan.destinationRoot.size() + 1 + copy.targetPath.size() >= PATH_MAX,
+            .asDirectory = ("/" + copy.targetPath).ends_with('/') || ("/" + copy.targetPath).ends_with("/."),
             .fileMode = copy.fileMode(),
             .error = error,
             .mode = status.st_mode,

@@ -45,6 +45,7 @@ struct Source {
     bool isWholeMapping; ///< what the mapping itself names, not something in it
     EntryKind listed;    ///< links not followed
     bool isTooLong;      ///< no system takes the target
+    bool asDirectory;    ///< the target is written as only a directory can be
     unsigned fileMode;   ///< of the copy, if it is a file
     int error;           ///< errno value where it cannot be looked at, else 0
     mode_t mode;

@@ -300,6 +300,11 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
         {.finding = "error: no-parent: sub/a: ", .mappings = rootMapping + named("sub/a")},
         {.finding = "error: no-parent: s/a: ", .mappings = named("s/a") + "<mapping url='s/b' path='htdocs'/>"},
         {.finding = "error: no-parent: .: ", .mappings = named("/")},
+        {.finding = "error: no-parent: a: ", .mappings = named("a/")},
+        {.finding = "error: special-file: d/a/b: ",
+         .mappings = rootMapping + "<mapping url='d' path='e'>" + writable + "<mapping url='p'/></mapping>",
+         .entries = {"e/x/", "e/p/", "../site/d/a/b -> c", "../site/d/p/b -> c", "../site/e -> c"},
+         .options = atSite},
         {.finding = "", .mappings = named("a") + named("htdocs/b") + "<mapping url='htdocs'/>"},
         {.finding = "", .mappings = named("sub/a"), .entries = {"../site/sub/"}},
         {.finding = "error: file-occupied: a: ", .mappings = named("a") + "<mapping url='a/b' path='htdocs'/>"},
@@ -347,6 +352,11 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
                       row.finding.substr(0, row.finding.find(": ", row.finding.find(": ") + 1) + 2));
     }
     EXPECT_THAT(seen, ElementsAreArray(findingCodes.begin(), findingCodes.end()));
+}
+
+TEST_F(Preview, AWritableMappingThatAPlainOneClosesNeedsNoPlace) {
+    makePackage(package, metadata("<mapping url='d'>" + writable + "<mapping url=''/></mapping>"), {});
+    EXPECT_EQ(preview({package.string(), "--summary"}).error, "warning: missing-source: 2: d, d\n");
 }
 
 TEST_F(Preview, FilesAndScriptsThatRunAsTheirOwnerAreFound) {
