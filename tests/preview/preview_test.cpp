@@ -301,6 +301,8 @@ TEST_F(Preview, EveryCodeHasItsCaseAndACleanPackageHasNone) {
         {.finding = "error: no-parent: s/a: ", .mappings = named("s/a") + "<mapping url='s/b' path='htdocs'/>"},
         {.finding = "error: no-parent: .: ", .mappings = named("/")},
         {.finding = "error: no-parent: a: ", .mappings = named("a/")},
+        {.finding = "error: missing-source: x: ",
+         .mappings = rootMapping + named("a") + "<mapping url='a/' path='x'>" + writable + "</mapping>"},
         {.finding = "error: special-file: d/a/b: ",
          .mappings = rootMapping + "<mapping url='d' path='e'>" + writable + "<mapping url='p'/></mapping>",
          .entries = {"e/x/", "e/p/", "../site/d/a/b -> c", "../site/d/p/b -> c", "../site/e -> c"},
