@@ -1,6 +1,7 @@
 #include "preview/formats.h"
 #include "preview/text.h"
 
+#include <array>
 #include <boost/json.hpp>
 // The library's own code comes along here: as a shared library it would be one more for every user of this one.
 #include <boost/json/src.hpp>

@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstring>
 #include <map>
+#include <set>
 #include <tuple>
 #include <unordered_set>
 
