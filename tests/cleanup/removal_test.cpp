@@ -51,7 +51,7 @@ TEST_F(Removal, ListedEntriesGoContentsFirst) {
     expectAsBefore("<INSTANCE-DATA/>");
 }
 
-TEST_F(Removal, TheInstancesDirectoryGoesAndThoseAboveItStay) {
+TEST_F(Removal, NothingAboveTheInstancesDirectoryGoes) {
     put({"deep/er/app/file"});
     EXPECT_THAT(removeBy(listOf({"file"}), {"--application-subdirectory=deep/er/app"}), ended(0));
     EXPECT_EQ(namesIn(docroot), "d . d deep d deep/er d own f own/page");
@@ -74,7 +74,7 @@ TEST_F(Removal, TheDocumentRootAndKeptPlacesStay) {
     EXPECT_EQ(namesIn(vhost), "d . d cgi-bin f cgi-bin/run d httpdocs");
 }
 
-TEST_F(Removal, WhatResistsIsALineEachAndTheRestGoes) {
+TEST_F(Removal, WhatResistsIsALineEach) {
     put({"blog/a", "blog/kept", "blog/dir/unlisted", "root/file"});
     giveTo(docroot / "root", "root", "root");
     const std::string at = docroot.string() + "/";
@@ -93,7 +93,7 @@ TEST_F(Removal, GoesOnWhereNobodyReadsItsLines) {
     EXPECT_THAT(run(unread(command("delete-application")), "no document"), ended(1)); // the last message is not read
 }
 
-TEST_F(Removal, UnusableListsAndPlacesStopEverything) {
+TEST_F(Removal, UnusableListsRemoveNothing) {
     put({"blog/a"});
     const Words blog{"--application-subdirectory=blog"};
     const Words present = tree(docroot);

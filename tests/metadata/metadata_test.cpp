@@ -59,7 +59,7 @@ std::string repeated(const std::string& text, int count) {
 
 } // namespace
 
-TEST_F(Metadata, FactsComeFromTheFirstElementsAndHaveDefaults) {
+TEST_F(Metadata, FactsComeFromTheFirstElements) {
     const auto facts = [this](const std::string& document) {
         const auto reader = read(document);
         return reader.name + " " + reader.version + "-" + reader.release + ", scripts in '" + reader.scriptLanguage +
@@ -140,14 +140,14 @@ TEST_F(Metadata, ALinkIsReadOnlyWhereEverybodyMayRead) {
     }
 }
 
-TEST_F(Metadata, EntitiesOfTheDocumentAreReadAndExternalOnesAreNot) {
+TEST_F(Metadata, ExternalEntitiesAreNotRead) {
     const std::string types = "<!DOCTYPE application [<!ENTITY own \"data\"><!ENTITY outer SYSTEM \"/etc/passwd\">]>";
     const auto reader = read(types + metadata("<mapping url='&own;'/>", "1.1", "[&outer;]"));
     EXPECT_EQ(reader.scriptLanguage, "[]");
     EXPECT_EQ(reader.get_web_content_info().front().url, "/data");
 }
 
-TEST_F(Metadata, MappingsAreFlattenedAndOrderedByDepth) {
+TEST_F(Metadata, MappingsAreOrderedByDepth) {
     struct Row {
         std::string elements, mappings;
     };

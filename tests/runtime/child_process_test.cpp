@@ -21,7 +21,7 @@ Outcome shell(const std::string& script, const std::string& input = {}, const st
 
 } // namespace
 
-TEST(Capture, GivesTheStatusAndAllThatWasWritten) {
+TEST(Capture, GivesAllThatWasWritten) {
     const std::string path = std::getenv("PATH");
     const std::string large(1U << 20, 'i');
     struct Row {
@@ -158,7 +158,7 @@ TEST(Waiting, TellsThatThereIsNoChild) {
 
 class ChildAccounts : public SandboxTest {};
 
-TEST_F(ChildAccounts, KnownAccountsAreSwitchedToAndOthersKeepTheCurrent) {
+TEST_F(ChildAccounts, UnknownAccountsKeepTheCurrentOne) {
     EXPECT_THAT(shell("id -un; id -Gn; pwd", "", "sitea"),
                 ended(0, "", "sitea\nkrocln guestextra\n" + (vhost.parent_path() / "sitea.example").string() + "\n"));
     EXPECT_THAT(shell("id -un", "", "root"), ended(0, "", "root\n"));

@@ -158,7 +158,7 @@ TEST_F(Accounts, ASwitchThatLeavesTheWayBackOpenFails) {
     EXPECT_THAT(inChild(switchUnderBits), ended(1, message, message));
 }
 
-TEST_F(Accounts, AHomeAndAnotherAccountThanRootAreNeededUnlessTheCallerSaysOtherwise) {
+TEST_F(Accounts, TheCallersFlagsWidenWhatIsRefused) {
     const auto changeTo = [](const char* user, int changeDir, int allowRoot) {
         return inChild([=] {
             errno = 0;
@@ -172,7 +172,7 @@ TEST_F(Accounts, AHomeAndAnotherAccountThanRootAreNeededUnlessTheCallerSaysOther
     EXPECT_THAT(changeTo("root", 0, 1), ended(0));
 }
 
-TEST_F(Accounts, LookUpsAnswerZeroForTheUnknownAndNameTheirOwnError) {
+TEST_F(Accounts, LookUpsNameTheirOwnError) {
     const auto uidOf = [](const char* user) { return nimbo_ugid(user, 0); };
     const auto gidOf = [](const char* user) { return nimbo_ugid(user, 1); };
     const std::string range = ": Numerical result out of range\nSystem error 34: Numerical result out of range\n";

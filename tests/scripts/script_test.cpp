@@ -130,7 +130,7 @@ TEST_F(Script, OfOlderPackagesIsConfigureInTheirLanguage) {
     }
 }
 
-TEST_F(Script, RefusalsHaveTheirWordsAndStatus) {
+TEST_F(Script, RefusalsHaveTheirOwnStatus) {
     script("act", "no interpreter line and no execute bit", 0644);
     writeFile(base / "other/scripts/file", "x");
     const std::string path = package.string() + "/scripts/act";

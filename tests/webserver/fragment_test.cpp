@@ -128,7 +128,7 @@ TEST_F(Fragment, HasWhatTheOptionsDoNotDisable) {
     }
 }
 
-TEST_F(Fragment, IsReadAndReplacedByRootAlone) {
+TEST_F(Fragment, IsForRootAloneWhateverTheUmask) {
     const Words words = installation("<mapping url='a'>" + onePhp + "</mapping>");
     for (const std::string mask : {"0", "077"}) {
         fs::remove_all(fragments);
