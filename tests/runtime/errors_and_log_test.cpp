@@ -206,8 +206,9 @@ TEST_F(Accounts, LookUpsNameTheirOwnError) {
             const rlimit few{row.limit, usual.rlim_max};
             setrlimit(RLIMIT_NOFILE, &few);
             errno = EPERM; // of an earlier failure
-            std::cout << row.lookUp(row.name);
-            setrlimit(RLIMIT_NOFILE, &usual); // a sanitizer needs descriptors of its own at the exit
+            const unsigned id = row.lookUp(row.name);
+            setrlimit(RLIMIT_NOFILE, &usual); // a sanitizer needs descriptors of its own
+            std::cout << id;
         };
         EXPECT_THAT(inChild(lookUp), ended(0, row.message, row.message + std::to_string(row.id))) << row.name;
     }
