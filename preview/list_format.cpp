@@ -1,7 +1,6 @@
 #include "preview/formats.h"
 #include "preview/text.h"
 
-#include <ranges>
 #include <stdexcept>
 
 namespace {
@@ -23,7 +22,10 @@ std::string documentOf(const std::string& sections) {
 } // namespace
 
 std::string installedFilesOf(const Preview& preview) {
-    return documentOf(sectionOf("htdocs", std::views::keys(preview.entries)));
+    std::vector<std::string> paths;
+    for (const auto& [path, entry] : preview.entries)
+        paths.push_back(path);
+    return documentOf(sectionOf("htdocs", paths));
 }
 
 std::string obsoleteFilesOf(const Preview& preview) {
