@@ -130,11 +130,13 @@ Findings checkUrls(const Mappings& mappings) {
 
 Findings checkExtensions(const Mappings& mappings) {
     Findings findings;
-    for (const FSAMetaDataWebContent& mapping : mappings)
-        for (const std::string& extension : extensionsOf(mapping, true, true))
+    for (const FSAMetaDataWebContent& mapping : mappings) {
+        for (const std::string& extension : extensionsOf(mapping, true, true)) {
+            const std::string text = "extension \"" + extension + "\" gets a second dot";
             if (extension.starts_with('.'))
-                findings.push_back(
-                    warning("dotted-extension", mapping.url, "extension \"" + extension + "\" gets a second dot"));
+                findings.push_back(warning("dotted-extension", mapping.url, text));
+        }
+    }
     return findings;
 }
 
@@ -228,9 +230,8 @@ Findings checkReadable(const std::string& packageDir, const MappingSources& mapp
             tell(source.path, std::strerror(source.error));
         else if (isNew && source.isFile() && (source.mode & S_IROTH) == 0)
             tell(source.path, "the site's account may not read it");
-        // A link to a directory is installed as an empty directory.
         else if (isNew && source.listed == EntryKind::Directory && (source.mode & needed) != needed)
-            tell(source.path, mayNotEnter);
+            tell(source.path, mayNotEnter); // a link to a directory is installed as an empty directory
     }
     for (const auto& [path, error] : unread)
         if (!isBelowClosed(path))
@@ -240,10 +241,11 @@ Findings checkReadable(const std::string& packageDir, const MappingSources& mapp
 
 Findings checkSources(const std::vector<Source>& sources) {
     Findings findings;
-    for (const Source& source : sources)
+    for (const Source& source : sources) {
         for (const SourceRule& rule : sourceRules)
             if (rule.applies(source))
                 findings.push_back(rule.find(rule.code, source.path, rule.text));
+    }
     return findings;
 }
 
@@ -258,8 +260,7 @@ Findings checkTargets(const std::vector<Source>& sources) {
         const bool isNew = told.insert(source.target).second && !isBelow;
         if (isNew && source.isTooLong)
             findings.push_back(failure("path-too-long", source.path,
-                                       "its target has " + std::to_string(source.target.size()) +
-                                           " bytes, more than the system takes: the extraction fails"));
+                                       "the system takes no target of this length: the extraction fails"));
         if (isNew && !fits)
             findings.push_back(
                 warning("unrepresentable-name", source.path, "no list of installed files can hold this name"));
@@ -293,10 +294,10 @@ Findings checkShared(const std::vector<SharedTarget>& shared) {
     for (const auto& [target, earlier, later] : shared) {
         const bool isBelow = told.contains({parent(target), parent(earlier), parent(later)});
         told.emplace(target, earlier, later);
+        const std::string text = "planned from " + (earlier.empty() ? "." : earlier) + " and " +
+                                 (later.empty() ? "." : later) + ", of which the second counts";
         if (!isBelow)
-            findings.push_back(warning("shadowed", target,
-                                       "planned from " + (earlier.empty() ? "." : earlier) + " and " +
-                                           (later.empty() ? "." : later) + ", of which the second counts"));
+            findings.push_back(warning("shadowed", target, text));
     }
     return findings;
 }
@@ -306,10 +307,11 @@ Findings checkParents(const PlannedEntries& planned, const PathTest& siteHasDire
     for (const std::string& target : planned.misplaced)
         findings.push_back(
             failure("no-parent", target, "a single file cannot go where a directory is named: the extraction fails"));
-    for (const std::string& target : planned.orphans)
+    for (const std::string& target : planned.orphans) {
         if (!siteHasDirectory(parent(target)))
             findings.push_back(
                 failure("no-parent", target, "nothing makes the directory of this single file: the extraction fails"));
+    }
     for (const std::string& target : planned.occupied)
         findings.push_back(
             failure("file-occupied", target, "a file for one mapping, a directory for another: the extraction fails"));
@@ -323,9 +325,9 @@ Findings checkShippedData(const PreviewEntries& entries,
         if (const auto opener = entry.isDirectory ? std::nullopt : openerOf(path))
             ++files[*opener];
     Findings findings;
-    for (const auto& [opener, count] : files)
-        findings.push_back(warning("ships-data", opener,
-                                   std::to_string(count) + (count == 1 ? " file" : " files") +
-                                       ": every upgrade replaces what visitors wrote there"));
+    for (const auto& [opener, count] : files) {
+        const std::string what = std::to_string(count) + (count == 1 ? " file" : " files");
+        findings.push_back(warning("ships-data", opener, what + ": every upgrade replaces what visitors wrote there"));
+    }
     return findings;
 }

@@ -58,7 +58,7 @@ std::vector<InstanceEntry> obsoleteOf(const std::vector<InstanceEntry>& list, co
         if (section != InstallSectionHtdocs || !isInUse(path.native()))
             keys.emplace_back(section, pathKey(path));
     std::ranges::sort(keys, std::ranges::greater());
-    keys.erase(std::ranges::unique(keys).begin(), keys.end());
+    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
     std::vector<InstanceEntry> obsolete;
     for (const auto& [section, key] : keys)
         obsolete.emplace_back(section, pathOfKey(key));

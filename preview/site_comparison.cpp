@@ -164,12 +164,13 @@ EntryState stateOf(const Standing& standing) {
 Findings checkAbove(const Site& site) {
     Findings findings;
     struct stat status {};
-    if (isBlocked(site.destination))
+    if (isBlocked(site.destination)) {
         findings.push_back(failure("file-occupied", ".",
                                    "the site has a file or a link that leads nowhere above it: the extraction fails"));
-    else if (stat(site.wwwRoot.c_str(), &status) != 0 && isNowhere(errno))
+    } else if (stat(site.wwwRoot.c_str(), &status) != 0 && isNowhere(errno)) {
         findings.push_back(
             warning("no-document-root", "--www-root", "there is no " + site.wwwRoot + ": the extraction makes it"));
+    }
     // From the document root down to what is above the application's directory.
     for (auto end = site.wwwRoot.size(); end < site.destination.size(); end = site.destination.find('/', end + 1)) {
         const std::string above = normalPath(std::string_view(site.destination).substr(0, end));
@@ -196,16 +197,16 @@ Findings checkLinks(const PreviewEntries& entries, const std::vector<Standing>& 
                     const nimbo::FSAMetaDataReader& metadata) {
     Findings findings;
     auto standing = standings.begin();
-    for (const auto& [path, entry] : entries) {
+    for (const auto& entry : entries) {
         if ((standing++)->place != Place::DirectoryLink)
             continue;
+        const std::string& path = entry.first;
         const std::string text = whereTo(joined(site.destination, path));
         const auto follows = [&](const auto& mapping) { return isFollowed(mapping, path); };
-        if (entry.isOpened && std::ranges::none_of(metadata.webContent, follows))
-            findings.push_back(failure("leads-elsewhere", path,
-                                       text + "; it cannot be opened to the web server: the extraction fails"));
-        else
-            findings.push_back(warning("leads-elsewhere", path, text));
+        const bool fails = entry.second.isOpened && std::ranges::none_of(metadata.webContent, follows);
+        const std::string more = "; it cannot be opened to the web server: the extraction fails";
+        findings.push_back(fails ? failure("leads-elsewhere", path, text + more)
+                                 : warning("leads-elsewhere", path, text));
     }
     return findings;
 }
@@ -236,12 +237,13 @@ Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries) 
             continue;
         const auto look = [&](std::string_view relative, EntryKind kind) {
             const std::string key = placeKey(relative.empty() ? target : joined(target, relative));
+            const std::string path = pathOfKey(key.substr(rootKey.size()));
             // The target itself has been looked at, and what the package has there takes the entry's place.
-            if (kind == EntryKind::Other && !relative.empty() && opened.openerOf(key) == targetKey &&
-                !entries.contains(pathOfKey(key.substr(rootKey.size()))))
-                findings.push_back(failure("special-file", pathOfKey(key.substr(rootKey.size())),
-                                           "the site has neither a file nor a directory there, which cannot be opened "
-                                           "to the web server: the extraction fails"));
+            const bool isOpened = !relative.empty() && opened.openerOf(key) == targetKey && !entries.contains(path);
+            if (kind == EntryKind::Other && isOpened)
+                findings.push_back(
+                    failure("special-file", path,
+                            "neither a file nor a directory in a tree to be opened: the extraction fails"));
         };
         visitDirContent(target, look, ignore);
     }
