@@ -60,6 +60,7 @@ std::vector<InstanceEntry> obsoleteOf(const std::vector<InstanceEntry>& list, co
     std::ranges::sort(keys, std::ranges::greater());
     keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
     std::vector<InstanceEntry> obsolete;
+    obsolete.reserve(keys.size());
     for (const auto& [section, key] : keys)
         obsolete.emplace_back(section, pathOfKey(key));
     return obsolete;

@@ -240,10 +240,9 @@ Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries) 
             const std::string path = pathOfKey(key.substr(rootKey.size()));
             // The target itself has been looked at, and what the package has there takes the entry's place.
             const bool isOpened = !relative.empty() && opened.openerOf(key) == targetKey && !entries.contains(path);
+            const std::string text = "neither a file nor a directory in a tree to be opened: the extraction fails";
             if (kind == EntryKind::Other && isOpened)
-                findings.push_back(
-                    failure("special-file", path,
-                            "neither a file nor a directory in a tree to be opened: the extraction fails"));
+                findings.push_back(failure("special-file", path, text));
         };
         visitDirContent(target, look, ignore);
     }
