@@ -90,7 +90,7 @@ std::string pathKey(const boost::filesystem::path& path) {
 
 std::string placeKey(const boost::filesystem::path& path) {
     const std::string& text = path.native();
-    const std::string key = pathKey(text.starts_with("//") ? "/" + std::string(withoutLeadingSlashes(text)) : path);
+    const std::string key = pathKey(text.starts_with("//") ? joined("", withoutLeadingSlashes(text)) : path);
     std::string place;
     place.reserve(key.size());
     for (std::size_t start = 0; start < key.size();) {
