@@ -94,6 +94,8 @@ class MappedPlaces {
 public:
     explicit MappedPlaces(const std::vector<std::string>& targets);
 
+    bool empty() const { return keys_.empty(); }
+
     /// The deepest target that is the entry or stands above it, as the length of its placeKey; nothing for none.
     /// \param key placeKey of the entry.
     std::optional<std::size_t> deepestAt(std::string key) const;
@@ -106,6 +108,8 @@ private:
 class PlainTrees {
 public:
     explicit PlainTrees(const InstallPlan& plan) : places_(plan.plainTargets) {}
+
+    bool empty() const { return places_.empty(); }
 
     /// True when a plain mapping at or below `writable` has `entry` in its tree, so that opening the tree of `writable`
     /// leaves `entry` alone.

@@ -76,14 +76,14 @@ void openTree(const std::string& target, std::size_t lengthWithLinks, const Plai
               const std::string& userName) {
     const std::string targetKey = placeKey(target);
     const std::string root = pathOfKey(targetKey.substr(0, lengthWithLinks));
+    const std::string targetBelow = pathOfKey(std::string_view(targetKey).substr(lengthWithLinks));
     NoLinksBelow tree(root.empty() ? "." : root);
     for (const boost::filesystem::path& listed : readDirContent(target)) {
         const std::string& entry = listed.native();
-        const std::string key = entry.empty() ? targetKey : targetKey + pathKey(entry);
-        if (plain.keepClosed(targetKey, key))
+        if (!plain.empty() && plain.keepClosed(targetKey, targetKey + pathKey(entry)))
             continue;
         const std::string path = entry.empty() ? target : joined(target, entry);
-        const std::string below = pathOfKey(std::string_view(key).substr(lengthWithLinks));
+        const std::string below = withElements(targetBelow, entry);
         openEntry(find(path, tree, below), path, entry.empty(), userName);
     }
 }
