@@ -52,7 +52,7 @@ void add(InstallPlan& plan, PlannedCopy copy) {
 
 fs::file_status statusOf(const std::string& source, const PlanningFailures& failures) {
     try {
-        const fs::file_status status = fs::status(source);
+        fs::file_status status = fs::status(source);
         if (!fs::exists(status))
             failures.missing(source);
         return status;
@@ -97,7 +97,7 @@ InstallPlan planCopies(const std::string& packageDir, const std::string& destina
                        const std::list<FSAMetaDataWebContent>& mappings) {
     const PlanningFailures told{
         [](const std::string& source) { std::cerr << "Source directory \"" << source << "\" is not exist\n"; },
-        [](const fs::filesystem_error&) { throw; },
+        [](const fs::filesystem_error& failure) { throw fs::filesystem_error(failure); },
         printFailure,
     };
     return planCopies(packageDir, destinationRoot, mappings, told);

@@ -69,9 +69,9 @@ FSAMetaDataReader::FSAMetaDataReader(const XmlDocument& document, const std::str
 }
 
 void FSAMetaDataReader::read(const XmlDocument& document, const std::string& fileName) {
-    const FSAXMLException unusable("Unable to load file: " + fileName);
+    const auto unusable = [&] { return FSAXMLException("Unable to load file: " + fileName); };
     if (document == nullptr)
-        throw unusable;
+        throw unusable();
     const XPathContext owned(xmlXPathNewContext(document.get()));
     xmlXPathContext* const context = owned.get();
     for (const names::Namespace& space : names::namespaces)
@@ -86,7 +86,7 @@ void FSAMetaDataReader::read(const XmlDocument& document, const std::string& fil
     const XPathResult mappings = query(context, inDocument(names::mapping));
     std::optional<MappingItems> items = flattenMappings(context, mappings.get(), "", "");
     if (!items)
-        throw unusable;
+        throw unusable();
     for (urlMappingItem& item : *items)
         webContent.push_back(contentFromItem(std::move(item)));
     webContent.sort(); // stable: equal depths stay in the order of the walk

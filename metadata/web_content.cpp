@@ -20,9 +20,9 @@ std::string remove_trailing_slashes(std::string text) {
     return text;
 }
 
-// cppcheck-suppress passedByValue ; the callers' interface
 std::string remove_starting_slashes(std::string text) {
-    return std::string(withoutLeadingSlashes(text));
+    text.erase(0, text.size() - withoutLeadingSlashes(text).size());
+    return text;
 }
 
 } // namespace nimbo

@@ -8,5 +8,5 @@ std::optional<std::string> demangled(const std::string& name) {
     const CMemory<char> readable(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, nullptr));
     if (readable == nullptr)
         return std::nullopt;
-    return readable.get();
+    return std::string(readable.get());
 }
