@@ -26,11 +26,14 @@ EntryHandle NoLinksBelow::find(const std::string& below) {
     return {parent.empty() ? root_.get() : entered_.get(), below.empty() ? "." : name};
 }
 
-/// Goes down from the root, one element after the other.
+/// Goes down from the root, or from the directory entered last if that is on the way, one element after the other.
 void NoLinksBelow::enter(std::string_view directory) {
+    const bool isBelow = entered_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
+    int above = isBelow ? entered_.get() : root_.get();
+    const std::size_t done = isBelow ? path_.size() + 1 : 0;
     path_ = directory;
+    directory.remove_prefix(done);
     error_ = 0;
-    int above = root_.get();
     while (!directory.empty() && error_ == 0) {
         const auto end = std::min(directory.find('/'), directory.size());
         entered_ = UniqueFd(openat(above, std::string(directory.substr(0, end)).c_str(), directoryFlags | O_NOFOLLOW));
