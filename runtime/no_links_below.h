@@ -23,6 +23,6 @@ private:
 
     UniqueFd root_;
     std::string path_; ///< below the root, of the directory entered last
-    UniqueFd entered_; ///< that directory; none for the root and after a failure
-    int error_;        ///< why it could not be entered
+    UniqueFd entered_; ///< that directory, unless it is the root; none after a failure
+    int error_;        ///< errno value where it could not be entered, else 0
 };
