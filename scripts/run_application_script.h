@@ -9,10 +9,11 @@
 int runApplicationScript(int argc, char** argv);
 
 /// Runs one action of a package's configuration script as the site's account, in the package's script directory, with
-/// empty standard input and this process's standard output and error, and without the right for others to write in its
-/// umask (022 at least).  The process keeps that account, working directory and umask.  When the switch to the account
-/// fails, the process ends with status 1. \param fullName "file:///" and the package directory. \param scriptFile,
-/// language used for packages of format version 1.1 and 1.2; others name the language in their
+/// empty standard input and this process's standard output and error.  Its umask is the caller's with 022 added.  The
+/// process keeps that account, working directory and umask.
+/// When the switch to the account fails, the process ends with status 1.
+/// \param fullName "file:///" and the package directory.
+/// \param scriptFile, language used for packages of format version 1.1 and 1.2; others name the language in their
 ///        metadata and have a script "configure".
 /// \param phpCli a PHP interpreter to try before the panel's; may be empty.
 /// \param additional arguments behind the action; null for none.
