@@ -7,8 +7,11 @@
 #include "runtime/utility_log.h"
 #include "tests/support/support.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cstring>
+#include <cstdlib>
+#include <execinfo.h>
 #include <iostream>
 #include <linux/securebits.h>
 #include <sys/prctl.h>
@@ -17,13 +20,26 @@
 namespace {
 
 struct TracedError : std::runtime_error, nimbo::Traceback {
-    TracedError() : std::runtime_error("boom"), nimbo::Traceback(0) {}
+    TracedError() : std::runtime_error("boom"), nimbo::Traceback(7) {} // leaves the last four of eleven frames
 };
+
+bool symbolsFitIntoMemory = true;
 
 } // namespace
 
-TEST(SystemErrors, HaveTheTypeAndTextOfTheirNumber) {
-    const auto failWith = [](int error) { nimbo::throwSystemError("failed", error); };
+/// In the place of the C library's function, whose lines differ from build to build: its kinds of lines, at the end.
+extern "C" char** backtrace_symbols(void* const* /*frames*/, int count) noexcept {
+    constexpr std::array lines{"/a+b/program(_ZN5nimbo9TracebackC1Em+0x1c) [0x1]", "program(+0x2d) [0x2]",
+                               "program() [0x3]", "[0x4]"};
+    if (!symbolsFitIntoMemory)
+        return nullptr;
+    auto** const symbols = static_cast<const char**>(std::calloc(static_cast<std::size_t>(count), sizeof(char*)));
+    std::copy_backward(lines.begin(), lines.end(), symbols + count);
+    return const_cast<char**>(symbols);
+}
+
+TEST(SystemErrors, HaveTheTypeOfTheirNumber) {
+    const auto failWith = [](int error) { nimbo::throwSystemError("", error); };
     EXPECT_THROW(failWith(EPERM), nimbo::ExSystemError<EPERM>);
     EXPECT_THROW(failWith(ENOENT), nimbo::ExSystemError<ENOENT>);
     EXPECT_THROW(failWith(EINTR), nimbo::ExSystemError<EINTR>);
@@ -34,51 +50,40 @@ TEST(SystemErrors, HaveTheTypeAndTextOfTheirNumber) {
         failWith(0);
     } catch (const nimbo::SystemError& failure) {
         EXPECT_EQ(typeid(failure), typeid(nimbo::SystemError));
-        EXPECT_EQ(failure.err, EPERM);
+        EXPECT_STREQ(failure.what(), "Operation not permitted");
     }
-    EXPECT_STREQ(nimbo::SystemError("failed", ENOENT).what(), "failed: No such file or directory");
-    EXPECT_STREQ(nimbo::SystemError("", ENOENT).what(), "No such file or directory");
 }
 
-TEST(FatalErrors, AreReportedWithTypeAndTraceOnBothStreams) {
-    const Outcome outcome = inChild([] { nimbo::reportException<std::exception>(TracedError()); });
-    const Text start = StartsWith("Fatal error: (anonymous namespace)::TracedError(boom)\nTraceback:\n\t");
-    const Text constructor = HasSubstr("(nimbo::Traceback::Traceback(unsigned long)+0x");
-    EXPECT_THAT(outcome, ended(0, AllOf(start, constructor), outcome.error));
-}
-
-TEST(FatalErrors, ATraceWithoutFramesIsAnEmptyListOfAddresses) {
-    std::ostringstream text;
-    text << nimbo::Traceback(1000);
-    EXPECT_EQ(text.str(), "Traceback addresses:\n");
-}
-
-TEST(Messages, AreOnBothStreamsOnceHoweverTheProcessEnds) {
-    const std::vector<std::function<void()>> writers{
-        [] { messlog2(0, 0, "text"); },
-        [] { nimbo_log(3, "text"); },
-        [] { nimbo::uerr << "text" << std::endl; },
+TEST(FatalErrors, AreReportedWithTypeAndTraceOnBothStreamsAtOnce) {
+    const auto report = [] {
+        nimbo::reportException<std::exception>(TracedError());
+        std::abort();
     };
-    for (const auto& write : writers) {
-        const auto writeAndAbort = [&] {
-            errno = 0;
-            write();
-            std::abort();
-        };
-        EXPECT_THAT(inChild(writeAndAbort), ended(aborted, "text\n", "text\n"));
-    }
-    EXPECT_THAT(inChild([] { nimbo::uerr << "part"; }), ended(0, "part", "part"));
+    const std::string text = "Fatal error: (anonymous namespace)::TracedError(boom)\n"
+                             "Traceback:\n"
+                             "\t/a+b/program(nimbo::Traceback::Traceback(unsigned long)+0x1c) [0x1]\n"
+                             "\tprogram(+0x2d) [0x2]\n"
+                             "\tprogram() [0x3]\n"
+                             "\t[0x4]\n";
+    EXPECT_THAT(inChild(report), ended(aborted, text, text));
+    EXPECT_THAT(inChild([] { nimbo::uerr << "part of a line"; }), ended(0, "part of a line", "part of a line"));
+}
+
+TEST(FatalErrors, ATraceWithoutSymbolsHasAddresses) {
+    const auto print = [] {
+        symbolsFitIntoMemory = false;
+        std::cout << TracedError();
+    };
+    EXPECT_THAT(inChild(print), ended(0, "", MatchesRegex("Traceback addresses:\n(\t0x[0-9a-f]+\n){4}")));
 }
 
 TEST(FatalErrors, ExceptionsOutsideTheListEndTheProcess) {
-    EXPECT_THROW(admitOnly<std::runtime_error>([] { throw std::range_error("listed"); }), std::range_error);
-    const auto throwUnlisted = [] { admitOnly<std::runtime_error>([] { throw std::logic_error("unlisted"); }); };
-    EXPECT_THAT(inChild(throwUnlisted), ended(aborted, HasSubstr("unlisted")));
-    const auto throwAfterInitialisation = [&] {
+    const auto throwBoth = [] {
         lark_cpp_init();
-        throwUnlisted();
+        EXPECT_THROW(admitOnly<std::runtime_error>([] { throw std::range_error("listed"); }), std::range_error);
+        EXPECT_ANY_THROW(admitOnly<std::runtime_error>([] { throw std::logic_error("unlisted"); }));
     };
-    EXPECT_THAT(inChild(throwAfterInitialisation), ended(1, "Unexpected error: unlisted\n", ""));
+    EXPECT_THAT(inChild(throwBoth), ended(1, "Unexpected error: unlisted\n", ""));
 }
 
 TEST(Messages, CarryTheErrorWhereItFits) {
@@ -86,13 +91,13 @@ TEST(Messages, CarryTheErrorWhereItFits) {
     const std::string atLimit(4096 - suffix.size(), 'm'); // the NUL takes the newline's place
     const std::string large(5000, 'm');
     struct Row {
+        const char* program = nullptr;
         int error = ENOENT;
         std::string message, printed;
         int status = 0;
     };
     const std::vector<Row> rows{
-        {.error = 0, .message = "ended\n", .printed = "ended\n"},
-        {.message = "missing", .printed = "missing" + suffix, .status = 1},
+        {.program = "/usr/sbin/tool", .error = 0, .message = "ended\n", .printed = "tool: ended\n"},
         {.message = "ended\n", .printed = "ended\n" + suffix, .status = 3},
         {.message = atLimit, .printed = atLimit + suffix},
         {.message = atLimit + "m", .printed = atLimit + "m\n"},
@@ -100,19 +105,13 @@ TEST(Messages, CarryTheErrorWhereItFits) {
     };
     for (const Row& row : rows) {
         const auto write = [&] {
+            PROGNAME = row.program;
             errno = row.error;
             messlog2(row.status, 0, "%s", row.message.c_str());
+            std::abort(); // what was written is there
         };
-        EXPECT_THAT(inChild(write), ended(row.status, row.printed, row.printed));
+        EXPECT_THAT(inChild(write), ended(row.status == 0 ? aborted : row.status, row.printed, row.printed));
     }
-}
-
-TEST(Messages, AfterTheProgramsName) {
-    const auto write = [] {
-        PROGNAME = "/usr/sbin/tool";
-        ex_messlog("named", 4, 0);
-    };
-    EXPECT_THAT(inChild(write), ended(4, "tool: named\n", "tool: named\n"));
 }
 
 TEST(Log, PrintsUpToItsLevel) {
@@ -126,9 +125,10 @@ TEST(Log, PrintsUpToItsLevel) {
         }
         nimbo_log_init(nullptr, 6, 0, 0, "x");
         nimbo_log(1, "for the system's log");
+        std::abort(); // what was written is there
     };
     const std::string printed = "2 errors\nfile: enabled 0, facility 5\nConsole: enabled 1, facility 5\n";
-    EXPECT_THAT(inChild(log), ended(0, printed, printed));
+    EXPECT_THAT(inChild(log), ended(aborted, printed, printed));
 }
 
 class Accounts : public SandboxTest {};
@@ -147,29 +147,29 @@ TEST_F(Accounts, TheSwitchLeavesNothingOfRoot) {
                             HasSubstr("Uid:\t20001\t20001\t20001\t20001\nGid:\t20100\t20100\t20100\t20100\n"))));
 }
 
-TEST_F(Accounts, ASwitchThatLeavesTheWayBackOpenFails) {
-    const auto switchUnderBits = [] {
-        ASSERT_EQ(prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP), 0); // root's capabilities stay
-        errno = 0;
-        p_setuid("sitea");
-        std::cout << "switched\n";
+TEST_F(Accounts, ARefusedSwitchEndsTheProcess) {
+    const std::string home = "Cannot chdir to nobody homedir /nonexistent\nSystem error 2: No such file or directory\n";
+    struct Row {
+        const char* user;
+        int changeDir = 0, allowRoot = 0;
+        unsigned long secureBits = 0;
+        std::string message = "";
     };
-    const std::string message = "Failed to setuid: 20001\n";
-    EXPECT_THAT(inChild(switchUnderBits), ended(1, message, message));
-}
-
-TEST_F(Accounts, TheCallersFlagsWidenWhatIsRefused) {
-    const auto changeTo = [](const char* user, int changeDir, int allowRoot) {
-        return inChild([=] {
+    const std::vector<Row> rows{
+        {.user = "nobody", .changeDir = 1, .message = home},
+        {.user = "nobody"},
+        {.user = "root", .allowRoot = 1},
+        // root's capabilities stay
+        {.user = "sitea", .secureBits = SECBIT_NO_SETUID_FIXUP, .message = "Failed to setuid: 20001\n"},
+    };
+    for (const Row& row : rows) {
+        const auto change = [&] {
+            ASSERT_EQ(prctl(PR_SET_SECUREBITS, row.secureBits), 0);
             errno = 0;
-            p_setuid_ex(user, changeDir, allowRoot);
-        });
-    };
-    const std::string message =
-        "Cannot chdir to nobody homedir /nonexistent\nSystem error 2: No such file or directory\n";
-    EXPECT_THAT(changeTo("nobody", 1, 0), ended(1, message, message));
-    EXPECT_THAT(changeTo("nobody", 0, 0), ended(0));
-    EXPECT_THAT(changeTo("root", 0, 1), ended(0));
+            p_setuid_ex(row.user, row.changeDir, row.allowRoot);
+        };
+        EXPECT_THAT(inChild(change), ended(row.message.empty() ? 0 : 1, row.message, row.message)) << row.user;
+    }
 }
 
 TEST_F(Accounts, LookUpsNameTheirOwnError) {
@@ -194,7 +194,6 @@ TEST_F(Accounts, LookUpsNameTheirOwnError) {
         {.lookUp = get_group_id, .name = "no-group", .message = "getgrnam(no-group): Success\n"},
         {.lookUp = get_group_id, .name = "20199", .message = "getgrgid(20199): Success\n"},
         {.lookUp = get_group_id, .name = "99999999999", .message = "getgrgid(99999999999)" + range},
-        {.lookUp = uidOf, .name = "none", .message = "Unable to getpwnam for user none\n"},
         {.lookUp = get_user_id, .name = "none", .message = "Unable to find uid for user none: Success\n"},
         {.lookUp = get_group_id, .name = "krocln", .message = "getgrnam(krocln)" + tooMany, .limit = 3},
         {.lookUp = get_user_id, .name = "sitea", .message = "Unable to find uid for user sitea" + tooMany, .limit = 3},

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr unsigned patience = 100; ///< seconds, after which an alarm ends a process that does not end by itself
+constexpr unsigned patience = 25; ///< seconds, after which an alarm ends a process that does not end by itself
 
 class Impatience : public EmptyTestEventListener {
     void OnTestStart(const TestInfo&) override { alarm(2 * patience); }
@@ -212,12 +212,8 @@ Words SandboxTest::command(const std::string& name, const Words& changes) const 
     Words words = joined({LARKSPUR_PROGRAM, "--" + name}, options.at(name));
     for (const std::string& change : changes) {
         const std::string option = change.substr(0, change.find('=') + 1);
-        const auto isReplaced = [&](const std::string& word) { return !option.empty() && word.starts_with(option); };
-        const auto replaced = std::ranges::find_if(words, isReplaced);
-        if (replaced != words.end())
-            *replaced = change;
-        else
-            words.push_back(change);
+        std::erase_if(words, [&](const std::string& word) { return !option.empty() && word.starts_with(option); });
+        words.push_back(change);
     }
     return words;
 }
