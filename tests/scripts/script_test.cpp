@@ -10,17 +10,13 @@ protected:
     void script(const std::string& name, const std::string& text, mode_t mode = 0755) const {
         writeFile(package / "scripts" / name, text, mode);
     }
-    /// The script is a copy of the file NAME beside this test, which an interpreter only reads.
-    void scriptFrom(const std::string& name) const {
-        script("act", contentOf(fs::path(LARKSPUR_SOURCE_DIR "/tests/scripts") / name), 0644);
-    }
     /// The words of a run of scripts/act, a program, unless the changes say otherwise.
     Words words(const Words& changes = {}) const { return command("run-application-script", changes); }
     Outcome runScript(const Words& changes = {}) const { return run(words(changes)); }
 };
 
 TEST_F(Script, IsStartedAsTheCommandSays) {
-    scriptFrom("act.pl");
+    script("act", contentOf(LARKSPUR_SOURCE_DIR "/tests/scripts/act.pl"), 0644);
     const std::string scripts = package.string() + "/scripts";
     const Words words = command("run-application-script", {"--script-language=perl", "--script-name=query", "one",
                                                            "--additional-script-params=t w o", "", "--", "--three"});
@@ -33,7 +29,7 @@ TEST_F(Script, IsStartedAsTheCommandSays) {
 
 TEST_F(Script, OfPhpGetsThePreferredInterpreterThatEverybodyMayRun) {
     NEEDS_PROGRAM("/usr/bin/php");
-    scriptFrom("act.php");
+    script("act", contentOf(LARKSPUR_SOURCE_DIR "/tests/scripts/act.php"), 0644);
     const std::string script = package.string() + "/scripts/act";
     const std::string own = (base / "own").string();
     const fs::path engine = fs::path(std::getenv("LARKSPUR_SANDBOX")) / "kro/bin/zt-engine-nimborun";
@@ -87,18 +83,12 @@ TEST_F(Script, AbnormalEndsAreReported) {
 
 TEST_F(Script, IgnoresTheSignalsThatItsCallerIgnores) {
     script("act", "#!/usr/bin/env -S --list-signal-handling true\n"); // a shell or Perl would change what they get
-    struct Row {
-        std::string ignored, listed;
+    const auto listIgnoring = [&](const std::string& signals) {
+        return run(joined({"env", "--default-signal", "--ignore-signal=" + signals}, words()));
     };
-    const std::vector<Row> rows{
-        {.ignored = "USR1", .listed = "USR1       (10): IGNORE\n"},
-        {.ignored = "USR1,PIPE,XFSZ,CHLD",
-         .listed = "USR1       (10): IGNORE\nPIPE       (13): IGNORE\n"
-                   "CHLD       (17): IGNORE\nXFSZ       (25): IGNORE\n"},
-    };
-    for (const Row& row : rows)
-        EXPECT_THAT(run(joined({"env", "--default-signal", "--ignore-signal=" + row.ignored}, words())),
-                    ended(0, row.listed));
+    EXPECT_THAT(listIgnoring("USR1"), ended(0, "USR1       (10): IGNORE\n"));
+    EXPECT_THAT(listIgnoring("PIPE,XFSZ,CHLD"),
+                ended(0, "PIPE       (13): IGNORE\nCHLD       (17): IGNORE\nXFSZ       (25): IGNORE\n"));
 }
 
 TEST_F(Script, WritesNothingForAClosedStreamIntoItsFiles) {
@@ -140,33 +130,27 @@ TEST_F(Script, RefusalsHaveTheirOwnStatus) {
         "forkExecvPipes: execv() failed: Permission denied\n\nSystem error 13: Permission denied\n"
         "waitpid(0) for '" +
         path + "' process failed: No child processes (10)\n";
+    const Text fatal = StartsWith("Fatal error: boost::");
     struct Row {
         Words changes;
-        int status;
+        int status = 255;
         Text error = "", output = "";
     };
     const std::vector<Row> rows{
-        {.changes = {"--application-full-name=" + package.string()},
-         .status = 255,
-         .error = "Failed to get package path\n"},
+        {.changes = {"--application-full-name=" + package.string()}, .error = "Failed to get package path\n"},
         {.changes = {"--application-full-name=file:///" + base.string() + "/other"},
          .status = 2,
          .error = HasSubstr(unspecified),
          .output = unspecified},
         {.changes = {"--script-language=ruby", "--script-name=destroy"},
-         .status = 255,
          .error = "Config script language 'ruby' is not supported!\n"},
         {.changes = {"--script-name=destroy"}, .status = 1, .error = "Requested action `destroy` is not allowed.\n"},
         {.changes = {"--script-file-name=none"}, .status = 0},
-        {.changes = {"--script-params=x"},
-         .status = 1,
-         .error = StartsWith("Fatal error: boost::"),
-         .output = StartsWith("Fatal error: boost::")},
-        {.changes = {}, .status = 255, .error = notExecuted, .output = notExecuted}, // printed once
+        {.changes = {"--script-params=x"}, .status = 1, .error = fatal, .output = fatal},
+        {.changes = {}, .error = notExecuted, .output = notExecuted}, // printed once
     };
     for (const Row& row : rows)
         EXPECT_THAT(runScript(row.changes), ended(row.status, row.error, row.output));
-    EXPECT_THAT(run({LARKSPUR_PROGRAM, "--run-application-script"}), ended(1, StartsWith("Fatal error: boost::")));
     chmod((package / "scripts").c_str(), 0700);
     EXPECT_THAT(runScript(), ended(1, "Unable to change current directory to " + package.string() + "/scripts\n"));
 }
