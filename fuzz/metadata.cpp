@@ -1,5 +1,6 @@
 #include "metadata/exceptions.h"
 #include "metadata/metadata_reader.h"
+#include "metadata/passed_over.h"
 #include "runtime/handles.h"
 #include "runtime/xml.h"
 #include "webserver/fragment.h"
@@ -7,20 +8,11 @@
 #include <algorithm>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
-
-/// A mapping that names no place ends the process, as it has to; such documents are no finding.
-bool namesNoPlace(const xmlNode* node) {
-    for (; node != nullptr; node = node->next)
-        if (node->type == XML_ELEMENT_NODE &&
-            ((xmlStrcmp(node->name, xmlText("mapping")) == 0 && attributeOf(node, "url") == nullptr) ||
-             namesNoPlace(node->children)))
-            return true;
-    return false;
-}
 
 /// Whether every line is the writer's own: a text of the document has begun none.
 bool isFragment(const std::string& directives) {
@@ -36,14 +28,19 @@ bool isFragment(const std::string& directives) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const XmlDocument document = parseXmlMemory(std::string(data, data + size));
-    if (document != nullptr && namesNoPlace(document->children))
-        return 0;
     const UniqueFd file(memfd_create("input", MFD_CLOEXEC));
     if (write(file.get(), data, size) != static_cast<ssize_t>(size))
         std::abort();
+    const std::string name = "/proc/self/fd/" + std::to_string(file.get());
+    const XmlDocument document = parseXmlFile(name);
     try {
-        const nimbo::FSAMetaDataReader reader("/proc/self/fd/" + std::to_string(file.get()));
+        if (document != nullptr)
+            nimbo::passedOver(document.get());
+    } catch (const std::runtime_error&) {
+        return 0; // a mapping without "url": the reader would end the process, as it has to
+    }
+    try {
+        const nimbo::FSAMetaDataReader reader(document, name);
         const auto& mappings = reader.webContent;
         const bool sound =
             std::is_sorted(mappings.begin(), mappings.end()) && std::ranges::all_of(mappings, [](const auto& mapping) {

@@ -84,12 +84,12 @@ TEST(Capture, BeyondTheDescriptorsOfSelectLeavesNoChildBehind) {
     const auto capture = [] {
         const rlimit many{2 * FD_SETSIZE, 2 * FD_SETSIZE};
         setrlimit(RLIMIT_NOFILE, &many);
-        for (const int descriptor :
-             {FD_SETSIZE - 6, FD_SETSIZE - 5}) { // the highest that is waited for comes five behind
-            while (dup(STDIN_FILENO) < descriptor)
+        // The highest descriptor that a capture waits for comes five behind the last one that is open.
+        for (const int last : {FD_SETSIZE - 6, FD_SETSIZE - 5}) {
+            while (dup(STDIN_FILENO) < last)
                 continue;
             try {
-                std::cout << shell("echo served").output;
+                std::cout << shell("cat", "served\n").output;
             } catch (const nimbo::SystemError& failure) {
                 std::cout << failure.what() << "\nchildren: " << waitpid(-1, nullptr, WNOHANG);
             }

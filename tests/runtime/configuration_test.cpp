@@ -88,14 +88,14 @@ TEST_F(Configuration, WhatCannotBeReadChangesNothing) {
 
 TEST_F(Configuration, AFullTableGrowsBeforeItIsKnownThatNothingIsAdded) {
     const Table table = emptyTable();
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 40; ++i)
         EXPECT_EQ(conf_set_r(std::to_string(i).c_str(), "x", table.get()), 0);
-    EXPECT_EQ(table->capacity, 20U);
-    EXPECT_EQ(conf_set_r("19", "y", table.get()), 0);
     EXPECT_EQ(table->capacity, 40U);
-    EXPECT_EQ(table->count, 20U);
+    EXPECT_EQ(conf_set_r("39", "y", table.get()), 0);
+    EXPECT_EQ(table->capacity, 80U);
+    EXPECT_EQ(table->count, 40U);
     conf_finalize_r(table.get());
-    EXPECT_EQ(show(conf_get_r("19", table.get())), "y");
+    EXPECT_EQ(show(conf_get_r("39", table.get())), "y");
     conf_free_r(nullptr);
 }
 

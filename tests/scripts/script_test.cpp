@@ -44,11 +44,8 @@ TEST_F(Script, OfPhpGetsThePreferredInterpreterThatEverybodyMayRun) {
     const std::vector<Row> rows{
         {.options = {}, .output = ofPanel},
         {.options = {"--php-cli=" + own}, .output = ofOwn},
-        {.options = {"--php-cli=" + own}, .ownMode = 04555, .output = ofOwn},
-        {.options = {"--php-cli=" + own}, .ownMode = 0711, .output = ofPanel},
         {.options = {"--php-cli=" + own}, .ownMode = 0754, .output = ofPanel},
         {.options = {"--php-cli=" + own}, .ownMode = 0377, .output = ofPanel},
-        {.options = {"--php-cli=" + own + "/none"}, .output = ofPanel},
         {.language = "zt-engine-nimborun", .options = {"--php-cli=" + own}, .output = "engine -d\n"},
         {.language = "zt-engine-nimborun", .options = {"--php-cli=" + own}, .engineMode = 0644, .output = ofOwn},
         {.language = "zt-engine-nimborun", .options = {}, .engineMode = 0644, .output = ofPanel},
@@ -62,14 +59,6 @@ TEST_F(Script, OfPhpGetsThePreferredInterpreterThatEverybodyMayRun) {
     EXPECT_THAT(run(hideAndShow), ended(0));
     EXPECT_THAT(runScript({"--script-language=php"}), ended(255, "Unable to find command line php interpreter.\n"));
     EXPECT_THAT(run(hideAndShow), ended(0));
-}
-
-TEST_F(Script, ExitStatusesPass) {
-    script("act", "#!/bin/sh\nexit $2\n");
-    for (const int status : {0, 1, 102, 255})
-        EXPECT_THAT(runScript({std::to_string(status)}), ended(status));
-    // A panel that ignores its children hands that down.
-    EXPECT_THAT(run(joined({"env", "--ignore-signal=CHLD"}, words({"7"}))), ended(7));
 }
 
 TEST_F(Script, AbnormalEndsAreReported) {
