@@ -112,7 +112,7 @@ TEST_F(Metadata, WhatIsPassedOverWasProbablyMeantToBeRead) {
     writeFile(file_, metadata(R"(
 <nmae/><names/><nam/><nome/>
 <nmxe/><nxae/><nma/><nmaxe/>
-<name><mapping url='a'/></name>
+<name><free/><mapping url='a'/></name>
 <mapping url='a' href='a'/>
 )"));
     const XmlDocument document = parseXmlFile(file_);
