@@ -72,10 +72,17 @@ TEST_F(Metadata, FactsComeFromTheFirstElements) {
 static_assert(!std::is_convertible_v<nimbo::FSAXMLException*, std::exception*>);
 static_assert(!std::is_copy_constructible_v<nimbo::FSAMetaDataReader>); // a copy assignment mixed two documents
 
-TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
-    const std::string good = metadata("");
-    const std::string unloadable = "Unable to load file: " + file_;
-    const std::string noName = "Invalid package metadata file format: <s:name> element is missing.";
+TEST_F(Metadata, AMissingElementIsNamed) {
+    const auto failureWithout = [this](const std::string& element) {
+        return failureOf([&] { read(without(element, metadata(""))); });
+    };
+    const std::string format = "Invalid package metadata file format: ";
+    EXPECT_EQ(failureWithout("name"), format + "<s:name> element is missing.");
+    EXPECT_EQ(failureWithout("release"), format + "<s:name> element is missing.");
+    EXPECT_EQ(failureWithout("version"), format + "<s:version> element is missing.");
+}
+
+TEST_F(Metadata, WhatIsNoDocumentOrTakesFarMoreThanItsTextIsNotLoaded) {
     const std::string megabyte(1U << 20, 'x');
     const std::string wide = "<!DOCTYPE a [<!ENTITY e '" + megabyte + "'>]>";
     const std::string many = repeated("&e;", 11);
@@ -84,28 +91,19 @@ TEST_F(Metadata, UnusableDocumentsFailWithTheirMessage) {
     std::string attributes;
     for (int i = 0; i < 4000; ++i)
         attributes += " a" + std::to_string(i) + "=''";
-    struct Row {
-        std::string document, message;
+    const Words documents{
+        "",
+        run({"gzip", "-c"}, metadata("")).output,
+        wide + metadata("<summary>" + many + "</summary>"),
+        wide + metadata("<mapping url='" + many + "'/>"),
+        defaults + metadata(repeated("<mapping/>", 11)),
+        defaults + metadata(repeated("<summary/>", 11)),
+        metadata("<mapping url='" + megabyte + "'>" + repeated("<mapping url='a'/>", 6) + "</mapping>"),
+        metadata("<summary" + attributes + "/>"),
     };
-    const std::vector<Row> rows{
-        {.document = "", .message = unloadable},
-        {.document = without("name", good), .message = noName},
-        {.document = without("release", good), .message = noName},
-        {.document = without("version", good),
-         .message = "Invalid package metadata file format: <s:version> element is missing."},
-        {.document = wide + metadata("<summary>" + many + "</summary>"), .message = unloadable},
-        {.document = wide + metadata("<mapping url='" + many + "'/>"), .message = unloadable},
-        {.document = defaults + metadata(repeated("<mapping/>", 11)), .message = unloadable},
-        {.document = defaults + metadata(repeated("<summary/>", 11)), .message = unloadable},
-        {.document = metadata("<mapping url='" + megabyte + "'>" + repeated("<mapping url='a'/>", 6) + "</mapping>"),
-         .message = unloadable},
-        {.document = metadata("<summary" + attributes + "/>"), .message = unloadable},
-        {.document = run({"gzip", "-c"}, good).output, .message = unloadable},
-        {.document = metadata(repeated("<summary>" + megabyte + "</summary>", 11)),
-         .message = "none"}, // as large as its own text
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(failureOf([&] { read(row.document); }), row.message) << row.document.substr(0, 300);
+    for (const std::string& document : documents)
+        EXPECT_EQ(failureOf([&] { read(document); }), "Unable to load file: " + file_) << document.substr(0, 300);
+    read(metadata(repeated("<summary>" + megabyte + "</summary>", 11))); // its own text is no matter
 }
 
 TEST_F(Metadata, WhatIsPassedOverWasProbablyMeantToBeRead) {
@@ -155,35 +153,32 @@ TEST_F(Metadata, ExternalEntitiesAreNotRead) {
 }
 
 TEST_F(Metadata, MappingsAreOrderedByDepth) {
-    struct Row {
-        std::string elements, mappings;
-    };
-    const std::vector<Row> rows{
-        {.elements = "<mapping url='/' path='htdocs'><mapping url='admin'/><mapping url='cgi-bin'/></mapping>"
-                     "<mapping url='/blog/' virtual='redirect' href='http://x/'/>"
-                     "<mapping url='/data'><mapping url='x/y'/></mapping>",
-         .mappings = "1 /data /data\n1 / /htdocs\n1 /cgi-bin /htdocs/cgi-bin\n1 /admin /htdocs/admin\n"
-                     "2 /blog/  >http://x/\n3 /data/x/y /data/x/y\n"},
-        {.elements = "<mapping url='a' virtual='redirect'><mapping url='b'/></mapping>", .mappings = ""},
-        {.elements = "<mapping url='a' virtual='true' href='x'><mapping url='b'/></mapping>", .mappings = ""},
-        {.elements = "<mapping url=''/>", .mappings = "1 / /\n"},
-        {.elements = "<mapping url='//x'/>", .mappings = "1 /x /x\n"},
-        {.elements = "<mapping url='a//'><mapping url='b' path='//c/'/></mapping>",
-         .mappings = "2 /a/b /c/\n3 /a// /a//\n"},
-        {.elements = "<mapping url='a' path='p'><mapping url='b' path=''/></mapping>",
-         .mappings = "1 /a /p\n2 /a/b /p/b\n"},
-        {.elements = "<mapping url='a'><php:permissions/><php:permissions writable='true'/></mapping>",
-         .mappings = "1 /a /a w\n"},
-        {.elements = "<mapping url='a'><php:permissions writable='True'/></mapping>", .mappings = "1 /a /a\n"},
-        {.elements = "<mapping url='a'><php:handler><php:extension>php</php:extension><php:extension> .x"
-                     "</php:extension></php:handler><php:handler><php:extension>p</php:extension><php:disabled/>"
-                     "</php:handler></mapping>",
-         .mappings = "1 /a /a php(php, .x,) php(off)\n"},
-        {.elements = "<mapping url='a'><cgi:handler><cgi:extension>pl</cgi:extension></cgi:handler>"
-                     "<cgi:handler><cgi:all-files/><cgi:disabled/></cgi:handler>"
-                     "<cgi:handler><cgi:extension>x</cgi:extension><cgi:all-files/></cgi:handler></mapping>",
-         .mappings = "1 /a /a cgi(pl,) cgi(off) cgi(all)\n"},
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(mappings(row.elements), row.mappings) << row.elements;
+    EXPECT_EQ(mappings("<mapping url='/' path='htdocs'><mapping url='admin'/><mapping url='cgi-bin'/></mapping>"
+                       "<mapping url='/blog/' virtual='redirect' href='http://x/'/>"
+                       "<mapping url='/data'><mapping url='x/y'/></mapping>"),
+              "1 /data /data\n"
+              "1 / /htdocs\n"
+              "1 /cgi-bin /htdocs/cgi-bin\n"
+              "1 /admin /htdocs/admin\n"
+              "2 /blog/  >http://x/\n"
+              "3 /data/x/y /data/x/y\n");
+}
+
+TEST_F(Metadata, AMappingHasWhatItsElementSays) {
+    EXPECT_EQ(mappings("<mapping url='a' virtual='redirect'><mapping url='b'/></mapping>"), "");
+    EXPECT_EQ(mappings("<mapping url='a' virtual='true' href='x'><mapping url='b'/></mapping>"), "");
+    EXPECT_EQ(mappings("<mapping url=''/>"), "1 / /\n");
+    EXPECT_EQ(mappings("<mapping url='//x'/>"), "1 /x /x\n");
+    EXPECT_EQ(mappings("<mapping url='a//'><mapping url='b' path='//c/'/></mapping>"), "2 /a/b /c/\n3 /a// /a//\n");
+    EXPECT_EQ(mappings("<mapping url='a' path='p'><mapping url='b' path=''/></mapping>"), "1 /a /p\n2 /a/b /p/b\n");
+    EXPECT_EQ(mappings("<mapping url='a'><php:permissions/><php:permissions writable='true'/></mapping>"),
+              "1 /a /a w\n");
+    EXPECT_EQ(mappings("<mapping url='a'><php:permissions writable='True'/></mapping>"), "1 /a /a\n");
+    EXPECT_EQ(mappings("<mapping url='a'>"
+                       "<php:handler><php:extension>php</php:extension><php:extension> .x</php:extension></php:handler>"
+                       "<php:handler><php:extension>p</php:extension><php:disabled/></php:handler>"
+                       "<cgi:handler><cgi:extension>pl</cgi:extension></cgi:handler>"
+                       "<cgi:handler><cgi:all-files/><cgi:disabled/></cgi:handler>"
+                       "<cgi:handler><cgi:extension>x</cgi:extension><cgi:all-files/></cgi:handler></mapping>"),
+              "1 /a /a php(php, .x,) php(off) cgi(pl,) cgi(off) cgi(all)\n");
 }

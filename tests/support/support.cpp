@@ -4,12 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/format.hpp>
 #include <fstream>
-#include <grp.h>
 #include <iomanip>
 #include <map>
-#include <pwd.h>
+#include <ranges>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -21,17 +19,6 @@ constexpr unsigned patience = 25; ///< seconds, after which an alarm ends a proc
 class Impatience : public EmptyTestEventListener {
     void OnTestStart(const TestInfo&) override { alarm(2 * patience); }
 };
-
-std::string describe(const fs::path& path, const std::string& name) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0)
-        return "? " + name;
-    const mode_t mode = status.st_mode;
-    const char type = S_ISDIR(mode) ? 'd' : S_ISREG(mode) ? 'f' : S_ISLNK(mode) ? 'l' : 'o';
-    return (boost::format("%1% %2$04o %3%:%4% %5%") % type % (mode & 07777U) % getpwuid(status.st_uid)->pw_name %
-            getgrgid(status.st_gid)->gr_name % name)
-        .str();
-}
 
 } // namespace
 
@@ -98,14 +85,12 @@ Matcher<const Outcome&> ended(int status, const Text& error, const Text& output)
 }
 
 Words tree(const fs::path& root) {
-    Words names{"."};
-    if (fs::exists(root))
-        for (const auto& entry : fs::recursive_directory_iterator(root))
-            names.push_back(entry.path().string().substr(root.string().size() + 1));
-    std::sort(names.begin(), names.end());
+    std::istringstream found(run({"find", root.string(), "-printf", "%P\\0%y %04m %u:%g \\0"}).output);
+    std::map<std::string, std::string> sorted; // by names, which may hold line breaks
+    for (std::string name, what; std::getline(found, name, '\0') && std::getline(found, what, '\0');)
+        sorted[name] = what + (name.empty() ? "." : name);
     Words lines;
-    for (const std::string& name : names)
-        lines.push_back(describe(root / name, name));
+    std::ranges::copy(sorted | std::views::values, std::back_inserter(lines));
     return lines;
 }
 

@@ -46,8 +46,8 @@ Words byShell(const std::string& shell, const Words& words);
     if (!fs::exists(path))                                                                                             \
     GTEST_SKIP() << (path) << " is not installed"
 
-/// One line an entry from `root` (".") on, sorted by name, as "d 0755 sitea:krocln img": the type is d, f or l for a
-/// directory, a regular file or a link, and o for any other.
+/// One line an entry from `root` (".") on, sorted by name, as "d 0755 sitea:krocln img": the type is find's (%y):
+/// d, f or l for a directory, a regular file or a link.
 Words tree(const fs::path& root);
 
 std::string contentOf(const fs::path& file);
