@@ -117,31 +117,21 @@ TEST(Streams, FailuresNameTheOperation) {
 }
 
 TEST(Waiting, GivesTheStatusOrALineOfItsLevel) {
-    struct Row {
-        std::string end;
-        int level = 4, result = -1;
-        Text line = ""; ///< on both streams
-    };
-    const std::vector<Row> rows{
-        {.end = "exit 255", .result = 255},
-        {.end = "kill -TERM $$", .level = 3},
-        {.end = "kill -STOP $$", .line = EndsWith(": process 'prog' stopped by signal 19\n")},
-    };
-    for (const Row& row : rows) {
-        const auto wait = [&] {
+    const auto wait = [](const std::string& end, int level) {
+        return inChild([&] {
             std::cout << "first "; // buffered text goes before the child's
-            const pid_t pid = forkExecvPipes(-1, 1, 2, "sh", {"sh", "-c", "echo child;" + row.end}, "", {});
-            LogLevel = row.level;
+            const pid_t pid = forkExecvPipes(-1, 1, 2, "sh", {"sh", "-c", "echo child;" + end}, "", {});
+            LogLevel = level;
             int status = 0;
-            const int result = fork_exec_waitpid(pid, "prog", &status);
-            std::cout << result;
+            std::cout << fork_exec_waitpid(pid, "prog", &status);
             if (WIFSTOPPED(status))
                 kill(pid, SIGKILL);
-        };
-        const Outcome outcome = inChild(wait);
-        EXPECT_THAT(outcome, ended(0, row.line, "first child\n" + outcome.error + std::to_string(row.result)))
-            << row.end;
-    }
+        });
+    };
+    EXPECT_THAT(wait("exit 255", 4), ended(0, "", "first child\n255"));
+    EXPECT_THAT(wait("kill -TERM $$", 3), ended(0, "", "first child\n-1"));
+    EXPECT_THAT(wait("kill -STOP $$", 4), ended(0, EndsWith(": process 'prog' stopped by signal 19\n"),
+                                                EndsWith(": process 'prog' stopped by signal 19\n-1")));
     const std::string noChild = "fork before spawning '<unknown>' failed\n";
     EXPECT_THAT(inChild([] { std::cout << fork_exec_waitpid(-1, nullptr, nullptr); }),
                 ended(0, noChild, noChild + "-1"));

@@ -149,63 +149,42 @@ TEST_F(Accounts, TheSwitchLeavesNothingOfRoot) {
 
 TEST_F(Accounts, ARefusedSwitchEndsTheProcess) {
     const std::string home = "Cannot chdir to nobody homedir /nonexistent\nSystem error 2: No such file or directory\n";
-    struct Row {
-        const char* user;
-        int changeDir = 0, allowRoot = 0;
-        unsigned long secureBits = 0;
-        std::string message = "";
+    EXPECT_THAT(inChild([] { p_setuid_ex("nobody", 1, 0); }), ended(1, home, home));
+    EXPECT_THAT(inChild([] { p_setuid_ex("nobody", 0, 0); }), ended(0));
+    EXPECT_THAT(inChild([] { p_setuid_ex("root", 0, 1); }), ended(0));
+    const std::string openWayBack = "Failed to setuid: 20001\n";
+    const auto switchUnderBits = [] {
+        ASSERT_EQ(prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP), 0); // root's capabilities stay
+        p_setuid("sitea");
     };
-    const std::vector<Row> rows{
-        {.user = "nobody", .changeDir = 1, .message = home},
-        {.user = "nobody"},
-        {.user = "root", .allowRoot = 1},
-        // root's capabilities stay
-        {.user = "sitea", .secureBits = SECBIT_NO_SETUID_FIXUP, .message = "Failed to setuid: 20001\n"},
-    };
-    for (const Row& row : rows) {
-        const auto change = [&] {
-            ASSERT_EQ(prctl(PR_SET_SECUREBITS, row.secureBits), 0);
-            errno = 0;
-            p_setuid_ex(row.user, row.changeDir, row.allowRoot);
-        };
-        EXPECT_THAT(inChild(change), ended(row.message.empty() ? 0 : 1, row.message, row.message)) << row.user;
-    }
+    EXPECT_THAT(inChild(switchUnderBits), ended(1, openWayBack, openWayBack));
 }
 
 TEST_F(Accounts, LookUpsNameTheirOwnError) {
-    const auto gidOf = [](const char* user) { return nimbo_ugid(user, 1); };
-    const std::string range = ": Numerical result out of range\nSystem error 34: Numerical result out of range\n";
-    const std::string tooMany = ": Too many open files\nSystem error 24: Too many open files\n";
-    struct Row {
-        unsigned (*lookUp)(const char*);
-        const char* name;
-        unsigned id = 0;
-        std::string message = "";
-        rlim_t limit = 64; ///< of descriptors
-    };
-    const std::vector<Row> rows{
-        {.lookUp = get_group_id, .name = "20101", .id = 20101},
-        {.lookUp = get_group_id, .name = "0"},
-        {.lookUp = get_group_id, .name = ""},
-        {.lookUp = gidOf, .name = "siteb", .id = 20100},
-        {.lookUp = get_group_id, .name = "no-group", .message = "getgrnam(no-group): Success\n"},
-        {.lookUp = get_group_id, .name = "20199", .message = "getgrgid(20199): Success\n"},
-        {.lookUp = get_group_id, .name = "99999999999", .message = "getgrgid(99999999999)" + range},
-        {.lookUp = get_user_id, .name = "none", .message = "Unable to find uid for user none: Success\n"},
-        {.lookUp = get_group_id, .name = "krocln", .message = "getgrnam(krocln)" + tooMany, .limit = 3},
-        {.lookUp = get_user_id, .name = "sitea", .message = "Unable to find uid for user sitea" + tooMany, .limit = 3},
-    };
-    for (const Row& row : rows) {
-        const auto lookUp = [&] {
+    const auto lookUp = [](unsigned (*function)(const char*), const char* name, rlim_t descriptors = 64) {
+        return inChild([=] {
             rlimit usual{};
             getrlimit(RLIMIT_NOFILE, &usual);
-            const rlimit few{row.limit, usual.rlim_max};
+            const rlimit few{descriptors, usual.rlim_max};
             setrlimit(RLIMIT_NOFILE, &few);
             errno = EPERM; // of an earlier failure
-            const unsigned id = row.lookUp(row.name);
+            const unsigned id = function(name);
             setrlimit(RLIMIT_NOFILE, &usual); // a sanitizer needs descriptors of its own
             std::cout << id;
-        };
-        EXPECT_THAT(inChild(lookUp), ended(0, row.message, row.message + std::to_string(row.id))) << row.name;
-    }
+        });
+    };
+    const auto printed = [](const std::string& message) { return ended(0, message, message + "0"); };
+    EXPECT_THAT(lookUp([](const char* user) { return nimbo_ugid(user, 1); }, "siteb"), ended(0, "", "20100"));
+    EXPECT_THAT(lookUp(get_group_id, "20101"), ended(0, "", "20101"));
+    EXPECT_THAT(lookUp(get_group_id, "0"), printed(""));
+    EXPECT_THAT(lookUp(get_group_id, ""), printed(""));
+    EXPECT_THAT(lookUp(get_group_id, "no-group"), printed("getgrnam(no-group): Success\n"));
+    EXPECT_THAT(lookUp(get_group_id, "20199"), printed("getgrgid(20199): Success\n"));
+    EXPECT_THAT(lookUp(get_user_id, "none"), printed("Unable to find uid for user none: Success\n"));
+    const std::string range = ": Numerical result out of range\nSystem error 34: Numerical result out of range\n";
+    EXPECT_THAT(lookUp(get_group_id, "99999999999"), printed("getgrgid(99999999999)" + range));
+    const rlim_t none = 3;
+    const std::string tooMany = ": Too many open files\nSystem error 24: Too many open files\n";
+    EXPECT_THAT(lookUp(get_group_id, "krocln", none), printed("getgrnam(krocln)" + tooMany));
+    EXPECT_THAT(lookUp(get_user_id, "sitea", none), printed("Unable to find uid for user sitea" + tooMany));
 }

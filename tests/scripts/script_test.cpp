@@ -120,7 +120,8 @@ TEST_F(Script, RefusalsHaveTheirOwnStatus) {
     EXPECT_THAT(runScript({"--script-language=ruby", "--script-name=destroy"}),
                 ended(255, "Config script language 'ruby' is not supported!\n"));
     EXPECT_THAT(runScript({"--script-name=destroy"}), ended(1, "Requested action `destroy` is not allowed.\n"));
-    EXPECT_THAT(runScript({"--script-file-name=none"}), ended(0, "", ""));
+    for (const std::string action : {"install", "configure", "upgrade", "remove", "enable", "disable", "query"})
+        EXPECT_THAT(runScript({"--script-file-name=none", "--script-name=" + action}), ended(0, "", ""));
     const Text fatal = StartsWith("Fatal error: boost::");
     EXPECT_THAT(runScript({"--script-params=x"}), ended(1, fatal, fatal));
     const std::string notExecuted =
