@@ -133,20 +133,6 @@ TEST(Log, PrintsUpToItsLevel) {
 
 class Accounts : public SandboxTest {};
 
-TEST_F(Accounts, TheSwitchLeavesNothingOfRoot) {
-    const auto switchAndLook = [] {
-        p_setuid("sitea");
-        std::cout << "back to root: " << setuid(0) << ' ' << seteuid(0) << ' ' << setgid(0)
-                  << "\ndirectory: " << fs::current_path().filename().string() << '\n'
-                  << contentOf("/proc/self/status");
-    };
-    EXPECT_THAT(inChild(switchAndLook),
-                ended(0, "",
-                      AllOf(StartsWith("back to root: -1 -1 -1\ndirectory: sitea.example\n"),
-                            ContainsRegex("Groups:\t20100 20102 ?\n"),
-                            HasSubstr("Uid:\t20001\t20001\t20001\t20001\nGid:\t20100\t20100\t20100\t20100\n"))));
-}
-
 TEST_F(Accounts, ARefusedSwitchEndsTheProcess) {
     const std::string home = "Cannot chdir to nobody homedir /nonexistent\nSystem error 2: No such file or directory\n";
     EXPECT_THAT(inChild([] { p_setuid_ex("nobody", 1, 0); }), ended(1, home, home));

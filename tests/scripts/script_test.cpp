@@ -35,29 +35,23 @@ TEST_F(Script, OfPhpGetsThePreferredInterpreterThatEverybodyMayRun) {
     const fs::path engine = fs::path(std::getenv("LARKSPUR_SANDBOX")) / "kro/bin/zt-engine-nimborun";
     const std::string ofPanel = "cli EGPCS open_basedir= " + script + ",install\n";
     const std::string ofOwn = "own -d variables_order=EGPCS -d safe_mode=0 -d open_basedir= " + script + " install\n";
-    struct Row {
-        std::string language = "php";
-        Words options;
-        mode_t ownMode = 0755, engineMode = 0755;
-        std::string output;
-    };
-    const std::vector<Row> rows{
-        {.options = {}, .output = ofPanel},
-        {.options = {"--php-cli=" + own}, .output = ofOwn},
-        {.options = {"--php-cli=" + own}, .ownMode = 0754, .output = ofPanel},
-        {.options = {"--php-cli=" + own}, .ownMode = 0377, .output = ofPanel},
-        {.language = "zt-engine-nimborun", .options = {"--php-cli=" + own}, .output = "engine -d\n"},
-        {.language = "zt-engine-nimborun", .options = {"--php-cli=" + own}, .engineMode = 0644, .output = ofOwn},
-        {.language = "zt-engine-nimborun", .options = {}, .engineMode = 0644, .output = ofPanel},
-    };
-    for (const Row& row : rows) {
-        writeFile(own, "#!/bin/sh\necho own \"$@\"\n", row.ownMode);
-        writeFile(engine, "#!/bin/sh\necho engine $1\n", row.engineMode);
-        EXPECT_THAT(runScript(joined({"--script-language=" + row.language}, row.options)), ended(0, "", row.output));
+    writeFile(own, "#!/bin/sh\necho own \"$@\"\n", 0755);
+    writeFile(engine, "#!/bin/sh\necho engine $1\n", 0755);
+    const std::string php = "--script-language=php";
+    const std::string zt = "--script-language=zt-engine-nimborun";
+    const std::string cli = "--php-cli=" + own;
+    EXPECT_THAT(runScript({php}), ended(0, "", ofPanel));
+    EXPECT_THAT(runScript({php, cli}), ended(0, "", ofOwn));
+    EXPECT_THAT(runScript({zt, cli}), ended(0, "", "engine -d\n"));
+    chmod(engine.c_str(), 0644);
+    EXPECT_THAT(runScript({zt, cli}), ended(0, "", ofOwn));
+    for (const mode_t mode : {0754, 0377}) {
+        chmod(own.c_str(), mode);
+        EXPECT_THAT(runScript({zt, cli}), ended(0, "", ofPanel));
     }
     const Words hideAndShow{"sed", "-i", "s/^CLIENT_PHP_BIN/-&/;t;s/^-//", "/etc/kro/kro.conf"};
     EXPECT_THAT(run(hideAndShow), ended(0));
-    EXPECT_THAT(runScript({"--script-language=php"}), ended(255, "Unable to find command line php interpreter.\n"));
+    EXPECT_THAT(runScript({php}), ended(255, "Unable to find command line php interpreter.\n"));
     EXPECT_THAT(run(hideAndShow), ended(0));
 }
 
