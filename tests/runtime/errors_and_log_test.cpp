@@ -54,7 +54,7 @@ TEST(SystemErrors, HaveTheTypeOfTheirNumber) {
     }
 }
 
-TEST(FatalErrors, AreReportedWithTypeAndTraceOnBothStreamsAtOnce) {
+TEST(FatalErrors, AreReportedWithTheirTrace) {
     const auto report = [] {
         nimbo::reportException<std::exception>(TracedError());
         std::abort();
@@ -66,6 +66,9 @@ TEST(FatalErrors, AreReportedWithTypeAndTraceOnBothStreamsAtOnce) {
                              "\tprogram() [0x3]\n"
                              "\t[0x4]\n";
     EXPECT_THAT(inChild(report), ended(aborted, text, text));
+}
+
+TEST(FatalErrors, AnUnfinishedLineIsShownWhenTheProcessEnds) {
     EXPECT_THAT(inChild([] { nimbo::uerr << "part of a line"; }), ended(0, "part of a line", "part of a line"));
 }
 
