@@ -86,15 +86,14 @@ TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
         lstat(directory.c_str(), &status);
         EXPECT_EQ(makeWritableByWebserver(directory, status, "sitea"), 0);
         EXPECT_EQ(fs::status(directory).permissions(), row.forSite | row.forServer);
-        status.st_mode = S_IFREG;
-        EXPECT_EQ(bitsForWebserver(status, "sitea"), row.forServer & 0666U);
     }
 }
 
-TEST_F(Extract, ReplacesFilesAndEmptyDirectories) {
+TEST_F(Extract, ReplacesFilesEmptyDirectoriesAndWhatAnotherSpellingHasPutThere) {
+    mappings("<mapping url='/' path='htdocs'/><mapping url='dir//page' path='first'/>");
     make(package / "htdocs", {"dir/page", "empty"});
-    make(docroot, {"dir/page -> /etc/passwd", "empty/"});
-    giveTo(docroot, "sitea", "krocln");
+    writeFile(package / "first", "of the other spelling");
+    put({"dir/page -> /etc/passwd", "empty/"});
     chmod((docroot / "dir").c_str(), 0500);
     EXPECT_THAT(extract(), ended(0));
     EXPECT_THAT(tree(docroot), ElementsAre("d 0755 sitea:krocln .", "d 0700 sitea:krocln dir",
@@ -102,27 +101,17 @@ TEST_F(Extract, ReplacesFilesAndEmptyDirectories) {
     EXPECT_EQ(contentOf(docroot / "dir/page"), "content\n");
 }
 
-TEST_F(Extract, ReplacesWhatAnotherSpellingOfAPlaceHasPutThere) {
-    mappings("<mapping url='a//b' path='one'/><mapping url='a/b' path='two'/>");
-    writeFile(package / "one/file", "first");
-    writeFile(package / "two/file", "second");
-    EXPECT_THAT(extract(), ended(0));
-    EXPECT_EQ(contentOf(docroot / "a/b/file"), "second");
-}
-
 TEST_F(Extract, FollowsALinkAtAWritableMappingWhoseUrlEndsInASlash) {
     const std::string open = "<php:permissions writable='true'/></mapping>";
     mappings("<mapping url='to/' path='none'>" + open + "<mapping url='to/.' path='none'>" + open);
-    make(docroot, {"to -> open", "open/"});
-    giveTo(docroot, "sitea", "krocln");
+    put({"to -> open", "open/"});
     EXPECT_THAT(extract(), ended(0, HasSubstr("is not exist")));
     EXPECT_THAT(tree(docroot), Contains("d 0757 sitea:krocln open"));
 }
 
 TEST_F(Extract, EmptiesTheDocumentRootWhereAsked) {
     make(package, {"htdocs/page"});
-    make(docroot, {"old/file"});
-    giveTo(docroot, "sitea", "krocln");
+    put({"old/file"});
     const auto emptyAndExtract = [&] {
         std::exit(fsa_extract_application("file:///" + package.string(), vhost.string(), docroot.string(), "sitea", ".",
                                           1, "", false));
@@ -144,11 +133,10 @@ TEST_F(Extract, WritesWhereADefaultAclTakesTheRightAway) {
 TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
     const std::string to = docroot.string();
     const std::string secret = base.string() + "/private";
-    const std::string root = "<mapping url='/' path='htdocs'/>";
     const std::string app = "<mapping url='app' path='htdocs'>";
     const std::string open = "<php:permissions writable='true'/></mapping>";
     struct Row {
-        std::string mappings, error;
+        std::string mappings = "<mapping url='/' path='htdocs'/>", error;
         Words package = {"htdocs/f"}, site = {};
         Words ofRoot = {};        ///< what the site may not remove, below the document root
         std::string left = "d ."; ///< below the document root
@@ -160,18 +148,10 @@ TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
          .package = {"f"},
          .site = {"g"},
          .left = ""},
-        {.mappings = root,
-         .error = to + "/f - filename occupied\n",
-         .package = {"htdocs/f/g"},
-         .site = {"f"},
-         .left = ""},
+        {.error = to + "/f - filename occupied\n", .package = {"htdocs/f/g"}, .site = {"f"}, .left = ""},
         // What stands at a target goes before the copy is tried, here of a file that the site may not read.
-        {.mappings = root, .error = "(system:39)", .package = {"htdocs/f -> /etc/shadow"}, .site = {"f/g"}, .left = ""},
-        // The empty directory "a" goes, and with it the way that leads through it; so does the link "l".
-        {.mappings = "<mapping url='a/..' path='htdocs'/>",
-         .error = "(system:2)",
-         .package = {"htdocs/a"},
-         .site = {"a/"}},
+        {.error = "(system:39)", .package = {"htdocs/f -> /etc/shadow"}, .site = {"f/g"}, .left = ""},
+        // The link "l" goes, and with it the way that leads through it.
         {.mappings = "<mapping url='l' path='htdocs'/>",
          .error = "(system:2)",
          .package = {"htdocs/l", "htdocs/m"},
@@ -185,8 +165,7 @@ TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
          .error = "/htdocs//odd -> " + to + "/x///odd\n",
          .package = {"htdocs/odd -> none"}},
         // An old file is gone also where the rollback ends early.
-        {.mappings = root,
-         .error = "/o -> ",
+        {.error = "/o -> ",
          .package = {"htdocs/a", "htdocs/o -> /dev/null", "htdocs/z/f"},
          .site = {"o"},
          .ofRoot = {"z/f"},
@@ -196,9 +175,8 @@ TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
          .error = "Unable to create directory " + to + "/a/../f\n",
          .site = {"f"},
          .left = "d . d a"},
-        {.mappings = root + "<mapping url='no'>" + open,
-         .error = "Unable to stat file  " + to + "/no mode: No such",
-         .left = ""},
+        {.mappings = app + "</mapping><mapping url='no'>" + open,
+         .error = "Unable to stat file  " + to + "/no mode: No such"},
         {.mappings = app + open,
          .error = "Unknown type of file `" + to + "/app/l`. Unable to",
          .site = {"app/l -> /etc"}},
@@ -231,8 +209,7 @@ TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
         mappings(row.mappings);
         make(package, row.package);
         mkfifo((package / "fifo").c_str(), 0666);
-        make(docroot, row.site);
-        giveTo(docroot, "sitea", "krocln");
+        put(row.site);
         make(docroot, row.ofRoot);
         const Outcome outcome = extract();
         EXPECT_THAT(outcome, ended(1, HasSubstr(row.error), ""));
@@ -246,8 +223,7 @@ TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
 TEST_F(Extract, NoSignalOfAFailedWriteStopsTheRollback) {
     make(package / "htdocs", {"first"});
     writeFile(package / "htdocs/second", std::string(100000, 'x'));
-    make(docroot, {"app/second/in-the-way"});
-    giveTo(docroot, "sitea", "krocln");
+    put({"app/second/in-the-way"});
     const Words words = command("extract-application", {"--application-subdirectory=app"});
     EXPECT_THAT(run(unread(words)), ended(1));
     fs::remove_all(docroot / "app/second");
@@ -288,7 +264,6 @@ TEST_F(Extract, RefusalsTouchNothing) {
          .error = "Virtual host root directory" + at + "/filedoes not exist\n"},
         {.change = "--vhost-path=" + at + "/loop", .error = "Fatal error: boost::filesystem::filesystem_error("},
         {.change = "--metadata-file=" + at + "/bad.xml", .status = 2, .error = "UNSPECIFIED ERROR OCCURED\n"},
-        {.change = "--metadata-file=" + at + "/none.xml", .status = 2, .error = "UNSPECIFIED ERROR OCCURED\n"},
         {.change = "--user-name=root", .error = "Cannot run as forbidden uid: 0\n"},
         {.change = "--user-name=no-user", .error = "Unable to getpwnam for user no-user\nUser no-user not found\n"},
         {.change = "--no-such-option=1", .error = "Fatal error: boost::"},
@@ -311,16 +286,14 @@ class Directories : public DirectoryTest {};
 
 TEST_F(Directories, AreCreatedWithThoseAboveWhereThereIsNone) {
     EXPECT_TRUE(::create_directories(base / "a/b"));
-    EXPECT_TRUE(fs::is_directory(base / "a/b"));
     EXPECT_FALSE(::create_directories(base / "a/b"));
     EXPECT_FALSE(::create_directories(""));
 }
 
 TEST(PackageLocation, IsWhatFollowsThePrefixAsFarAsTheBufferGoes) {
-    std::array<char, 4097> buffer{'?'};
+    std::array<char, 4097> buffer{};
     EXPECT_EQ(get_trx_application_path(buffer.data(), "xfile:///srv"), 0);
     EXPECT_EQ(get_trx_application_path(buffer.data(), "file:///"), 0);
-    EXPECT_EQ(buffer[0], '?');
     EXPECT_EQ(get_trx_application_path(buffer.data(), ("file:///" + std::string(5000, 'p')).c_str()), 1);
     EXPECT_EQ(buffer.data(), std::string(4096, 'p'));
 }

@@ -51,18 +51,13 @@ plain: /site/x//y
 }
 
 TEST(Paths, LieInOneAnotherByTheirElements) {
-    struct Row {
-        std::string child, parent;
-        bool isBelow;
-    };
-    const std::vector<Row> rows{
-        {.child = "/a/b", .parent = "/a", .isBelow = true},    {.child = "/a/b", .parent = "/a/b/", .isBelow = true},
-        {.child = "/a/b/", .parent = "/a/b", .isBelow = true}, {.child = "/a/./b", .parent = "/a/b", .isBelow = true},
-        {.child = "/a/b", .parent = "", .isBelow = true},      {.child = "/a", .parent = "/a/b", .isBelow = false},
-        {.child = "/ab", .parent = "/a", .isBelow = false},    {.child = "a", .parent = "/a", .isBelow = false},
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(isSubdir(row.child, row.parent), row.isBelow) << row.child << " in " << row.parent;
+    EXPECT_TRUE(isSubdir("/a/b", "/a"));
+    EXPECT_TRUE(isSubdir("/a/b", "/a/b/"));
+    EXPECT_TRUE(isSubdir("/a/./b/", "/a/b"));
+    EXPECT_TRUE(isSubdir("/a/b", ""));
+    EXPECT_FALSE(isSubdir("/a", "/a/b"));
+    EXPECT_FALSE(isSubdir("/ab", "/a"));
+    EXPECT_FALSE(isSubdir("a", "/a"));
 }
 
 TEST(Paths, AreOrderedByTheirElements) {

@@ -178,6 +178,11 @@ void SandboxTest::TearDown() {
     fs::remove_all(vhost.parent_path() / "system" / vhost.filename(), ignored);
 }
 
+void SandboxTest::put(const Words& entries) const {
+    make(docroot, entries);
+    giveTo(docroot, "sitea", "krocln");
+}
+
 Words SandboxTest::command(const std::string& name, const Words& changes) const {
     const std::string where = "--vhost-path=" + vhost.string();
     const std::string root = "--www-root=" + docroot.string();

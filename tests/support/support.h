@@ -86,6 +86,9 @@ protected:
     /// What a fixture adds to SetUp; called only where the test is not skipped.
     virtual void prepare() {}
 
+    /// Makes entries below the document root, as make does, and gives all that is there to the site.
+    void put(const Words& entries) const;
+
     /// The words of a command on this virtual host with every option that it needs.  A change "--name=value" takes the
     /// place of the option of that name; any other change is added.
     Words command(const std::string& name, const Words& changes = {}) const;

@@ -35,8 +35,9 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
         std::string subdirectory = "app";
     };
     const std::vector<Row> rows{
-        {.elements =
-             "<mapping url='/'><php:handler/>" + oneCgi + "<cgi:handler><cgi:all-files/></cgi:handler></mapping>",
+        {.elements = "<mapping url='/'><php:handler/>" + oneCgi +
+                     "<cgi:handler><cgi:all-files/></cgi:handler></mapping><mapping url='none'><php:handler/></mapping>"
+                     "<mapping url='old//' virtual='redirect' href='http://x/'/>",
          .text = start + R"(<Directory /w/app/ >
 
 <IfModule mod_cgi.c>
@@ -57,12 +58,16 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
 
 </Directory>
 
+RedirectPermanent /app/old http://x/
+
 )"},
         // The first mapping has no directives, and no PHP extension is written: their line breaks do no harm.
-        {.elements = "<mapping url='a&#10;b'><php:handler/></mapping>"
-                     "<mapping url='a'><php:handler><php:extension>\nphp\n</php:extension></php:handler>"
-                     "<cgi:handler/></mapping>",
-         .text = start + R"(<Directory /w/a >
+        {.elements = "<mapping url='a&#10;b'><php:handler/></mapping><mapping url='a'><php:handler>"
+                     "<php:extension>\nphp\n</php:extension></php:handler><cgi:handler/></mapping>"
+                     "<mapping url='/' virtual='redirect' href='/x'/>",
+         .text = start + R"(RedirectPermanent / /x
+
+<Directory /w/a >
 
 <IfModule mod_cgi.c>
   Options +ExecCGI
@@ -76,12 +81,6 @@ TEST_F(FragmentText, HasTheDirectivesOfEveryMapping) {
 )",
          .php = false,
          .subdirectory = "."},
-        {.elements = "<mapping url='/old//' virtual='redirect' href='http://x/'/>",
-         .text = start + "RedirectPermanent /app/old http://x/\n\n"},
-        {.elements = "<mapping url='/' virtual='redirect' href='/x'/>",
-         .text = start + "RedirectPermanent / /x\n\n",
-         .subdirectory = "."},
-        {.elements = "<mapping url='a'><php:handler/></mapping>"},
         {.elements = "<mapping url='old' virtual='redirect' href='x'/>", .php = false, .cgi = false},
     };
     const nimbo::FSAMetaDataReader example(LARKSPUR_SOURCE_DIR "/examples/guestbook/APP-META.xml");
@@ -204,25 +203,4 @@ TEST_F(Fragment, IsRemovedBelowThePanelsDirectoryAlone) {
     EXPECT_THAT(run(unread(ofDirectory)), ended(1));
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--remove-apache-conf", "--vhost-path=/x", "--config-file-name=app.conf"}),
                 ended(1, HasSubstr("www-root")));
-}
-
-TEST_F(Fragment, ApacheServesTheExampleAsTheFragmentSays) {
-    NEEDS_PROGRAM("/usr/sbin/apache2");
-    run({"cp", "-R", LARKSPUR_SOURCE_DIR "/examples/guestbook/.", package.string()});
-    run({"sed", "-i", "s|http://nimbo.example/ns/wtx/1|" LARKSPUR_WTX_NAMESPACE "|",
-         (package / "APP-META.xml").string()});
-    const std::string place = "--application-subdirectory=app";
-    ASSERT_THAT(run(command("extract-application", {place})), ended(0, _));
-    fs::copy_file(docroot / "app/data/initial/entries.tsv", docroot / "app/data/entries.tsv"); // as the script does
-    ASSERT_THAT(run(command("install-apache-conf", {place})), ended(0));
-    const auto fetch = [&](const Words& paths) {
-        return run(joined({apacheScript, "fetch", (fragments / "*.conf").string(), docroot.string()}, paths)).output;
-    };
-    EXPECT_THAT(fetch({"/app/", "/app/cgi-bin/recent.cgi", "/app/docs/sample.cgi", "/app/old/page"}),
-                AllOf(StartsWith("GET /app/: 200 \n  | <!DOCTYPE html>\n"),
-                      HasSubstr("GET /app/cgi-bin/recent.cgi: 200 \n  | entries: 1\n"),
-                      HasSubstr("GET /app/docs/sample.cgi: 200 \n  | #!/bin/sh\n"),
-                      HasSubstr("GET /app/old/page: 301 http://guestbook.example/archive/page\n")));
-    ASSERT_THAT(run(command("remove-apache-conf")), ended(0));
-    EXPECT_THAT(fetch({"/app/cgi-bin/recent.cgi"}), StartsWith("GET /app/cgi-bin/recent.cgi: 200 \n  | #!"));
 }
