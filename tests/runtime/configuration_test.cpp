@@ -26,13 +26,6 @@ std::string show(const char* value) {
 
 class Configuration : public DirectoryTest {
 protected:
-    Table read(const std::string& text) const {
-        writeFile(file_, text);
-        Table table = emptyTable();
-        EXPECT_EQ(conf_read_file_r(file_.c_str(), table.get()), 0);
-        return table;
-    }
-
     const std::string file_ = (base / "kro.conf").string();
 };
 
@@ -52,26 +45,28 @@ protected:
 } // namespace
 
 TEST_F(Configuration, LinesGiveValuesByTheirExactRules) {
+    const auto valueIn = [this](const std::string& text) {
+        writeFile(file_, text);
+        const Table table = emptyTable();
+        EXPECT_EQ(conf_read_file_r(file_.c_str(), table.get()), 0);
+        return show(conf_get_r("V", table.get()));
+    };
+    for (const std::string text : {"V /srv\n", "V /srv", " \t V\t \v/srv\n", "V /srv # c\n", "V /srv#c\n"})
+        EXPECT_EQ(valueIn(text), "/srv") << text;
+    // Of an odd number of blanks, the line break among them, the last one goes.
+    EXPECT_EQ(valueIn("V /srv  # c\n"), "/srv  ");
+    EXPECT_EQ(valueIn("V /srv   # c\n"), "/srv  ");
+    EXPECT_EQ(valueIn("V /srv \n"), "/srv \n");
+    EXPECT_EQ(valueIn("V /srv\r\n"), "/srv\r\n");
+    EXPECT_EQ(valueIn("V a b\n"), "a b");
     const std::string large(1U << 20, 'v');
-    struct Row {
-        std::string value;
-        Words texts;
-    };
-    const std::vector<Row> rows{
-        {.value = "/srv", .texts = {"V /srv\n", "V /srv", " \t V\t \v/srv\n", "V /srv # c\n", "V /srv#c\n"}},
-        // Of an odd number of blanks, the line break among them, the last one goes.
-        {.value = "/srv  ", .texts = {"V /srv  # c\n", "V /srv   # c\n"}},
-        {.value = "/srv \n", .texts = {"V /srv \n"}},
-        {.value = "/srv\r\n", .texts = {"V /srv\r\n"}},
-        {.value = "a b", .texts = {"V a b\n"}},
-        {.value = large, .texts = {"A 1\nV " + large + "\n=" + large}},
-        {.value = "2", .texts = {"V 1\nV 2\n", "V 2\nV \nW 3\n", std::string("V 2\0b\n", 6)}},
-        {.value = "(null)",
-         .texts = {"V=/srv\n", "V\n", "V \n", "V #x\n", "# V x\n", "=V x\n", "V-X x\n", std::string("V\0 b\n", 5)}},
-    };
-    for (const Row& row : rows)
-        for (const std::string& text : row.texts)
-            EXPECT_EQ(show(conf_get_r("V", read(text).get())), row.value) << text;
+    EXPECT_EQ(valueIn("A 1\nV " + large + "\n=" + large), large);
+    EXPECT_EQ(valueIn("V 1\nV 2\n"), "2");
+    EXPECT_EQ(valueIn("V 2\nV \nW 3\n"), "2");
+    EXPECT_EQ(valueIn(std::string("V 2\0b\n", 6)), "2");
+    EXPECT_EQ(valueIn(std::string("V\0 b\n", 5)), "(null)");
+    for (const std::string text : {"V=/srv\n", "V\n", "V \n", "V #x\n", "# V x\n", "=V x\n", "V-X x\n"})
+        EXPECT_EQ(valueIn(text), "(null)") << text;
 }
 
 TEST_F(Configuration, WhatCannotBeReadChangesNothing) {
