@@ -258,8 +258,6 @@ TEST_F(Extract, RefusalsTouchNothing) {
          .error = "Invalid value FILE:///" + own + "for --application-full-name option\n"},
         {.change = "--application-full-name=file://" + own,
          .error = "Application metadata file " + own.substr(1) + "/APP-META.xml does not exist\n"},
-        {.change = "--application-full-name=file:///",
-         .error = "Application metadata file /APP-META.xml does not exist\n"},
         {.change = "--vhost-path=" + at + "/file",
          .error = "Virtual host root directory" + at + "/filedoes not exist\n"},
         {.change = "--vhost-path=" + at + "/loop", .error = "Fatal error: boost::filesystem::filesystem_error("},

@@ -219,7 +219,6 @@ error: broken-link: htdocs/a: leads nowhere: the extraction fails
 warning: htaccess: htdocs/h/.htaccess: counts only where the server allows it: protect nothing with it alone
 error: special-file: htdocs/null: neither a file nor a directory: the extraction fails
 warning: unrepresentable-name: htdocs/\x01: no list of installed files can hold this name
-warning: unrepresentable-name: htdocs/\xff: no list of installed files can hold this name
 warning: outside-package: l: leads out of the package, to /other
 warning: outside-package: htdocs/null: leads out of the package, to /dev/null
 warning: outside-package: htdocs/shadow: leads out of the package, to /etc/shadow
@@ -227,7 +226,7 @@ warning: outside-package: htdocs/shadow: leads out of the package, to /etc/shado
          .mappings = "<mapping url='/' " + handled + "<mapping url='b'/><mapping url='in'/><mapping url='l'/>",
          .entries = {"htdocs/a -> nowhere", "b -> b", "htdocs/null -> /dev/null", "htdocs/shadow -> /etc/shadow",
                      "htdocs/h/.htaccess", "l -> ../other", "../other/a/b", "in -> inner", "inner/f -> e", "inner/e",
-                     "htdocs/\x01/a/b", "htdocs/\xff", "scripts/configure", "../site/\"/"},
+                     "htdocs/\x01/a/b", "scripts/configure", "../site/\"/"},
          .options = {atSite + "/\"", "--application-subdirectory=a b"},
          .version = "1.0"},
         {.findings = R"(error: path-too-long: htdocs: the system takes no target of this length: the extraction fails
