@@ -233,7 +233,8 @@ TEST_F(Extract, NoSignalOfAFailedWriteStopsTheRollback) {
 
 TEST_F(Extract, ADeepTreeOfOddNamesNeedsFewDescriptors) {
     fs::path deep = package / "htdocs";
-    make(deep, {"x -> /usr/bin/env", "new\nline/\xff\xfe", "\xc3\xa9 /-rf", "a\\b\"c&", std::string(255, 'n')});
+    make(deep, {"x -> /usr/bin/env", "of-no-size -> /proc/version", "new\nline/\xff\xfe", "\xc3\xa9 /-rf", "a\\b\"c&",
+                std::string(255, 'n')});
     for (int level = 0; level < 150; ++level) {
         deep /= "d" + std::to_string(level);
         if (level % 10 == 9)
@@ -248,6 +249,7 @@ TEST_F(Extract, RefusalsTouchNothing) {
     const std::string at = base.string();
     make(base, {"package/htdocs/file", "file", "loop -> loop"});
     writeFile(base / "bad.xml", "<application");
+    writeFile(base / "loop.xml", metadata("<mapping url='/' path='../loop'/>"));
     struct Row {
         std::string change;
         int status = 1;
@@ -261,6 +263,7 @@ TEST_F(Extract, RefusalsTouchNothing) {
         {.change = "--vhost-path=" + at + "/file",
          .error = "Virtual host root directory" + at + "/filedoes not exist\n"},
         {.change = "--vhost-path=" + at + "/loop", .error = "Fatal error: boost::filesystem::filesystem_error("},
+        {.change = "--metadata-file=" + at + "/loop.xml", .error = "Fatal error: boost::filesystem::filesystem_error("},
         {.change = "--metadata-file=" + at + "/bad.xml", .status = 2, .error = "UNSPECIFIED ERROR OCCURED\n"},
         {.change = "--user-name=root", .error = "Cannot run as forbidden uid: 0\n"},
         {.change = "--user-name=no-user", .error = "Unable to getpwnam for user no-user\nUser no-user not found\n"},
