@@ -121,13 +121,14 @@ TEST(Log, PrintsUpToItsLevel) {
     const auto log = [] {
         nimbo_log(7, "above the level at the start");
         nimbo_log(6, "%d errors", 2);
+        nimbo_log_init(nullptr, 6, 0, 0, "x");
+        nimbo_log(1, "for the system's log");
         for (const char* target : {"file", "Console"}) {
             nimbo_log_init(target, 2, 5, 0, "x");
             nimbo_log(3, "above");
             nimbo_log(2, "%s: enabled %d, facility %d", target, LogEnabled, LogFacility);
         }
-        nimbo_log_init(nullptr, 6, 0, 0, "x");
-        nimbo_log(1, "for the system's log");
+        EXPECT_EQ(nimbo_logv, _nimbo_utility_logv);
         std::abort(); // what was written is there
     };
     const std::string printed = "2 errors\nfile: enabled 0, facility 5\nConsole: enabled 1, facility 5\n";
