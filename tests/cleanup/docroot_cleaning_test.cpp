@@ -9,7 +9,6 @@
 class Cleaning : public SandboxTest {};
 class CleaningByList : public DirectoryTest {};
 class Listing : public DirectoryTest {};
-class ListingAsSite : public SandboxTest {};
 
 TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIs) {
     struct Row {
@@ -71,7 +70,7 @@ TEST_F(Listing, HasADirectoryBeforeItsContentsWithoutTheFirstElements) {
                 ElementsAre("before", base / "dir", base / "dir/file", "dir", "dir/file", ".", "./file", "", "file"));
 }
 
-TEST_F(ListingAsSite, TellsWhatItMayNotLookAt) {
+TEST_F(Cleaning, TellsWhatItMayNotLookAt) {
     make(base / "list", {"dir/file"});
     chmod((base / "list/dir").c_str(), 0744); // the names may be read
     const auto list = [&] {

@@ -283,9 +283,7 @@ TEST_F(Extract, RefusalsTouchNothing) {
     EXPECT_EQ(tree(docroot), before);
 }
 
-class Directories : public DirectoryTest {};
-
-TEST_F(Directories, AreCreatedWithThoseAboveWhereThereIsNone) {
+TEST_F(Extract, CreatesDirectoriesWithThoseAboveWhereThereIsNone) {
     EXPECT_TRUE(::create_directories(base / "a/b"));
     EXPECT_FALSE(::create_directories(base / "a/b"));
     EXPECT_FALSE(::create_directories(""));

@@ -4,34 +4,29 @@
 #include "runtime/paths.h"
 #include "tests/support/support.h"
 
-class Plan : public DirectoryTest {
-protected:
-    /// All that a plan of these mappings for "/site" holds, a line each.
-    std::string planned(const std::string& elements) const {
-        writeFile(base / "APP-META.xml", metadata(elements));
-        const nimbo::FSAMetaDataReader reader((base / "APP-META.xml").string());
-        const InstallPlan plan = planCopies(base.string(), "/site", reader.get_web_content_info());
-        std::ostringstream text;
-        for (const PlannedCopy& copy : plan.copies) {
-            const nimbo::FSAInstallFileinfo info = plan.info(copy);
-            text << info.targetPath << " <- " << info.sourcePath << (info.executable ? ", a program\n" : "\n");
-        }
-        for (const InstallPlan::Shadowed& record : plan.shadowed)
-            text << record.targetPath << ": not " << record.earlierSource << ", but " << record.laterSource << '\n';
-        for (const std::string& target : plan.writableTargets)
-            text << "writable: " << target << '\n';
-        for (const std::string& target : plan.plainTargets)
-            text << "plain: " << target << '\n';
-        return text.str();
-    }
-};
+class Plan : public DirectoryTest {};
 
 TEST_F(Plan, TheDeepestMappingDecidesSourceAndMode) {
     make(base, {"htdocs/a/page", "htdocs/a-b", "cgi/run.pl", "cgi/page"});
-    EXPECT_EQ(planned("<mapping url='/' path='htdocs'><mapping url='a' path='cgi'><cgi:handler>"
-                      "<cgi:extension>pl</cgi:extension></cgi:handler></mapping></mapping>"
-                      "<mapping url='r' virtual='redirect' href='h'/><mapping url='z' path='cgi/page'>"
-                      "<php:permissions writable='true'/></mapping><mapping url='x//y' path='cgi/'/>"),
+    const std::string elements = "<mapping url='/' path='htdocs'><mapping url='a' path='cgi'><cgi:handler>"
+                                 "<cgi:extension>pl</cgi:extension></cgi:handler></mapping></mapping>"
+                                 "<mapping url='r' virtual='redirect' href='h'/><mapping url='z' path='cgi/page'>"
+                                 "<php:permissions writable='true'/></mapping><mapping url='x//y' path='cgi/'/>";
+    writeFile(base / "APP-META.xml", metadata(elements));
+    const nimbo::FSAMetaDataReader reader((base / "APP-META.xml").string());
+    const InstallPlan plan = planCopies(base.string(), "/site", reader.get_web_content_info());
+    std::ostringstream text;
+    for (const PlannedCopy& copy : plan.copies) {
+        const nimbo::FSAInstallFileinfo info = plan.info(copy);
+        text << info.targetPath << " <- " << info.sourcePath << (info.executable ? ", a program\n" : "\n");
+    }
+    for (const InstallPlan::Shadowed& record : plan.shadowed)
+        text << record.targetPath << ": not " << record.earlierSource << ", but " << record.laterSource << '\n';
+    for (const std::string& target : plan.writableTargets)
+        text << "writable: " << target << '\n';
+    for (const std::string& target : plan.plainTargets)
+        text << "plain: " << target << '\n';
+    EXPECT_EQ(text.str(),
               R"( <- htdocs
 a <- cgi
 a-b <- htdocs/a-b
