@@ -7,7 +7,6 @@
 #include <fstream>
 #include <iomanip>
 #include <map>
-#include <ranges>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -90,7 +89,8 @@ Words tree(const fs::path& root) {
     for (std::string name, what; std::getline(found, name, '\0') && std::getline(found, what, '\0');)
         sorted[name] = what + (name.empty() ? "." : name);
     Words lines;
-    std::ranges::copy(sorted | std::views::values, std::back_inserter(lines));
+    for (const auto& [name, line] : sorted)
+        lines.push_back(line);
     return lines;
 }
 
