@@ -33,7 +33,7 @@ int deleteApplication(int argc, char** argv) {
 int delete_application_user(const std::string& vhostPath, const std::string& wwwRoot,
                             const std::string& applicationSubdirectory) {
     boost::system::error_code undetermined;
-    if (!fs::exists(fs::status(wwwRoot, undetermined))) {
+    if (!fs::exists(wwwRoot, undetermined)) {
         std::cerr << "Www root directory" << wwwRoot << " does not exist\n";
         return -1;
     }
@@ -41,9 +41,6 @@ int delete_application_user(const std::string& vhostPath, const std::string& www
         std::cerr << "Cannot chdir to " << wwwRoot << ": " << std::strerror(errno) << '\n';
         return -1;
     }
-    ExtractParams params;
-    params.htdocsDir = wwwRoot;
-    params.keepCgiBin = true;
-    deleteInstance(vhostPath, params, applicationSubdirectory);
+    deleteInstance(vhostPath, {.htdocsDir = wwwRoot, .keepCgiBin = true, .cgiBinDir = {}}, applicationSubdirectory);
     return 0;
 }

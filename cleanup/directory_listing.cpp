@@ -1,11 +1,15 @@
 #include "cleanup/directory_listing.h"
 
+#include "runtime/paths.h"
+
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <dirent.h>
 #include <iostream>
+#include <iterator>
 #include <memory>
 
 namespace fs = boost::filesystem;
@@ -52,15 +56,10 @@ int readEntries(DIR* directory, bool kindsAreKnown, std::vector<Entry>& entries)
 class Walk {
 public:
     Walk(const std::string& root, const EntryVisitor& visit, const FailureVisitor& fail)
-        : path_(root), visit_(visit), fail_(fail) {
-        if (!path_.ends_with('/'))
-            path_.push_back('/');
-        start_ = path_.size();
-        path_.assign(root);
-    }
+        : path_(root), start_(root.ends_with('/') ? root.size() : root.size() + 1), visit_(visit), fail_(fail) {}
 
     void at(EntryKind kind) {
-        visit_(path_.size() < start_ ? std::string_view() : std::string_view(path_).substr(start_), kind);
+        visit_(std::string_view(path_).substr(std::min(start_, path_.size())), kind);
         if (isDirectory(kind))
             content();
     }
@@ -100,13 +99,10 @@ private:
             path_.resize(stem);
         }
         path_.resize(length);
-        if (error != 0)
-            reportUnlisted(error);
-    }
-
-    void reportUnlisted(int error) const {
-        const boost::system::error_code code(error, boost::system::system_category());
-        fail_(path_, error, fs::filesystem_error("Unable to list directory", path_, code).what());
+        if (error != 0) {
+            const boost::system::error_code code(error, boost::system::system_category());
+            fail_(path_, error, fs::filesystem_error("Unable to list directory", path_, code).what());
+        }
     }
 
     std::string path_;
@@ -119,14 +115,10 @@ private:
 fs::path withoutElements(const fs::path& path, unsigned count) {
     if (count == 0)
         return path;
-    fs::path rest;
-    for (const fs::path& element : path) {
-        if (count == 0)
-            rest /= element;
-        else
-            --count;
-    }
-    return rest;
+    std::string key = pathKey(path);
+    for (; count > 0 && !key.empty(); --count)
+        key.erase(0, key.find('\0') + 1);
+    return pathOfKey(key);
 }
 
 } // namespace
@@ -145,10 +137,6 @@ const std::string& stringFromPath(const fs::path& path) {
 
 void visitDirContent(const std::string& path, const EntryVisitor& visit, const FailureVisitor& fail) {
     Walk(path, visit, fail).at(EntryKind::Unknown);
-}
-
-void visitDirContent(const std::string& path, const EntryVisitor& visit) {
-    visitDirContent(path, visit, printFailure);
 }
 
 void printFailure(const std::string& /*path*/, int /*error*/, const std::string& line) {
@@ -174,11 +162,6 @@ int readDirContent(std::vector<fs::path>* output, const fs::path& path, unsigned
 }
 
 unsigned pathLength(const fs::path& path) {
-    unsigned length = 0;
-    bool endsInDot = false;
-    for (const fs::path& element : path) {
-        ++length;
-        endsInDot = element == ".";
-    }
-    return endsInDot ? length - 1 : length;
+    const auto length = static_cast<unsigned>(std::distance(path.begin(), path.end()));
+    return path.filename() == "." ? length - 1 : length;
 }

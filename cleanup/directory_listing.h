@@ -35,16 +35,13 @@ using EntryVisitor = std::function<void(std::string_view relative, EntryKind kin
 /// \param line what it is about, for a person.
 using FailureVisitor = std::function<void(const std::string& path, int error, const std::string& line)>;
 
+/// The FailureVisitor that prints the line on standard error.
+void printFailure(const std::string& path, int error, const std::string& line);
+
 /// Visits a path and, when it is a directory, everything below it, symbolic links never followed (lstat(2)).  The
 /// first relative path is empty and stands for the path itself; a directory comes before its contents.  Best effort:
 /// what cannot be examined is visited, told to `fail`, and passed over.
-void visitDirContent(const std::string& path, const EntryVisitor& visit, const FailureVisitor& fail);
-
-/// A line on standard error.
-void printFailure(const std::string& path, int error, const std::string& line);
-
-/// visitDirContent with printFailure.
-void visitDirContent(const std::string& path, const EntryVisitor& visit);
+void visitDirContent(const std::string& path, const EntryVisitor& visit, const FailureVisitor& fail = printFailure);
 
 /// visitDirContent into a list of paths.
 class readDirEntry {

@@ -8,8 +8,10 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <iostream>
-#include <optional>
+#include <iterator>
+#include <map>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,19 +27,6 @@ void report(const char* call, const std::string& target, int error) {
     std::cerr << boost::format("%1%(\"%2%\"): %3%\n") % call % target % std::strerror(error);
 }
 
-std::string text(const char* value) {
-    return value == nullptr ? std::string() : value;
-}
-
-void sortForRemoval(std::vector<fs::path>& paths) {
-    std::vector<std::pair<std::string, fs::path>> keyed;
-    keyed.reserve(paths.size());
-    for (fs::path& path : paths)
-        keyed.emplace_back(pathKey(path), std::move(path));
-    std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
-    std::transform(keyed.begin(), keyed.end(), paths.begin(), [](auto& pair) { return std::move(pair.second); });
-}
-
 /// True for a top-level directory whose content is to stay.
 bool isKept(std::string_view name, const ExtractParams& params) {
     return (name == "cgi-bin" && params.keepCgiBin) || (name == "error_docs" && params.keepErrorDocs);
@@ -50,24 +39,22 @@ const std::string* configuredDirectory(std::string_view name, const ExtractParam
 
 } // namespace
 
-ExtractParams::ExtractParams(const extract_params& params)
-    : htdocsDir(text(params.htdocs_dir)),
-      skelFlag(params.skel_flag != 0),
-      keepErrorDocs(params.keep_error_docs != 0),
-      keepCgiBin(params.keep_cgi_bin != 0),
-      cgiBinDir(text(params.cgi_bin_dir)) {
+ExtractParams extractParamsOf(const extract_params& params) {
+    const auto text = [](const char* value) { return std::string(value == nullptr ? "" : value); };
+    return {.htdocsDir = text(params.htdocs_dir),
+            .skelFlag = params.skel_flag != 0,
+            .keepErrorDocs = params.keep_error_docs != 0,
+            .keepCgiBin = params.keep_cgi_bin != 0,
+            .cgiBinDir = text(params.cgi_bin_dir)};
 }
 
 std::vector<fs::path> vhostUsedDirs(SetupSkeletonMode mode) {
     if (mode == SetupSkeletonDocroot)
         return {"httpdocs", "cgi-bin", "private"};
-    std::vector<fs::path> directories;
-    if (mode == SetupSkeletonAll || mode == SetupSkeletonExceptHttpdocs) {
-        for (const char* const* name = skeldir; *name != nullptr; ++name)
-            if (mode == SetupSkeletonAll || std::string_view(*name) != "httpdocs")
-                directories.emplace_back(*name);
-    }
-    return directories;
+    if (mode != SetupSkeletonAll && mode != SetupSkeletonExceptHttpdocs)
+        return {};
+    const auto first = std::begin(skeldir) + (mode == SetupSkeletonAll ? 0 : 1); // "httpdocs" comes first
+    return std::vector<fs::path>(first, std::end(skeldir) - 1);
 }
 
 const std::vector<fs::path>& vhostAllDirs() {
@@ -75,17 +62,11 @@ const std::vector<fs::path>& vhostAllDirs() {
     return directories;
 }
 
-DeleteDirEntry::DeleteDirEntry(std::string host, ExtractParams extractParams)
-    : vhostDir(std::move(host)), params(std::move(extractParams)) {
-}
-
 void DeleteDirEntry::operator()(const fs::path& relative) {
-    for (const fs::path& kept : vhostAllDirs())
-        if (relative.native() == kept.native())
-            return;
     const std::string_view text = relative.native();
     const std::string_view name = text.substr(0, text.find('/'));
-    if (isKept(name, params))
+    const auto isSame = [&](const fs::path& directory) { return directory.native() == text; };
+    if (std::ranges::any_of(vhostAllDirs(), isSame) || isKept(name, params))
         return;
     const std::string* const configured = configuredDirectory(name, params);
     remove(configured != nullptr ? withElements(*configured, text.substr(name.size()))
@@ -110,7 +91,10 @@ void DeleteDirEntry::remove(const std::string& target) {
 }
 
 void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir, const ExtractParams& params) {
-    sortForRemoval(*entries);
+    std::multimap<std::string, fs::path, std::greater<>> sorted;
+    for (fs::path& entry : *entries)
+        sorted.emplace(pathKey(entry), std::move(entry));
+    std::ranges::transform(sorted, entries->begin(), [](auto& keyed) { return std::move(keyed.second); });
     std::for_each(entries->begin(), entries->end(), DeleteDirEntry(vhostDir, params));
 }
 
@@ -127,6 +111,6 @@ void cleanDocroot(const std::string& vhostPath, const ExtractParams& params) {
 }
 
 int clean_docroot(const char* vhostPath, const extract_params* params) {
-    cleanDocroot(vhostPath, ExtractParams(*params));
+    cleanDocroot(vhostPath, extractParamsOf(*params));
     return 0;
 }

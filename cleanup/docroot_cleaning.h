@@ -4,6 +4,7 @@
 
 #include <boost/filesystem/path.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 extern "C" {
@@ -28,16 +29,15 @@ int clean_docroot(const char* vhostPath, const extract_params* params);
 
 /// The cleaning options as a value.
 struct ExtractParams {
-    ExtractParams() = default;
-    /// Null strings become empty ones.
-    explicit ExtractParams(const extract_params& params);
-
     std::string htdocsDir;
     bool skelFlag = false;
     bool keepErrorDocs = false;
     bool keepCgiBin = false;
     std::string cgiBinDir;
 };
+
+/// Null strings become empty ones.
+ExtractParams extractParamsOf(const extract_params& params);
 
 enum SetupSkeletonMode {
     SetupSkeletonAll = 0,
@@ -57,7 +57,7 @@ const std::vector<boost::filesystem::path>& vhostAllDirs();
 /// A failure is one line on standard error.  An entry that does not exist is no failure.
 class DeleteDirEntry {
 public:
-    DeleteDirEntry(std::string vhostDir, ExtractParams params);
+    DeleteDirEntry(std::string host, ExtractParams options) : vhostDir(std::move(host)), params(std::move(options)) {}
 
     void operator()(const boost::filesystem::path& relative);
 

@@ -24,20 +24,25 @@ bool isSection(const xmlNode* node) {
            node->parent == xmlDocGetRootElement(node->doc);
 }
 
-std::optional<InstallSection> sectionNamed(const XmlText& prefix) {
-    if (prefix != nullptr && std::string_view(plainText(prefix)) == "htdocs")
+/// The section that an element names; nothing for no name and for another one.
+std::optional<InstallSection> sectionOf(const xmlNode* element) {
+    const XmlText prefix = attributeOf(element, "PREFIX");
+    const std::string_view name = prefix == nullptr ? "" : plainText(prefix);
+    if (name == "htdocs")
         return InstallSectionHtdocs;
-    if (prefix != nullptr && std::string_view(plainText(prefix)) == "cgi-bin")
+    if (name == "cgi-bin")
         return InstallSectionCgiBin;
     return std::nullopt;
 }
 
-void checkSection(xmlNode* section) {
-    const XmlText prefix = attributeOf(section, "PREFIX");
-    if (prefix == nullptr)
-        throw std::runtime_error("Attribute name is required for section");
-    if (!sectionNamed(prefix))
-        throw std::runtime_error("Bad sttribute name value");
+/// The text directly in an element, entity references resolved.
+std::string textIn(const xmlNode* element) {
+    const xmlNode* const first = element->children;
+    // Nearly always there is one text and nothing else.  The library would copy it once more.
+    if (first != nullptr && first->type == XML_TEXT_NODE && first->next == nullptr)
+        return reinterpret_cast<const char*>(first->content);
+    const XmlText text(xmlNodeListGetString(element->doc, first, 1));
+    return text == nullptr ? "" : plainText(text);
 }
 
 /// Collects the entries of FILE elements.  Those of a section that will be refused play no part.
@@ -50,15 +55,15 @@ public:
             if (!isSection(element->parent))
                 return false;
             sectionElement_ = element->parent;
-            section_ = sectionNamed(attributeOf(sectionElement_, "PREFIX"));
+            section_ = sectionOf(sectionElement_);
         }
         return true;
     }
 
     void add(const xmlNode* file) {
-        const XmlText path(xmlNodeListGetString(file->doc, file->children, 1));
-        if (section_ && path != nullptr && *path != '\0')
-            entries_.emplace_back(*section_, plainText(path));
+        std::string path = textIn(file);
+        if (section_ && !path.empty())
+            entries_.emplace_back(*section_, std::move(path));
     }
 
     std::vector<InstanceEntry> take() { return std::move(entries_); }
@@ -90,12 +95,13 @@ std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
     const XmlDocument document = parseXmlMemory(nimbo::readFile(in), &files);
     if (document == nullptr)
         throw std::runtime_error("XML parse error");
-    xmlNode* const root = xmlDocGetRootElement(document.get());
+    const xmlNode* const root = xmlDocGetRootElement(document.get());
     if (!isNamed(root, "INSTANCE-DATA"))
         throw std::runtime_error("Wrong root node name");
-    for (xmlNode* child = root->children; child != nullptr; child = child->next)
-        if (isSection(child))
-            checkSection(child);
+    for (const xmlNode* child = root->children; child != nullptr; child = child->next)
+        if (isSection(child) && !sectionOf(child))
+            throw std::runtime_error(attributeOf(child, "PREFIX") == nullptr ? "Attribute name is required for section"
+                                                                             : "Bad sttribute name value");
     return entries.take();
 }
 
@@ -126,9 +132,9 @@ void deleteInstance(const std::string& vhostPath, const ExtractParams& params, c
     std::stable_sort(keys.begin(), keys.end());
     DeleteDirEntry remove(vhostPath, params);
     for (auto key = keys.rbegin(); key != keys.rend(); ++key)
-        deleteInstanceEntry({key->first, pathOfKey(key->second)}, prefix, remove);
+        deleteInstanceEntry({key->first, pathOfKey(std::move(key->second))}, prefix, remove);
 }
 
 void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix) {
-    deleteInstance(vhostPath, ExtractParams(*params), prefix);
+    deleteInstance(vhostPath, extractParamsOf(*params), prefix);
 }

@@ -11,22 +11,10 @@
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 #include <iostream>
-#include <memory>
 #include <optional>
 #include <sys/stat.h>
 
 namespace fs = boost::filesystem;
-
-namespace {
-
-void emptyDocroot(const std::string& vhostPath, const std::string& wwwRoot) {
-    ExtractParams params;
-    params.htdocsDir = wwwRoot;
-    params.keepCgiBin = true;
-    cleanDocroot(vhostPath, params);
-}
-
-} // namespace
 
 int extractApplication(int argc, char** argv) {
     std::string fullName;
@@ -55,7 +43,7 @@ int extractApplication(int argc, char** argv) {
     }
     // The package's own document has to be there even when another one is to be read.
     const std::string ownMetadata = metadataFileOf(*packageDir);
-    if (fs::status(ownMetadata).type() != fs::regular_file) {
+    if (!fs::is_regular_file(ownMetadata)) {
         std::cerr << "Application metadata file " << ownMetadata << " does not exist\n";
         return 1;
     }
@@ -69,16 +57,15 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
     if (get_group_id("krocln") == 0)
         std::exit(-1);
 
-    const std::string packageDir = packageDirectoryOf(fullName).value_or(std::string());
-    if (fs::status(vhostPath).type() != fs::directory_file) {
+    const std::string packageDir = packageDirectoryOf(fullName).value_or("");
+    if (!fs::is_directory(vhostPath)) {
         std::cerr << "Virtual host root directory" << vhostPath << "does not exist\n";
         return 1;
     }
 
-    std::unique_ptr<const nimbo::FSAMetaDataReader> reader;
+    std::optional<nimbo::FSAMetaDataReader> reader;
     try {
-        reader = std::make_unique<nimbo::FSAMetaDataReader>(metadataFile.empty() ? metadataFileOf(packageDir)
-                                                                                 : metadataFile);
+        reader.emplace(metadataFile.empty() ? metadataFileOf(packageDir) : metadataFile);
     } catch (const nimbo::FSACommonException& failure) { // never FSAXMLException: that one goes to the caller
         std::cerr << failure.what() << '\n';
         return 1;
@@ -86,8 +73,9 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
 
     p_setuid(userName.c_str());
     if (applicationSubdirectory == "." && cleanDocroot != 0)
-        emptyDocroot(vhostPath, wwwRoot);
+        ::cleanDocroot(vhostPath, {.htdocsDir = wwwRoot, .keepCgiBin = true, .cgiBinDir = {}});
     umask(022);
-    return fsa_install_htdocsfiles(packageDir, wwwRoot, applicationSubdirectory, *reader, userName, makeWritable) ? 0
-                                                                                                                  : 1;
+    const bool isInstalled =
+        fsa_install_htdocsfiles(packageDir, wwwRoot, applicationSubdirectory, *reader, userName, makeWritable);
+    return isInstalled ? 0 : 1;
 }

@@ -11,13 +11,11 @@ namespace {
 /// \return 0 or an errno value.
 int writeAll(int fd, const char* data, std::size_t size) {
     while (size > 0) {
-        const ssize_t written = write(fd, data, size);
-        if (written < 0 && errno != EINTR)
+        const ssize_t written = TEMP_FAILURE_RETRY(write(fd, data, size));
+        if (written < 0)
             return errno;
-        if (written > 0) {
-            data += written;
-            size -= static_cast<std::size_t>(written);
-        }
+        data += written;
+        size -= static_cast<std::size_t>(written);
     }
     return 0;
 }
@@ -34,16 +32,12 @@ int copyContent(int from, int to, off_t size) {
     static std::array<char, 128U << 10> buffer;
     // A file may say 0 and still have content (proc(5)), so that size alone is not believed.
     while (copied < size || size == 0) {
-        const ssize_t got = read(from, buffer.data(), buffer.size());
-        if (got == 0)
-            return 0;
-        if (got < 0 && errno != EINTR)
-            return errno;
-        if (got > 0) {
-            if (const int error = writeAll(to, buffer.data(), static_cast<std::size_t>(got)))
-                return error;
-            copied += got;
-        }
+        const ssize_t got = TEMP_FAILURE_RETRY(read(from, buffer.data(), buffer.size()));
+        if (got <= 0)
+            return got == 0 ? 0 : errno;
+        if (const int error = writeAll(to, buffer.data(), static_cast<std::size_t>(got)))
+            return error;
+        copied += got;
     }
     return 0;
 }

@@ -26,9 +26,8 @@ public:
     }
 
     bool isProgram(std::string_view name) const {
-        return !disabled_ && (allFiles_ || std::any_of(suffixes_.begin(), suffixes_.end(), [&](const auto& suffix) {
-                                  return fileHasExtension(name, suffix);
-                              }));
+        const auto isSuffix = [&](const std::string& suffix) { return fileHasExtension(name, suffix); };
+        return !disabled_ && (allFiles_ || std::ranges::any_of(suffixes_, isSuffix));
     }
 
 private:
@@ -62,14 +61,17 @@ fs::file_status statusOf(const std::string& source, const PlanningFailures& fail
     }
 }
 
-void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, unsigned number,
-                 const PlanningFailures& failures) {
-    const auto& [path, url] = plan.roots[number];
-    const std::string sourceDirectory = plan.packageDir + "/" + path;
-    const std::string targetDirectory = url.empty() ? plan.destinationRoot : plan.destinationRoot + "/" + url;
+void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const PlanningFailures& failures) {
+    const auto number = static_cast<unsigned>(plan.roots.size());
+    plan.roots.push_back({erase_starting_slashes(mapping.path), erase_starting_slashes(mapping.url)});
+    if (!mapping.redirect.empty())
+        return;
+    const auto& [path, url] = plan.roots.back();
+    const std::string sourceDirectory = joined(plan.packageDir, path);
 
     // Listed before the source is looked for: a writable mapping may name a directory that the site already has.
-    (mapping.writable ? plan.writableTargets : plan.plainTargets).push_back(targetDirectory);
+    (mapping.writable ? plan.writableTargets : plan.plainTargets)
+        .push_back(url.empty() ? plan.destinationRoot : joined(plan.destinationRoot, url));
     const fs::file_status source = statusOf(sourceDirectory, failures);
     if (!fs::exists(source))
         return;
@@ -77,11 +79,9 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, unsign
     add(plan, {url, number, fs::is_directory(source) ? EntryKind::Directory : EntryKind::Unknown, false});
     const CgiRule cgi(mapping.cgiHandlers);
     const std::string prefix = url.empty() ? url : url + "/";
-    std::string target = prefix;
     const auto addEntry = [&](std::string_view entry, EntryKind kind) {
-        target.replace(prefix.size(), std::string::npos, entry);
         if (!entry.empty())
-            add(plan, {target, number, kind, cgi.isProgram(entry)});
+            add(plan, {prefix + std::string(entry), number, kind, cgi.isProgram(entry)});
     };
     visitDirContent(sourceDirectory, addEntry, failures.unlisted);
 }
@@ -90,7 +90,7 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, unsign
 
 std::string destinationRootOf(const std::string& wwwRoot, const std::string& applicationSubdirectory) {
     const bool isRoot = applicationSubdirectory == "." || applicationSubdirectory == "/";
-    return isRoot ? wwwRoot : wwwRoot + "/" + applicationSubdirectory;
+    return isRoot ? wwwRoot : joined(wwwRoot, applicationSubdirectory);
 }
 
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
@@ -107,13 +107,7 @@ InstallPlan planCopies(const std::string& packageDir, const std::string& destina
                        const std::list<FSAMetaDataWebContent>& mappings, const PlanningFailures& failures) {
     InstallPlan plan{packageDir, destinationRoot, {}, {}, {}, {}, {}};
     for (const FSAMetaDataWebContent& mapping : mappings)
-        plan.roots.push_back({erase_starting_slashes(mapping.path), erase_starting_slashes(mapping.url)});
-    unsigned number = 0;
-    for (const FSAMetaDataWebContent& mapping : mappings) {
-        if (mapping.redirect.empty())
-            planMapping(plan, mapping, number, failures);
-        ++number;
-    }
+        planMapping(plan, mapping, failures);
     return plan;
 }
 
@@ -150,15 +144,15 @@ std::optional<std::size_t> MappedPlaces::deepestAt(std::string key) const {
     return std::nullopt;
 }
 
-bool PlainTrees::keepClosed(const std::string& writable, const std::string& entry) const {
-    const auto deepest = places_.deepestAt(entry);
-    return deepest && *deepest >= writable.size();
+bool MappedPlaces::standBetween(const std::string& tree, const std::string& entry) const {
+    const auto deepest = deepestAt(entry);
+    return deepest && *deepest >= tree.size();
 }
 
 std::optional<std::string> OpenedTrees::openerOf(const std::string& entry) const {
     // Where the tree of the deepest writable mapping leaves an entry alone, those above it do so, too.
     const auto deepest = writable_.deepestAt(entry);
-    if (!deepest || plain_.keepClosed(entry.substr(0, *deepest), entry))
+    if (!deepest || plain_.standBetween(entry.substr(0, *deepest), entry))
         return std::nullopt;
     return entry.substr(0, *deepest);
 }

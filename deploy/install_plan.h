@@ -62,7 +62,6 @@ struct InstallPlan {
     nimbo::FSAInstallFileinfo info(const PlannedCopy& copy) const;
     /// Appends FSAInstallFileinfo::sourcePath of a record.
     void appendSourcePath(std::string& text, const PlannedCopy& copy) const;
-    std::string targetOf(const PlannedCopy& copy) const { return destinationRoot + "/" + copy.targetPath; }
 };
 
 /// The place that an application goes to: the document root for the subdirectories "." and "/", otherwise both joined
@@ -100,31 +99,19 @@ public:
     /// \param key placeKey of the entry.
     std::optional<std::size_t> deepestAt(std::string key) const;
 
+    /// True when one of the targets is the entry or stands above it, and is itself `tree` or below.  The trees of plain
+    /// mappings stay closed to the web server in this way inside the tree of a writable one.
+    /// \param tree, entry placeKey of each; the entry is at or below the tree.
+    bool standBetween(const std::string& tree, const std::string& entry) const;
+
 private:
     std::set<std::string> keys_; ///< placeKey
-};
-
-/// The trees of plain mappings, which stay closed to the web server inside a writable one.
-class PlainTrees {
-public:
-    explicit PlainTrees(const InstallPlan& plan) : places_(plan.plainTargets) {}
-
-    bool empty() const { return places_.empty(); }
-
-    /// True when a plain mapping at or below `writable` has `entry` in its tree, so that opening the tree of `writable`
-    /// leaves `entry` alone.
-    /// \param writable placeKey of a writable mapping's target.
-    /// \param entry placeKey of an entry at or below it.
-    bool keepClosed(const std::string& writable, const std::string& entry) const;
-
-private:
-    MappedPlaces places_;
 };
 
 /// Which entries are opened to the web server when the trees of all writable mappings are opened.
 class OpenedTrees {
 public:
-    explicit OpenedTrees(const InstallPlan& plan) : writable_(plan.writableTargets), plain_(plan) {}
+    explicit OpenedTrees(const InstallPlan& plan) : writable_(plan.writableTargets), plain_(plan.plainTargets) {}
 
     /// The deepest writable mapping that opens an entry, as the placeKey of its target; nothing for a closed entry.
     /// \param entry placeKey of an entry.
@@ -132,7 +119,7 @@ public:
 
 private:
     MappedPlaces writable_;
-    PlainTrees plain_;
+    MappedPlaces plain_;
 };
 
 /// The text without its leading slashes.

@@ -1,13 +1,11 @@
 #include "deploy/package_location.h"
 
+#include "runtime/paths.h"
+
 #include <cstring>
 #include <string_view>
 
-namespace {
-
 constexpr std::size_t limit = 4096;
-
-} // namespace
 
 std::optional<std::string> packageDirectoryOf(const std::string& fullName) {
     constexpr std::string_view prefix = "file:///";
@@ -17,7 +15,7 @@ std::optional<std::string> packageDirectoryOf(const std::string& fullName) {
 }
 
 std::string metadataFileOf(const std::string& packageDir) {
-    return packageDir + "/APP-META.xml";
+    return joined(packageDir, "APP-META.xml");
 }
 
 bool get_trx_application_path(char* packageDir, const char* fullName) {

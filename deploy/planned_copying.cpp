@@ -27,11 +27,6 @@ mode_t bitsForUser(const struct stat& status, const std::string& userName) {
     return status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
 }
 
-bool isWritable(const struct stat& status, const std::string& userName) {
-    const mode_t needed = bitsForUser(status, userName);
-    return (status.st_mode & needed) == needed;
-}
-
 bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
@@ -41,8 +36,21 @@ class Copying {
 public:
     Copying(const InstallPlan& plan, const std::string& userName) : plan_(plan), userName_(userName) {}
 
-    /// \throw boost::filesystem::filesystem_error, nimbo::FSAFileException
-    void copy(const PlannedCopy& copy) {
+    void copyAll() {
+        for (const PlannedCopy& copy : plan_.copies) {
+            try {
+                copyOne(copy);
+            } catch (const fs::filesystem_error& error) {
+                std::ostringstream text;
+                text << "Filesystem error: " << error.what() << '(' << error.code() << ')' << source_ << " -> "
+                     << target_;
+                throw FSAFileException(text.str());
+            }
+        }
+    }
+
+private:
+    void copyOne(const PlannedCopy& copy) {
         source_.assign(plan_.packageDir).push_back('/');
         plan_.appendSourcePath(source_, copy);
         target_.assign(plan_.destinationRoot).append("/").append(copy.targetPath);
@@ -54,10 +62,6 @@ public:
             copyFile(kind, copy.fileMode());
     }
 
-    const std::string& source() const { return source_; }
-    const std::string& target() const { return target_; }
-
-private:
     [[noreturn]] void fail(int error) const {
         throw fs::filesystem_error("Unable to copy", source_, target_, {error, boost::system::system_category()});
     }
@@ -70,17 +74,10 @@ private:
         keptMode_ = 0;
         if (entered_.contains(parent_))
             return;
-        if (isHeldAndWritable() || makeUserWritableDir(parent_, userName_))
+        if (makeUserWritableDir(parent_, userName_))
             entered_.insert(parent_);
         else
             parent_.clear();
-    }
-
-    /// True when a look at the open directory tells that nothing is to be done.
-    bool isHeldAndWritable() {
-        struct stat status {};
-        const auto place = targets_.of(target_);
-        return place.directory != AT_FDCWD && fstat(place.directory, &status) == 0 && isWritable(status, userName_);
     }
 
     /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.
@@ -162,23 +159,13 @@ private:
 } // namespace
 
 void copyPlanned(const InstallPlan& plan, const std::string& userName) {
-    Copying copying(plan, userName);
-    for (const PlannedCopy& copy : plan.copies) {
-        try {
-            copying.copy(copy);
-        } catch (const fs::filesystem_error& error) {
-            std::ostringstream text;
-            text << "Filesystem error: " << error.what() << '(' << error.code() << ')' << copying.source() << " -> "
-                 << copying.target();
-            throw FSAFileException(text.str());
-        }
-    }
+    Copying(plan, userName).copyAll();
 }
 
 void removePlanned(const InstallPlan& plan) {
     for (auto copy = plan.copies.rbegin(); copy != plan.copies.rend(); ++copy) {
         boost::system::error_code failure;
-        fs::remove_all(plan.targetOf(*copy), failure);
+        fs::remove_all(joined(plan.destinationRoot, copy->targetPath), failure);
         if (failure)
             return;
     }

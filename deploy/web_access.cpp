@@ -12,7 +12,6 @@
 #include <fcntl.h>
 #include <iterator>
 #include <map>
-#include <string_view>
 
 using nimbo::FSAFileException;
 
@@ -72,15 +71,16 @@ EntryHandle find(const std::string& path, NoLinksBelow& tree, const std::string&
     return entry;
 }
 
-void openTree(const std::string& target, std::size_t lengthWithLinks, const PlainTrees& plain,
+void openTree(const std::string& target, const OutermostTrees& outermost, const MappedPlaces& plain,
               const std::string& userName) {
     const std::string targetKey = placeKey(target);
+    const std::size_t lengthWithLinks = outermost.lengthWithLinks(targetKey);
     const std::string root = pathOfKey(targetKey.substr(0, lengthWithLinks));
-    const std::string targetBelow = pathOfKey(std::string_view(targetKey).substr(lengthWithLinks));
+    const std::string targetBelow = pathOfKey(targetKey.substr(lengthWithLinks));
     NoLinksBelow tree(root.empty() ? "." : root);
     for (const boost::filesystem::path& listed : readDirContent(target)) {
         const std::string& entry = listed.native();
-        if (!plain.empty() && plain.keepClosed(targetKey, targetKey + pathKey(entry)))
+        if (!plain.empty() && plain.standBetween(targetKey, targetKey + pathKey(entry)))
             continue;
         const std::string path = entry.empty() ? target : joined(target, entry);
         const std::string below = withElements(targetBelow, entry);
@@ -91,10 +91,10 @@ void openTree(const std::string& target, std::size_t lengthWithLinks, const Plai
 } // namespace
 
 void openToWebServer(const InstallPlan& plan, const std::string& userName) {
-    const PlainTrees plain(plan);
+    const MappedPlaces plain(plan.plainTargets);
     const OutermostTrees outermost(plan.writableTargets);
     for (const std::string& target : plan.writableTargets)
-        openTree(target, outermost.lengthWithLinks(placeKey(target)), plain, userName);
+        openTree(target, outermost, plain, userName);
 }
 
 mode_t bitsForWebserver(const struct stat& status, const std::string& userName) {

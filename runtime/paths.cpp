@@ -102,17 +102,18 @@ std::string placeKey(const boost::filesystem::path& path) {
     return place;
 }
 
-std::string pathOfKey(std::string_view key) {
-    std::string path;
+std::string pathOfKey(std::string key) {
     if (!key.starts_with('/')) { // a root would bring a slash of its own
-        path = key.substr(0, key.empty() ? 0 : key.size() - 1);
-        replaceEach(path, '\0', '/');
-        return path;
+        if (!key.empty())
+            key.pop_back();
+        replaceEach(key, '\0', '/');
+        return key;
     }
-    while (!key.empty()) {
-        const auto end = key.find('\0');
-        appendElement(path, key.substr(0, end));
-        key.remove_prefix(end + 1);
+    std::string path;
+    for (std::string_view rest = key; !rest.empty();) {
+        const auto end = rest.find('\0');
+        appendElement(path, rest.substr(0, end));
+        rest.remove_prefix(end + 1);
     }
     return path;
 }

@@ -36,4 +36,4 @@ std::string pathKey(const boost::filesystem::path& path);
 std::string placeKey(const boost::filesystem::path& path);
 
 /// The path that a key stands for, its elements joined by single slashes.
-std::string pathOfKey(std::string_view key);
+std::string pathOfKey(std::string key);
