@@ -10,8 +10,6 @@
 #include <iostream>
 #include <unistd.h>
 
-namespace fs = boost::filesystem;
-
 int deleteApplication(int argc, char** argv) {
     std::string userName;
     std::string vhostPath;
@@ -33,7 +31,7 @@ int deleteApplication(int argc, char** argv) {
 int delete_application_user(const std::string& vhostPath, const std::string& wwwRoot,
                             const std::string& applicationSubdirectory) {
     boost::system::error_code undetermined;
-    if (!fs::exists(wwwRoot, undetermined)) {
+    if (!boost::filesystem::exists(wwwRoot, undetermined)) {
         std::cerr << "Www root directory" << wwwRoot << " does not exist\n";
         return -1;
     }

@@ -123,17 +123,13 @@ fs::path withoutElements(const fs::path& path, unsigned count) {
 
 } // namespace
 
-namespace nimbo::syscall {
-
-int lstat(const fs::path& path, struct stat* status) {
+int nimbo::syscall::lstat(const fs::path& path, struct stat* status) {
     return ::lstat(stringFromPath(path).c_str(), status);
 }
 
-const std::string& stringFromPath(const fs::path& path) {
+const std::string& nimbo::syscall::stringFromPath(const fs::path& path) {
     return path.native();
 }
-
-} // namespace nimbo::syscall
 
 void visitDirContent(const std::string& path, const EntryVisitor& visit, const FailureVisitor& fail) {
     Walk(path, visit, fail).at(EntryKind::Unknown);

@@ -48,6 +48,8 @@ std::string textIn(const xmlNode* element) {
 /// Collects the entries of FILE elements.  Those of a section that will be refused play no part.
 class FileEntries {
 public:
+    std::vector<InstanceEntry> entries;
+
     bool wants(const xmlNode* element) {
         if (!isNamed(element, "FILE"))
             return false;
@@ -63,22 +65,17 @@ public:
     void add(const xmlNode* file) {
         std::string path = textIn(file);
         if (section_ && !path.empty())
-            entries_.emplace_back(*section_, std::move(path));
+            entries.emplace_back(*section_, std::move(path));
     }
-
-    std::vector<InstanceEntry> take() { return std::move(entries_); }
 
 private:
     const xmlNode* sectionElement_ = nullptr;
     std::optional<InstallSection> section_; ///< of sectionElement_
-    std::vector<InstanceEntry> entries_;
 };
 
 } // namespace
 
-namespace nimbo {
-
-std::string readFile(std::istream& in, std::size_t most) {
+std::string nimbo::readFile(std::istream& in, std::size_t most) {
     std::string text;
     std::array<char, 65536> chunk; // filled by the stream up to gcount()
     while (text.size() <= most && (in.read(chunk.data(), chunk.size()) || in.gcount() > 0))
@@ -86,23 +83,21 @@ std::string readFile(std::istream& in, std::size_t most) {
     return text;
 }
 
-} // namespace nimbo
-
 std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
-    FileEntries entries;
-    const XmlElementTaker files{[&](const xmlNode* element) { return entries.wants(element); },
-                                [&](xmlNode* file) { entries.add(file); }};
-    const XmlDocument document = parseXmlMemory(nimbo::readFile(in), &files);
+    FileEntries files;
+    const XmlElementTaker taker{[&](const xmlNode* element) { return files.wants(element); },
+                                [&](xmlNode* file) { files.add(file); }};
+    const XmlDocument document = parseXmlMemory(nimbo::readFile(in), &taker);
     if (document == nullptr)
         throw std::runtime_error("XML parse error");
     const xmlNode* const root = xmlDocGetRootElement(document.get());
     if (!isNamed(root, "INSTANCE-DATA"))
         throw std::runtime_error("Wrong root node name");
     for (const xmlNode* child = root->children; child != nullptr; child = child->next)
-        if (isSection(child) && !sectionOf(child))
+        if (isNamed(child, "SECTION") && !sectionOf(child))
             throw std::runtime_error(attributeOf(child, "PREFIX") == nullptr ? "Attribute name is required for section"
                                                                              : "Bad sttribute name value");
-    return entries.take();
+    return std::move(files.entries);
 }
 
 std::vector<InstanceEntry> filelistXmlRead() {

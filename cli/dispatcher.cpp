@@ -63,8 +63,7 @@ int do_main(int argc, char** argv) {
         helpCommand(argc, argv);
     }
     const std::string_view word = argv[1];
-    const auto* found =
-        std::find_if(commands.begin(), commands.end(), [&](const Command& c) { return c.word == word; });
+    const auto* const found = std::ranges::find(commands, word, &Command::word);
     if (found == commands.end()) {
         std::cerr << "Invalid command specified: " << word << '\n';
         helpCommand(argc, argv);

@@ -14,8 +14,6 @@
 #include <optional>
 #include <sys/stat.h>
 
-namespace fs = boost::filesystem;
-
 int extractApplication(int argc, char** argv) {
     std::string fullName;
     std::string vhostPath;
@@ -43,7 +41,7 @@ int extractApplication(int argc, char** argv) {
     }
     // The package's own document has to be there even when another one is to be read.
     const std::string ownMetadata = metadataFileOf(*packageDir);
-    if (!fs::is_regular_file(ownMetadata)) {
+    if (!boost::filesystem::is_regular_file(ownMetadata)) {
         std::cerr << "Application metadata file " << ownMetadata << " does not exist\n";
         return 1;
     }
@@ -58,7 +56,7 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
         std::exit(-1);
 
     const std::string packageDir = packageDirectoryOf(fullName).value_or("");
-    if (!fs::is_directory(vhostPath)) {
+    if (!boost::filesystem::is_directory(vhostPath)) {
         std::cerr << "Virtual host root directory" << vhostPath << "does not exist\n";
         return 1;
     }

@@ -16,16 +16,8 @@
 #include <unordered_set>
 
 namespace fs = boost::filesystem;
-using nimbo::FSAFileException;
 
 namespace {
-
-/// The mode bits with which the site's user can write a directory.
-mode_t bitsForUser(const struct stat& status, const std::string& userName) {
-    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
-    static const gid_t kroclnGid = get_group_id("krocln");
-    return status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
-}
 
 bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
@@ -44,7 +36,7 @@ public:
                 std::ostringstream text;
                 text << "Filesystem error: " << error.what() << '(' << error.code() << ')' << source_ << " -> "
                      << target_;
-                throw FSAFileException(text.str());
+                throw nimbo::FSAFileException(text.str());
             }
         }
     }
@@ -178,12 +170,12 @@ bool create_directories(const fs::path& directory) {
     if (fs::is_directory(status))
         return false;
     if (fs::exists(status))
-        throw FSAFileException("Unable to create directory " + directory.native() + " - filename occupied");
+        throw nimbo::FSAFileException("Unable to create directory " + directory.native() + " - filename occupied");
     ::create_directories(directory.parent_path());
     try {
         fs::create_directory(directory);
     } catch (const fs::filesystem_error&) {
-        throw FSAFileException("Unable to create directory " + directory.native());
+        throw nimbo::FSAFileException("Unable to create directory " + directory.native());
     }
     return true;
 }
@@ -192,7 +184,11 @@ bool makeUserWritableDir(const std::string& directory, const std::string& userNa
     const EntryHandle entry(AT_FDCWD, directory.c_str());
     if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
         return false;
-    if (entry.addMode(bitsForUser(entry.status(), userName)) == 0)
+    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
+    static const gid_t kroclnGid = get_group_id("krocln");
+    const struct stat& status = entry.status();
+    const mode_t bitsForUser = status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
+    if (entry.addMode(bitsForUser) == 0)
         return true;
     std::cerr << "Unable to change mode for " << directory << ": " << std::strerror(errno) << '\n';
     return false;

@@ -8,41 +8,25 @@
 
 #include <algorithm>
 #include <libxml/xpathInternals.h>
-#include <optional>
 #include <utility>
 
 namespace nimbo {
 
 namespace {
 
-/// The query of the document's own element, and of one directly in it.
-std::string documentElement() {
-    return std::string("/") + names::application;
-}
-std::string inDocument(const char* name) {
-    return documentElement() + "/" + name;
-}
-
-constexpr const char* missingName = "Invalid package metadata file format: <s:name> element is missing.";
-constexpr const char* missingVersion = "Invalid package metadata file format: <s:version> element is missing.";
-
-std::string textOr(xmlXPathContext* context, const std::string& expression, const std::string& otherwise) {
+/// The first node that a query finds, which is the document's; null for none.
+const xmlNode* firstNode(xmlXPathContext* context, const std::string& expression) {
     const XPathResult result = query(context, expression);
-    return nodesOf(result.get()).empty() ? otherwise : contentOf(nodesOf(result.get()).front());
+    const auto nodes = nodesOf(result.get());
+    return nodes.empty() ? nullptr : nodes.front();
 }
 
-std::string requiredText(xmlXPathContext* context, const std::string& expression, const char* complaint) {
-    const XPathResult result = query(context, expression);
-    if (nodesOf(result.get()).empty())
-        throw FSAXMLException(complaint);
-    return contentOf(nodesOf(result.get()).front());
-}
-
-std::string attributeOr(xmlXPathContext* context, const std::string& expression, const char* name,
-                        const char* otherwise) {
-    const XPathResult result = query(context, expression);
-    const XmlText value = nodesOf(result.get()).empty() ? nullptr : attributeOf(nodesOf(result.get()).front(), name);
-    return value == nullptr ? otherwise : plainText(value);
+/// \param blamed the element that is said to be missing.
+std::string requiredText(xmlXPathContext* context, const std::string& expression, const std::string& blamed) {
+    const xmlNode* const node = firstNode(context, expression);
+    if (node == nullptr)
+        throw FSAXMLException("Invalid package metadata file format: <" + blamed + "> element is missing.");
+    return contentOf(node);
 }
 
 FSAMetaDataWebContent contentFromItem(FSAMetaDataReader::urlMappingItem&& item) {
@@ -69,25 +53,27 @@ FSAMetaDataReader::FSAMetaDataReader(const XmlDocument& document, const std::str
 }
 
 void FSAMetaDataReader::read(const XmlDocument& document, const std::string& fileName) {
-    const auto unusable = [&] { return FSAXMLException("Unable to load file: " + fileName); };
+    const std::string unusable = "Unable to load file: " + fileName;
     if (document == nullptr)
-        throw unusable();
+        throw FSAXMLException(unusable);
     const XPathContext owned(xmlXPathNewContext(document.get()));
     xmlXPathContext* const context = owned.get();
     for (const names::Namespace& space : names::namespaces)
         register_namespace(context, space.prefix, space.uri);
 
-    formatVersion = attributeOr(context, documentElement(), names::formatVersionAttribute, "1.0");
-    name = requiredText(context, inDocument(names::name), missingName);
-    version = requiredText(context, inDocument(names::version), missingVersion);
+    const std::string application = std::string("/") + names::application;
+    const std::string inside = application + "/";
+    if (const xmlNode* const node = firstNode(context, application))
+        if (const XmlText written = attributeOf(node, names::formatVersionAttribute))
+            formatVersion = plainText(written);
+    name = requiredText(context, inside + names::name, names::name);
+    version = requiredText(context, inside + names::version, names::version);
     // A missing release is reported with the words for a missing name: the panel knows no third message.
-    release = requiredText(context, inDocument(names::release), missingName);
-    scriptLanguage = textOr(context, inDocument(names::scriptLanguage), "");
-    const XPathResult mappings = query(context, inDocument(names::mapping));
-    std::optional<MappingItems> items = flattenMappings(context, mappings.get(), "", "");
-    if (!items)
-        throw unusable();
-    for (urlMappingItem& item : *items)
+    release = requiredText(context, inside + names::release, names::name);
+    if (const xmlNode* const node = firstNode(context, inside + names::scriptLanguage))
+        scriptLanguage = contentOf(node);
+    const XPathResult mappings = query(context, inside + names::mapping);
+    for (urlMappingItem& item : flattenMappings(context, mappings.get(), "", "", unusable))
         webContent.push_back(contentFromItem(std::move(item)));
     webContent.sort(); // stable: equal depths stay in the order of the walk
 }
@@ -122,10 +108,8 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
                                                                                const std::string& parentPath,
                                                                                const std::string& parentUrl) {
     try {
-        std::optional<MappingItems> items = flattenMappings(context, mappings, parentPath, parentUrl);
-        if (!items)
-            throw FSAXMLException("Unable to load mappings: they inherit too much");
-        return std::move(*items);
+        return flattenMappings(context, mappings, parentPath, parentUrl,
+                               "Unable to load mappings: they inherit too much");
     } catch (const FSAXMLException&) {
         xmlXPathFreeContext(context);
         throw;

@@ -37,7 +37,6 @@ public:
     // alone, and so mix two documents.
     FSAMetaDataReader(FSAMetaDataReader&&) = default;
     FSAMetaDataReader& operator=(FSAMetaDataReader&&) = default;
-    ~FSAMetaDataReader() = default;
 
     /// A deep copy of webContent, in its order.
     std::list<FSAMetaDataWebContent> get_web_content_info() const;
@@ -64,8 +63,8 @@ public:
     std::string name;
     std::string version;
     std::string release;
-    std::string scriptLanguage; ///< empty when the document names none
-    std::string formatVersion;  ///< "1.0" when the document names none
+    std::string scriptLanguage;        ///< empty when the document names none
+    std::string formatVersion = "1.0"; ///< this where the document names none
 
 private:
     void read(const XmlDocument& document, const std::string& fileName);

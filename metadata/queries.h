@@ -4,7 +4,6 @@
 #include "runtime/xml.h"
 
 #include <list>
-#include <optional>
 #include <string>
 
 namespace nimbo {
@@ -16,9 +15,9 @@ XPathResult query(xmlXPathContext* context, const std::string& expression);
 using MappingItems = std::list<FSAMetaDataReader::urlMappingItem>;
 
 /// FSAMetaDataReader::getUrlMappings without the freeing: everything stays the caller's.
-/// \return nothing when the texts that nested mappings inherit exceed expansionLimit.
-/// \throw FSAXMLException from a failed query; std::logic_error for a mapping without "url".
-std::optional<MappingItems> flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
-                                            const std::string& parentPath, const std::string& parentUrl);
+/// \throw FSAXMLException from a failed query and, with the text `tooMuch`, when the texts that nested mappings inherit
+///        exceed expansionLimit; std::logic_error for a mapping without "url".
+MappingItems flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings, const std::string& parentPath,
+                             const std::string& parentUrl, const std::string& tooMuch);
 
 } // namespace nimbo

@@ -1,3 +1,4 @@
+#include "metadata/exceptions.h"
 #include "metadata/queries.h"
 #include "metadata/read_names.h"
 #include "runtime/expansion_meter.h"
@@ -23,13 +24,19 @@ bool hasChild(xmlXPathContext* context, xmlNode* element, const char* name) {
     return !nodesOf(childrenOf(context, element, name).get()).empty();
 }
 
+/// One record for each child of that name, in document order.
+template <class Read>
+auto recordsOf(xmlXPathContext* context, xmlNode* element, const char* name, const Read& read) {
+    std::list<decltype(read(context, element))> records;
+    const XPathResult found = childrenOf(context, element, name);
+    for (xmlNode* node : nodesOf(found.get()))
+        records.push_back(read(context, node));
+    return records;
+}
+
 template <class Extension>
-std::list<Extension> extensionsOf(xmlXPathContext* context, xmlNode* handler, const char* name) {
-    std::list<Extension> extensions;
-    const XPathResult found = childrenOf(context, handler, name);
-    for (const xmlNode* node : nodesOf(found.get()))
-        extensions.push_back({contentOf(node)});
-    return extensions;
+Extension readExtension(xmlXPathContext* /*context*/, xmlNode* node) {
+    return {contentOf(node)};
 }
 
 /// The mapping's directory.  A path of its own is taken from the package root, not from the parent.
@@ -48,21 +55,11 @@ bool isWritable(xmlXPathContext* context, xmlNode* mapping) {
     });
 }
 
-/// One record a handler element, in document order.
-template <class Read>
-auto handlersOf(xmlXPathContext* context, xmlNode* mapping, const char* name, const Read& read) {
-    std::list<decltype(read(context, mapping))> handlers;
-    const XPathResult found = childrenOf(context, mapping, name);
-    for (xmlNode* node : nodesOf(found.get()))
-        handlers.push_back(read(context, node));
-    return handlers;
-}
-
 PHPHandler readPhpHandler(xmlXPathContext* context, xmlNode* node) {
     PHPHandler handler;
     handler.disabled = hasChild(context, node, names::phpDisabled);
     if (!handler.disabled)
-        handler.extensions = extensionsOf<PHPHandler::extension>(context, node, names::phpExtension);
+        handler.extensions = recordsOf(context, node, names::phpExtension, readExtension<PHPHandler::extension>);
     return handler;
 }
 
@@ -71,30 +68,29 @@ CGIHandler readCgiHandler(xmlXPathContext* context, xmlNode* node) {
     handler.disabled = hasChild(context, node, names::cgiDisabled);
     handler.allFiles = !handler.disabled && hasChild(context, node, names::cgiAllFiles);
     if (!handler.disabled && !handler.allFiles)
-        handler.extensions = extensionsOf<CGIHandler::extension>(context, node, names::cgiExtension);
+        handler.extensions = recordsOf(context, node, names::cgiExtension, readExtension<CGIHandler::extension>);
     return handler;
 }
 
 class MappingWalk {
 public:
-    explicit MappingWalk(xmlXPathContext* context) : context_(context) {}
+    MappingWalk(xmlXPathContext* context, const std::string& tooMuch) : context_(context), tooMuch_(tooMuch) {}
 
-    /// \return false when it has come to too much, and then there is more.
-    bool addAll(const xmlXPathObject* mappings, const std::string& parentPath, const std::string& parentUrl) {
+    MappingItems items;
+
+    void addAll(const xmlXPathObject* mappings, const std::string& parentPath, const std::string& parentUrl) {
         const auto nodes = nodesOf(mappings);
-        return std::all_of(nodes.rbegin(), nodes.rend(), [&](xmlNode* node) {
-            return node->type != XML_ELEMENT_NODE || add(node, parentPath, parentUrl);
-        });
+        for (auto node = nodes.rbegin(); node != nodes.rend(); ++node)
+            if ((*node)->type == XML_ELEMENT_NODE)
+                add(*node, parentPath, parentUrl);
     }
 
-    MappingItems take() { return std::move(items_); }
-
 private:
-    bool add(xmlNode* mapping, const std::string& parentPath, const std::string& parentUrl) {
+    void add(xmlNode* mapping, const std::string& parentPath, const std::string& parentUrl) {
         // Each mapping repeats its parent's texts: below a long URL many short elements come to much.
         inherited_.add(parentPath.size() + parentUrl.size());
         if (inherited_.exceeded())
-            return false;
+            throw FSAXMLException(tooMuch_);
         // Without "url" this constructor throws std::logic_error.  That is the fixed answer to such a mapping.
         const std::string url(plainText(attributeOf(mapping, names::urlAttribute)));
 
@@ -105,32 +101,31 @@ private:
             const XmlText target = attributeOf(mapping, names::hrefAttribute);
             if (std::string_view(plainText(isVirtual)) == "redirect" && target != nullptr) {
                 item.redirect = plainText(target);
-                items_.push_back(std::move(item));
+                items.push_back(std::move(item));
             }
-            return true;
+            return;
         }
         item.path = pathOf(mapping, url, parentPath);
         item.writable = isWritable(context_, mapping);
-        item.phpHandlers = handlersOf(context_, mapping, names::phpHandler, readPhpHandler);
-        item.cgiHandlers = handlersOf(context_, mapping, names::cgiHandler, readCgiHandler);
+        item.phpHandlers = recordsOf(context_, mapping, names::phpHandler, readPhpHandler);
+        item.cgiHandlers = recordsOf(context_, mapping, names::cgiHandler, readCgiHandler);
         const XPathResult nested = childrenOf(context_, mapping, names::mapping);
-        const auto& added = items_.emplace_back(std::move(item));
-        return addAll(nested.get(), added.path, added.url);
+        const auto& added = items.emplace_back(std::move(item));
+        addAll(nested.get(), added.path, added.url);
     }
 
     xmlXPathContext* context_;
+    const std::string& tooMuch_;
     ExpansionMeter inherited_;
-    MappingItems items_;
 };
 
 } // namespace
 
-std::optional<MappingItems> flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
-                                            const std::string& parentPath, const std::string& parentUrl) {
-    MappingWalk walk(context);
-    if (!walk.addAll(mappings, parentPath, parentUrl))
-        return std::nullopt;
-    return walk.take();
+MappingItems flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings, const std::string& parentPath,
+                             const std::string& parentUrl, const std::string& tooMuch) {
+    MappingWalk walk(context, tooMuch);
+    walk.addAll(mappings, parentPath, parentUrl);
+    return std::move(walk.items);
 }
 
 } // namespace nimbo

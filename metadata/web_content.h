@@ -28,7 +28,6 @@ public:
     FSAMetaDataWebContent() = default;
     FSAMetaDataWebContent(const FSAMetaDataWebContent&) = default;
     FSAMetaDataWebContent(FSAMetaDataWebContent&&) = default;
-    ~FSAMetaDataWebContent() = default;
     /// Copies path, url, depth, kind and writable; this mapping's handlers and redirect stay.
     FSAMetaDataWebContent& operator=(const FSAMetaDataWebContent& other);
 

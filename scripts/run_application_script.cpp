@@ -7,6 +7,7 @@
 #include "runtime/child_process.h"
 #include "runtime/kro_conf.h"
 #include "runtime/options.h"
+#include "runtime/paths.h"
 #include "runtime/scoped_disposition.h"
 
 #include <algorithm>
@@ -17,8 +18,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
-
-namespace fs = boost::filesystem;
 
 namespace {
 
@@ -31,11 +30,12 @@ struct Interpreter {
     std::vector<std::string> arguments;
 };
 
-/// The first candidate that everybody may run; with a message when there is none.
-std::optional<std::string> chooseExecutable(const std::vector<std::string>& candidates, const char* kind) {
-    const auto found = std::find_if(candidates.begin(), candidates.end(), fsa_is_file_executable);
+/// The first candidate that everybody may run; nothing after a message when there is none.
+std::optional<Interpreter> firstExecutable(const std::vector<std::string>& candidates,
+                                           const std::vector<std::string>& arguments, const char* kind) {
+    const auto found = std::ranges::find_if(candidates, fsa_is_file_executable);
     if (found != candidates.end())
-        return *found;
+        return Interpreter{*found, arguments};
     std::cerr << "Unable to find command line " << kind << " interpreter.\n";
     return std::nullopt;
 }
@@ -49,15 +49,10 @@ std::optional<Interpreter> chooseInterpreter(const std::string& language, const 
         if (!phpCli.empty())
             candidates.push_back(phpCli);
         candidates.emplace_back(kroConfGetDefaultByIndex(KRO_CONF_CLIENT_PHP_BIN));
-        if (auto path = chooseExecutable(candidates, "php"))
-            return Interpreter{*path, {phpDefaults.begin(), phpDefaults.end()}};
-        return std::nullopt;
+        return firstExecutable(candidates, {phpDefaults.begin(), phpDefaults.end()}, "php");
     }
-    if (language == "perl") {
-        if (auto path = chooseExecutable({"/usr/bin/perl", "/usr/local/bin/perl"}, "perl"))
-            return Interpreter{*path, {}};
-        return std::nullopt;
-    }
+    if (language == "perl")
+        return firstExecutable({"/usr/bin/perl", "/usr/local/bin/perl"}, {}, "perl");
     if (language == "binary")
         return Interpreter{};
     std::cerr << "Config script language '" << language << "' is not supported!\n";
@@ -82,14 +77,7 @@ std::optional<Script> chooseScript(const std::string& fullName, const std::strin
     auto interpreter = chooseInterpreter(callerChooses ? language : reader.scriptLanguage, phpCli);
     if (!interpreter)
         return std::nullopt;
-    return Script{std::move(*interpreter), packageDir + "/scripts", callerChooses ? scriptFile : "configure"};
-}
-
-bool isAllowed(const std::string& action) {
-    if (std::find(allowedActions.begin(), allowedActions.end(), action) != allowedActions.end())
-        return true;
-    std::cerr << "Requested action `" << action << "` is not allowed.\n";
-    return false;
+    return Script{std::move(*interpreter), joined(packageDir, "scripts"), callerChooses ? scriptFile : "configure"};
 }
 
 int startAndWait(const Interpreter& interpreter, const std::string& script, const std::string& action,
@@ -113,33 +101,25 @@ int startAndWait(const Interpreter& interpreter, const std::string& script, cons
     return fork_exec_waitpid(pid, program.c_str(), nullptr);
 }
 
-/// Sets the offset of both output streams to 2: the number behind `end` is taken for a position.  This is
-/// fixed behaviour.  On a pipe or terminal it only sets the stream's fail state.
-void repositionStreams() {
-    std::cout.seekp(std::ostream::pos_type(std::ios_base::end));
-    std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));
-}
-
-/// What a script makes must not be open to others' writing because the caller was careless: it may be what pages run.
-void keepOthersFromWriting() {
-    const mode_t callers = umask(022);
-    umask(callers | 022);
-}
-
 int runScript(const Script& script, const std::string& action, const std::string& user,
               const std::vector<std::string>* additional) {
-    const std::string path = script.directory + "/" + script.file;
+    const std::string path = joined(script.directory, script.file);
     boost::system::error_code undetermined;
-    if (!fs::exists(fs::status(path, undetermined)))
+    if (!boost::filesystem::exists(path, undetermined))
         return 0; // a package need not have a script for every action
     p_setuid(user.c_str());
     if (chdir(script.directory.c_str()) != 0) {
         std::cerr << "Unable to change current directory to " << script.directory << '\n';
         return 1;
     }
-    keepOthersFromWriting();
+    // What a script makes may be what pages run, so others must not write it because the caller was careless.
+    const mode_t callers = umask(022);
+    umask(callers | 022);
     const int result = startAndWait(script.interpreter, path, action, additional);
-    repositionStreams();
+    // Sets both offsets to 2: the number behind `end` is taken for a position.  This is fixed behaviour.  On a pipe or
+    // terminal it only sets the stream's fail state.
+    std::cout.seekp(std::ostream::pos_type(std::ios_base::end));
+    std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));
     return result;
 }
 
@@ -179,8 +159,10 @@ int fsa_run_configure_script(const std::string& fullName, const std::string& act
     }
     if (!script)
         return -1;
-    if (!isAllowed(action))
+    if (std::ranges::find(allowedActions, action) == allowedActions.end()) {
+        std::cerr << "Requested action `" << action << "` is not allowed.\n";
         return 1; // the panel tells this refusal from all others
+    }
     try {
         return runScript(*script, action, user, additional);
     } catch (const std::exception& failure) {
@@ -190,7 +172,7 @@ int fsa_run_configure_script(const std::string& fullName, const std::string& act
 }
 
 std::string get_package_script_path(const char* fullName) {
-    std::string packageDir = packageDirectoryOf(fullName).value_or(std::string());
+    std::string packageDir = packageDirectoryOf(fullName).value_or("");
     if (packageDir.empty())
         std::cerr << "Failed to get package path\n";
     return packageDir;

@@ -3,6 +3,7 @@
 #include "metadata/exceptions.h"
 
 #include <algorithm>
+#include <boost/format.hpp>
 
 using nimbo::FSAMetaDataWebContent;
 
@@ -19,6 +20,16 @@ constexpr const char* phpOff = "<IfModule mod_php4.c>\n"
                                "<IfModule mod_php5.c>\n"
                                "  php_admin_flag engine off\n"
                                "</IfModule>\n";
+
+constexpr const char* phpOn = "<IfModule mod_php4.c>\n"
+                              "  php_admin_flag engine on\n"
+                              "  AddHandler php-script %1%\n"
+                              "</IfModule>\n"
+                              "\n"
+                              "<IfModule mod_php5.c>\n"
+                              "  php_admin_flag engine on\n"
+                              "  AddHandler php5-script %1%\n"
+                              "</IfModule>\n";
 
 constexpr const char* cgiOff = "<IfModule mod_cgi.c>\n"
                                "  Options -ExecCGI\n"
@@ -37,22 +48,6 @@ constexpr const char* cgiByExtension = "<IfModule mod_cgi.c>\n"
                                        "  <Files ~ (\\.pl$)>\n"
                                        "    SetHandler None\n"
                                        "  </Files>\n";
-
-std::string phpOn(const std::string& extensions) {
-    return "<IfModule mod_php4.c>\n"
-           "  php_admin_flag engine on\n"
-           "  AddHandler php-script " +
-           extensions +
-           "\n"
-           "</IfModule>\n"
-           "\n"
-           "<IfModule mod_php5.c>\n"
-           "  php_admin_flag engine on\n"
-           "  AddHandler php5-script " +
-           extensions +
-           "\n"
-           "</IfModule>\n";
-}
 
 /// A text of the metadata on its way into a line of the fragment, where a line break would begin another directive.
 const std::string& requireOneLine(const std::string& text, const FSAMetaDataWebContent& mapping) {
@@ -77,7 +72,7 @@ std::string phpSections(const FSAMetaDataWebContent& mapping) {
         for (const auto& extension : handler.extensions)
             extensions += dotted(extension.value, mapping);
         if (!extensions.empty())
-            sections += phpOn(extensions);
+            sections += (boost::format(phpOn) % extensions).str();
     }
     return sections;
 }
