@@ -93,10 +93,11 @@ std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
     const xmlNode* const root = xmlDocGetRootElement(document.get());
     if (!isNamed(root, "INSTANCE-DATA"))
         throw std::runtime_error("Wrong root node name");
-    for (const xmlNode* child = root->children; child != nullptr; child = child->next)
+    for (const xmlNode* child = root->children; child != nullptr; child = child->next) {
         if (isNamed(child, "SECTION") && !sectionOf(child))
             throw std::runtime_error(attributeOf(child, "PREFIX") == nullptr ? "Attribute name is required for section"
                                                                              : "Bad sttribute name value");
+    }
     return std::move(files.entries);
 }
 

@@ -13,8 +13,6 @@
 #include <iterator>
 #include <map>
 
-using nimbo::FSAFileException;
-
 namespace {
 
 /// True when the system takes the path for a directory's, whatever stands there.
@@ -24,13 +22,13 @@ bool wantsDirectory(const std::string& path) {
 
 void openEntry(const EntryHandle& entry, const std::string& path, bool isMappingRoot, const std::string& userName) {
     if (entry.error() != 0)
-        throw FSAFileException("Unable to stat file  " + path + " mode: " + std::strerror(entry.error()));
+        throw nimbo::FSAFileException("Unable to stat file  " + path + " mode: " + std::strerror(entry.error()));
     const mode_t type = entry.status().st_mode;
     if (!S_ISDIR(type) && !S_ISREG(type))
-        throw FSAFileException("Unknown type of file `" + path + "`. Unable to change file mode.");
+        throw nimbo::FSAFileException("Unknown type of file `" + path + "`. Unable to change file mode.");
     // Entries below the mapping's directory may belong to somebody else; only the directory itself must be opened.
     if (entry.addMode(bitsForWebserver(entry.status(), userName)) != 0 && isMappingRoot)
-        throw FSAFileException("Unable to change mode for: " + path + " Error: " + std::strerror(errno));
+        throw nimbo::FSAFileException("Unable to change mode for: " + path + " Error: " + std::strerror(errno));
 }
 
 /// The writable mappings that lie in no other one.  The web server's account may change what lies in their trees.

@@ -14,7 +14,7 @@ namespace nimbo {
 
 namespace {
 
-/// The first node that a query finds, which is the document's; null for none.
+/// The first node that a query finds, owned by the document; null for none.
 const xmlNode* firstNode(xmlXPathContext* context, const std::string& expression) {
     const XPathResult result = query(context, expression);
     const auto nodes = nodesOf(result.get());
