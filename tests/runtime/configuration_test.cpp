@@ -11,13 +11,10 @@
 
 namespace {
 
-struct FreeTable {
-    void operator()(conf_table* table) const { conf_free_r(table); }
-};
-using Table = std::unique_ptr<conf_table, FreeTable>;
+using Table = std::unique_ptr<conf_table, void (*)(conf_table*)>;
 
 Table emptyTable() {
-    return Table(static_cast<conf_table*>(std::calloc(1, sizeof(conf_table))));
+    return {static_cast<conf_table*>(std::calloc(1, sizeof(conf_table))), conf_free_r};
 }
 
 std::string show(const char* value) {
