@@ -3,7 +3,7 @@
 #include "metadata/exceptions.h"
 
 #include <algorithm>
-#include <boost/format.hpp>
+#include <boost/algorithm/string/replace.hpp>
 
 using nimbo::FSAMetaDataWebContent;
 
@@ -72,7 +72,7 @@ std::string phpSections(const FSAMetaDataWebContent& mapping) {
         for (const auto& extension : handler.extensions)
             extensions += dotted(extension.value, mapping);
         if (!extensions.empty())
-            sections += (boost::format(phpOn) % extensions).str();
+            sections += boost::replace_all_copy(std::string(phpOn), "%1%", extensions);
     }
     return sections;
 }
