@@ -19,6 +19,13 @@ namespace fs = boost::filesystem;
 
 namespace {
 
+/// The mode bits with which the site's user can write a directory.
+mode_t bitsForUser(const struct stat& status, const std::string& userName) {
+    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
+    static const gid_t kroclnGid = get_group_id("krocln");
+    return status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
+}
+
 bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
@@ -66,10 +73,20 @@ private:
         keptMode_ = 0;
         if (entered_.contains(parent_))
             return;
-        if (makeUserWritableDir(parent_, userName_))
+        if (isHeldAndWritable() || makeUserWritableDir(parent_, userName_))
             entered_.insert(parent_);
         else
             parent_.clear();
+    }
+
+    /// True when a look at the open directory tells that nothing is to be done: the way to it is long in a deep tree.
+    bool isHeldAndWritable() {
+        struct stat status {};
+        const auto place = targets_.of(target_);
+        if (place.directory == AT_FDCWD || fstat(place.directory, &status) != 0)
+            return false;
+        const mode_t needed = bitsForUser(status, userName_);
+        return (status.st_mode & needed) == needed;
     }
 
     /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.
@@ -184,11 +201,7 @@ bool makeUserWritableDir(const std::string& directory, const std::string& userNa
     const EntryHandle entry(AT_FDCWD, directory.c_str());
     if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
         return false;
-    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
-    static const gid_t kroclnGid = get_group_id("krocln");
-    const struct stat& status = entry.status();
-    const mode_t bitsForUser = status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
-    if (entry.addMode(bitsForUser) == 0)
+    if (entry.addMode(bitsForUser(entry.status(), userName)) == 0)
         return true;
     std::cerr << "Unable to change mode for " << directory << ": " << std::strerror(errno) << '\n';
     return false;
