@@ -60,14 +60,14 @@ TEST_F(Removal, ALinkThatGoesTakesTheWayThroughItAlong) {
 }
 
 TEST_F(Removal, TheDocumentRootAndKeptPlacesStay) {
-    make(vhost, {"cgi-bin/run"});
+    make(vhost, {"cgi-bin/run", "httpdocs/run"});
     fs::remove_all(docroot / "own");
     const std::string line = "rmdir(\"" + docroot.string() + "/.\"): Invalid argument\n";
     EXPECT_THAT(removeBy(document("<FILE>/</FILE><FILE>.</FILE><FILE/><FILE><!-- none --></FILE>",
                                   "<SECTION PREFIX='cgi-bin'><FILE>run</FILE></SECTION>")),
                 ended(0, line + line));
     EXPECT_THAT(removeBy(document("<FILE>/</FILE>"), {"--www-root=" + docroot.string() + "/"}), ended(0, line));
-    EXPECT_EQ(namesIn(vhost), "d . d cgi-bin f cgi-bin/run d httpdocs");
+    EXPECT_EQ(namesIn(vhost), "d . d cgi-bin f cgi-bin/run d httpdocs f httpdocs/run");
 }
 
 TEST_F(Removal, WhatResistsIsALineEach) {

@@ -46,6 +46,7 @@ TEST_F(Configuration, LinesGiveValuesByTheirExactRules) {
         writeFile(file_, text);
         const Table table = emptyTable();
         EXPECT_EQ(conf_read_file_r(file_.c_str(), table.get()), 0);
+        EXPECT_EQ(table->sorted, 1);
         return show(conf_get_r("V", table.get()));
     };
     for (const std::string text : {"V /srv\n", "V /srv", " \t V\t \v/srv\n", "V /srv # c\n", "V /srv#c\n"})

@@ -20,7 +20,7 @@ TEST_F(Script, IsStartedAsTheCommandSays) {
     const std::string scripts = package.string() + "/scripts";
     const Words words = command("run-application-script", {"--script-language=perl", "--script-name=query", "one",
                                                            "--additional-script-params=t w o", "", "--", "--three"});
-    EXPECT_THAT(run(joined({"env", "LARKSPUR_TEST=inherited"}, words)),
+    EXPECT_THAT(run(joined({"env", "LARKSPUR_TEST=inherited"}, words), "of the caller"),
                 ended(9, "message\n",
                       "script: " + scripts + "/act\narguments: query|one|t w o||--three\ndirectory: " + scripts +
                           "\nuser: 20001 20001\ngroups: 20100 20100 20102 20100 20100 20102\ninput: none\n"
