@@ -376,7 +376,8 @@ TEST_F(Preview, NamesReachNoTerminalAndLoseNoByte) {
     EXPECT_THAT(outcome, ended(1, StartsWith("warning: unrepresentable-name: htdocs/" + shown + ": "),
                                HasSubstr("  -rw-r--r--   " + shown + "\n")));
     EXPECT_THAT(preview({package.string(), "--format=json"}).output,
-                AllOf(HasSubstr(R"("obsolete":null,)"), HasSubstr(R"("state":null},{"path":"a\n\u001b[1m\u007f\u009b\u202e\udb40\udc41)"
+                AllOf(HasSubstr(R"("obsolete":null,)"),
+                      HasSubstr(R"("state":null},{"path":"a\n\u001b[1m\u007f\u009b\u202e\udb40\udc41)"
                                 "\uFFFD\",\"type\""),
                       HasSubstr(R"("state":null,"pathBase64":"YQobWzFtf8Kb4oCu86CBgek=",)"
                                 R"("sourceBase64":"aHRkb2NzL2EKG1sxbX/Cm+KArvOggYHp"})"),

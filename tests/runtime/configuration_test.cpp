@@ -2,12 +2,14 @@
 #include "runtime/kro_conf.h"
 #include "runtime/temporary_file.h"
 #include "runtime/utility_log.h"
+#include "runtime/xml.h"
 #include "tests/support/support.h"
 
 #include <cerrno>
 #include <iostream>
 #include <optional>
 #include <regex>
+#include <sys/resource.h>
 
 namespace {
 
@@ -130,6 +132,34 @@ TEST_F(PanelConfiguration, TellsDetailsOnDemand) {
     EXPECT_THAT(with({}, [&] { readAt(12); }), ended(0, noFile, noFile));
     EXPECT_THAT(with("A=1 \nB #\n", [&] { readAt(11); }), ended(0, "", ""));
 }
+
+#ifndef __SANITIZE_ADDRESS__ // it needs memory itself
+TEST_F(Configuration, ALackOfMemoryIsTold) {
+    const auto ask = [] {
+        LogLevel = 12;
+        conf_table table{};
+        conf_init_r(&table);
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_AS, &none);
+        void* (*volatile take)(std::size_t) = std::malloc; // the compiler would drop a direct call
+        for (std::size_t size = 1U << 20; size > 0; size /= 2)
+            while (take(size) != nullptr)
+                continue;
+        conf_table another{};
+        conf_set_r("V", "x", &another);
+        conf_set_r("V", "x", &table);
+        messlog2(0, 0, "message");
+        autoprepend();
+        parseXmlMemory("<a/>");
+    };
+    EXPECT_THAT(inChild(ask), ended(aborted, "Unable to read configuration: Cannot allocate memory\n"
+                                             "Unable to form configuration: Cannot allocate memory\n"
+                                             "Can't allocate memory for error message\n"
+                                             "Not enough memory to allocate Nimbo runtime configuration structure\n"
+                                             "terminate called after throwing an instance of 'St9bad_alloc'\n"
+                                             "  what():  std::bad_alloc\n"));
+}
+#endif
 
 TEST_F(Configuration, TemporaryFilesGoUnlessTheyAreKept) {
     nimbo::TmpFile((base / "gone").string(), true);
