@@ -386,89 +386,33 @@ TEST_F(Preview, NamesReachNoTerminalAndLoseNoByte) {
                 HasSubstr("<FILE>&#8238;&#127;</FILE>"));
 }
 
-TEST_F(Preview, TextAndJsonAreAsTheManualPageHasThem) {
-    const std::string mappings = "<mapping url='/' path='htdocs'/><mapping url='data'>" + writable +
-                                 "</mapping><mapping url='old' virtual='redirect' href='http://x/'/>"
-                                 "<mapping url='one/two' path='programs'><cgi:handler><cgi:all-files/></cgi:handler>"
-                                 "</mapping><mapping url='gone'/>";
-    makePackage(package, metadata(mappings), {"htdocs/b", "htdocs/c", "data/", "programs/run", "scripts/setup"});
-    make(base, {"site/b -> index.php", "site/c/x", "site/index.php", "site/one/"});
-    writeFile(list,
-              "<INSTANCE-DATA><SECTION PREFIX='htdocs'><FILE>b</FILE><FILE>p</FILE><FILE>./p/q/</FILE><FILE>c</FILE>"
-              "<FILE>../b/c</FILE></SECTION><SECTION PREFIX='cgi-bin'><FILE>old.cgi</FILE></SECTION></INSTANCE-DATA>");
+TEST_F(Preview, TextAndJsonAreThoseOfTheExamples) {
+    const std::string mappings =
+        "<mapping url='/' path='htdocs'/><mapping url='data'>" + writable +
+        "</mapping><mapping url='old' virtual='redirect' href='https://example.com/'/>"
+        "<mapping url='tools/report' path='programs'><cgi:handler><cgi:all-files/></cgi:handler>"
+        "</mapping><mapping url='help'/>";
+    makePackage(package, metadata(mappings),
+                {"htdocs/about.php", "htdocs/contact", "data/", "programs/run", "scripts/configure"});
+    make(base, {"site/about.php -> index.php", "site/contact/x", "site/index.php", "site/tools/"});
+    writeFile(
+        list,
+        "<INSTANCE-DATA><SECTION "
+        "PREFIX='htdocs'><FILE>about.php</FILE><FILE>img</FILE><FILE>./img/logo.png/</FILE><FILE>contact</FILE>"
+        "<FILE>../other/page</FILE></SECTION><SECTION PREFIX='cgi-bin'><FILE>old.cgi</FILE></SECTION></INSTANCE-DATA>");
     const Words words{package.string(), "--www-root=" + site, "--previous-list=" + list, "--disable-cgi-support=1"};
-    const std::string findings = "warning: missing-source: gone: the mapping of URL /gone has no such directory\n"
-                                 "error: directory-occupied: c: the site has a directory with content where the "
+    const std::string findings = "warning: missing-source: help: the mapping of URL /help has no such directory\n"
+                                 "error: directory-occupied: contact: the site has a directory with content where the "
                                  "package has a file: the extraction fails\n";
-    EXPECT_THAT(preview(words), ended(2, findings, R"(/ <- htdocs
-= drwxr-xr-x   .
-~ -rw-r--r--   b
-! -rw-r--r--   c
-= -rw-r--r--   index.php
-/data <- data (w)
-+ drwxr-xr-x w data
-/gone <- gone (missing)
-/one/two <- programs
-+ drwxr-xr-x   one/two
-+ -rwxr-xr-x   one/two/run
-on the way
-= drwxr-xr-x   one
-only in the previous list
--              p/q
--              p
--              ../b/c
--              (cgi-bin) old.cgi
-redirect /old -> http://x/
-script setup
-| # ATTENTION!
-| # DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO
-| # FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.
-| RedirectPermanent /old http://x/
-| 
-guestbook 1.0-1: 4 directories, 4 files, 32 bytes, 1 opened (w)
-3 new, 3 same, 1 changed, 1 blocked, 4 obsolete
-1 error, 1 warning
-)"));
+    EXPECT_THAT(preview(words), ended(2, findings, contentOf(LARKSPUR_SOURCE_DIR "/examples/preview.txt")));
     EXPECT_THAT(preview(joined(words, {"--summary"})),
-                ended(2, "error: directory-occupied: 1: c\nwarning: missing-source: 1: gone\n",
+                ended(2, "error: directory-occupied: 1: contact\nwarning: missing-source: 1: help\n",
                       StartsWith("/ <- htdocs: 1 directory, 3 files; 2 same, 1 changed, 1 blocked\n"
                                  "/data <- data (w): 1 directory, 0 files; 1 new\n")));
     const std::string all = preview(joined(words, {"--format=json", "--ignore=directory-occupied"})).output;
-    EXPECT_EQ(json::parse(all), json::parse(R"(
-{"application":{"name":"guestbook","version":"1.0","release":"1","formatVersion":"1.1","scriptLanguage":"php"},
-"mappings":[
-{"url":"/gone","path":"/gone","depth":1,"writable":false,"redirect":"","sourceExists":false},
-{"url":"/old","path":"","depth":1,"writable":false,"redirect":"http://x/","sourceExists":null},
-{"url":"/data","path":"/data","depth":1,"writable":true,"redirect":"","sourceExists":true},
-{"url":"/","path":"/htdocs","depth":1,"writable":false,"redirect":"","sourceExists":true},
-{"url":"/one/two","path":"/programs","depth":2,"writable":false,"redirect":"","sourceExists":true}],
-"entries":[
-{"path":"","type":"directory","mode":"0755","source":"htdocs","url":"/",
-  "webServerWritable":false,"size":null,"state":"same"},
-{"path":"b","type":"file","mode":"0644","source":"htdocs/b","url":"/",
-  "webServerWritable":false,"size":8,"state":"changed"},
-{"path":"c","type":"file","mode":"0644","source":"htdocs/c","url":"/",
-  "webServerWritable":false,"size":8,"state":"blocked"},
-{"path":"data","type":"directory","mode":"0755","source":"data","url":"/data",
-  "webServerWritable":true,"size":null,"state":"new"},
-{"path":"index.php","type":"file","mode":"0644","source":"htdocs/index.php","url":"/",
-  "webServerWritable":false,"size":8,"state":"same"},
-{"path":"one","type":"directory","mode":"0755","source":null,"url":null,
-  "webServerWritable":false,"size":null,"state":"same"},
-{"path":"one/two","type":"directory","mode":"0755","source":"programs","url":"/one/two",
-  "webServerWritable":false,"size":null,"state":"new"},
-{"path":"one/two/run","type":"file","mode":"0755","source":"programs/run","url":"/one/two",
-  "webServerWritable":false,"size":8,"state":"new"}],
-"obsolete":[{"section":"htdocs","path":"p/q"},{"section":"htdocs","path":"p"},{"section":"htdocs","path":"../b/c"},
-  {"section":"cgi-bin","path":"old.cgi"}],
-"fragment":"# ATTENTION!\n# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO\n)"
-                                            R"(# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.\n)"
-                                            R"(RedirectPermanent /old http://x/\n\n",
-"findings":[{"severity":"warning","code":"missing-source","subject":"gone",
-  "text":"the mapping of URL /gone has no such directory"}]}
-)"));
+    EXPECT_EQ(json::parse(all), json::parse(contentOf(LARKSPUR_SOURCE_DIR "/examples/preview.json")));
     EXPECT_THAT(preview(joined(words, {"--format=obsolete-files"})),
-                ended(2, findings, EndsWith(R"(    <FILE>../b/c</FILE>
+                ended(2, findings, EndsWith(R"(    <FILE>../other/page</FILE>
   </SECTION>
   <SECTION PREFIX="cgi-bin">
     <FILE>old.cgi</FILE>
