@@ -47,12 +47,6 @@ TEST_F(Removal, ListedEntriesGoContentsFirst) {
     expectAsBefore("<INSTANCE-DATA/>");
 }
 
-TEST_F(Removal, NothingAboveTheInstancesDirectoryGoes) {
-    put({"deep/er/app/file"});
-    EXPECT_THAT(removeBy(listOf({"file"}), {"--application-subdirectory=deep/er/app"}), ended(0));
-    EXPECT_EQ(namesIn(docroot), "d . d deep d deep/er d own f own/page");
-}
-
 TEST_F(Removal, ALinkThatGoesTakesTheWayThroughItAlong) {
     put({"self -> .", "f"});
     EXPECT_THAT(removeBy(listOf({"self/self", "self/f"})), ended(0));

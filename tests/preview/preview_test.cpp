@@ -336,31 +336,14 @@ TEST_F(Agreement, WhatTheSiteDoesNotShowIsUnknownOnceADirectory) {
 TEST_F(Preview, WhatCannotBeUsedIsOneLineAndStatusTwo) {
     makePackage(base / "good", metadata("<mapping url='/' path='nowhere'/>"), {});
     makePackage(base / "broken", "<a>\n<b>\n</a>", {});
-    makePackage(base / "other", "<a/>", {});
     makePackage(base / "no-url", metadata("<mapping url='/'><mapping virtual='x'/></mapping>"), {});
     make(base, {"none/", "fifo/"});
     ASSERT_EQ(mkfifo((base / "fifo/APP-META.xml").c_str(), 0644), 0);
-    for (const std::string words : {"",
-                                    "good good",
-                                    "good --format=x",
-                                    "good '--no\nsuch'",
-                                    "good --%original_token%",
-                                    "good --www-root=",
-                                    "good --metadata-file=good",
-                                    "good >/dev/full",
-                                    "good >&-",
-                                    "good --disable-php-support=x",
-                                    "none --metadata-file=good/APP-META.xml",
-                                    "broken",
-                                    "other",
-                                    "no-url",
-                                    "fifo",
-                                    "good --ignore=x",
-                                    "good --summary --format=json",
-                                    "good --format=obsolete-files",
-                                    "good --previous-list=nowhere",
-                                    "good --previous-list=.",
-                                    "good --previous-list=good/APP-META.xml"}) {
+    for (const std::string words :
+         {"", "good good", "good --format=x", "good '--no\nsuch'", "good --%original_token%", "good >/dev/full",
+          "good >&-", "none --metadata-file=good/APP-META.xml", "broken", "no-url", "fifo", "good --ignore=x",
+          "good --summary --format=json", "good --format=obsolete-files", "good --previous-list=nowhere",
+          "good --previous-list=.", "good --previous-list=good/APP-META.xml"}) {
         const Outcome outcome = run(byShell("cd \"$2\"; \"$1\" " + words, {LARKSPUR_PREVIEW, base.string()}));
         EXPECT_THAT(outcome, ended(2, StartsWith("larkspur-preview: "), "")) << words;
         EXPECT_EQ(linesOf(outcome.error).size(), 1U) << outcome.error;

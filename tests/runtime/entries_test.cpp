@@ -84,7 +84,6 @@ TEST_F(Entries, BelowARootNoLinkIsFollowed) {
     EXPECT_EQ(find("d/in/file"), "Not a directory");
     EXPECT_EQ(find("d/e/file"), "file");
     EXPECT_EQ(find("link"), "link");
-    EXPECT_EQ(find("link/e"), "Not a directory");
     EXPECT_EQ(find("link/e/file"), "Not a directory");
     EXPECT_EQ(find("none/e"), "No such file or directory");
     EXPECT_EQ(find("d"), "directory");
@@ -99,7 +98,6 @@ TEST_F(Entries, AHeldDirectoryIsWhereItsPathLeads) {
     EXPECT_TRUE(isHeld(at + "d/file"));
     EXPECT_STREQ(directory.of(at + "d/other").name, "other");
     EXPECT_FALSE(isHeld(at + "link/file")); // the link may go
-    EXPECT_FALSE(isHeld(at + "none/file"));
     EXPECT_FALSE(isHeld(at + "d/"));
     EXPECT_FALSE(isHeld("name"));
     EXPECT_FALSE(isHeld(at + "d/" + std::string(PATH_MAX - at.size() - 2, 'x')));

@@ -68,30 +68,24 @@ RedirectPermanent / /x
 }
 
 TEST_F(Fragment, HasWhatTheOptionsDoNotDisable) {
-    const std::string noPhp = "--disable-php-support=1";
-    const std::string both = "<mapping url='a'>" + onePhp + oneCgi + "</mapping>";
-    struct Row {
-        std::string elements;
-        Words options;
-        bool php, cgi;
-    };
-    const std::vector<Row> rows{
-        // Without a value an option disables nothing.
-        {.elements = both, .options = {"--disable-php-support"}, .php = true, .cgi = true},
-        {.elements = both, .options = {noPhp, "--disable-cgi-support"}, .php = false, .cgi = true},
-        {.elements = both, .options = {"--disable-cgi-support=-1"}, .php = true, .cgi = false},
-        {.elements = "<mapping url='a'>" + onePhp + "</mapping>", .options = {noPhp}, .php = false, .cgi = false},
-        {.elements = "no document <", .options = {noPhp, "--disable-cgi-support=1"}, .php = false, .cgi = false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.elements + row.options.front());
+    const auto kinds = [&](const std::string& elements, const Words& options) {
         writeFile(fragments / "app.conf", "php_admin_flag ExecCGI of an earlier version");
-        EXPECT_THAT(install(row.elements, row.options), ended(0));
-        const std::string text = fs::exists(fragments / "app.conf") ? contentOf(fragments / "app.conf") : "";
-        EXPECT_EQ(text.find("php-script .php ..x \n") != std::string::npos, row.php) << text;
-        EXPECT_EQ(text.find("ExecCGI") != std::string::npos, row.cgi) << text;
-        EXPECT_EQ(namesIn(fragments), row.php || row.cgi ? "d . f app.conf" : "d .");
-    }
+        EXPECT_THAT(install(elements, options), ended(0));
+        const std::string text = fs::exists(fragments / "app.conf") ? contentOf(fragments / "app.conf") : "none";
+        return std::string(text.find("php-script .php ..x \n") != std::string::npos ? "php " : "") +
+               (text.find("ExecCGI") != std::string::npos ? "cgi"
+                : text == "none"                          ? text
+                                                          : "");
+    };
+    const std::string php = "<mapping url='a'>" + onePhp + "</mapping>";
+    const std::string both = php + "<mapping url='b'>" + oneCgi + "</mapping>";
+    const std::string noPhp = "--disable-php-support=1";
+    EXPECT_EQ(kinds(both, {"--disable-php-support"}), "php cgi"); // without a value it disables nothing
+    EXPECT_EQ(kinds(both, {noPhp, "--disable-cgi-support"}), "cgi");
+    EXPECT_EQ(kinds(both, {"--disable-cgi-support=-1"}), "php ");
+    EXPECT_EQ(kinds(php, {noPhp}), "none");
+    EXPECT_EQ(kinds("no document <", {noPhp, "--disable-cgi-support=1"}), "none");
+    EXPECT_EQ(namesIn(fragments), "d .");
 }
 
 TEST_F(Fragment, IsForRootAloneWhateverTheUmask) {
