@@ -1,7 +1,7 @@
 #include "preview/findings.h"
 #include "tests/support/support.h"
 
-#include <boost/algorithm/string/erase.hpp>
+#include <boost/algorithm/string.hpp>
 #include <boost/format.hpp>
 #include <boost/json.hpp>
 #include <sys/mount.h>
@@ -69,8 +69,8 @@ const std::vector<Package> awkwardPackages{
                  "htdocs/\xe2\x80\xae\xc2\x9b\x7f"}},
     {.mappings = "<mapping url='/' path='htdocs'><mapping url='w'>" + writable + cgi +
                  "<mapping url='plain'><mapping url='v'>" + writable +
-                 "</mapping></mapping></mapping><mapping url='w-2'/></mapping><mapping url='up' path='htdocs'>" +
-                 writable + "</mapping><mapping url='up/x/y' path='htdocs'/>",
+                 "</mapping></mapping></mapping><mapping url='w-2'/></mapping><mapping url='q' path='htdocs'>" +
+                 writable + "</mapping><mapping url='q/x/y' path='htdocs'/>",
      .entries = {"htdocs/w/f.cgi", "htdocs/w/d/f", "htdocs/w/plain/f", "htdocs/w/plain/v/f", "htdocs/w-2/f",
                  "htdocs/w.d/f"}},
     {.mappings = "<mapping url='a/b/c' path='htdocs'/><mapping url='x//y/' path='htdocs//'/>"
@@ -404,12 +404,17 @@ TEST_F(Preview, TextAndJsonAreThoseOfTheExamples) {
 )")));
 }
 
-TEST_F(Preview, ColourIsForTerminalsAndTheVersionForAnybody) {
+TEST_F(Preview, ColourIsForTerminalsVersionAndHelpForAnybody) {
     NEEDS_PROGRAM("/usr/bin/script");
     makePackage(package, metadata("<mapping url='/' path='htdocs'>" + writable + "</mapping>"), {});
-    const std::string line = "  -rw-r--r-- w index.php";
-    EXPECT_THAT(preview({package.string()}).output, HasSubstr("\n" + line + "\n"));
-    const std::string command = LARKSPUR_PREVIEW " " + package.string() + " 2>/dev/null";
-    EXPECT_THAT(run({"script", "-qec", command, "/dev/null"}).output, HasSubstr("\x1b[33m" + line + "\x1b[0m\r\n"));
+    make(site, {"index.php/in-the-way"});
+    const std::string words = package.string() + " --www-root=" + site;
+    const std::string plain = "= drwxr-xr-x w .\n! -rw-r--r-- w index.php\n";
+    EXPECT_THAT(run(byShell(LARKSPUR_PREVIEW " " + words, {})).output, HasSubstr(plain));
+    EXPECT_THAT(run({"script", "-qec", LARKSPUR_PREVIEW " 2>/dev/null " + words, "/dev/null"}).output,
+                HasSubstr("\x1b[33m= drwxr-xr-x w .\x1b[0m\r\n\x1b[31m! -rw-r--r-- w index.php\x1b[0m\r\n"));
     EXPECT_THAT(preview({"--version"}), ended(0, "", MatchesRegex("larkspur-preview [0-9.]+\n")));
+    const std::string help = boost::replace_all_copy(preview({"--help"}).output, " \n", "\n");
+    EXPECT_THAT(contentOf(LARKSPUR_SOURCE_DIR "/docs/package-author-guide.md"),
+                HasSubstr("```text\n" + help + "```\n"));
 }

@@ -1,4 +1,5 @@
 #include "runtime/conf_table.h"
+#include "runtime/errors.h"
 #include "runtime/kro_conf.h"
 #include "runtime/temporary_file.h"
 #include "runtime/utility_log.h"
@@ -139,6 +140,7 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
         LogLevel = 12;
         conf_table table{};
         conf_init_r(&table);
+        const nimbo::SystemError failure("unnamed", EIO);
         const rlimit none{0, 0};
         setrlimit(RLIMIT_AS, &none);
         void* (*volatile take)(std::size_t) = std::malloc; // the compiler would drop a direct call
@@ -150,12 +152,14 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
         conf_set_r("V", "x", &table);
         messlog2(0, 0, "message");
         autoprepend();
+        nimbo_log(1, "%s", failure.what());
         parseXmlMemory("<a/>");
     };
     EXPECT_THAT(inChild(ask), ended(aborted, "Unable to read configuration: Cannot allocate memory\n"
                                              "Unable to form configuration: Cannot allocate memory\n"
                                              "Can't allocate memory for error message\n"
                                              "Not enough memory to allocate Nimbo runtime configuration structure\n"
+                                             "unnamed\n"
                                              "terminate called after throwing an instance of 'St9bad_alloc'\n"
                                              "  what():  std::bad_alloc\n"));
 }
