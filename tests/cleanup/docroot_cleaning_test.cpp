@@ -37,6 +37,7 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIs) {
         EXPECT_EQ(namesIn(vhost), row.left);
     }
     EXPECT_EQ(namesIn(base), "d . d outside f outside/kept d package d site");
+    EXPECT_EQ(vhostUsedDirs(SetupSkeletonExceptHttpdocs).front(), "conf");
     EXPECT_THAT(vhostAllDirs(), ElementsAre("cgi-bin", "private", "httpsdocs", "httpdocs"));
 }
 

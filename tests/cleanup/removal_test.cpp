@@ -44,7 +44,7 @@ TEST_F(Removal, ListedEntriesGoContentsFirst) {
     EXPECT_THAT(inChild([&] { lark_delete_instance(vhost.c_str(), &params, "blog"); }, list), ended(0));
     put({"img/logo.png", "index.php"});
     expectAsBefore(list);
-    expectAsBefore("<INSTANCE-DATA/>");
+    expectAsBefore("<INSTANCE-DATA/>", {"--application-subdirectory=/"});
 }
 
 TEST_F(Removal, ALinkThatGoesTakesTheWayThroughItAlong) {

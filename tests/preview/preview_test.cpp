@@ -216,8 +216,8 @@ warning: no-script: scripts/configure: format version 1.0 has its script there
 warning: url-text: --application-subdirectory: the option's value has a blank in it
 error: broken-link: b: leads nowhere: the extraction fails
 error: unreadable-source: htdocs/shadow: the site's account may not read it
+warning: htaccess: htdocs/.htaccess: counts only where the server allows it: protect nothing with it alone
 error: broken-link: htdocs/a: leads nowhere: the extraction fails
-warning: htaccess: htdocs/h/.htaccess: counts only where the server allows it: protect nothing with it alone
 error: special-file: htdocs/null: neither a file nor a directory: the extraction fails
 warning: unrepresentable-name: htdocs/\x01: no list of installed files can hold this name
 warning: outside-package: l: leads out of the package, to /other
@@ -226,7 +226,7 @@ warning: outside-package: htdocs/shadow: leads out of the package, to /etc/shado
 )",
          .mappings = "<mapping url='/' " + handled + "<mapping url='b'/><mapping url='in'/><mapping url='l'/>",
          .entries = {"htdocs/a -> nowhere", "b -> b", "htdocs/null -> /dev/null", "htdocs/shadow -> /etc/shadow",
-                     "htdocs/h/.htaccess", "l -> ../other", "../other/a/b", "in -> inner", "inner/f -> e", "inner/e",
+                     "htdocs/.htaccess", "l -> ../other", "../other/a/b", "in -> inner", "inner/f -> e", "inner/e",
                      "htdocs/\x01/a/b", "scripts/configure", "../site/\"/"},
          .options = {atSite + "/\"", "--application-subdirectory=a b"},
          .version = "1.0"},
@@ -340,10 +340,10 @@ TEST_F(Preview, WhatCannotBeUsedIsOneLineAndStatusTwo) {
     make(base, {"none/", "fifo/"});
     ASSERT_EQ(mkfifo((base / "fifo/APP-META.xml").c_str(), 0644), 0);
     for (const std::string words :
-         {"", "good good", "good --format=x", "good '--no\nsuch'", "good --%original_token%", "good >/dev/full",
-          "good >&-", "none --metadata-file=good/APP-META.xml", "broken", "no-url", "fifo", "good --ignore=x",
-          "good --summary --format=json", "good --format=obsolete-files", "good --previous-list=nowhere",
-          "good --previous-list=.", "good --previous-list=good/APP-META.xml"}) {
+         {"", "good good", "good --format=x", "good '--no\nsuch'", "good --%original_token%", "good --disable-",
+          "good >/dev/full", "good >&-", "none --metadata-file=good/APP-META.xml", "broken", "no-url", "fifo",
+          "good --ignore=x", "good --summary --format=json", "good --format=obsolete-files",
+          "good --previous-list=nowhere", "good --previous-list=.", "good --previous-list=good/APP-META.xml"}) {
         const Outcome outcome = run(byShell("cd \"$2\"; \"$1\" " + words, {LARKSPUR_PREVIEW, base.string()}));
         EXPECT_THAT(outcome, ended(2, StartsWith("larkspur-preview: "), "")) << words;
         EXPECT_EQ(linesOf(outcome.error).size(), 1U) << outcome.error;

@@ -28,7 +28,7 @@ TEST(Capture, GivesAllThatWasWritten) {
     EXPECT_THAT(shell("kill -9 $$"), ended(-1, "", ""));
     EXPECT_THAT(shell("ls /proc/self/fd"), ended(0, "", "0\n1\n2\n3\n")); // 3 is the look at the directory
     signal(SIGCHLD, SIG_IGN);
-    EXPECT_THAT(shell("exit 4"), ended(4, "", ""));
+    EXPECT_THAT(shell("printf x; exit 4"), ended(4, "", "x"));
     signal(SIGCHLD, SIG_DFL);
 }
 

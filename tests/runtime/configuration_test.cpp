@@ -132,6 +132,11 @@ TEST_F(PanelConfiguration, TellsDetailsOnDemand) {
     EXPECT_THAT(with("A=1 \nB #\n", [&] { readAt(12); }), ended(0, lines, lines));
     EXPECT_THAT(with({}, [&] { readAt(12); }), ended(0, noFile, noFile));
     EXPECT_THAT(with("A=1 \nB #\n", [&] { readAt(11); }), ended(0, "", ""));
+    const auto readDirectory = [] {
+        LogLevel = 12;
+        conf_read_file_r("/", emptyTable().get());
+    };
+    EXPECT_THAT(inChild(readDirectory), ended(0, "Unable to read configuration file: Is a directory\n"));
 }
 
 #ifndef __SANITIZE_ADDRESS__ // it needs memory itself
@@ -148,14 +153,14 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
             while (take(size) != nullptr)
                 continue;
         conf_table another{};
-        conf_set_r("V", "x", &another);
+        nimbo_log(1, "%d", conf_set_r("V", "x", &another));
         conf_set_r("V", "x", &table);
         messlog2(0, 0, "message");
         autoprepend();
         nimbo_log(1, "%s", failure.what());
         parseXmlMemory("<a/>");
     };
-    EXPECT_THAT(inChild(ask), ended(aborted, "Unable to read configuration: Cannot allocate memory\n"
+    EXPECT_THAT(inChild(ask), ended(aborted, "Unable to read configuration: Cannot allocate memory\n-1\n"
                                              "Unable to form configuration: Cannot allocate memory\n"
                                              "Can't allocate memory for error message\n"
                                              "Not enough memory to allocate Nimbo runtime configuration structure\n"

@@ -124,9 +124,9 @@ TEST(Log, PrintsUpToItsLevel) {
         nimbo_log_init(nullptr, 6, 0, 0, "x");
         nimbo_log(1, "for the system's log");
         for (const char* target : {"file", "Console"}) {
-            nimbo_log_init(target, 2, 5, 0, "x");
-            nimbo_log(3, "above");
-            nimbo_log(2, "%s: enabled %d, facility %d", target, LogEnabled, LogFacility);
+            nimbo_log_init(target, 1, 5, 0, "x");
+            nimbo_log(2, "above");
+            nimbo_log(1, "%s: enabled %d, facility %d", target, LogEnabled, LogFacility);
         }
         EXPECT_EQ(nimbo_logv, _nimbo_utility_logv);
         std::abort(); // what was written is there
@@ -140,7 +140,6 @@ class Accounts : public SandboxTest {};
 TEST_F(Accounts, ARefusedSwitchEndsTheProcess) {
     const std::string home = "Cannot chdir to nobody homedir /nonexistent\nSystem error 2: No such file or directory\n";
     EXPECT_THAT(inChild([] { p_setuid_ex("nobody", 1, 0); }), ended(1, home, home));
-    EXPECT_THAT(inChild([] { p_setuid_ex("nobody", 0, 0); }), ended(0));
     EXPECT_THAT(inChild([] { p_setuid_ex("root", 0, 1); }), ended(0));
     const std::string openWayBack = "Failed to setuid: 20001\n";
     const auto switchUnderBits = [] {
@@ -167,9 +166,7 @@ TEST_F(Accounts, LookUpsNameTheirOwnError) {
     EXPECT_THAT(lookUp([](const char* user) { return nimbo_ugid(user, 1); }, "siteb"), ended(0, "", "20100"));
     EXPECT_THAT(lookUp(get_group_id, "20101"), ended(0, "", "20101"));
     EXPECT_THAT(lookUp(get_group_id, ""), printed(""));
-    EXPECT_THAT(lookUp(get_group_id, "no-group"), printed("getgrnam(no-group): Success\n"));
     EXPECT_THAT(lookUp(get_group_id, "20199"), printed("getgrgid(20199): Success\n"));
-    EXPECT_THAT(lookUp(get_user_id, "none"), printed("Unable to find uid for user none: Success\n"));
     const std::string range = ": Numerical result out of range\nSystem error 34: Numerical result out of range\n";
     EXPECT_THAT(lookUp(get_group_id, "99999999999"), printed("getgrgid(99999999999)" + range));
     const rlim_t none = 3;
