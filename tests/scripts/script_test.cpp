@@ -45,7 +45,7 @@ TEST_F(Script, OfPhpGetsThePreferredInterpreterThatEverybodyMayRun) {
     EXPECT_THAT(runScript({zt, cli}), ended(0, "", "engine -d\n"));
     chmod(engine.c_str(), 0644);
     EXPECT_THAT(runScript({zt, cli}), ended(0, "", ofOwn));
-    for (const mode_t mode : {0754, 0377}) {
+    for (const mode_t mode : {0754U, 0377U}) {
         chmod(own.c_str(), mode);
         EXPECT_THAT(runScript({zt, cli}), ended(0, "", ofPanel));
     }
