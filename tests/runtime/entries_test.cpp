@@ -17,7 +17,7 @@ namespace {
 
 constexpr int notAllowed = 77; ///< the status of a child that cannot arrange what it is to meet
 
-/// Lets fchmodat2(2) fail, with ENOSYS as on a kernel that lacks it.
+/// Lets fchmodat2(2) fail: ENOSYS is the error of a kernel that lacks it.
 void refuseNewestCall(unsigned error) {
     std::array<sock_filter, 4> program{
         {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 452, 0, 1),
