@@ -2,8 +2,8 @@
 #include "metadata/metadata_reader.h"
 #include "metadata/passed_over.h"
 #include "runtime/handles.h"
-#include "runtime/xml.h"
 #include "webserver/fragment.h"
+#include "xml/document.h"
 
 #include <algorithm>
 #include <regex>

@@ -52,8 +52,5 @@ quietly() {
 
 build() { cmake --preset "$1" && cmake --build --preset "$1"; }
 
-# The rooms, as the build lists them.
-rooms() { sed -n 's/^set(LARKSPUR_ROOMS \(.*\))$/\1/p' CMakeLists.txt; }
-
 # tree_files TEST...: the files of the tree that pass find's tests, NUL-terminated.
 tree_files() { find . \( -path ./build -o -path ./.git \) -prune -o -type f \( "$@" \) -print0; }

@@ -1,6 +1,6 @@
 #include "cleanup/docroot_cleaning.h"
 
-#include "cleanup/directory_listing.h"
+#include "files/directory_listing.h"
 #include "runtime/accounts.h"
 #include "tests/support/support.h"
 

@@ -1,6 +1,6 @@
 #include "deploy/extract_application.h"
 #include "deploy/htdocs_installer.h"
-#include "deploy/package_location.h"
+#include "metadata/package_location.h"
 #include "tests/support/support.h"
 
 #include <array>

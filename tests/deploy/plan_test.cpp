@@ -1,7 +1,7 @@
 #include "deploy/install_plan.h"
 
+#include "files/paths.h"
 #include "metadata/metadata_reader.h"
-#include "runtime/paths.h"
 #include "tests/support/support.h"
 
 class Plan : public DirectoryTest {};

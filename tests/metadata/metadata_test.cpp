@@ -1,8 +1,8 @@
 #include "metadata/exceptions.h"
 #include "metadata/metadata_reader.h"
 #include "metadata/passed_over.h"
-#include "runtime/xml.h"
 #include "tests/support/support.h"
+#include "xml/document.h"
 
 #include <boost/algorithm/string.hpp>
 #include <iostream>

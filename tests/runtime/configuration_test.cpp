@@ -3,8 +3,8 @@
 #include "runtime/kro_conf.h"
 #include "runtime/temporary_file.h"
 #include "runtime/utility_log.h"
-#include "runtime/xml.h"
 #include "tests/support/support.h"
+#include "xml/document.h"
 
 #include <cerrno>
 #include <iostream>

@@ -1,0 +1,136 @@
+#include "cleanup/instance_removal.h"
+
+#include "files/paths.h"
+#include "xml/document.h"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+bool isNamed(const xmlNode* node, const char* name) {
+    return node != nullptr && node->type == XML_ELEMENT_NODE && xmlStrcmp(node->name, xmlText(name)) == 0;
+}
+
+bool isSection(const xmlNode* node) {
+    return isNamed(node, "SECTION") && isNamed(node->parent, "INSTANCE-DATA") &&
+           node->parent == xmlDocGetRootElement(node->doc);
+}
+
+/// The section that an element names; nothing for no name and for another one.
+std::optional<InstallSection> sectionOf(const xmlNode* element) {
+    const XmlText prefix = attributeOf(element, "PREFIX");
+    const std::string_view name = prefix == nullptr ? "" : plainText(prefix);
+    if (name == "htdocs")
+        return InstallSectionHtdocs;
+    if (name == "cgi-bin")
+        return InstallSectionCgiBin;
+    return std::nullopt;
+}
+
+/// The text directly in an element, entity references resolved.
+std::string textIn(const xmlNode* element) {
+    const xmlNode* const first = element->children;
+    // Nearly always there is one text and nothing else.  The library would copy it once more.
+    if (first != nullptr && first->type == XML_TEXT_NODE && first->next == nullptr)
+        return reinterpret_cast<const char*>(first->content);
+    const XmlText text(xmlNodeListGetString(element->doc, first, 1));
+    return text == nullptr ? "" : plainText(text);
+}
+
+/// Collects the entries of FILE elements.  Those of a section that will be refused play no part.
+class FileEntries {
+public:
+    std::vector<InstanceEntry> entries;
+
+    bool wants(const xmlNode* element) {
+        if (!isNamed(element, "FILE"))
+            return false;
+        if (element->parent != sectionElement_) {
+            if (!isSection(element->parent))
+                return false;
+            sectionElement_ = element->parent;
+            section_ = sectionOf(sectionElement_);
+        }
+        return true;
+    }
+
+    void add(const xmlNode* file) {
+        std::string path = textIn(file);
+        if (section_ && !path.empty())
+            entries.emplace_back(*section_, std::move(path));
+    }
+
+private:
+    const xmlNode* sectionElement_ = nullptr;
+    std::optional<InstallSection> section_; ///< of sectionElement_
+};
+
+} // namespace
+
+std::string nimbo::readFile(std::istream& in, std::size_t most) {
+    std::string text;
+    std::array<char, 65536> chunk; // filled by the stream up to gcount()
+    while (text.size() <= most && (in.read(chunk.data(), chunk.size()) || in.gcount() > 0))
+        text.append(chunk.data(), static_cast<std::size_t>(in.gcount()));
+    return text;
+}
+
+std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
+    FileEntries files;
+    const XmlElementTaker taker{[&](const xmlNode* element) { return files.wants(element); },
+                                [&](xmlNode* file) { files.add(file); }};
+    const XmlDocument document = parseXmlMemory(nimbo::readFile(in), &taker);
+    if (document == nullptr)
+        throw std::runtime_error("XML parse error");
+    const xmlNode* const root = xmlDocGetRootElement(document.get());
+    if (!isNamed(root, "INSTANCE-DATA"))
+        throw std::runtime_error("Wrong root node name");
+    for (const xmlNode* child = root->children; child != nullptr; child = child->next) {
+        if (isNamed(child, "SECTION") && !sectionOf(child))
+            throw std::runtime_error(attributeOf(child, "PREFIX") == nullptr ? "Attribute name is required for section"
+                                                                             : "Bad sttribute name value");
+    }
+    return std::move(files.entries);
+}
+
+std::vector<InstanceEntry> filelistXmlRead() {
+    return readInstalledFiles(std::cin);
+}
+
+void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, DeleteDirEntry& deleter) {
+    std::string relative;
+    relative.reserve(prefix.size() + entry.second.size() + 16);
+    relative.append(entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs");
+    if (prefix != "." && !prefix.empty())
+        relative.append("/").append(prefix);
+    if (!entry.second.empty())
+        relative.append("/").append(entry.second.native());
+    deleter(std::move(relative));
+}
+
+void deleteInstance(const std::string& vhostPath, const ExtractParams& params, const std::string& prefix) {
+    std::vector<InstanceEntry> entries = filelistXmlRead();
+    if (prefix != "." && prefix != "/")
+        entries.emplace_back(InstallSectionHtdocs, fs::path()); // the instance's own directory, which no list names
+    // In descending order contents come before the directories that hold them.
+    std::vector<std::pair<InstallSection, std::string>> keys;
+    keys.reserve(entries.size());
+    for (InstanceEntry& entry : entries)
+        keys.emplace_back(entry.first, pathKey(std::exchange(entry.second, {})));
+    std::stable_sort(keys.begin(), keys.end());
+    DeleteDirEntry remove(vhostPath, params);
+    for (auto key = keys.rbegin(); key != keys.rend(); ++key)
+        deleteInstanceEntry({key->first, pathOfKey(std::move(key->second))}, prefix, remove);
+}
+
+void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix) {
+    deleteInstance(vhostPath, extractParamsOf(*params), prefix);
+}

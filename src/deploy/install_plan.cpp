@@ -1,0 +1,170 @@
+#include "deploy/install_plan.h"
+
+#include "files/paths.h"
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <iostream>
+#include <utility>
+
+namespace fs = boost::filesystem;
+using nimbo::FSAMetaDataWebContent;
+
+namespace {
+
+/// Which files of one mapping are CGI programs.
+class CgiRule {
+public:
+    explicit CgiRule(const std::list<FSAMetaDataWebContent::CGIHandler>& handlers) {
+        for (const auto& handler : handlers) {
+            allFiles_ = allFiles_ || handler.allFiles;
+            disabled_ = disabled_ || handler.disabled;
+            // The dot is always put in front: an extension written with its own dot matches no file.
+            for (const auto& extension : handler.extensions)
+                suffixes_.push_back("." + extension.value);
+        }
+    }
+
+    bool isProgram(std::string_view name) const {
+        const auto isSuffix = [&](const std::string& suffix) { return fileHasExtension(name, suffix); };
+        return !disabled_ && (allFiles_ || std::ranges::any_of(suffixes_, isSuffix));
+    }
+
+private:
+    bool allFiles_ = false;
+    bool disabled_ = false;
+    std::vector<std::string> suffixes_;
+};
+
+void add(InstallPlan& plan, PlannedCopy copy) {
+    const auto position = plan.copies.lower_bound(copy);
+    if (position == plan.copies.end() || copy.targetPath < position->targetPath) {
+        plan.copies.insert(position, std::move(copy));
+        return;
+    }
+    const std::string earlier = plan.info(*position).sourcePath;
+    const std::string later = plan.info(copy).sourcePath;
+    if (earlier != later)
+        plan.shadowed.push_back({copy.targetPath, earlier, later});
+    plan.copies.insert(plan.copies.erase(position), std::move(copy));
+}
+
+fs::file_status statusOf(const std::string& source, const PlanningFailures& failures) {
+    try {
+        fs::file_status status = fs::status(source);
+        if (!fs::exists(status))
+            failures.missing(source);
+        return status;
+    } catch (const fs::filesystem_error& failure) {
+        failures.unexaminable(failure);
+        return fs::file_status(fs::status_error);
+    }
+}
+
+void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const PlanningFailures& failures) {
+    const auto number = static_cast<unsigned>(plan.roots.size());
+    plan.roots.push_back({erase_starting_slashes(mapping.path), erase_starting_slashes(mapping.url)});
+    if (!mapping.redirect.empty())
+        return;
+    const auto& [path, url] = plan.roots.back();
+    const std::string sourceDirectory = joined(plan.packageDir, path);
+
+    // Listed before the source is looked for: a writable mapping may name a directory that the site already has.
+    (mapping.writable ? plan.writableTargets : plan.plainTargets)
+        .push_back(url.empty() ? plan.destinationRoot : joined(plan.destinationRoot, url));
+    const fs::file_status source = statusOf(sourceDirectory, failures);
+    if (!fs::exists(source))
+        return;
+
+    add(plan, {url, number, fs::is_directory(source) ? EntryKind::Directory : EntryKind::Unknown, false});
+    const CgiRule cgi(mapping.cgiHandlers);
+    const std::string prefix = url.empty() ? url : url + "/";
+    const auto addEntry = [&](std::string_view entry, EntryKind kind) {
+        if (!entry.empty())
+            add(plan, {prefix + std::string(entry), number, kind, cgi.isProgram(entry)});
+    };
+    visitDirContent(sourceDirectory, addEntry, failures.unlisted);
+}
+
+} // namespace
+
+std::string destinationRootOf(const std::string& wwwRoot, const std::string& applicationSubdirectory) {
+    const bool isRoot = applicationSubdirectory == "." || applicationSubdirectory == "/";
+    return isRoot ? wwwRoot : joined(wwwRoot, applicationSubdirectory);
+}
+
+InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
+                       const std::list<FSAMetaDataWebContent>& mappings) {
+    const PlanningFailures told{
+        [](const std::string& source) { std::cerr << "Source directory \"" << source << "\" is not exist\n"; },
+        [](const fs::filesystem_error& failure) { throw fs::filesystem_error(failure); },
+        printFailure,
+    };
+    return planCopies(packageDir, destinationRoot, mappings, told);
+}
+
+InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
+                       const std::list<FSAMetaDataWebContent>& mappings, const PlanningFailures& failures) {
+    InstallPlan plan{packageDir, destinationRoot, {}, {}, {}, {}, {}};
+    for (const FSAMetaDataWebContent& mapping : mappings)
+        planMapping(plan, mapping, failures);
+    return plan;
+}
+
+void InstallPlan::appendSourcePath(std::string& text, const PlannedCopy& copy) const {
+    const auto& [path, url] = roots[copy.mapping];
+    text.append(path);
+    if (copy.targetPath.size() == url.size())
+        return; // the mapping's own record
+    if (!path.empty())
+        text.push_back('/');
+    text.append(copy.targetPath, url.empty() ? 0 : url.size() + 1);
+}
+
+nimbo::FSAInstallFileinfo InstallPlan::info(const PlannedCopy& copy) const {
+    nimbo::FSAInstallFileinfo info{{}, copy.targetPath, copy.executable};
+    appendSourcePath(info.sourcePath, copy);
+    return info;
+}
+
+MappedPlaces::MappedPlaces(const std::vector<std::string>& targets) {
+    for (const std::string& target : targets)
+        keys_.insert(placeKey(target));
+}
+
+std::optional<std::size_t> MappedPlaces::deepestAt(std::string key) const {
+    for (auto next = keys_.upper_bound(key); next != keys_.begin(); next = keys_.upper_bound(key)) {
+        const std::string& nearest = *std::prev(next);
+        if (key.starts_with(nearest))
+            return nearest.size();
+        // The places that remain lie above both: what sorts between a place and its content is content, too.
+        const auto shared = std::ranges::mismatch(key, nearest).in1 - key.begin();
+        key.erase(key.rfind('\0', static_cast<std::size_t>(shared)) + 1);
+    }
+    return std::nullopt;
+}
+
+bool MappedPlaces::standBetween(const std::string& tree, const std::string& entry) const {
+    const auto deepest = deepestAt(entry);
+    return deepest && *deepest >= tree.size();
+}
+
+std::optional<std::string> OpenedTrees::openerOf(const std::string& entry) const {
+    // Where the tree of the deepest writable mapping leaves an entry alone, those above it do so, too.
+    const auto deepest = writable_.deepestAt(entry);
+    if (!deepest || plain_.standBetween(entry.substr(0, *deepest), entry))
+        return std::nullopt;
+    return entry.substr(0, *deepest);
+}
+
+std::string erase_starting_slashes(const std::string& text) {
+    return std::string(withoutLeadingSlashes(text));
+}
+
+bool fileHasExtension(std::string_view name, std::string_view ext) {
+    return name.ends_with(ext);
+}
+
+bool isSubdir(const fs::path& child, const fs::path& parent) {
+    return placeKey(child).starts_with(placeKey(parent));
+}

@@ -1,0 +1,133 @@
+#pragma once
+
+#include "files/directory_listing.h"
+#include "metadata/web_content.h"
+
+#include <boost/filesystem/exception.hpp>
+#include <functional>
+#include <list>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace nimbo {
+
+/// One planned copy.
+struct FSAInstallFileinfo {
+    std::string sourcePath; ///< relative to the package directory, no leading slash
+    std::string targetPath; ///< relative to the destination root, no leading slash; empty for the root itself
+    bool executable;        ///< a regular file gets mode 0755 instead of 0644
+};
+
+} // namespace nimbo
+
+/// One record of a plan.  Its source follows from the mapping, so that a plan holds one path a record.
+struct PlannedCopy {
+    std::string targetPath; ///< as in FSAInstallFileinfo
+    unsigned mapping;       ///< position of the deciding mapping in the list that was planned
+    EntryKind kind;         ///< of the source; Unknown and Other want a look at it, links followed
+    bool executable;        ///< as in FSAInstallFileinfo
+
+    /// The mode of the installed file; directories have their own.
+    unsigned fileMode() const { return executable ? 0755U : 0644U; }
+};
+
+/// What an extraction will do below one destination root.  A value: making one changes nothing in the site.
+struct InstallPlan {
+    struct ByTarget {
+        bool operator()(const PlannedCopy& a, const PlannedCopy& b) const { return a.targetPath < b.targetPath; }
+    };
+    /// Where a mapping begins on both sides, without leading slashes.
+    struct Root {
+        std::string path; ///< relative to the package directory
+        std::string url;  ///< relative to the destination root
+    };
+    /// A record that a later mapping replaced by one with another source.
+    struct Shadowed {
+        std::string targetPath;
+        std::string earlierSource; ///< relative to the package directory
+        std::string laterSource;   ///< relative to the package directory
+    };
+
+    std::string packageDir;
+    std::string destinationRoot;
+    std::vector<Root> roots;                  ///< one a mapping, in their order
+    std::set<PlannedCopy, ByTarget> copies;   ///< one a target, in ascending byte order of the target
+    std::vector<std::string> writableTargets; ///< target directories of the mappings that the web server may write
+    std::vector<std::string> plainTargets;    ///< target directories of all others
+    std::vector<Shadowed> shadowed;           ///< in the order of planning
+
+    nimbo::FSAInstallFileinfo info(const PlannedCopy& copy) const;
+    /// Appends FSAInstallFileinfo::sourcePath of a record.
+    void appendSourcePath(std::string& text, const PlannedCopy& copy) const;
+};
+
+/// The place that an application goes to: the document root for the subdirectories "." and "/", otherwise both joined
+/// by a slash as they stand.
+std::string destinationRootOf(const std::string& wwwRoot, const std::string& applicationSubdirectory);
+
+/// Plans the copies of all mappings, which are to be given in the reader's order: a later mapping's record for the same
+/// target wins.  Reads the package's directories and looks at no target.  A mapping without a source is a line on
+/// standard error, and so is a directory that cannot be listed.
+/// \param packageDir directory of the unpacked package.
+/// \param destinationRoot as of destinationRootOf.
+/// \throw boost::filesystem::filesystem_error when a mapping's source cannot be examined.
+InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
+                       const std::list<nimbo::FSAMetaDataWebContent>& mappings);
+
+/// What planning does about sources that it cannot read.
+struct PlanningFailures {
+    std::function<void(const std::string& source)> missing;                               ///< a mapping has none
+    std::function<void(const boost::filesystem::filesystem_error& failure)> unexaminable; ///< a mapping's, passed over
+    FailureVisitor unlisted;                                                              ///< below a mapping's
+};
+
+/// The same with other answers to these failures than lines on standard error and an exception.
+InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
+                       const std::list<nimbo::FSAMetaDataWebContent>& mappings, const PlanningFailures& failures);
+
+/// The targets of some mappings, to be asked which of them an entry lies in.
+class MappedPlaces {
+public:
+    explicit MappedPlaces(const std::vector<std::string>& targets);
+
+    bool empty() const { return keys_.empty(); }
+
+    /// The deepest target that is the entry or stands above it, as the length of its placeKey; nothing for none.
+    /// \param key placeKey of the entry.
+    std::optional<std::size_t> deepestAt(std::string key) const;
+
+    /// True when one of the targets is the entry or stands above it, and is itself `tree` or below.  The trees of plain
+    /// mappings stay closed to the web server in this way inside the tree of a writable one.
+    /// \param tree, entry placeKey of each; the entry is at or below the tree.
+    bool standBetween(const std::string& tree, const std::string& entry) const;
+
+private:
+    std::set<std::string> keys_; ///< placeKey
+};
+
+/// Which entries are opened to the web server when the trees of all writable mappings are opened.
+class OpenedTrees {
+public:
+    explicit OpenedTrees(const InstallPlan& plan) : writable_(plan.writableTargets), plain_(plan.plainTargets) {}
+
+    /// The deepest writable mapping that opens an entry, as the placeKey of its target; nothing for a closed entry.
+    /// \param entry placeKey of an entry.
+    std::optional<std::string> openerOf(const std::string& entry) const;
+
+private:
+    MappedPlaces writable_;
+    MappedPlaces plain_;
+};
+
+/// The text without its leading slashes.
+std::string erase_starting_slashes(const std::string& text);
+
+/// True when `name` ends in `ext`; no dot is added or required.
+bool fileHasExtension(std::string_view name, std::string_view ext);
+
+/// True when `parent` is `child` or one of its ancestors, element by element, "." elements left out; no resolution of
+/// ".." or symbolic links.  Every path is below the empty one.
+bool isSubdir(const boost::filesystem::path& child, const boost::filesystem::path& parent);

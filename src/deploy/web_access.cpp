@@ -1,0 +1,120 @@
+#include "deploy/web_access.h"
+
+#include "files/entry_handle.h"
+#include "files/no_links_below.h"
+#include "files/paths.h"
+#include "metadata/exceptions.h"
+#include "runtime/accounts.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <iterator>
+#include <map>
+
+namespace {
+
+/// True when the system takes the path for a directory's, whatever stands there.
+bool wantsDirectory(const std::string& path) {
+    return path.ends_with('/') || path.ends_with("/.");
+}
+
+void openEntry(const EntryHandle& entry, const std::string& path, bool isMappingRoot, const std::string& userName) {
+    if (entry.error() != 0)
+        throw nimbo::FSAFileException("Unable to stat file  " + path + " mode: " + std::strerror(entry.error()));
+    const mode_t type = entry.status().st_mode;
+    if (!S_ISDIR(type) && !S_ISREG(type))
+        throw nimbo::FSAFileException("Unknown type of file `" + path + "`. Unable to change file mode.");
+    // Entries below the mapping's directory may belong to somebody else; only the directory itself must be opened.
+    if (entry.addMode(bitsForWebserver(entry.status(), userName)) != 0 && isMappingRoot)
+        throw nimbo::FSAFileException("Unable to change mode for: " + path + " Error: " + std::strerror(errno));
+}
+
+/// The writable mappings that lie in no other one.  The web server's account may change what lies in their trees.
+class OutermostTrees {
+public:
+    explicit OutermostTrees(const std::vector<std::string>& writableTargets) {
+        std::map<std::string, bool> all;
+        for (const std::string& target : writableTargets) {
+            bool& endsInSlash = all.try_emplace(placeKey(target), true).first->second;
+            endsInSlash = endsInSlash && wantsDirectory(target);
+        }
+        for (const auto& [key, endsInSlash] : all) // what lies in a tree comes directly behind it
+            if (trees_.empty() || !key.starts_with(trees_.rbegin()->first))
+                trees_.emplace_hint(trees_.end(), key, endsInSlash);
+    }
+
+    /// How much of a writable target's key may lead through links: what holds the outermost tree around it, and that
+    /// tree's own directory if each of its targets ends in a slash, where the system follows a link, too.
+    std::size_t lengthWithLinks(const std::string& targetKey) const {
+        const auto& [key, endsInSlash] = *std::prev(trees_.upper_bound(targetKey));
+        return endsInSlash || key.empty() ? key.size() : key.rfind('\0', key.size() - 2) + 1;
+    }
+
+private:
+    std::map<std::string, bool> trees_; ///< keys of targets; true: each target of this key ends in a slash
+};
+
+/// Finds what lstat(2) would find at a path, but without following links in a tree.
+/// \param below the same entry below the tree's root.
+EntryHandle find(const std::string& path, NoLinksBelow& tree, const std::string& below) {
+    if (path.empty() || path.size() >= PATH_MAX)
+        return EntryHandle(path.empty() ? ENOENT : ENAMETOOLONG);
+    EntryHandle entry = tree.find(below);
+    const mode_t type = entry.status().st_mode;
+    // A link in an open tree is refused by what it is, however its path ends.
+    if (entry.error() == 0 && wantsDirectory(path) && !S_ISDIR(type) && !S_ISLNK(type))
+        return EntryHandle(ENOTDIR);
+    return entry;
+}
+
+void openTree(const std::string& target, const OutermostTrees& outermost, const MappedPlaces& plain,
+              const std::string& userName) {
+    const std::string targetKey = placeKey(target);
+    const std::size_t lengthWithLinks = outermost.lengthWithLinks(targetKey);
+    const std::string root = pathOfKey(targetKey.substr(0, lengthWithLinks));
+    const std::string targetBelow = pathOfKey(targetKey.substr(lengthWithLinks));
+    NoLinksBelow tree(root.empty() ? "." : root);
+    for (const boost::filesystem::path& listed : readDirContent(target)) {
+        const std::string& entry = listed.native();
+        if (!plain.empty() && plain.standBetween(targetKey, targetKey + pathKey(entry)))
+            continue;
+        const std::string path = entry.empty() ? target : joined(target, entry);
+        const std::string below = withElements(targetBelow, entry);
+        openEntry(find(path, tree, below), path, entry.empty(), userName);
+    }
+}
+
+} // namespace
+
+void openToWebServer(const InstallPlan& plan, const std::string& userName) {
+    const MappedPlaces plain(plan.plainTargets);
+    const OutermostTrees outermost(plan.writableTargets);
+    for (const std::string& target : plan.writableTargets)
+        openTree(target, outermost, plain, userName);
+}
+
+mode_t bitsForWebserver(const struct stat& status, const std::string& userName) {
+    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
+    static const uid_t apacheUid = get_user_id("www-data");
+    static const gid_t kroservGid = get_group_id("kroserv");
+    static const gid_t kroclnGid = get_group_id("krocln");
+
+    mode_t directoryBits = 0777;
+    if (status.st_uid == apacheUid)
+        directoryBits = status.st_gid == kroclnGid ? 0770 : 0707;
+    else if (status.st_uid == userUid)
+        directoryBits = status.st_gid == kroservGid ? 0770 : 0707;
+    // A file needs the same bits but those for execution.
+    return S_ISDIR(status.st_mode) ? directoryBits : directoryBits & 0666U;
+}
+
+int makeWritableByWebserver(const std::string& path, const struct stat& status, const std::string& userName) {
+    const EntryHandle entry(AT_FDCWD, path.c_str());
+    if (entry.error() != 0) {
+        errno = entry.error();
+        return -1;
+    }
+    return entry.addMode(bitsForWebserver(status, userName));
+}

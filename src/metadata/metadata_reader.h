@@ -1,0 +1,73 @@
+#pragma once
+
+#include "metadata/web_content.h"
+#include "xml/document.h"
+
+#include <list>
+#include <string>
+
+namespace nimbo {
+
+/// The facts of one package metadata document (APP-META.xml).  Fully read on construction; keeps no handle on the
+/// document.
+class FSAMetaDataReader {
+public:
+    /// One visited mapping of the document's tree.
+    struct urlMappingItem {
+        std::string url;  ///< full URL path, beginning with "/"
+        std::string path; ///< directory below the package root, beginning with "/"; empty for a redirect
+        bool writable = false;
+        std::list<FSAMetaDataWebContent::CGIHandler> cgiHandlers;
+        std::list<FSAMetaDataWebContent::PHPHandler> phpHandlers;
+        std::string redirect;
+    };
+
+    /// Reads the document.
+    /// \param fileName as of parseXmlFile.
+    /// \throw FSAXMLException when it cannot be loaded, lacks a required element, or has nested mappings that inherit
+    ///        too much (expansionLimit).  Beside that type, FSAFileException and FSACommonException nothing leaves: any
+    ///        other exception (a mapping without "url", memory exhaustion) ends the process through std::terminate.
+    explicit FSAMetaDataReader(std::string fileName);
+
+    /// Reads what parseXmlFile gave for the file.
+    /// \throw as the other constructor.
+    FSAMetaDataReader(const XmlDocument& document, const std::string& fileName);
+
+    // Only moving is offered, because it takes the whole.  A copy assignment would leave the handlers of mappings
+    // alone, and so mix two documents.
+    FSAMetaDataReader(FSAMetaDataReader&&) = default;
+    FSAMetaDataReader& operator=(FSAMetaDataReader&&) = default;
+
+    /// A deep copy of webContent, in its order.
+    std::list<FSAMetaDataWebContent> get_web_content_info() const;
+
+    /// Binds `prefix` to `uri` for queries.
+    /// \throw FSAXMLException when libxml2 refuses; every other exception ends the process through std::terminate.
+    static void register_namespace(xmlXPathContext* context, const std::string& prefix, const std::string& uri);
+
+    /// Evaluates an XPath 1.0 expression against the context's current node.
+    /// \return the result, owned by the caller.
+    /// \throw FSAXMLException when it cannot be evaluated; the context and the document (which may be null) have
+    ///        then been freed.  Every other exception ends the process through std::terminate.
+    static xmlXPathObject* execute_xpath_query(xmlDoc* document, xmlXPathContext* context,
+                                               const std::string& expression);
+
+    /// Flattens the mapping elements of `mappings` and all their descendants: siblings from the last to the first,
+    /// each before its own descendants.  Changes the context's current node.
+    /// \throw FSAXMLException from a failed query and for mappings that inherit too much (expansionLimit), with the
+    ///        context freed; std::logic_error for a mapping without "url".
+    static std::list<urlMappingItem> getUrlMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
+                                                    const std::string& parentPath, const std::string& parentUrl);
+
+    std::list<FSAMetaDataWebContent> webContent; ///< ascending depth; equal depths in the order of the walk
+    std::string name;
+    std::string version;
+    std::string release;
+    std::string scriptLanguage;        ///< empty when the document names none
+    std::string formatVersion = "1.0"; ///< this where the document names none
+
+private:
+    void read(const XmlDocument& document, const std::string& fileName);
+};
+
+} // namespace nimbo

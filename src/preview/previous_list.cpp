@@ -1,0 +1,67 @@
+#include "preview/previous_list.h"
+
+#include "files/paths.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+/// Where a path leads as text, so that "p/../q" is found as "q": what the new release has there is in use.
+std::string placeOf(const std::string& path) {
+    const bool isPlain = path.find("..") == std::string::npos;
+    return isPlain ? path : normalPath(boost::filesystem::path(path).lexically_normal().native());
+}
+
+} // namespace
+
+std::vector<InstanceEntry> readList(const std::string& file) {
+    errno = 0;
+    std::ifstream in(file);
+    if (!in)
+        throw std::runtime_error(file + ": " + std::strerror(errno));
+    std::vector<InstanceEntry> list;
+    try {
+        list = readInstalledFiles(in);
+    } catch (const std::runtime_error& failure) {
+        throw std::runtime_error(file + ": " + (in.bad() ? "it cannot be read" : failure.what()));
+    }
+    for (InstanceEntry& entry : list)
+        entry.second = normalPath(entry.second.native());
+    return list;
+}
+
+std::unordered_set<std::string> pathsBelowRoot(const std::vector<InstanceEntry>& list) {
+    std::unordered_set<std::string> paths;
+    for (const auto& [section, path] : list)
+        if (section == InstallSectionHtdocs)
+            paths.insert(path.native());
+    return paths;
+}
+
+std::vector<InstanceEntry> obsoleteOf(const std::vector<InstanceEntry>& list, const PreviewEntries& entries) {
+    std::unordered_set<std::string> elsewhere; // places of entries that are written with ".."
+    for (const auto& [path, entry] : entries)
+        if (path.find("..") != std::string::npos)
+            elsewhere.insert(placeOf(path));
+    const auto isInUse = [&](const std::string& path) {
+        const std::string place = placeOf(path);
+        // The application's directory and those above it are in use in any case.
+        return place.empty() || place == ".." || place.ends_with("/..") || entries.contains(path) ||
+               entries.contains(place) || elsewhere.contains(place);
+    };
+    std::vector<std::pair<InstallSection, std::string>> keys;
+    for (const auto& [section, path] : list)
+        if (section != InstallSectionHtdocs || !isInUse(path.native()))
+            keys.emplace_back(section, pathKey(path));
+    std::ranges::sort(keys, std::ranges::greater());
+    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+    std::vector<InstanceEntry> obsolete;
+    obsolete.reserve(keys.size());
+    for (const auto& [section, key] : keys)
+        obsolete.emplace_back(section, pathOfKey(key));
+    return obsolete;
+}

@@ -1,0 +1,186 @@
+#include "files/paths.h"
+#include "preview/formats.h"
+#include "preview/text.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <sstream>
+#include <unistd.h>
+
+namespace {
+
+struct StateWords {
+    const char* letter;
+    const char* word;
+};
+
+/// By EntryState.
+constexpr std::array stateWords{
+    StateWords{"+", "new"},     StateWords{"=", "same"},    StateWords{"~", "changed"},
+    StateWords{"!", "blocked"}, StateWords{"?", "unknown"},
+};
+
+std::string counted(std::uintmax_t count, const std::string& one, const std::string& more) {
+    return std::to_string(count) + ' ' + (count == 1 ? one : more);
+}
+
+/// What some entries come to.
+struct Counts {
+    std::size_t directories = 0;
+    std::size_t files = 0;
+    std::size_t opened = 0;
+    std::uintmax_t bytes = 0;
+    std::array<std::size_t, stateWords.size()> states{};
+
+    void add(const PreviewEntry& entry) {
+        ++(entry.isDirectory ? directories : files);
+        opened += entry.isOpened ? 1 : 0;
+        bytes += entry.size.value_or(0);
+        if (entry.state)
+            ++states.at(static_cast<std::size_t>(*entry.state));
+    }
+
+    std::string kinds() const {
+        return counted(directories, "directory", "directories") + ", " + counted(files, "file", "files");
+    }
+
+    /// Those that occur.
+    std::string stateCounts() const {
+        std::string text;
+        for (std::size_t state = 0; state < states.size(); ++state)
+            if (states.at(state) > 0)
+                text += (text.empty() ? "" : ", ") + std::to_string(states.at(state)) + ' ' + stateWords.at(state).word;
+        return text;
+    }
+};
+
+/// The entries that one mapping decides, or that none does, under a heading.
+struct Group {
+    std::string heading;
+    std::vector<PreviewEntries::const_pointer> entries;
+};
+
+/// A path for readers, who would not see an empty one.
+std::string shown(const std::string& path) {
+    return path.empty() ? "." : escaped(path);
+}
+
+std::string headingOf(const nimbo::FSAMetaDataWebContent& mapping, bool sourceExists) {
+    return escaped(mapping.url) + " <- " + shown(normalPath(withoutLeadingSlashes(mapping.path))) +
+           (mapping.writable ? " (w)" : "") + (sourceExists ? "" : " (missing)");
+}
+
+/// One a mapping with files, by URL, then what is made on the way to others.
+std::vector<Group> groupsOf(const Preview& preview) {
+    const auto& mappings = preview.metadata.webContent;
+    std::vector<Group> groups(mappings.size() + 1);
+    for (const auto& entry : preview.entries)
+        groups[entry.second.mapping.value_or(mappings.size())].entries.push_back(&entry);
+    std::multimap<std::string, Group> byUrl;
+    std::size_t number = 0;
+    for (const auto& mapping : mappings) {
+        if (const auto exists = preview.sourceExists[number]) {
+            groups[number].heading = headingOf(mapping, *exists);
+            byUrl.emplace(mapping.url, std::move(groups[number]));
+        }
+        ++number;
+    }
+    std::vector<Group> sorted;
+    for (auto& [url, group] : byUrl)
+        sorted.push_back(std::move(group));
+    groups.back().heading = "on the way";
+    if (!groups.back().entries.empty())
+        sorted.push_back(std::move(groups.back()));
+    return sorted;
+}
+
+const char* modeOf(const PreviewEntry& entry) {
+    if (entry.isDirectory)
+        return "drwxr-xr-x";
+    return entry.mode == 0755 ? "-rwxr-xr-x" : "-rw-r--r--";
+}
+
+std::string lineOf(const std::string& path, const PreviewEntry& entry) {
+    const char* const letter = entry.state ? stateWords.at(static_cast<std::size_t>(*entry.state)).letter : " ";
+    return std::string(letter) + ' ' + modeOf(entry) + (entry.isOpened ? " w " : "   ") + shown(path);
+}
+
+const char* colourOf(const PreviewEntry& entry) {
+    if (entry.state == EntryState::Blocked)
+        return "\x1b[31m";
+    return entry.isOpened ? "\x1b[33m" : "";
+}
+
+std::string linesOf(const Group& group) {
+    const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+    std::string lines = group.heading + '\n';
+    for (const auto* entry : group.entries) {
+        const std::string colour = isTerminal ? colourOf(entry->second) : "";
+        lines += colour + lineOf(entry->first, entry->second) + (colour.empty() ? "\n" : "\x1b[0m\n");
+    }
+    return lines;
+}
+
+std::string obsoleteLines(const Preview& preview) {
+    if (!preview.obsolete || preview.obsolete->empty())
+        return {};
+    std::string lines = "only in the previous list\n";
+    for (const auto& [section, path] : *preview.obsolete)
+        lines += "-              " + std::string(section == InstallSectionCgiBin ? "(cgi-bin) " : "") +
+                 escaped(path.native()) + '\n';
+    return lines;
+}
+
+std::string fragmentLines(const Preview& preview) {
+    std::string lines;
+    std::istringstream fragment(preview.fragment);
+    for (std::string line; std::getline(fragment, line);)
+        lines += "| " + escaped(line) + '\n';
+    return lines;
+}
+
+std::string totalsOf(const Preview& preview) {
+    const auto& metadata = preview.metadata;
+    Counts counts;
+    for (const auto& [path, entry] : preview.entries)
+        counts.add(entry);
+    std::string text = escaped(metadata.name + ' ' + metadata.version + '-' + metadata.release) + ": " +
+                       counts.kinds() + ", " + counted(counts.bytes, "byte", "bytes") + ", " +
+                       std::to_string(counts.opened) + " opened (w)\n";
+    std::string states = counts.stateCounts();
+    if (preview.obsolete)
+        states += (states.empty() ? "" : ", ") + std::to_string(preview.obsolete->size()) + " obsolete";
+    text += states.empty() ? "" : states + '\n';
+    const auto errors =
+        static_cast<std::size_t>(std::ranges::count(preview.findings, Severity::Error, &Finding::severity));
+    return text + counted(errors, "error", "errors") + ", " +
+           counted(preview.findings.size() - errors, "warning", "warnings") + '\n';
+}
+
+} // namespace
+
+std::string textOf(const Preview& preview) {
+    std::string text;
+    for (const Group& group : groupsOf(preview))
+        text += linesOf(group);
+    text += obsoleteLines(preview);
+    for (const auto& mapping : preview.metadata.webContent)
+        if (!mapping.redirect.empty())
+            text += "redirect " + escaped(mapping.url) + " -> " + escaped(mapping.redirect) + '\n';
+    for (const std::string& script : preview.scripts)
+        text += "script " + escaped(script) + '\n';
+    return text + fragmentLines(preview) + totalsOf(preview);
+}
+
+std::string summaryOf(const Preview& preview) {
+    std::string text;
+    for (const Group& group : groupsOf(preview)) {
+        Counts counts;
+        for (const auto* entry : group.entries)
+            counts.add(entry->second);
+        const std::string states = counts.stateCounts();
+        text += group.heading + ": " + counts.kinds() + (states.empty() ? "" : "; " + states) + '\n';
+    }
+    return text + totalsOf(preview);
+}

@@ -1,0 +1,105 @@
+#include "files/last_directory.h"
+#include "files/no_links_below.h"
+#include "tests/support/support.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <iostream>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+
+namespace {
+
+constexpr int notAllowed = 77; ///< the status of a child that cannot arrange what it is to meet
+
+/// Lets fchmodat2(2) fail: ENOSYS is the error of a kernel that lacks it.
+void refuseNewestCall(unsigned error) {
+    std::array<sock_filter, 4> program{
+        {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 452, 0, 1),
+         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+    const sock_fprog filter{program.size(), program.data()};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+        std::exit(notAllowed);
+}
+
+/// An ordinary user cannot do this.
+void hideProc() {
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
+        std::exit(notAllowed);
+}
+
+class Entries : public DirectoryTest {};
+
+} // namespace
+
+TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
+    // Adds a mode, puts a link to another file in the entry's place, adds a mode again, and prints the modes of both.
+    const auto change = [&](unsigned refusal, const std::function<void()>& prepare) {
+        writeFile(base / "entry", "x", 04600);
+        writeFile(base / "private", "x", 0600);
+        const Outcome outcome = inChild([&] {
+            prepare();
+            if (refusal != 0)
+                refuseNewestCall(refusal);
+            const std::string path = (base / "entry").string();
+            const EntryHandle entry(AT_FDCWD, path.c_str());
+            std::cout << (entry.addMode(0060) == 0 ? "Success" : std::strerror(errno)) << '|';
+            fs::rename(path, base / "moved");
+            fs::create_symlink("private", path);
+            std::cout << (entry.addMode(0606) == 0 ? "Success" : std::strerror(errno)) << '|' << std::oct
+                      << fs::status(base / "moved").permissions() << ' ' << fs::status(path).permissions()
+                      << std::flush;
+            _exit(0); // the usual exit looks for leaks, under a sanitizer that needs /proc
+        });
+        fs::remove(base / "entry");
+        return outcome;
+    };
+    const auto printed = [](const std::string& text) { return AnyOf(ended(0, "", text), ended(notAllowed)); };
+    const auto nothing = [] {};
+    EXPECT_THAT(change(0, nothing), printed("Success|Success|4606 600"));
+    EXPECT_THAT(change(ENOSYS, nothing), printed("Success|Success|4606 600"));
+    EXPECT_THAT(change(EPERM, nothing), printed("Success|Success|4606 600"));
+    EXPECT_THAT(change(EROFS, nothing), printed("Read-only file system|Read-only file system|4600 600"));
+    EXPECT_THAT(change(ENOSYS, hideProc), printed("Success|Too many levels of symbolic links|4660 600"));
+}
+
+TEST_F(Entries, BelowARootNoLinkIsFollowed) {
+    make(base, {"root/d/e/file", "root/link -> d", "root/d/in -> e", "to-root -> root"});
+    NoLinksBelow tree((base / "to-root").string());
+    const auto find = [&](const std::string& below) -> std::string {
+        const EntryHandle entry = tree.find(below);
+        if (entry.error() != 0)
+            return std::strerror(entry.error());
+        const mode_t mode = entry.status().st_mode;
+        return S_ISDIR(mode) ? "directory" : S_ISREG(mode) ? "file" : "link";
+    };
+    EXPECT_EQ(find(""), "directory");
+    EXPECT_EQ(find("d/e/file"), "file");
+    EXPECT_EQ(find("d/in/file"), "Not a directory");
+    EXPECT_EQ(find("d/e/file"), "file");
+    EXPECT_EQ(find("link"), "link");
+    EXPECT_EQ(find("link/e/file"), "Not a directory");
+    EXPECT_EQ(find("none/e"), "No such file or directory");
+    EXPECT_EQ(NoLinksBelow((base / "none").string()).find("x").error(), ENOENT);
+}
+
+TEST_F(Entries, AHeldDirectoryIsWhereItsPathLeads) {
+    make(base, {"d/file", "link -> d", "gone/"});
+    const std::string at = base.string() + "/";
+    LastDirectory directory;
+    const auto isHeld = [&](const std::string& path) { return directory.of(path).directory != AT_FDCWD; };
+    EXPECT_TRUE(isHeld(at + "d/file"));
+    EXPECT_STREQ(directory.of(at + "d/other").name, "other");
+    EXPECT_FALSE(isHeld(at + "link/file")); // the link may go
+    EXPECT_FALSE(isHeld(at + "d/"));
+    EXPECT_FALSE(isHeld("name"));
+    EXPECT_FALSE(isHeld(at + "d/" + std::string(PATH_MAX - at.size() - 2, 'x')));
+    EXPECT_FALSE(isHeld(at + "gone/../d/file")); // "gone" may go
+    EXPECT_TRUE(isHeld(at + "gone/file"));
+}
