@@ -14,7 +14,7 @@ _larkspur_preview() {
         --ignore)
             mapfile -t COMPREPLY < <(compgen -W "broken-link directory-occupied dotted-extension empty-redirect
                 file-occupied htaccess leads-elsewhere missing-source no-document-root no-parent no-script
-                outside-package path-too-long replaces set-id shadowed ships-data special-file unknown-attribute
+                outside-package path-too-long replaces shadowed ships-data special-file unknown-attribute
                 unknown-element unreadable-site unreadable-source unrepresentable-name url-leaves-root url-text" \
                 -- "$word")
             ;;

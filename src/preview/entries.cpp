@@ -35,9 +35,16 @@ std::optional<std::string> addDirectoriesAbove(PreviewEntries& entries, const st
 
 } // namespace
 
-PlannedEntries entriesOf(const std::vector<Source>& sources, bool rootIsThere) {
+PlannedEntries entriesOf(const std::vector<Source>& sources,
+                         const std::function<bool(const std::string& path)>& isThere) {
     PlannedEntries planned;
     PreviewEntries& entries = planned.entries;
+    const auto tell = [&](std::string_view code, const std::string& path, const std::string& text) {
+        planned.findings.push_back(failure(code, path, text + ": the extraction fails"));
+    };
+    const auto tellOccupied = [&](const std::string& path) {
+        tell("file-occupied", path, "a file for one mapping, a directory for another");
+    };
     for (const Source& source : sources) {
         if (source.isTooLong)
             continue;
@@ -45,23 +52,23 @@ PlannedEntries entriesOf(const std::vector<Source>& sources, bool rootIsThere) {
         PreviewEntry entry = entryOf(source);
         if (entry.isDirectory) {
             if (const auto file = addDirectoriesAbove(entries, target))
-                planned.occupied.push_back(*file);
+                tellOccupied(*file);
         } else if (source.asDirectory) {
-            planned.misplaced.push_back(target);
+            tell("no-parent", target, "a single file cannot go where a directory is named");
         } else if (const std::string parent(parentOf(target)); !isElsewhere(parent)) {
             const auto above = entries.find(parent);
-            if (above == entries.end() && !(parent.empty() && rootIsThere))
-                planned.orphans.push_back(target);
+            if (above == entries.end() && !isThere(parent))
+                tell("no-parent", target, "nothing makes the directory of this single file");
             else if (above != entries.end() && !above->second.isDirectory)
-                planned.occupied.push_back(parent);
+                tellOccupied(parent);
         }
         const auto [place, isNew] = entries.try_emplace(target);
         PreviewEntry& known = place->second;
         // Targets like "a//b" and "a/b" are copied one after the other.
         if (!isNew && known.isDirectory != entry.isDirectory)
-            planned.occupied.push_back(target);
+            tellOccupied(target);
         else if (known.mapping && known.source != entry.source)
-            planned.shared.push_back({target, known.source, entry.source});
+            planned.shadowed.push_back({target, known.source, entry.source});
         known = std::move(entry);
     }
     return planned;

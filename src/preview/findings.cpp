@@ -10,11 +10,11 @@ const char* wordOf(Severity severity) {
     return severity == Severity::Error ? "error" : "warning";
 }
 
-Finding warning(FindingCode code, const std::string& subject, std::string text) {
+Finding warning(std::string_view code, const std::string& subject, std::string text) {
     return {Severity::Warning, code, subject.empty() ? "." : subject, std::move(text)};
 }
 
-Finding failure(FindingCode code, const std::string& subject, std::string text) {
+Finding failure(std::string_view code, const std::string& subject, std::string text) {
     return {Severity::Error, code, subject.empty() ? "." : subject, std::move(text)};
 }
 
@@ -25,15 +25,14 @@ void append(Findings& findings, Findings more) {
 std::string linesOf(const Findings& findings) {
     std::string lines;
     for (const auto& [severity, code, subject, text] : findings)
-        lines += wordOf(severity) + (": " + std::string(code.word())) + ": " + escaped(subject) + ": " + escaped(text) +
-                 "\n";
+        lines += wordOf(severity) + (": " + std::string(code)) + ": " + escaped(subject) + ": " + escaped(text) + "\n";
     return lines;
 }
 
 std::string groupsOf(const Findings& findings) {
     std::map<std::string, std::vector<std::string>> subjects; // errors come first
     for (const auto& [severity, code, subject, text] : findings)
-        subjects[wordOf(severity) + (": " + std::string(code.word()))].push_back(escaped(subject));
+        subjects[wordOf(severity) + (": " + std::string(code))].push_back(escaped(subject));
     std::string lines;
     for (const auto& [heading, all] : subjects) {
         lines += heading + ": " + std::to_string(all.size()) + ":";

@@ -6,8 +6,7 @@
 
 // No byte of a name reaches a terminal as a control character.
 
-/// For a person: a line an entry under the heading of its mapping, what else there is, and counts.  In colour where
-/// standard output is a terminal.
+/// For a person: a line an entry under the heading of its mapping, what else there is, and counts.
 std::string textOf(const Preview& preview);
 
 /// For a person in a hurry: counts by state and by mapping.

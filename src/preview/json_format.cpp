@@ -14,11 +14,6 @@ json::string utf8(std::string_view text) {
     return json::string(asUtf8(text));
 }
 
-const char* wordOf(EntryState state) {
-    constexpr std::array words{"new", "same", "changed", "blocked", "unknown"}; // by EntryState
-    return words.at(static_cast<std::size_t>(state));
-}
-
 /// The elements of an array as text: an array of a hundred thousand objects would take many times its text in memory.
 class ArrayText {
 public:
@@ -39,15 +34,15 @@ json::object applicationOf(const nimbo::FSAMetaDataReader& metadata) {
 
 std::string mappingsOf(const Preview& preview) {
     ArrayText mappings;
-    auto exists = preview.sourceExists.begin();
+    auto source = preview.mappingSources.begin();
     for (const auto& mapping : preview.metadata.webContent) {
         mappings.add({{"url", mapping.url},
                       {"path", mapping.path},
                       {"depth", mapping.depth},
                       {"writable", mapping.writable},
                       {"redirect", mapping.redirect},
-                      {"sourceExists", *exists ? json::value(**exists) : json::value(nullptr)}});
-        ++exists;
+                      {"sourceExists", *source ? json::value(!(*source)->isMissing()) : json::value(nullptr)}});
+        ++source;
     }
     return mappings.text();
 }
@@ -90,7 +85,7 @@ std::string findingsOf(const Findings& findings) {
     ArrayText all;
     for (const Finding& finding : findings) {
         json::object object{{"severity", wordOf(finding.severity)},
-                            {"code", finding.code.word()},
+                            {"code", finding.code},
                             {"subject", utf8(finding.subject)},
                             {"text", utf8(finding.text)}};
         if (!isUtf8(finding.subject))

@@ -79,17 +79,12 @@ std::string realPath(const std::string& path) {
     return real == nullptr ? std::string() : real.get();
 }
 
-bool runsAsOwner(mode_t mode) {
-    return S_ISREG(mode) && (mode & (S_ISUID | S_ISGID)) != 0;
-}
-
 constexpr const char* leadsNowhere = "leads nowhere: the extraction fails";
-constexpr const char* unpackWithout = "runs as its owner or group: unpack without such bits";
 
 struct SourceRule {
     bool (*applies)(const Source& source);
-    Finding (*find)(FindingCode code, const std::string& subject, std::string text);
-    FindingCode code;
+    Finding (*find)(std::string_view code, const std::string& subject, std::string text);
+    std::string_view code;
     const char* text;
 };
 
@@ -97,7 +92,6 @@ constexpr std::array sourceRules{
     SourceRule{[](const Source& source) { return isNowhere(source.error); }, failure, "broken-link", leadsNowhere},
     SourceRule{[](const Source& source) { return source.error == 0 && !source.isDirectory() && !source.isFile(); },
                failure, "special-file", "neither a file nor a directory: the extraction fails"},
-    SourceRule{[](const Source& source) { return runsAsOwner(source.mode); }, warning, "set-id", unpackWithout},
     SourceRule{[](const Source& source) { return ("/" + source.target).ends_with("/.htaccess"); }, warning, "htaccess",
                "counts only where the server allows it: protect nothing with it alone"},
 };
@@ -115,34 +109,19 @@ Findings checkPassedOver(const std::vector<nimbo::PassedOver>& passedOver) {
     return findings;
 }
 
-Findings checkUrls(const Mappings& mappings) {
+Findings checkMappings(const Mappings& mappings, const FragmentSettings& settings) {
     Findings findings;
     for (const FSAMetaDataWebContent& mapping : mappings) {
+        const auto warn = [&](std::string_view code, const std::string& text) {
+            findings.push_back(warning(code, mapping.url, text));
+        };
         if (hasDotDot(mapping.url) || hasDotDot(mapping.path))
-            findings.push_back(
-                warning("url-leaves-root", mapping.url, "\"..\" in the URL or in the path " + mapping.path));
+            warn("url-leaves-root", "\"..\" in the URL or in the path " + mapping.path);
         if (mapping.path.empty() && mapping.redirect.empty())
-            findings.push_back(warning("empty-redirect", mapping.url,
-                                       "no redirect without a target: the whole package is installed there"));
-    }
-    return findings;
-}
-
-Findings checkExtensions(const Mappings& mappings) {
-    Findings findings;
-    for (const FSAMetaDataWebContent& mapping : mappings) {
-        for (const std::string& extension : extensionsOf(mapping, true, true)) {
-            const std::string text = "extension \"" + extension + "\" gets a second dot";
+            warn("empty-redirect", "no redirect without a target: the whole package is installed there");
+        for (const std::string& extension : extensionsOf(mapping, true, true))
             if (extension.starts_with('.'))
-                findings.push_back(warning("dotted-extension", mapping.url, text));
-        }
-    }
-    return findings;
-}
-
-Findings checkFragmentTexts(const Mappings& mappings, const FragmentSettings& settings) {
-    Findings findings;
-    for (const FSAMetaDataWebContent& mapping : mappings) {
+                warn("dotted-extension", "extension \"" + extension + "\" gets a second dot");
         if (!reachesFragment(mapping, settings))
             continue;
         append(findings, checkText(mapping.url, "the URL", mapping.url));
@@ -150,17 +129,6 @@ Findings checkFragmentTexts(const Mappings& mappings, const FragmentSettings& se
         for (const std::string& extension : extensionsOf(mapping, settings.php, settings.cgi))
             append(findings, checkText(mapping.url, "extension \"" + extension + "\"", extension));
     }
-    return findings;
-}
-
-Findings checkOptionTexts(const std::string& fragment, const FragmentSettings& settings) {
-    // The command refuses line breaks in these before it reads a mapping.
-    const bool isRefused = (settings.wwwRoot + settings.subdirectoryPath).find('\n') != std::string::npos;
-    Findings findings;
-    if (isRefused || fragment.find("<Directory ") != std::string::npos)
-        append(findings, checkText("--www-root", "the option's value", settings.wwwRoot));
-    if (isRefused || !fragment.empty())
-        append(findings, checkText("--application-subdirectory", "the option's value", settings.subdirectoryPath));
     return findings;
 }
 
@@ -180,18 +148,12 @@ Findings checkMissing(const Mappings& mappings, const MappingSources& sources, c
     return findings;
 }
 
-Findings checkScripts(const std::string& packageDir, const std::string& formatVersion,
-                      const std::vector<std::string>& scripts) {
-    Findings findings;
+Findings checkScripts(const std::string& packageDir, const std::string& formatVersion) {
     struct stat status {};
-    const auto isThere = [&](const std::string& path) { return stat(joined(packageDir, path).c_str(), &status) == 0; };
-    if (formatVersion != "1.1" && formatVersion != "1.2" && !isThere("scripts/configure"))
-        findings.push_back(
-            warning("no-script", "scripts/configure", "format version " + formatVersion + " has its script there"));
-    for (const std::string& script : scripts)
-        if (isThere("scripts/" + script) && runsAsOwner(status.st_mode))
-            findings.push_back(warning("set-id", "scripts/" + script, unpackWithout));
-    return findings;
+    if (formatVersion == "1.1" || formatVersion == "1.2" ||
+        stat((packageDir + "/scripts/configure").c_str(), &status) == 0)
+        return {};
+    return {warning("no-script", "scripts/configure", "format version " + formatVersion + " has its script there")};
 }
 
 Findings checkReadable(const std::string& packageDir, const MappingSources& mappings,
@@ -288,10 +250,13 @@ Findings checkOutside(const std::string& packageDir, const MappingSources& mappi
     return findings;
 }
 
-Findings checkShared(const std::vector<SharedTarget>& shared) {
+Findings checkShadowed(const std::vector<InstallPlan::Shadowed>& shadowed) {
     Findings findings;
     std::set<std::tuple<std::string, std::string, std::string>> told;
-    for (const auto& [target, earlier, later] : shared) {
+    for (const auto& record : shadowed) {
+        const std::string target = normalPath(record.targetPath);
+        const std::string earlier = normalPath(record.earlierSource);
+        const std::string later = normalPath(record.laterSource);
         const bool isBelow = told.contains({parent(target), parent(earlier), parent(later)});
         told.emplace(target, earlier, later);
         const std::string text = "planned from " + (earlier.empty() ? "." : earlier) + " and " +
@@ -299,22 +264,6 @@ Findings checkShared(const std::vector<SharedTarget>& shared) {
         if (!isBelow)
             findings.push_back(warning("shadowed", target, text));
     }
-    return findings;
-}
-
-Findings checkParents(const PlannedEntries& planned, const PathTest& siteHasDirectory) {
-    Findings findings;
-    for (const std::string& target : planned.misplaced)
-        findings.push_back(
-            failure("no-parent", target, "a single file cannot go where a directory is named: the extraction fails"));
-    for (const std::string& target : planned.orphans) {
-        if (!siteHasDirectory(parent(target)))
-            findings.push_back(
-                failure("no-parent", target, "nothing makes the directory of this single file: the extraction fails"));
-    }
-    for (const std::string& target : planned.occupied)
-        findings.push_back(
-            failure("file-occupied", target, "a file for one mapping, a directory for another: the extraction fails"));
     return findings;
 }
 

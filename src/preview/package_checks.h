@@ -17,26 +17,16 @@ using PathTest = std::function<bool(const std::string& path)>;
 
 Findings checkPassedOver(const std::vector<nimbo::PassedOver>& passedOver);
 
-/// URLs and paths that lead elsewhere than they seem to.
-Findings checkUrls(const Mappings& mappings);
-
-/// Extensions that get a second dot.
-Findings checkExtensions(const Mappings& mappings);
-
-/// Texts that reach the fragment and that Apache would refuse or take for something else.
-Findings checkFragmentTexts(const Mappings& mappings, const FragmentSettings& settings);
-
-/// The same for the option values in the fragment.
-/// \param fragment empty also where it is refused.
-Findings checkOptionTexts(const std::string& fragment, const FragmentSettings& settings);
+/// URLs and paths that lead elsewhere than they seem to, extensions that get a second dot, and texts that reach the
+/// fragment and that Apache would refuse or take for something else.
+Findings checkMappings(const Mappings& mappings, const FragmentSettings& settings);
 
 /// Mappings without a source.
 /// \param willBeThere is asked of the URLs of writable mappings, whose places an extraction has to find.
 Findings checkMissing(const Mappings& mappings, const MappingSources& sources, const PathTest& willBeThere);
 
-/// A format whose script has a fixed place, and scripts with bits that make them run as somebody else.
-Findings checkScripts(const std::string& packageDir, const std::string& formatVersion,
-                      const std::vector<std::string>& scripts);
+/// A format whose script has a fixed place.
+Findings checkScripts(const std::string& packageDir, const std::string& formatVersion);
 
 /// Sources that the site's account, or this preview, may not read.
 Findings checkReadable(const std::string& packageDir, const MappingSources& mappings,
@@ -52,11 +42,7 @@ Findings checkTargets(const std::vector<Source>& sources);
 Findings checkOutside(const std::string& packageDir, const MappingSources& mappings,
                       const std::vector<Source>& sources);
 
-/// \param shared in the order of planning.
-Findings checkShared(const std::vector<SharedTarget>& shared);
-
-/// Single files that have no directory to go to, and mappings in each other's way.
-Findings checkParents(const PlannedEntries& planned, const PathTest& siteHasDirectory);
+Findings checkShadowed(const std::vector<InstallPlan::Shadowed>& shadowed);
 
 /// Files in writable mappings.
 /// \param openerOf the writable mapping that opens a path, both below the destination.

@@ -56,25 +56,10 @@ std::vector<std::string> scriptsOf(const std::string& packageDir) {
     return scripts;
 }
 
-std::vector<std::optional<bool>> whichExist(const MappingSources& sources) {
-    std::vector<std::optional<bool>> exist;
-    for (const auto& source : sources)
-        exist.push_back(source ? std::optional(!source->isMissing()) : std::nullopt);
-    return exist;
-}
-
 bool isWhole(const MappingSources& mappings, const std::vector<Unread>& unread) {
     return unread.empty() && std::ranges::all_of(mappings, [](const auto& mapping) {
                return !mapping || mapping->error == 0 || mapping->isMissing();
            });
-}
-
-std::vector<SharedTarget> sharedTargetsOf(const InstallPlan& plan, std::vector<SharedTarget> spelledTwice) {
-    std::vector<SharedTarget> shared;
-    for (const auto& [target, earlier, later] : plan.shadowed)
-        shared.push_back({normalPath(target), normalPath(earlier), normalPath(later)});
-    shared.insert(shared.end(), spelledTwice.begin(), spelledTwice.end());
-    return shared;
 }
 
 /// Empty where none would be written.
@@ -101,6 +86,11 @@ bool siteHasEntry(const Site& site, const std::string& target) {
 
 } // namespace
 
+const char* wordOf(EntryState state) {
+    constexpr std::array words{"new", "same", "changed", "blocked", "unknown"}; // by EntryState
+    return words.at(static_cast<std::size_t>(state));
+}
+
 Preview previewPackage(const PreviewSettings& settings) {
     // Read.
     const std::string& packageDir = settings.packageDir;
@@ -123,7 +113,10 @@ Preview previewPackage(const PreviewSettings& settings) {
     const std::vector<Source> sources = lookAtSources(read.plan);
 
     // Entries.
-    PlannedEntries planned = entriesOf(sources, site.destination == wwwRoot);
+    const bool hasSite = settings.wwwRoot.has_value();
+    PlannedEntries planned = entriesOf(sources, [&](const std::string& path) {
+        return (path.empty() && site.destination == wwwRoot) || (hasSite && siteHasDirectory(site, path));
+    });
     PreviewEntries& entries = planned.entries;
     const std::string rootKey = placeKey(site.destination);
     const OpenedTrees opened(read.plan);
@@ -135,39 +128,29 @@ Preview previewPackage(const PreviewSettings& settings) {
         entry.isOpened = !settings.skipWebserverWrite && openerOf(path);
 
     // Checks.
-    const bool hasSite = settings.wwwRoot.has_value();
     Findings findings = checkPassedOver(passedOver);
-    append(findings, checkUrls(mappings));
-    append(findings, checkExtensions(mappings));
-    append(findings, checkFragmentTexts(mappings, fragmentSettings));
-    append(findings, checkOptionTexts(fragment, fragmentSettings));
+    append(findings, checkMappings(mappings, fragmentSettings));
     append(findings, checkMissing(mappings, mappingSources, [&](const std::string& url) {
                const auto entry = entries.find(normalPath(url));
                const bool isOpened = !settings.skipWebserverWrite && openerOf(normalPath(url));
                return !isOpened || (entry != entries.end() && (entry->second.isDirectory || !url.ends_with('/'))) ||
                       (hasSite && siteHasEntry(site, url));
            }));
-    append(findings, checkScripts(packageDir, metadata.formatVersion, scripts));
+    append(findings, checkScripts(packageDir, metadata.formatVersion));
     append(findings, checkReadable(packageDir, mappingSources, sources, read.unread));
     append(findings, checkSources(sources));
     append(findings, checkTargets(sources));
     append(findings, checkOutside(packageDir, mappingSources, sources));
-    append(findings, checkShared(sharedTargetsOf(read.plan, planned.shared)));
-    append(findings,
-           checkParents(planned, [&](const std::string& target) { return hasSite && siteHasDirectory(site, target); }));
+    append(findings, checkShadowed(read.plan.shadowed));
+    append(findings, checkShadowed(planned.shadowed));
+    append(findings, std::move(planned.findings));
     append(findings, checkShippedData(entries, openerOf));
 
     // Comparison.
     if (hasSite) {
         const std::unordered_set<std::string> none;
-        const std::vector<Standing> standings = lookAtSite(entries, site);
-        auto standing = standings.begin();
-        for (auto& [path, entry] : entries)
-            entry.state = stateOf(*standing++);
         append(findings, checkAbove(site));
-        append(findings, checkStanding(entries, standings, previous ? pathsBelowRoot(*previous) : none));
-        append(findings, checkLinks(entries, standings, site, metadata));
-        append(findings, checkUnreadable(entries, standings));
+        append(findings, compareWithSite(entries, site, previous ? pathsBelowRoot(*previous) : none, metadata));
         if (!settings.skipWebserverWrite)
             append(findings, checkOpenTrees(read.plan, entries));
     }
@@ -177,7 +160,7 @@ Preview previewPackage(const PreviewSettings& settings) {
 
     return {
         .metadata = std::move(metadata),
-        .sourceExists = whichExist(mappingSources),
+        .mappingSources = mappingSources,
         .entries = std::move(entries),
         .obsolete = std::move(obsolete),
         .scripts = std::move(scripts),

@@ -3,8 +3,8 @@
 #include "cleanup/instance_removal.h"
 #include "metadata/metadata_reader.h"
 #include "preview/findings.h"
+#include "preview/sources.h"
 
-#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -31,6 +31,9 @@ enum class EntryState {
     Unknown, ///< it cannot be read
 };
 
+/// "new", "same", ...
+const char* wordOf(EntryState state);
+
 /// What an extraction leaves at one place.
 struct PreviewEntry {
     bool isDirectory = true;
@@ -48,7 +51,7 @@ using PreviewEntries = std::map<std::string, PreviewEntry>;
 /// All that is known of a package before it is extracted.  A value, made without changing anything.
 struct Preview {
     nimbo::FSAMetaDataReader metadata;
-    std::vector<std::optional<bool>> sourceExists; ///< one a mapping of the metadata; none for a redirect
+    MappingSources mappingSources;
     PreviewEntries entries;
     /// What the previous list names and no mapping has, contents before their directories.  Nothing without such a
     /// list, and while a part of the package cannot be read.

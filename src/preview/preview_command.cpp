@@ -36,8 +36,6 @@ struct Request {
     std::string format = "text";
     bool summary = false;
     std::vector<std::string> ignored; ///< codes
-    int disablePhp = 0;
-    int disableCgi = 0;
 };
 
 po::options_description optionsInto(Request& request) {
@@ -49,16 +47,16 @@ po::options_description optionsInto(Request& request) {
         ("summary", po::bool_switch(&request.summary), "with the format text: counts, and findings by their codes")
         ("ignore", po::value(&request.ignored)->composing()->value_name("CODE"), "leave findings of this code out; may be given again")
         ("metadata-file", po::value(&package.metadataFile)->value_name("FILE"), "metadata document to read instead of the package's own")
-        ("www-root", po::value<std::string>()->value_name("DIR"),
+        ("www-root", po::value<std::string>()->value_name("DIR")->notifier([&](const std::string& root) { package.wwwRoot = root; }),
          "document root of the site: stands in the fragment, and is looked at")
         ("application-subdirectory", po::value(&package.applicationSubdirectory)->value_name("SUB"),
          "place of the application below the document root (default: \".\", the root itself)")
-        ("previous-list", po::value<std::string>()->value_name("FILE"),
+        ("previous-list", po::value<std::string>()->value_name("FILE")->notifier([&](const std::string& list) { package.previousList = list; }),
          "installed-files document of the release that the site has now")
         ("skip-webserver-write", po::bool_switch(&package.skipWebserverWrite),
          "as for an extraction that opens nothing to the web server")
-        ("disable-php-support", po::value(&request.disablePhp)->value_name("[=N]"), "not 0: no PHP in the fragment")
-        ("disable-cgi-support", po::value(&request.disableCgi)->value_name("[=N]"), "not 0: no CGI in the fragment")
+        ("disable-php-support", po::value<int>()->value_name("[=N]")->notifier([&](int n) { package.php = n == 0; }), "not 0: no PHP in the fragment")
+        ("disable-cgi-support", po::value<int>()->value_name("[=N]")->notifier([&](int n) { package.cgi = n == 0; }), "not 0: no CGI in the fragment")
         ("help", "print this")
         ("version", "print the version");
     // clang-format on
@@ -99,7 +97,7 @@ int printPreview(const Request& request) {
             throw std::runtime_error("unknown code: " + code);
     Preview preview = previewPackage(request.package);
     std::erase_if(preview.findings, [&](const Finding& finding) {
-        return std::ranges::find(request.ignored, finding.code.word()) != request.ignored.end();
+        return std::ranges::find(request.ignored, finding.code) != request.ignored.end();
     });
     print(request.summary ? summaryOf(preview) : format.write(preview));
     // Written at once: there may be one for every file of a package.
@@ -136,11 +134,5 @@ int previewCommand(int argc, char** argv) {
     if (words.size() != 1)
         throw std::runtime_error(words.empty() ? "no package directory" : "more than one package directory");
     request.package.packageDir = words.front();
-    if (values.count("www-root") != 0)
-        request.package.wwwRoot = values["www-root"].as<std::string>();
-    if (values.count("previous-list") != 0)
-        request.package.previousList = values["previous-list"].as<std::string>();
-    request.package.php = request.disablePhp == 0;
-    request.package.cgi = request.disableCgi == 0;
     return printPreview(request);
 }

@@ -43,15 +43,13 @@ std::unordered_set<std::string> pathsBelowRoot(const std::vector<InstanceEntry>&
 }
 
 std::vector<InstanceEntry> obsoleteOf(const std::vector<InstanceEntry>& list, const PreviewEntries& entries) {
-    std::unordered_set<std::string> elsewhere; // places of entries that are written with ".."
+    std::unordered_set<std::string> inUse{""};
     for (const auto& [path, entry] : entries)
-        if (path.find("..") != std::string::npos)
-            elsewhere.insert(placeOf(path));
+        inUse.insert(placeOf(path));
+    // The application's directory and those above it are in use in any case.
     const auto isInUse = [&](const std::string& path) {
         const std::string place = placeOf(path);
-        // The application's directory and those above it are in use in any case.
-        return place.empty() || place == ".." || place.ends_with("/..") || entries.contains(path) ||
-               entries.contains(place) || elsewhere.contains(place);
+        return place == ".." || place.ends_with("/..") || inUse.contains(place);
     };
     std::vector<std::pair<InstallSection, std::string>> keys;
     for (const auto& [section, path] : list)

@@ -16,6 +16,34 @@ namespace fs = boost::filesystem;
 
 namespace {
 
+/// What stands at the place of an entry: the state that it gives, and what is to be said of it.
+struct Standing {
+    EntryState state;
+    Severity severity = Severity::Warning;
+    std::string_view code = "replaces";
+    const char* text = nullptr; ///< null for no finding
+    bool isLink = false;        ///< to a directory, for a directory
+    int error = 0;              ///< errno value of the first look that failed; none where it is told elsewhere
+};
+
+constexpr Standing isFree{EntryState::New};
+constexpr Standing isEqual{EntryState::Same};
+constexpr Standing isDirectoryLink{.state = EntryState::Same, .isLink = true};
+constexpr Standing isDifferent{EntryState::Changed, Severity::Warning, "replaces", "the site has something else there"};
+constexpr Standing isEmptyDirectory{EntryState::Changed, Severity::Warning, "directory-occupied",
+                                    "the site has an empty directory there, which will be replaced"};
+constexpr Standing isFullDirectory{
+    EntryState::Blocked, Severity::Error, "directory-occupied",
+    "the site has a directory with content where the package has a file: the extraction fails"};
+constexpr Standing isFile{EntryState::Blocked, Severity::Error, "file-occupied",
+                          "the site has a file where the package has a directory: the extraction fails"};
+constexpr Standing isDeadLink{EntryState::Blocked, Severity::Error, "file-occupied",
+                              "the site has a link there that leads nowhere: the extraction fails"};
+
+Standing isUnreadable(int error) {
+    return {.state = EntryState::Unknown, .error = error};
+}
+
 using Buffer = std::array<char, 64U << 10>;
 
 /// Fills the buffer as far as the file goes; -1 for a failure, with errno.
@@ -40,23 +68,23 @@ Standing compareContents(const std::string& source, const std::string& target) {
     const UniqueFd from(open(source.c_str(), flags));
     const UniqueFd to(open(target.c_str(), flags | O_NOFOLLOW));
     if (to.get() < 0)
-        return {Place::Unreadable, errno};
+        return isUnreadable(errno);
     for (;;) {
         const ssize_t size = readFull(from.get(), expected);
         if (size < 0)
-            return {Place::Unreadable}; // the source, of which there is another finding
+            return isUnreadable(0); // the source, of which there is another finding
         const ssize_t there = readFull(to.get(), found);
         if (there < 0)
-            return {Place::Unreadable, errno};
+            return isUnreadable(errno);
         if (there != size || std::memcmp(expected.data(), found.data(), static_cast<std::size_t>(size)) != 0)
-            return {Place::Different};
+            return isDifferent;
         if (size == 0)
-            return {Place::Equal};
+            return isEqual;
     }
 }
 
 Standing withoutLook(int error) {
-    return isNowhere(error) ? Standing{Place::Free} : Standing{Place::Unreadable, error};
+    return isNowhere(error) ? isFree : isUnreadable(error);
 }
 
 Standing standingAt(const std::string& target, const PreviewEntry& entry, const std::string& source) {
@@ -66,17 +94,16 @@ Standing standingAt(const std::string& target, const PreviewEntry& entry, const 
     const bool isLink = S_ISLNK(here.st_mode);
     struct stat behind = here;
     if (isLink && stat(target.c_str(), &behind) != 0)
-        return isNowhere(errno) ? Standing{Place::DeadLink} : withoutLook(errno);
+        return isNowhere(errno) ? isDeadLink : withoutLook(errno);
     if (entry.isDirectory)
-        return {!S_ISDIR(behind.st_mode) ? Place::File : isLink ? Place::DirectoryLink : Place::Equal};
+        return !S_ISDIR(behind.st_mode) ? isFile : isLink ? isDirectoryLink : isEqual;
     if (S_ISDIR(here.st_mode)) {
         boost::system::error_code failure;
         const bool isEmpty = fs::is_empty(target, failure);
-        return failure ? withoutLook(failure.value())
-                       : Standing{isEmpty ? Place::EmptyDirectory : Place::FullDirectory};
+        return failure ? withoutLook(failure.value()) : isEmpty ? isEmptyDirectory : isFullDirectory;
     }
     const bool maySame = S_ISREG(here.st_mode) && entry.size == static_cast<std::uintmax_t>(here.st_size);
-    return maySame ? compareContents(source, target) : Standing{Place::Different};
+    return maySame ? compareContents(source, target) : isDifferent;
 }
 
 /// True when the nearest entry above a missing path is no directory, links followed, so that nothing can be made there.
@@ -99,66 +126,45 @@ bool isFollowed(const nimbo::FSAMetaDataWebContent& mapping, const std::string& 
            normalPath(withoutLeadingSlashes(mapping.url)) == path;
 }
 
-struct PlaceRule {
-    Place place;
-    EntryState state;
-    Finding (*find)(FindingCode code, const std::string& subject, std::string text); ///< null for no finding
-    FindingCode code;
-    const char* text;
-};
-
-constexpr std::array placeRules{
-    PlaceRule{Place::Free, EntryState::New, nullptr, "replaces", ""},
-    PlaceRule{Place::Equal, EntryState::Same, nullptr, "replaces", ""},
-    PlaceRule{Place::DirectoryLink, EntryState::Same, nullptr, "leads-elsewhere", ""},
-    PlaceRule{Place::Different, EntryState::Changed, warning, "replaces", "the site has something else there"},
-    PlaceRule{Place::EmptyDirectory, EntryState::Changed, warning, "directory-occupied",
-              "the site has an empty directory there, which will be replaced"},
-    PlaceRule{Place::FullDirectory, EntryState::Blocked, failure, "directory-occupied",
-              "the site has a directory with content where the package has a file: the extraction fails"},
-    PlaceRule{Place::File, EntryState::Blocked, failure, "file-occupied",
-              "the site has a file where the package has a directory: the extraction fails"},
-    PlaceRule{Place::DeadLink, EntryState::Blocked, failure, "file-occupied",
-              "the site has a link there that leads nowhere: the extraction fails"},
-    PlaceRule{Place::BelowObstacle, EntryState::Blocked, nullptr, "file-occupied", ""},
-    PlaceRule{Place::Unreadable, EntryState::Unknown, nullptr, "unreadable-site", ""},
-};
-
-const PlaceRule& ruleOf(const Standing& standing) {
-    return *std::ranges::find(placeRules, standing.place, &PlaceRule::place);
+/// Of a link at the place of a directory.
+Finding linkFinding(const std::string& path, const PreviewEntry& entry, const Site& site,
+                    const nimbo::FSAMetaDataReader& metadata) {
+    const std::string text = whereTo(joined(site.destination, path));
+    const auto follows = [&](const auto& mapping) { return isFollowed(mapping, path); };
+    if (!entry.isOpened || std::ranges::any_of(metadata.webContent, follows))
+        return warning("leads-elsewhere", path, text);
+    return failure("leads-elsewhere", path, text + "; it cannot be opened to the web server: the extraction fails");
 }
 
 } // namespace
 
-std::vector<Standing> lookAtSite(const PreviewEntries& entries, const Site& site) {
-    std::vector<Standing> standings;
-    standings.reserve(entries.size());
-    std::unordered_map<std::string, Standing> obstacles; // what holds for all that is below
+Findings compareWithSite(PreviewEntries& entries, const Site& site, const std::unordered_set<std::string>& previous,
+                         const nimbo::FSAMetaDataReader& metadata) {
+    Findings findings;
+    std::unordered_map<std::string, EntryState> obstacles; // directories whose state holds for all that is below
+    std::unordered_set<std::string> unreadable;            // directories that have been told of
     const bool isBlockedAbove = isBlocked(site.destination);
-    for (const auto& [path, entry] : entries) {
-        const auto above =
-            obstacles.empty() || path.empty() ? obstacles.end() : obstacles.find(std::string(parentOf(path)));
-        Standing standing{Place::BelowObstacle};
+    for (auto& [path, entry] : entries) {
+        const std::string parent(parentOf(path));
+        const auto above = path.empty() ? obstacles.end() : obstacles.find(parent);
+        Standing standing{EntryState::Blocked};
         if (above != obstacles.end())
-            standing = above->second;
+            standing.state = above->second;
         else if (!isBlockedAbove)
             standing = standingAt(path.empty() ? site.destination : joined(site.destination, path), entry,
                                   joined(site.packageDir, entry.source));
-        standings.push_back(standing);
-        if (!entry.isDirectory)
-            continue;
-        if (above != obstacles.end())
-            obstacles.emplace(path, standing);
-        else if (standing.place == Place::File || standing.place == Place::DeadLink)
-            obstacles.emplace(path, Standing{Place::BelowObstacle});
-        else if (standing.place == Place::Unreadable)
-            obstacles.emplace(path, Standing{Place::Unreadable});
+        entry.state = standing.state;
+        if (entry.isDirectory && (standing.state == EntryState::Blocked || standing.state == EntryState::Unknown))
+            obstacles.emplace(path, standing.state);
+        if (standing.isLink)
+            findings.push_back(linkFinding(path, entry, site, metadata));
+        else if (standing.error != 0 && unreadable.insert(parent).second)
+            findings.push_back(warning("unreadable-site", parent,
+                                       std::string("what stands there is unknown: ") + std::strerror(standing.error)));
+        else if (standing.text != nullptr && !(standing.text == isDifferent.text && previous.contains(path)))
+            findings.push_back({standing.severity, standing.code, path.empty() ? "." : path, standing.text});
     }
-    return standings;
-}
-
-EntryState stateOf(const Standing& standing) {
-    return ruleOf(standing).state;
+    return findings;
 }
 
 Findings checkAbove(const Site& site) {
@@ -180,56 +186,11 @@ Findings checkAbove(const Site& site) {
     return findings;
 }
 
-Findings checkStanding(const PreviewEntries& entries, const std::vector<Standing>& standings,
-                       const std::unordered_set<std::string>& previous) {
-    Findings findings;
-    auto standing = standings.begin();
-    for (const auto& [path, entry] : entries) {
-        const PlaceRule& rule = ruleOf(*standing++);
-        const bool isExpected = rule.place == Place::Different && previous.contains(path);
-        if (rule.find != nullptr && !isExpected)
-            findings.push_back(rule.find(rule.code, path, rule.text));
-    }
-    return findings;
-}
-
-Findings checkLinks(const PreviewEntries& entries, const std::vector<Standing>& standings, const Site& site,
-                    const nimbo::FSAMetaDataReader& metadata) {
-    Findings findings;
-    auto standing = standings.begin();
-    for (const auto& entry : entries) {
-        if ((standing++)->place != Place::DirectoryLink)
-            continue;
-        const std::string& path = entry.first;
-        const std::string text = whereTo(joined(site.destination, path));
-        const auto follows = [&](const auto& mapping) { return isFollowed(mapping, path); };
-        const bool fails = entry.second.isOpened && std::ranges::none_of(metadata.webContent, follows);
-        const std::string more = "; it cannot be opened to the web server: the extraction fails";
-        findings.push_back(fails ? failure("leads-elsewhere", path, text + more)
-                                 : warning("leads-elsewhere", path, text));
-    }
-    return findings;
-}
-
-Findings checkUnreadable(const PreviewEntries& entries, const std::vector<Standing>& standings) {
-    Findings findings;
-    std::unordered_set<std::string> told;
-    auto standing = standings.begin();
-    for (const auto& [path, entry] : entries) {
-        const int error = (standing++)->error;
-        const std::string directory(parentOf(path));
-        if (error != 0 && told.insert(directory).second)
-            findings.push_back(warning("unreadable-site", directory,
-                                       std::string("what stands there is unknown: ") + std::strerror(error)));
-    }
-    return findings;
-}
-
 Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries) {
     Findings findings;
     const OpenedTrees opened(plan);
     const std::string rootKey = placeKey(plan.destinationRoot);
-    const auto ignore = [](const std::string&, int, const std::string&) {}; // checkUnreadable tells of these
+    const auto ignore = [](const std::string&, int, const std::string&) {}; // compareWithSite tells of these
     std::unordered_set<std::string> looked;
     for (const std::string& target : plan.writableTargets) {
         const std::string targetKey = placeKey(target);

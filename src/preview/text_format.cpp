@@ -6,20 +6,10 @@
 #include <array>
 #include <map>
 #include <sstream>
-#include <unistd.h>
 
 namespace {
 
-struct StateWords {
-    const char* letter;
-    const char* word;
-};
-
-/// By EntryState.
-constexpr std::array stateWords{
-    StateWords{"+", "new"},     StateWords{"=", "same"},    StateWords{"~", "changed"},
-    StateWords{"!", "blocked"}, StateWords{"?", "unknown"},
-};
+constexpr std::string_view stateLetters = "+=~!?"; // by EntryState
 
 std::string counted(std::uintmax_t count, const std::string& one, const std::string& more) {
     return std::to_string(count) + ' ' + (count == 1 ? one : more);
@@ -31,7 +21,7 @@ struct Counts {
     std::size_t files = 0;
     std::size_t opened = 0;
     std::uintmax_t bytes = 0;
-    std::array<std::size_t, stateWords.size()> states{};
+    std::array<std::size_t, stateLetters.size()> states{};
 
     void add(const PreviewEntry& entry) {
         ++(entry.isDirectory ? directories : files);
@@ -50,7 +40,8 @@ struct Counts {
         std::string text;
         for (std::size_t state = 0; state < states.size(); ++state)
             if (states.at(state) > 0)
-                text += (text.empty() ? "" : ", ") + std::to_string(states.at(state)) + ' ' + stateWords.at(state).word;
+                text += (text.empty() ? "" : ", ") + std::to_string(states.at(state)) + ' ' +
+                        wordOf(static_cast<EntryState>(state));
         return text;
     }
 };
@@ -66,9 +57,9 @@ std::string shown(const std::string& path) {
     return path.empty() ? "." : escaped(path);
 }
 
-std::string headingOf(const nimbo::FSAMetaDataWebContent& mapping, bool sourceExists) {
-    return escaped(mapping.url) + " <- " + shown(normalPath(withoutLeadingSlashes(mapping.path))) +
-           (mapping.writable ? " (w)" : "") + (sourceExists ? "" : " (missing)");
+std::string headingOf(const nimbo::FSAMetaDataWebContent& mapping, const MappingSource& source) {
+    return escaped(mapping.url) + " <- " + shown(source.path) + (mapping.writable ? " (w)" : "") +
+           (source.isMissing() ? " (missing)" : "");
 }
 
 /// One a mapping with files, by URL, then what is made on the way to others.
@@ -80,8 +71,8 @@ std::vector<Group> groupsOf(const Preview& preview) {
     std::multimap<std::string, Group> byUrl;
     std::size_t number = 0;
     for (const auto& mapping : mappings) {
-        if (const auto exists = preview.sourceExists[number]) {
-            groups[number].heading = headingOf(mapping, *exists);
+        if (const auto& source = preview.mappingSources[number]) {
+            groups[number].heading = headingOf(mapping, *source);
             byUrl.emplace(mapping.url, std::move(groups[number]));
         }
         ++number;
@@ -102,23 +93,14 @@ const char* modeOf(const PreviewEntry& entry) {
 }
 
 std::string lineOf(const std::string& path, const PreviewEntry& entry) {
-    const char* const letter = entry.state ? stateWords.at(static_cast<std::size_t>(*entry.state)).letter : " ";
-    return std::string(letter) + ' ' + modeOf(entry) + (entry.isOpened ? " w " : "   ") + shown(path);
-}
-
-const char* colourOf(const PreviewEntry& entry) {
-    if (entry.state == EntryState::Blocked)
-        return "\x1b[31m";
-    return entry.isOpened ? "\x1b[33m" : "";
+    const char letter = entry.state ? stateLetters.at(static_cast<std::size_t>(*entry.state)) : ' ';
+    return std::string(1, letter) + ' ' + modeOf(entry) + (entry.isOpened ? " w " : "   ") + shown(path);
 }
 
 std::string linesOf(const Group& group) {
-    const bool isTerminal = isatty(STDOUT_FILENO) != 0;
     std::string lines = group.heading + '\n';
-    for (const auto* entry : group.entries) {
-        const std::string colour = isTerminal ? colourOf(entry->second) : "";
-        lines += colour + lineOf(entry->first, entry->second) + (colour.empty() ? "\n" : "\x1b[0m\n");
-    }
+    for (const auto* entry : group.entries)
+        lines += lineOf(entry->first, entry->second) + '\n';
     return lines;
 }
 
