@@ -89,9 +89,11 @@ private:
         return (status.st_mode & needed) == needed;
     }
 
-    /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.
+    /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.  What the
+    /// plan knows holds until a directory or a link was removed: it may have been a source, or on the way to one.
     EntryKind kindOfSource(const PlannedCopy& copy) {
-        if (copy.kind == EntryKind::Directory || copy.kind == EntryKind::File)
+        const bool isKnown = copy.kind == EntryKind::Directory || copy.kind == EntryKind::File;
+        if (isKnown && !isPlanOutdated_)
             return copy.kind;
         struct stat status {};
         const auto place = sources_.of(source_);
@@ -148,6 +150,7 @@ private:
             // The way to the directories may have led through the link or the directory that was removed.
             entered_.clear();
             parent_.clear();
+            isPlanOutdated_ = true;
         }
         isFilled_ = true;
         return true;
@@ -161,6 +164,7 @@ private:
     std::string parent_;                      ///< one of them, where the last target lies; empty for none
     mode_t keptMode_ = 0;                     ///< files made with this mode in parent_ have exactly it; 0: not known
     bool isFilled_ = false;                   ///< something stood at one of the targets
+    bool isPlanOutdated_ = false;             ///< a directory or a link was removed
     LastDirectory sources_;
     LastDirectory targets_;
 };

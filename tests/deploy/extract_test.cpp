@@ -95,6 +95,15 @@ TEST_F(Extract, ReplacesFilesEmptyDirectoriesAndWhatAnotherSpellingHasPutThere) 
     EXPECT_EQ(contentOf(docroot / "dir/page"), "content\n");
 }
 
+TEST_F(Extract, TakesASourceForWhatTheRunHasPutInItsPlace) {
+    package = docroot / "p";
+    mappings("<mapping url='p/d' path='s'/><mapping url='z' path='d'/>");
+    make(package, {"s/x", "d/x/"});
+    put({});
+    EXPECT_THAT(extract(), ended(0));
+    EXPECT_EQ(namesIn(docroot / "z"), "d . f x");
+}
+
 TEST_F(Extract, FollowsALinkAtAWritableMappingWhoseUrlEndsInASlash) {
     const std::string open = "<php:permissions writable='true'/></mapping>";
     mappings("<mapping url='to/' path='none'>" + open + "<mapping url='to/.' path='none'>" + open);
