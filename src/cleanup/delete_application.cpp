@@ -39,6 +39,6 @@ int delete_application_user(const std::string& vhostPath, const std::string& www
         std::cerr << "Cannot chdir to " << wwwRoot << ": " << std::strerror(errno) << '\n';
         return -1;
     }
-    deleteInstance(vhostPath, {.htdocsDir = wwwRoot, .keepCgiBin = true, .cgiBinDir = {}}, applicationSubdirectory);
+    deleteInstance(vhostPath, documentRootAlone(wwwRoot), applicationSubdirectory);
     return 0;
 }

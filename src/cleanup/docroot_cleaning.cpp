@@ -27,6 +27,10 @@ void report(const char* call, const std::string& target, int error) {
     std::cerr << boost::format("%1%(\"%2%\"): %3%\n") % call % target % std::strerror(error);
 }
 
+std::string textOf(const char* value) {
+    return value == nullptr ? "" : value;
+}
+
 /// True for a top-level directory whose content is to stay.
 bool isKept(std::string_view name, const ExtractParams& params) {
     return (name == "cgi-bin" && params.keepCgiBin) || (name == "error_docs" && params.keepErrorDocs);
@@ -39,13 +43,19 @@ const std::string* configuredDirectory(std::string_view name, const ExtractParam
 
 } // namespace
 
-ExtractParams extractParamsOf(const extract_params& params) {
-    const auto text = [](const char* value) { return std::string(value == nullptr ? "" : value); };
-    return {.htdocsDir = text(params.htdocs_dir),
-            .skelFlag = params.skel_flag != 0,
-            .keepErrorDocs = params.keep_error_docs != 0,
-            .keepCgiBin = params.keep_cgi_bin != 0,
-            .cgiBinDir = text(params.cgi_bin_dir)};
+ExtractParams::ExtractParams(const extract_params& params)
+    : htdocsDir(textOf(params.htdocs_dir)),
+      skelFlag(params.skel_flag != 0),
+      keepErrorDocs(params.keep_error_docs != 0),
+      keepCgiBin(params.keep_cgi_bin != 0),
+      cgiBinDir(textOf(params.cgi_bin_dir)) {
+}
+
+ExtractParams documentRootAlone(const std::string& htdocsDir) {
+    ExtractParams params;
+    params.htdocsDir = htdocsDir;
+    params.keepCgiBin = true;
+    return params;
 }
 
 std::vector<fs::path> vhostUsedDirs(SetupSkeletonMode mode) {
@@ -62,7 +72,7 @@ const std::vector<fs::path>& vhostAllDirs() {
     return directories;
 }
 
-void DeleteDirEntry::operator()(const fs::path& relative) {
+void DeleteDirEntry::operator()(const fs::path& relative) const {
     const std::string_view text = relative.native();
     const std::string_view name = text.substr(0, text.find('/'));
     const auto isSame = [&](const fs::path& directory) { return directory.native() == text; };
@@ -74,7 +84,7 @@ void DeleteDirEntry::operator()(const fs::path& relative) {
 }
 
 /// Linux refuses unlink(2) for a directory, so only after a failure the entry is looked at.
-void DeleteDirEntry::remove(const std::string& target) {
+void DeleteDirEntry::remove(const std::string& target) const {
     const auto place = last_.of(target);
     if (unlinkat(place.directory, place.name, 0) == 0 || errno == ENOENT)
         return;
@@ -90,7 +100,7 @@ void DeleteDirEntry::remove(const std::string& target) {
     }
 }
 
-void cleanDirContent(std::vector<fs::path>* entries, const std::string& vhostDir, const ExtractParams& params) {
+void cleanDirContent(std::vector<fs::path>* entries, const fs::path& vhostDir, const ExtractParams& params) {
     std::multimap<std::string, fs::path, std::greater<>> sorted;
     for (fs::path& entry : *entries)
         sorted.emplace(pathKey(entry), std::move(entry));
@@ -111,6 +121,6 @@ void cleanDocroot(const std::string& vhostPath, const ExtractParams& params) {
 }
 
 int clean_docroot(const char* vhostPath, const extract_params* params) {
-    cleanDocroot(vhostPath, extractParamsOf(*params));
+    cleanDocroot(vhostPath, *params);
     return 0;
 }

@@ -29,6 +29,11 @@ int clean_docroot(const char* vhostPath, const extract_params* params);
 
 /// The cleaning options as a value.
 struct ExtractParams {
+    ExtractParams() = default;
+    /// Null strings become empty ones.
+    // NOLINTNEXTLINE(google-explicit-constructor): the same options, taken wherever they are wanted as a value
+    ExtractParams(const extract_params& params);
+
     std::string htdocsDir;
     bool skelFlag = false;
     bool keepErrorDocs = false;
@@ -36,8 +41,8 @@ struct ExtractParams {
     std::string cgiBinDir;
 };
 
-/// Null strings become empty ones.
-ExtractParams extractParamsOf(const extract_params& params);
+/// The options of the commands: one document root and no CGI directory.
+ExtractParams documentRootAlone(const std::string& htdocsDir);
 
 enum SetupSkeletonMode {
     SetupSkeletonAll = 0,
@@ -57,21 +62,22 @@ const std::vector<boost::filesystem::path>& vhostAllDirs();
 /// A failure is one line on standard error.  An entry that does not exist is no failure.
 class DeleteDirEntry {
 public:
-    DeleteDirEntry(std::string host, ExtractParams options) : vhostDir(std::move(host)), params(std::move(options)) {}
+    DeleteDirEntry(const boost::filesystem::path& host, ExtractParams options)
+        : vhostDir(host.native()), params(std::move(options)) {}
 
-    void operator()(const boost::filesystem::path& relative);
+    void operator()(const boost::filesystem::path& relative) const;
 
 private:
-    void remove(const std::string& target);
+    void remove(const std::string& target) const;
 
     std::string vhostDir;
     ExtractParams params;
-    LastDirectory last_;
+    mutable LastDirectory last_; ///< for speed alone
 };
 
 /// Sorts vhost-relative paths into removal order, in place, and removes each: descending, element by element as bytes,
 /// so that what a directory holds goes before the directory.
-void cleanDirContent(std::vector<boost::filesystem::path>* entries, const std::string& vhostDir,
+void cleanDirContent(std::vector<boost::filesystem::path>* entries, const boost::filesystem::path& vhostDir,
                      const ExtractParams& params);
 
 /// Removes everything below the document root, below "private" and, unless it is kept, below the CGI directory of a

@@ -105,7 +105,7 @@ std::vector<InstanceEntry> filelistXmlRead() {
     return readInstalledFiles(std::cin);
 }
 
-void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, DeleteDirEntry& deleter) {
+void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter) {
     std::string relative;
     relative.reserve(prefix.size() + entry.second.size() + 16);
     relative.append(entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs");
@@ -126,11 +126,11 @@ void deleteInstance(const std::string& vhostPath, const ExtractParams& params, c
     for (InstanceEntry& entry : entries)
         keys.emplace_back(entry.first, pathKey(std::exchange(entry.second, {})));
     std::stable_sort(keys.begin(), keys.end());
-    DeleteDirEntry remove(vhostPath, params);
+    const DeleteDirEntry remove(vhostPath, params);
     for (auto key = keys.rbegin(); key != keys.rend(); ++key)
         deleteInstanceEntry({key->first, pathOfKey(std::move(key->second))}, prefix, remove);
 }
 
 void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix) {
-    deleteInstance(vhostPath, extractParamsOf(*params), prefix);
+    deleteInstance(vhostPath, *params, prefix);
 }

@@ -36,7 +36,7 @@ std::vector<InstanceEntry> filelistXmlRead();
 
 /// Removes one entry of the instance that lies in `prefix` below its section's directory ("." for the directory
 /// itself).
-void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, DeleteDirEntry& deleter);
+void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter);
 
 /// Removes the instance whose installed-files document comes on standard input, contents before their directories.
 /// Best effort: an entry that cannot be removed is one line on standard error.

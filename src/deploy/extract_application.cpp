@@ -71,7 +71,7 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
 
     p_setuid(userName.c_str());
     if (applicationSubdirectory == "." && cleanDocroot != 0)
-        ::cleanDocroot(vhostPath, {.htdocsDir = wwwRoot, .keepCgiBin = true, .cgiBinDir = {}});
+        ::cleanDocroot(vhostPath, documentRootAlone(wwwRoot));
     umask(022);
     const bool isInstalled =
         fsa_install_htdocsfiles(packageDir, wwwRoot, applicationSubdirectory, *reader, userName, makeWritable);

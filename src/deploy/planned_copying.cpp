@@ -201,12 +201,12 @@ bool create_directories(const fs::path& directory) {
     return true;
 }
 
-bool makeUserWritableDir(const std::string& directory, const std::string& userName) {
+bool makeUserWritableDir(const boost::filesystem::path& directory, const std::string& userName) {
     const EntryHandle entry(AT_FDCWD, directory.c_str());
     if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
         return false;
     if (entry.addMode(bitsForUser(entry.status(), userName)) == 0)
         return true;
-    std::cerr << "Unable to change mode for " << directory << ": " << std::strerror(errno) << '\n';
+    std::cerr << "Unable to change mode for " << directory.native() << ": " << std::strerror(errno) << '\n';
     return false;
 }

@@ -26,4 +26,4 @@ bool create_directories(const boost::filesystem::path& directory);
 /// is the one that is changed (EntryHandle).
 /// \param userName the site's account.  The first call decides it for the whole process: look-ups are made once.
 /// \return true when the user can write the directory now; false when it was left alone or the change failed.
-bool makeUserWritableDir(const std::string& directory, const std::string& userName);
+bool makeUserWritableDir(const boost::filesystem::path& directory, const std::string& userName);

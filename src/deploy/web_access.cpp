@@ -110,7 +110,8 @@ mode_t bitsForWebserver(const struct stat& status, const std::string& userName) 
     return S_ISDIR(status.st_mode) ? directoryBits : directoryBits & 0666U;
 }
 
-int makeWritableByWebserver(const std::string& path, const struct stat& status, const std::string& userName) {
+int makeWritableByWebserver(const boost::filesystem::path& path, const struct stat& status,
+                            const std::string& userName) {
     const EntryHandle entry(AT_FDCWD, path.c_str());
     if (entry.error() != 0) {
         errno = entry.error();

@@ -22,4 +22,5 @@ mode_t bitsForWebserver(const struct stat& status, const std::string& userName);
 /// Adds these bits to the entry that `path` names, without following a link in its last element.
 /// \param status of `path`, which is a directory or a regular file.
 /// \return 0, or -1 with errno.
-int makeWritableByWebserver(const std::string& path, const struct stat& status, const std::string& userName);
+int makeWritableByWebserver(const boost::filesystem::path& path, const struct stat& status,
+                            const std::string& userName);

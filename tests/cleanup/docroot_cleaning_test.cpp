@@ -47,7 +47,7 @@ TEST_F(CleaningByList, TakesAPathFromItsDirectoryAsItIsWritten) {
         fs::current_path(base);
         std::vector<fs::path> entries{"httpdocs/x", "httpdocs/y//z", "cgi-bin/y",
                                       "other/dir/", "private/",      "other//kept"};
-        cleanDirContent(&entries, "host", ExtractParams());
+        cleanDirContent(&entries, fs::path("host"), extract_params{});
     };
     EXPECT_THAT(inChild(removeThem), ended(0, "rmdir(\"host/other//kept\"): Directory not empty\n"));
     EXPECT_EQ(namesIn(base), "d . d host d host/other d host/other/kept f host/other/kept/f");

@@ -37,11 +37,15 @@ TEST_F(Removal, ListedEntriesGoContentsFirst) {
     const std::string list = listOf({"img", "img/logo.png", "index.php", "index.php", "gone", "img-2", "img-2/a"});
     put(blog);
     expectAsBefore(list, {"--application-subdirectory=blog", "--application-full-name=ignored"});
-    put(blog);
+    put(joined(blog, {"one"}));
     std::string root = docroot.string();
     const extract_params params{
         .htdocs_dir = root.data(), .skel_flag = 0, .keep_error_docs = 0, .keep_cgi_bin = 1, .cgi_bin_dir = nullptr};
-    EXPECT_THAT(inChild([&] { lark_delete_instance(vhost.c_str(), &params, "blog"); }, list), ended(0));
+    const auto remove = [&] {
+        lark_delete_instance(vhost.c_str(), &params, "blog");
+        deleteInstanceEntry({InstallSectionHtdocs, "one"}, ".", DeleteDirEntry{vhost, ExtractParams(params)});
+    };
+    EXPECT_THAT(inChild(remove, list), ended(0));
     put({"img/logo.png", "index.php"});
     expectAsBefore(list);
     expectAsBefore("<INSTANCE-DATA/>", {"--application-subdirectory=/"});

@@ -60,9 +60,9 @@ TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
 }
 
 TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
-    const std::string directory = (base / "directory").string();
+    const fs::path directory = base / "directory";
     EXPECT_EQ(makeWritableByWebserver(directory, {}, "sitea"), -1);
-    EXPECT_FALSE(makeUserWritableDir((package / "APP-META.xml").string(), "sitea"));
+    EXPECT_FALSE(makeUserWritableDir(package / "APP-META.xml", "sitea"));
     fs::create_directories(directory);
     // The modes of a directory that was closed: opened to the site, then to the web server, too.
     const auto modes = [&](const std::string& owner, const std::string& group) {
