@@ -14,7 +14,6 @@
 #include <array>
 #include <boost/filesystem/operations.hpp>
 #include <iostream>
-#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -24,23 +23,17 @@ namespace {
 constexpr std::array allowedActions{"install", "configure", "upgrade", "remove", "enable", "disable", "query"};
 constexpr std::array phpDefaults{"-d", "variables_order=EGPCS", "-d", "safe_mode=0", "-d", "open_basedir="};
 
-/// What runs the script: an interpreter and its own arguments, or nothing for a script that is a program itself.
-struct Interpreter {
-    std::string path;
-    std::vector<std::string> arguments;
-};
-
 /// The first candidate that everybody may run; nothing after a message when there is none.
-std::optional<Interpreter> firstExecutable(const std::vector<std::string>& candidates,
-                                           const std::vector<std::string>& arguments, const char* kind) {
+std::optional<ScriptInterpreter> firstExecutable(const std::vector<std::string>& candidates,
+                                                 const std::vector<std::string>& arguments, const char* kind) {
     const auto found = std::ranges::find_if(candidates, fsa_is_file_executable);
     if (found != candidates.end())
-        return Interpreter{*found, arguments};
+        return ScriptInterpreter{*found, arguments};
     std::cerr << "Unable to find command line " << kind << " interpreter.\n";
     return std::nullopt;
 }
 
-std::optional<Interpreter> chooseInterpreter(const std::string& language, const std::string& phpCli) {
+std::optional<ScriptInterpreter> chooseInterpreter(const std::string& language, const std::string& phpCli) {
     if (language == "php" || language == "zt-engine-nimborun") {
         std::vector<std::string> candidates;
         if (language == "zt-engine-nimborun")
@@ -54,73 +47,28 @@ std::optional<Interpreter> chooseInterpreter(const std::string& language, const 
     if (language == "perl")
         return firstExecutable({"/usr/bin/perl", "/usr/local/bin/perl"}, {}, "perl");
     if (language == "binary")
-        return Interpreter{};
+        return ScriptInterpreter{};
     std::cerr << "Config script language '" << language << "' is not supported!\n";
     return std::nullopt;
 }
 
-/// A script of a package, and what runs it.
-struct Script {
-    Interpreter interpreter;
-    std::string directory;
-    std::string file;
-};
-
-/// The script that the package or, since format version 1.1, the caller chooses; nothing after a message.
-std::optional<Script> chooseScript(const std::string& fullName, const std::string& scriptFile,
-                                   const std::string& language, const std::string& phpCli) {
-    const std::string packageDir = get_package_script_path(fullName.c_str());
-    if (packageDir.empty())
-        return std::nullopt;
-    const nimbo::FSAMetaDataReader reader(metadataFileOf(packageDir));
-    const bool callerChooses = reader.formatVersion == "1.1" || reader.formatVersion == "1.2";
-    auto interpreter = chooseInterpreter(callerChooses ? language : reader.scriptLanguage, phpCli);
-    if (!interpreter)
-        return std::nullopt;
-    return Script{std::move(*interpreter), joined(packageDir, "scripts"), callerChooses ? scriptFile : "configure"};
-}
-
-int startAndWait(const Interpreter& interpreter, const std::string& script, const std::string& action,
-                 const std::vector<std::string>* additional) {
-    const bool isProgram = interpreter.path.empty();
-    const std::string& program = isProgram ? script : interpreter.path;
+int startAndWait(const PackageScript& script, const std::string& action, const std::vector<std::string>& additional) {
+    const bool isProgram = script.interpreter.path.empty();
+    const std::string program = isProgram ? script.path() : script.interpreter.path;
     ArgList arguments{program};
-    for (const std::string& argument : interpreter.arguments)
+    for (const std::string& argument : script.interpreter.arguments)
         arguments.append(argument);
     if (!isProgram)
-        arguments.append(script);
+        arguments.append(script.path());
     arguments.append(action);
-    if (additional != nullptr)
-        for (const std::string& argument : *additional)
-            arguments.append(argument);
+    for (const std::string& argument : additional)
+        arguments.append(argument);
 
     // A caller that ignores SIGCHLD hands that down, and then the system keeps no exit status to wait for.
     const ScopedDisposition reaping(SIGCHLD, SIG_DFL);
     const pid_t pid = forkExecvPipes(-1, STDOUT_FILENO, STDERR_FILENO, program, arguments, {}, {});
     // A child that could not execute the program comes here too: its wait fails, and so it ends with status 255.
     return fork_exec_waitpid(pid, program.c_str(), nullptr);
-}
-
-int runScript(const Script& script, const std::string& action, const std::string& user,
-              const std::vector<std::string>* additional) {
-    const std::string path = joined(script.directory, script.file);
-    boost::system::error_code undetermined;
-    if (!boost::filesystem::exists(path, undetermined))
-        return 0; // a package need not have a script for every action
-    p_setuid(user.c_str());
-    if (chdir(script.directory.c_str()) != 0) {
-        std::cerr << "Unable to change current directory to " << script.directory << '\n';
-        return 1;
-    }
-    // What a script makes may be what pages run, so others must not write it because the caller was careless.
-    const mode_t callers = umask(022);
-    umask(callers | 022);
-    const int result = startAndWait(script.interpreter, path, action, additional);
-    // Sets both offsets to 2: the number behind `end` is taken for a position.  This is fixed behaviour.  On a pipe or
-    // terminal it only sets the stream's fail state.
-    std::cout.seekp(std::ostream::pos_type(std::ios_base::end));
-    std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));
-    return result;
 }
 
 } // namespace
@@ -148,10 +96,45 @@ int runApplicationScript(int argc, char** argv) {
                                     additional.empty() ? nullptr : &additional);
 }
 
+std::string PackageScript::path() const {
+    return joined(directory, file);
+}
+
+std::optional<PackageScript> chooseScript(const std::string& fullName, const std::string& scriptFile,
+                                          const std::string& language, const std::string& phpCli) {
+    const std::string packageDir = get_package_script_path(fullName.c_str());
+    if (packageDir.empty())
+        return std::nullopt;
+    const nimbo::FSAMetaDataReader reader(metadataFileOf(packageDir));
+    const bool callerChooses = reader.formatVersion == "1.1" || reader.formatVersion == "1.2";
+    auto interpreter = chooseInterpreter(callerChooses ? language : reader.scriptLanguage, phpCli);
+    if (!interpreter)
+        return std::nullopt;
+    return PackageScript{.interpreter = std::move(*interpreter),
+                         .directory = joined(packageDir, "scripts"),
+                         .file = callerChooses ? scriptFile : "configure"};
+}
+
+int runScript(const PackageScript& script, const std::string& action, const std::vector<std::string>& additional) {
+    if (chdir(script.directory.c_str()) != 0) {
+        std::cerr << "Unable to change current directory to " << script.directory << '\n';
+        return 1;
+    }
+    // What a script makes may be what pages run, so others must not write it because the caller was careless.
+    const mode_t callers = umask(022);
+    umask(callers | 022);
+    const int result = startAndWait(script, action, additional);
+    // Sets both offsets to 2: the number behind `end` is taken for a position.  This is fixed behaviour.  On a pipe or
+    // terminal it only sets the stream's fail state.
+    std::cout.seekp(std::ostream::pos_type(std::ios_base::end));
+    std::cerr.seekp(std::ostream::pos_type(std::ios_base::end));
+    return result;
+}
+
 int fsa_run_configure_script(const std::string& fullName, const std::string& action, const std::string& user,
                              const std::string& scriptFile, const std::string& language, const std::string& phpCli,
                              const std::vector<std::string>* additional) {
-    std::optional<Script> script;
+    std::optional<PackageScript> script;
     try {
         script = chooseScript(fullName, scriptFile, language, phpCli);
     } catch (const nimbo::FSACommonException& failure) {
@@ -164,7 +147,11 @@ int fsa_run_configure_script(const std::string& fullName, const std::string& act
         return 1; // the panel tells this refusal from all others
     }
     try {
-        return runScript(*script, action, user, additional);
+        boost::system::error_code undetermined;
+        if (!boost::filesystem::exists(script->path(), undetermined))
+            return 0; // a package need not have a script for every action
+        p_setuid(user.c_str());
+        return runScript(*script, action, additional != nullptr ? *additional : std::vector<std::string>());
     } catch (const std::exception& failure) {
         std::cerr << "Caught exception: " << failure.what() << '\n';
         return -1;
