@@ -20,7 +20,8 @@ int writeAll(int fd, const char* data, std::size_t size) {
     return 0;
 }
 
-/// \return 0 or an errno value.
+} // namespace
+
 int copyContent(int from, int to, off_t size) {
     off_t copied = 0;
     while (copied < size) {
@@ -41,8 +42,6 @@ int copyContent(int from, int to, off_t size) {
     }
     return 0;
 }
-
-} // namespace
 
 CopyOutcome copyToNewFile(const LastDirectory::Place& source, const LastDirectory::Place& target, mode_t mode,
                           bool isModeKept) {

@@ -4,6 +4,11 @@
 
 #include <sys/types.h>
 
+/// Copies all that a regular file holds to another one, both from where their descriptors stand.
+/// \param size of the file that is read, as fstat(2) tells; a file that says 0 is read all the same (proc(5)).
+/// \return 0, or the errno value of the failing call; the other file may have a part then.
+int copyContent(int from, int to, off_t size);
+
 /// What became of one copy.
 struct CopyOutcome {
     int error;       ///< 0, or the errno value of the first failing call
