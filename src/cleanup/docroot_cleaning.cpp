@@ -8,10 +8,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -74,7 +72,7 @@ const std::vector<fs::path>& vhostAllDirs() {
 
 void DeleteDirEntry::operator()(const fs::path& relative) const {
     const std::string_view text = relative.native();
-    const std::string_view name = text.substr(0, text.find('/'));
+    const std::string_view name = firstElementOf(text);
     const auto isSame = [&](const fs::path& directory) { return directory.native() == text; };
     if (std::ranges::any_of(vhostAllDirs(), isSame) || isKept(name, params))
         return;
@@ -101,10 +99,11 @@ void DeleteDirEntry::remove(const std::string& target) const {
 }
 
 void cleanDirContent(std::vector<fs::path>* entries, const fs::path& vhostDir, const ExtractParams& params) {
-    std::multimap<std::string, fs::path, std::greater<>> sorted;
+    std::vector<std::pair<std::string, fs::path>> keyed;
     for (fs::path& entry : *entries)
-        sorted.emplace(pathKey(entry), std::move(entry));
-    std::ranges::transform(sorted, entries->begin(), [](auto& keyed) { return std::move(keyed.second); });
+        keyed.emplace_back(pathKey(entry), std::move(entry));
+    sortContentsFirst(keyed);
+    std::ranges::transform(keyed, entries->begin(), [](auto& entry) { return std::move(entry.second); });
     std::for_each(entries->begin(), entries->end(), DeleteDirEntry(vhostDir, params));
 }
 

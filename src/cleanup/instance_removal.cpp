@@ -1,6 +1,7 @@
 #include "cleanup/instance_removal.h"
 
 #include "files/paths.h"
+#include "files/subdirectory.h"
 #include "xml/document.h"
 
 #include <algorithm>
@@ -105,30 +106,31 @@ std::vector<InstanceEntry> filelistXmlRead() {
     return readInstalledFiles(std::cin);
 }
 
+void sortForRemoval(std::vector<InstanceEntry>& entries) {
+    std::vector<std::pair<InstallSection, std::string>> keys;
+    keys.reserve(entries.size());
+    for (auto& [section, path] : entries)
+        keys.emplace_back(section, pathKey(std::exchange(path, {}))); // a list may be long: hold its texts once
+    entries.clear();
+    sortContentsFirst(keys);
+    for (auto& [section, key] : keys)
+        entries.emplace_back(section, pathOfKey(std::move(key)));
+}
+
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter) {
-    std::string relative;
-    relative.reserve(prefix.size() + entry.second.size() + 16);
-    relative.append(entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs");
-    if (prefix != "." && !prefix.empty())
-        relative.append("/").append(prefix);
-    if (!entry.second.empty())
-        relative.append("/").append(entry.second.native());
-    deleter(std::move(relative));
+    const std::string section = entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs";
+    const std::string directory = prefix == documentRootItself ? section : below(section, prefix);
+    deleter(below(directory, entry.second.native()));
 }
 
 void deleteInstance(const std::string& vhostPath, const ExtractParams& params, const std::string& prefix) {
     std::vector<InstanceEntry> entries = filelistXmlRead();
-    if (prefix != "." && prefix != "/")
+    if (!isDocumentRoot(prefix))
         entries.emplace_back(InstallSectionHtdocs, fs::path()); // the instance's own directory, which no list names
-    // In descending order contents come before the directories that hold them.
-    std::vector<std::pair<InstallSection, std::string>> keys;
-    keys.reserve(entries.size());
-    for (InstanceEntry& entry : entries)
-        keys.emplace_back(entry.first, pathKey(std::exchange(entry.second, {})));
-    std::stable_sort(keys.begin(), keys.end());
+    sortForRemoval(entries);
     const DeleteDirEntry remove(vhostPath, params);
-    for (auto key = keys.rbegin(); key != keys.rend(); ++key)
-        deleteInstanceEntry({key->first, pathOfKey(std::move(key->second))}, prefix, remove);
+    for (const InstanceEntry& entry : entries)
+        deleteInstanceEntry(entry, prefix, remove);
 }
 
 void lark_delete_instance(const char* vhostPath, const extract_params* params, const char* prefix) {

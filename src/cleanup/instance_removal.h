@@ -34,6 +34,10 @@ std::vector<InstanceEntry> readInstalledFiles(std::istream& in);
 /// readInstalledFiles of standard input.
 std::vector<InstanceEntry> filelistXmlRead();
 
+/// Brings entries into the order of their removal: those below the document root first, and in each section contents
+/// before the directory that holds them.  Their paths become normal but for a "." at the end.
+void sortForRemoval(std::vector<InstanceEntry>& entries);
+
 /// Removes one entry of the instance that lies in `prefix` below its section's directory ("." for the directory
 /// itself).
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter);

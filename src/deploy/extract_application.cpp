@@ -2,6 +2,7 @@
 
 #include "cleanup/docroot_cleaning.h"
 #include "deploy/htdocs_installer.h"
+#include "files/subdirectory.h"
 #include "metadata/exceptions.h"
 #include "metadata/metadata_reader.h"
 #include "metadata/package_location.h"
@@ -70,7 +71,7 @@ int fsa_extract_application(const std::string& fullName, const std::string& vhos
     }
 
     p_setuid(userName.c_str());
-    if (applicationSubdirectory == "." && cleanDocroot != 0)
+    if (applicationSubdirectory == documentRootItself && cleanDocroot != 0)
         ::cleanDocroot(vhostPath, documentRootAlone(wwwRoot));
     umask(022);
     const bool isInstalled =

@@ -1,5 +1,7 @@
 #include "deploy/file_copy.h"
 
+#include "runtime/handles.h"
+
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
@@ -43,8 +45,7 @@ int copyContent(int from, int to, off_t size) {
     return 0;
 }
 
-CopyOutcome copyToNewFile(const LastDirectory::Place& source, const LastDirectory::Place& target, mode_t mode,
-                          bool isModeKept) {
+CopyOutcome copyToNewFile(const Place& source, const Place& target, mode_t mode, bool isModeKept) {
     // O_NONBLOCK: a FIFO under this name would otherwise block here, before it can be refused.
     const UniqueFd from(openat(source.directory, source.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/last_directory.h"
+#include "files/place.h"
 
 #include <sys/types.h>
 
@@ -22,5 +22,4 @@ struct CopyOutcome {
 /// Written out because the library's copy does not tell whether it made the file, and cannot open one by its directory.
 /// \param isModeKept true: an earlier copy of this mode into the target's directory told so, and no look is spent.
 /// \return error EINVAL when the source is no regular file, EEXIST when the target exists in any form.
-CopyOutcome copyToNewFile(const LastDirectory::Place& source, const LastDirectory::Place& target, mode_t mode,
-                          bool isModeKept);
+CopyOutcome copyToNewFile(const Place& source, const Place& target, mode_t mode, bool isModeKept);

@@ -1,5 +1,6 @@
 #include "deploy/htdocs_installer.h"
 
+#include "files/subdirectory.h"
 #include "metadata/exceptions.h"
 
 #include <iostream>

@@ -70,28 +70,21 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const 
     const std::string sourceDirectory = joined(plan.packageDir, path);
 
     // Listed before the source is looked for: a writable mapping may name a directory that the site already has.
-    (mapping.writable ? plan.writableTargets : plan.plainTargets)
-        .push_back(url.empty() ? plan.destinationRoot : joined(plan.destinationRoot, url));
+    (mapping.writable ? plan.writableTargets : plan.plainTargets).push_back(below(plan.destinationRoot, url));
     const fs::file_status source = statusOf(sourceDirectory, failures);
     if (!fs::exists(source))
         return;
 
     add(plan, {url, number, fs::is_directory(source) ? EntryKind::Directory : EntryKind::Unknown, false});
     const CgiRule cgi(mapping.cgiHandlers);
-    const std::string prefix = url.empty() ? url : url + "/";
     const auto addEntry = [&](std::string_view entry, EntryKind kind) {
         if (!entry.empty())
-            add(plan, {prefix + std::string(entry), number, kind, cgi.isProgram(entry)});
+            add(plan, {below(url, entry), number, kind, cgi.isProgram(entry)});
     };
     visitDirContent(sourceDirectory, addEntry, failures.unlisted);
 }
 
 } // namespace
-
-std::string destinationRootOf(const std::string& wwwRoot, const std::string& applicationSubdirectory) {
-    const bool isRoot = applicationSubdirectory == "." || applicationSubdirectory == "/";
-    return isRoot ? wwwRoot : joined(wwwRoot, applicationSubdirectory);
-}
 
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
                        const std::list<FSAMetaDataWebContent>& mappings) {

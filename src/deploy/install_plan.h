@@ -64,10 +64,6 @@ struct InstallPlan {
     void appendSourcePath(std::string& text, const PlannedCopy& copy) const;
 };
 
-/// The place that an application goes to: the document root for the subdirectories "." and "/", otherwise both joined
-/// by a slash as they stand.
-std::string destinationRootOf(const std::string& wwwRoot, const std::string& applicationSubdirectory);
-
 /// Plans the copies of all mappings, which are to be given in the reader's order: a later mapping's record for the same
 /// target wins.  Reads the package's directories and looks at no target.  A mapping without a source is a line on
 /// standard error, and so is a directory that cannot be listed.

@@ -2,9 +2,11 @@
 
 #include "deploy/file_copy.h"
 #include "files/entry_handle.h"
+#include "files/last_directory.h"
 #include "files/paths.h"
 #include "metadata/exceptions.h"
 #include "runtime/accounts.h"
+#include "runtime/errors.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
@@ -24,10 +26,6 @@ mode_t bitsForUser(const struct stat& status, const std::string& userName) {
     static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
     static const gid_t kroclnGid = get_group_id("krocln");
     return status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
-}
-
-bool isNotFound(int error) {
-    return error == ENOENT || error == ENOTDIR;
 }
 
 /// The copying of one plan: where it is, and which directories the site's user can write.
@@ -67,9 +65,10 @@ private:
 
     /// Gives the target's parent the access that the copy needs.
     void enterParent() {
-        if (!parent_.empty() && liesDirectlyIn(target_, parent_))
+        const std::string_view parent = parentOf(target_);
+        if (parent == parent_)
             return;
-        parent_ = parentOf(target_);
+        parent_ = parent;
         keptMode_ = 0;
         if (entered_.contains(parent_))
             return;

@@ -15,11 +15,6 @@
 
 namespace {
 
-/// True when the system takes the path for a directory's, whatever stands there.
-bool wantsDirectory(const std::string& path) {
-    return path.ends_with('/') || path.ends_with("/.");
-}
-
 void openEntry(const EntryHandle& entry, const std::string& path, bool isMappingRoot, const std::string& userName) {
     if (entry.error() != 0)
         throw nimbo::FSAFileException("Unable to stat file  " + path + " mode: " + std::strerror(entry.error()));
@@ -38,7 +33,7 @@ public:
         std::map<std::string, bool> all;
         for (const std::string& target : writableTargets) {
             bool& endsInSlash = all.try_emplace(placeKey(target), true).first->second;
-            endsInSlash = endsInSlash && wantsDirectory(target);
+            endsInSlash = endsInSlash && isWrittenAsDirectory(target);
         }
         for (const auto& [key, endsInSlash] : all) // what lies in a tree comes directly behind it
             if (trees_.empty() || !key.starts_with(trees_.rbegin()->first))
@@ -64,7 +59,7 @@ EntryHandle find(const std::string& path, NoLinksBelow& tree, const std::string&
     EntryHandle entry = tree.find(below);
     const mode_t type = entry.status().st_mode;
     // A link in an open tree is refused by what it is, however its path ends.
-    if (entry.error() == 0 && wantsDirectory(path) && !S_ISDIR(type) && !S_ISLNK(type))
+    if (entry.error() == 0 && isWrittenAsDirectory(path) && !S_ISDIR(type) && !S_ISLNK(type))
         return EntryHandle(ENOTDIR);
     return entry;
 }

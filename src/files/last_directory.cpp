@@ -20,22 +20,19 @@ UniqueFd openWithoutLinks(int from, std::string_view directory) {
 
 } // namespace
 
-LastDirectory::Place LastDirectory::of(const std::string& path) {
-    const Place whole{AT_FDCWD, path.c_str()};
-    if (path.size() >= PATH_MAX)
-        return whole;
-    if (path_.empty() || !liesDirectlyIn(path, path_)) {
-        const auto slash = path.rfind('/');
-        if (slash == std::string::npos || slash == 0 || slash + 1 == path.size())
-            return whole;
-        hold(std::string_view(path).substr(0, slash));
-    }
-    return directory_.get() < 0 ? whole : Place{directory_.get(), path.c_str() + path_.size() + 1};
+Place LastDirectory::of(const std::string& path) {
+    const std::string_view directory = parentOf(path);
+    const std::string_view name = nameIn(path);
+    if (directory.empty() || directory == "/" || name.empty() || path.size() >= PATH_MAX)
+        return {AT_FDCWD, path.c_str()};
+    if (directory != path_)
+        hold(directory);
+    return directory_.get() < 0 ? Place{AT_FDCWD, path.c_str()} : Place{directory_.get(), name.data()};
 }
 
 void LastDirectory::hold(std::string_view directory) {
     const bool isBelow = directory_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
-    if (directory.find("../") != std::string_view::npos || directory.ends_with(".."))
+    if (hasDotDot(directory))
         directory_ = UniqueFd();
     else if (isBelow)
         directory_ = openWithoutLinks(directory_.get(), withoutLeadingSlashes(directory.substr(path_.size())));

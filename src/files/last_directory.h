@@ -1,5 +1,6 @@
 #pragma once
 
+#include "files/place.h"
 #include "runtime/handles.h"
 
 #include <string>
@@ -9,12 +10,6 @@
 /// This is for speed: it never fails, and what a path leads to is the same as without it.
 class LastDirectory {
 public:
-    /// What to hand to the *at(2) calls.
-    struct Place {
-        int directory;    ///< AT_FDCWD where the name is the whole path
-        const char* name; ///< points into the path that was asked for
-    };
-
     LastDirectory() = default;
     /// A copy holds nothing yet.
     LastDirectory(const LastDirectory& /*other*/) {}

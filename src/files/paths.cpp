@@ -10,24 +10,22 @@ bool isPlain(std::string_view path) {
     return !path.empty() && !path.starts_with('/') && !path.ends_with('/') && path.find("//") == std::string_view::npos;
 }
 
-void replaceEach(std::string& text, char from, char to) {
-    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + 1))
-        text[at] = to;
-}
-
-/// \param element one element or several.
-void appendElement(std::string& path, std::string_view element) {
-    if (!path.empty() && !path.ends_with('/'))
-        path.push_back('/');
-    path.append(element);
-}
-
 } // namespace
 
 std::string joined(std::string_view directory, std::string_view rest) {
     std::string path;
     path.reserve(directory.size() + 1 + rest.size());
     return path.append(directory).append("/").append(rest);
+}
+
+std::string below(std::string_view directory, std::string_view rest) {
+    return directory.empty() || rest.empty() ? std::string(directory).append(rest) : joined(directory, rest);
+}
+
+void appendElement(std::string& path, std::string_view element) {
+    if (!path.empty() && !path.ends_with('/'))
+        path.push_back('/');
+    path.append(element);
 }
 
 std::string withElements(std::string_view directory, std::string_view rest) {
@@ -40,11 +38,8 @@ std::string withElements(std::string_view directory, std::string_view rest) {
         appendElement(path, rest);
         return path;
     }
-    for (; !rest.empty(); rest = withoutLeadingSlashes(rest)) {
-        const auto end = std::min(rest.find('/'), rest.size());
-        appendElement(path, rest.substr(0, end));
-        rest.remove_prefix(end);
-    }
+    for (const std::string_view element : ElementsOf(rest))
+        appendElement(path, element);
     if (endsInSlash)
         appendElement(path, ".");
     return path;
@@ -62,10 +57,23 @@ std::string_view parentOf(std::string_view path) {
     return path.substr(0, end == std::string_view::npos ? 1 : end + 1);
 }
 
-bool liesDirectlyIn(std::string_view path, std::string_view directory) {
-    const std::size_t length = directory.size();
-    return path.size() > length + 1 && path[length] == '/' && path.starts_with(directory) &&
-           path.find('/', length + 1) == std::string_view::npos;
+std::string_view nameIn(std::string_view path) {
+    return path.substr(path.rfind('/') + 1); // from the begin where there is no slash
+}
+
+std::string_view firstElementOf(std::string_view path) {
+    return path.substr(0, path.find('/'));
+}
+
+bool isWrittenAsDirectory(std::string_view path) {
+    return path.ends_with('/') || path.ends_with("/.");
+}
+
+bool hasDotDot(std::string_view path) {
+    for (const std::string_view element : ElementsOf(path))
+        if (element == "..")
+            return true;
+    return false;
 }
 
 std::string normalPath(std::string_view path) {
@@ -80,7 +88,7 @@ std::string pathKey(const boost::filesystem::path& path) {
     key.reserve(text.size() + 2);
     if (isPlain(text)) {
         key.append(text).push_back('\0');
-        replaceEach(key, '/', '\0');
+        std::ranges::replace(key, '/', '\0');
         return key;
     }
     for (const boost::filesystem::path& element : path)
@@ -106,7 +114,7 @@ std::string pathOfKey(std::string key) {
     if (!key.starts_with('/')) { // a root would bring a slash of its own
         if (!key.empty())
             key.pop_back();
-        replaceEach(key, '\0', '/');
+        std::ranges::replace(key, '\0', '/');
         return key;
     }
     std::string path;
@@ -116,4 +124,9 @@ std::string pathOfKey(std::string key) {
         rest.remove_prefix(end + 1);
     }
     return path;
+}
+
+std::string_view keyAbove(std::string_view key) {
+    key.remove_suffix(1); // the NUL of the last element
+    return key.substr(0, key.rfind('\0') + 1);
 }

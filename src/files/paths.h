@@ -1,13 +1,22 @@
 #pragma once
 
+#include <algorithm>
 #include <boost/filesystem/path.hpp>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Paths as text.  Nothing here looks at the file system, so neither ".." nor symbolic links are resolved.
 
 /// Both with one slash between them, as they stand.
 std::string joined(std::string_view directory, std::string_view rest);
+
+/// What lies at `rest` below the directory: both joined, but of an empty one only the other.
+std::string below(std::string_view directory, std::string_view rest);
+
+/// Appends an element after one slash.
+void appendElement(std::string& path, std::string_view element);
 
 /// The directory and, each after one slash, the elements of `rest`.  Of an empty directory they are a relative path.  A
 /// slash at the end of `rest` becomes a "." element, as in the path library.
@@ -19,8 +28,43 @@ std::string_view withoutLeadingSlashes(std::string_view path);
 /// "a".
 std::string_view parentOf(std::string_view path);
 
-/// True when the path is the directory, one slash and one element, as text.
-bool liesDirectlyIn(std::string_view path, std::string_view directory);
+/// What stands behind the last slash: "b" for "a/b" and for "b"; "" for "a/".
+std::string_view nameIn(std::string_view path);
+
+/// What stands before the first slash: "a" for "a/b" and for "a"; "" for "/a".
+std::string_view firstElementOf(std::string_view path);
+
+/// The elements between the slashes of a path, to be iterated.  Empty ones are left out.
+class ElementsOf {
+public:
+    struct End {};
+    class Iterator {
+    public:
+        explicit Iterator(std::string_view path) : rest_(withoutLeadingSlashes(path)) {}
+        std::string_view operator*() const { return firstElementOf(rest_); }
+        Iterator& operator++() { return *this = Iterator(rest_.substr(firstElementOf(rest_).size())); }
+        bool operator!=(End /*end*/) const { return !rest_.empty(); }
+
+    private:
+        std::string_view rest_;
+    };
+
+    /// \param path its text must stay as it is while it is iterated.
+    explicit ElementsOf(std::string_view path) : path_(path) {}
+
+    Iterator begin() const { return Iterator(path_); }
+    End end() const { return {}; }
+
+private:
+    std::string_view path_;
+};
+
+/// True for a path that is written as only a directory's can be: one that ends in a slash or in "/.".  The system takes
+/// it for a directory's whatever stands there.
+bool isWrittenAsDirectory(std::string_view path);
+
+/// True when one of the elements is "..".
+bool hasDotDot(std::string_view path);
 
 /// The path with single slashes, none at its end and no "." elements; empty where nothing is left.
 std::string normalPath(std::string_view path);
@@ -37,3 +81,13 @@ std::string placeKey(const boost::filesystem::path& path);
 
 /// The path that a key stands for, its elements joined by single slashes.
 std::string pathOfKey(std::string key);
+
+/// The key without its last element.
+/// \param key not empty.
+std::string_view keyAbove(std::string_view key);
+
+/// Sorts keys, or what begins with keys, so that what a directory holds comes before the directory.
+template <class Keyed>
+void sortContentsFirst(std::vector<Keyed>& keyed) {
+    std::stable_sort(keyed.begin(), keyed.end(), std::greater<>());
+}

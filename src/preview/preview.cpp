@@ -1,6 +1,7 @@
 #include "preview/preview.h"
 
 #include "files/paths.h"
+#include "files/subdirectory.h"
 #include "metadata/exceptions.h"
 #include "metadata/package_location.h"
 #include "metadata/passed_over.h"

@@ -43,3 +43,7 @@ void throwSystemError(const std::string& message, int error) {
 }
 
 } // namespace nimbo
+
+bool isNotFound(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}

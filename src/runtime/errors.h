@@ -40,3 +40,6 @@ public:
 [[noreturn]] void throwSystemError(const std::string& message, int error);
 
 } // namespace nimbo
+
+/// True for the errno values of a look at a place where nothing is.
+bool isNotFound(int error);

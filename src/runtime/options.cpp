@@ -1,5 +1,7 @@
 #include "runtime/options.h"
 
+#include "runtime/one_line.h"
+
 #include <algorithm>
 #include <boost/algorithm/string/replace.hpp>
 #include <boost/program_options/errors.hpp>
@@ -22,7 +24,7 @@ struct OneLine {
 void validate(boost::any& value, const std::vector<std::string>& words, OneLine* /*type*/, int /*unused*/) {
     po::validators::check_first_occurrence(value);
     const std::string& word = po::validators::get_single_string(words);
-    if (word.find('\n') != std::string::npos)
+    if (!isOneLine(word))
         boost::throw_exception(po::invalid_option_value(word)); // as the library throws its own
     value = OneLine{word};
 }

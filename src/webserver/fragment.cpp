@@ -1,6 +1,7 @@
 #include "webserver/fragment.h"
 
 #include "metadata/exceptions.h"
+#include "runtime/one_line.h"
 
 #include <algorithm>
 #include <boost/algorithm/string/replace.hpp>
@@ -49,9 +50,9 @@ constexpr const char* cgiByExtension = "<IfModule mod_cgi.c>\n"
                                        "    SetHandler None\n"
                                        "  </Files>\n";
 
-/// A text of the metadata on its way into a line of the fragment, where a line break would begin another directive.
+/// A text of the metadata on its way into a line of the fragment.
 const std::string& requireOneLine(const std::string& text, const FSAMetaDataWebContent& mapping) {
-    if (text.find('\n') != std::string::npos)
+    if (!isOneLine(text))
         throw nimbo::FSAXMLException("the mapping of URL " + mapping.url + " has a line break in it");
     return text;
 }
@@ -149,8 +150,4 @@ std::string fragmentText(const std::list<FSAMetaDataWebContent>& mappings, const
         return {};
     const std::string directives = fragmentDirectives(mappings, settings);
     return directives.empty() ? directives : header + directives;
-}
-
-std::string subdirectoryPathOf(const std::string& applicationSubdirectory) {
-    return applicationSubdirectory == "." ? std::string() : "/" + applicationSubdirectory;
 }

@@ -10,7 +10,7 @@ struct FragmentSettings {
     bool php;                     ///< write PHP handlers
     bool cgi;                     ///< write CGI handlers
     std::string wwwRoot;          ///< document root
-    std::string subdirectoryPath; ///< the application's place below it: empty, or with a "/" in front
+    std::string subdirectoryPath; ///< the application's place below it, as of subdirectoryPathOf
 };
 
 /// True when the fragment has directives of a mapping, or is refused for what would stand in them.
@@ -27,6 +27,3 @@ std::string fragmentDirectives(const std::list<nimbo::FSAMetaDataWebContent>& ma
 /// where no fragment is wanted.
 /// \throw nimbo::FSAXMLException as fragmentDirectives.
 std::string fragmentText(const std::list<nimbo::FSAMetaDataWebContent>& mappings, const FragmentSettings& settings);
-
-/// The subdirectoryPath for an application's subdirectory, in which "." is the document root itself.
-std::string subdirectoryPathOf(const std::string& applicationSubdirectory);

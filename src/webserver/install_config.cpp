@@ -1,5 +1,6 @@
 #include "webserver/install_config.h"
 
+#include "files/subdirectory.h"
 #include "metadata/exceptions.h"
 #include "metadata/metadata_reader.h"
 #include "runtime/admitted_exceptions.h"
@@ -96,8 +97,7 @@ int installWebserverConfig(int argc, char** argv) {
     options.number({"disable-cgi-support", ""}, disableCgi);
     options.parse(argc, argv);
 
-    using namespace nimbo::layout;
-    std::string configPath = siteApplicationConfigDirectory(virtualHostOf(vhostPath)) + configFileName;
+    std::string configPath = nimbo::layout::fragmentPathOf(vhostPath, configFileName);
     return wtx_install_apache_conf(metadataFile, disablePhp, disableCgi, configPath, applicationSubdirectory, wwwRoot);
 }
 

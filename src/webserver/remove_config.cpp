@@ -16,7 +16,6 @@ int removeWebserverConfig(int argc, char** argv) {
     options.requiredAndIgnored(option::wwwRoot);
     options.parse(argc, argv);
 
-    using namespace nimbo::layout;
-    boost::filesystem::remove(siteApplicationConfigDirectory(virtualHostOf(vhostPath)) + configFileName);
+    boost::filesystem::remove(nimbo::layout::fragmentPathOf(vhostPath, configFileName));
     return 0;
 }

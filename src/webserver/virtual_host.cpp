@@ -15,4 +15,8 @@ std::string siteApplicationConfigDirectory(const VirtualHost& host) {
     return host.vhostsRoot + "/system/" + host.name + "/conf/" + "/siteapp.d/";
 }
 
+std::string fragmentPathOf(const std::string& vhostPath, const std::string& configFileName) {
+    return siteApplicationConfigDirectory(virtualHostOf(vhostPath)) + configFileName;
+}
+
 } // namespace nimbo::layout

@@ -18,4 +18,8 @@ VirtualHost virtualHostOf(const std::string& vhostPath);
 /// forms it.
 std::string siteApplicationConfigDirectory(const VirtualHost& host);
 
+/// Where an application's fragment lies.
+/// \param configFileName its name in that directory, taken as it stands: "../" is not refused.
+std::string fragmentPathOf(const std::string& vhostPath, const std::string& configFileName);
+
 } // namespace nimbo::layout

@@ -54,6 +54,22 @@ TEST(Paths, LieInOneAnotherByTheirElements) {
     EXPECT_FALSE(isSubdir("a", "/a"));
 }
 
+TEST(Paths, AreCutAtTheirSlashes) {
+    const auto elementsOf = [](std::string_view path) {
+        std::string elements;
+        for (const std::string_view element : ElementsOf(path))
+            elements.append(element).append("|");
+        return elements;
+    };
+    EXPECT_EQ(elementsOf("//a/./b//..c/"), "a|.|b|..c|");
+    EXPECT_EQ(elementsOf("/"), "");
+    EXPECT_TRUE(hasDotDot("a/../b"));
+    EXPECT_FALSE(hasDotDot("..a/b.."));
+    EXPECT_EQ(parentOf("a//b"), "a");
+    EXPECT_EQ(nameIn("a//b"), "b");
+    EXPECT_EQ(below("", "a") + below("a", "") + below("a/", "b"), "aaa//b");
+}
+
 TEST(Paths, AreOrderedByTheirElements) {
     const Words ascending{"", "/", "/a", "a", "a/", "a/b", "a/b/c", "a-b", "a\x80"};
     for (std::size_t i = 1; i < ascending.size(); ++i)

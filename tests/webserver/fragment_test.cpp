@@ -1,5 +1,6 @@
 #include "webserver/fragment.h"
 
+#include "files/subdirectory.h"
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
 
