@@ -2,7 +2,6 @@
 
 #include "files/paths.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 
@@ -12,33 +11,38 @@ constexpr int directoryFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
 } // namespace
 
-NoLinksBelow::NoLinksBelow(const std::string& root)
-    : root_(open(root.c_str(), directoryFlags)), error_(root_.get() < 0 ? errno : 0) {
+NoLinksBelow::NoLinksBelow(const std::string& root) : root_(open(root.c_str(), directoryFlags)) {
+    error_ = root_.get() < 0 ? errno : 0;
 }
 
 EntryHandle NoLinksBelow::find(const std::string& below) {
+    const Place place = placeOf(below);
+    return place.directory < 0 ? EntryHandle(errno) : EntryHandle(place.directory, place.name);
+}
+
+Place NoLinksBelow::placeOf(const std::string& below) {
     const std::string_view parent = parentOf(below);
     if (root_.get() >= 0 && parent != path_)
         enter(parent);
-    if (error_ != 0)
-        return EntryHandle(error_);
-    const char* const name = below.c_str() + (parent.empty() ? 0 : parent.size() + 1);
-    return {parent.empty() ? root_.get() : entered_.get(), below.empty() ? "." : name};
+    if (error_ != 0) {
+        errno = error_;
+        return {-1, below.c_str()};
+    }
+    return {parent.empty() ? root_.get() : entered_.get(), below.empty() ? "." : nameIn(below).data()};
 }
 
 /// Goes down from the root, or from the directory entered last if that is on the way, one element after the other.
 void NoLinksBelow::enter(std::string_view directory) {
     const bool isBelow = entered_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
     int above = isBelow ? entered_.get() : root_.get();
-    const std::size_t done = isBelow ? path_.size() + 1 : 0;
-    path_ = directory;
-    directory.remove_prefix(done);
+    const std::string_view rest = directory.substr(isBelow ? path_.size() : 0);
     error_ = 0;
-    while (!directory.empty() && error_ == 0) {
-        const auto end = std::min(directory.find('/'), directory.size());
-        entered_ = UniqueFd(openat(above, std::string(directory.substr(0, end)).c_str(), directoryFlags | O_NOFOLLOW));
+    for (const std::string_view element : ElementsOf(rest)) {
+        entered_ = UniqueFd(openat(above, std::string(element).c_str(), directoryFlags | O_NOFOLLOW));
         error_ = entered_.get() < 0 ? errno : 0;
+        if (error_ != 0)
+            break;
         above = entered_.get();
-        directory = withoutLeadingSlashes(directory.substr(end));
     }
+    path_ = directory;
 }
