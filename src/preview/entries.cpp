@@ -2,6 +2,8 @@
 
 #include "files/paths.h"
 
+#include <array>
+
 namespace {
 
 bool isElsewhere(std::string_view path) {
@@ -34,6 +36,11 @@ std::optional<std::string> addDirectoriesAbove(PreviewEntries& entries, const st
 }
 
 } // namespace
+
+const char* wordOf(EntryState state) {
+    constexpr std::array words{"new", "same", "changed", "blocked", "unknown"}; // by EntryState
+    return words.at(static_cast<std::size_t>(state));
+}
 
 PlannedEntries entriesOf(const std::vector<Source>& sources,
                          const std::function<bool(const std::string& path)>& isThere) {

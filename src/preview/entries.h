@@ -1,9 +1,41 @@
 #pragma once
 
-#include "preview/preview.h"
+#include "preview/findings.h"
 #include "preview/sources.h"
 
 #include <functional>
+#include <map>
+
+/// How an entry stands to what the site has at its place.
+enum class EntryState {
+    New,     ///< nothing is there
+    Same,    ///< a directory for a directory, or a file of the same content
+    Changed, ///< something else, which will be replaced
+    Blocked, ///< something on which the extraction fails, there or above
+    Unknown, ///< it cannot be read
+};
+
+/// "new", "same", ...
+const char* wordOf(EntryState state);
+
+/// What stands in the site at the place of an entry, links not followed.
+enum class Occupant { Nothing, File, Directory, Link, Other };
+
+/// What an extraction leaves at one place.
+struct PreviewEntry {
+    bool isDirectory = true;
+    unsigned mode = 0755;               ///< before anything is opened to the web server
+    std::optional<std::size_t> mapping; ///< that decides, in Preview::metadata; none for a directory made on the way
+    std::string source;                 ///< relative to the package, "" for the package itself; empty without a mapping
+    std::optional<std::uintmax_t> size; ///< in bytes, of a regular file, links followed
+    bool isInWritableTree = false;      ///< a mapping opens it to the web server, unless nothing is opened
+    bool isOpened = false;              ///< it is opened
+    std::optional<EntryState> state;    ///< where there is a site to compare with
+    Occupant occupant = Occupant::Nothing; ///< a directory where a file will be Changed is empty
+};
+
+/// By path below the destination, elements joined by single slashes; the destination itself is "".
+using PreviewEntries = std::map<std::string, PreviewEntry>;
 
 /// The entries of a plan, and where its copies get in each other's way.
 struct PlannedEntries {

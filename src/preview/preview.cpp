@@ -57,10 +57,9 @@ std::vector<std::string> scriptsOf(const std::string& packageDir) {
     return scripts;
 }
 
-bool isWhole(const MappingSources& mappings, const std::vector<Unread>& unread) {
-    return unread.empty() && std::ranges::all_of(mappings, [](const auto& mapping) {
-               return !mapping || mapping->error == 0 || mapping->isMissing();
-           });
+FragmentSettings fragmentSettingsOf(const PreviewSettings& settings) {
+    return {settings.php, settings.cgi, settings.wwwRoot.value_or(usualRoot),
+            subdirectoryPathOf(settings.applicationSubdirectory)};
 }
 
 /// Empty where none would be written.
@@ -71,6 +70,44 @@ std::string fragmentOf(const Mappings& mappings, const FragmentSettings& setting
     } catch (const nimbo::FSAXMLException&) {
         return {}; // a finding says why
     }
+}
+
+/// A package and how it would be installed: what the checks are made on.
+struct PackagePlan {
+    Site site;
+    MappingSources mappingSources;
+    InstallPlan install;
+    std::vector<Unread> unread;
+    std::vector<Source> sources;
+    OpenedTrees opened;
+
+    /// False while a part of the package cannot be read.
+    bool isWhole() const {
+        return unread.empty() && std::ranges::all_of(mappingSources, [](const auto& mapping) {
+                   return !mapping || mapping->error == 0 || mapping->isMissing();
+               });
+    }
+
+    /// The writable mapping that opens a path, both below the destination.
+    std::optional<std::string> openerOf(const std::string& path) const {
+        const std::string rootKey = placeKey(site.destination);
+        const auto opener = opened.openerOf(rootKey + pathKey(path));
+        return opener ? std::optional(pathOfKey(opener->substr(rootKey.size()))) : std::nullopt;
+    }
+};
+
+PackagePlan planPackage(const PreviewSettings& settings, const Mappings& mappings) {
+    const std::string wwwRoot = settings.wwwRoot.value_or(usualRoot);
+    const Site site{wwwRoot, destinationRootOf(wwwRoot, settings.applicationSubdirectory), settings.packageDir};
+    ReadPlan read = readPlan(settings.packageDir, site.destination, mappings);
+    std::vector<Source> sources = lookAtSources(read.plan);
+    const OpenedTrees opened(read.plan);
+    return {site,
+            lookAtMappings(settings.packageDir, mappings),
+            std::move(read.plan),
+            std::move(read.unread),
+            std::move(sources),
+            opened};
 }
 
 bool siteHasDirectory(const Site& site, const std::string& target) {
@@ -85,86 +122,85 @@ bool siteHasEntry(const Site& site, const std::string& target) {
            (S_ISDIR(status.st_mode) || S_ISREG(status.st_mode));
 }
 
-} // namespace
-
-const char* wordOf(EntryState state) {
-    constexpr std::array words{"new", "same", "changed", "blocked", "unknown"}; // by EntryState
-    return words.at(static_cast<std::size_t>(state));
+PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& plan) {
+    PlannedEntries planned = entriesOf(plan.sources, [&](const std::string& path) {
+        const bool isRoot = path.empty() && plan.site.destination == plan.site.wwwRoot;
+        return isRoot || (settings.wwwRoot && siteHasDirectory(plan.site, path));
+    });
+    for (auto& [path, entry] : planned.entries) {
+        entry.isInWritableTree = plan.openerOf(path).has_value();
+        entry.isOpened = entry.isInWritableTree && !settings.skipWebserverWrite;
+    }
+    return planned;
 }
 
-Preview previewPackage(const PreviewSettings& settings) {
-    // Read.
-    const std::string& packageDir = settings.packageDir;
+/// True when an extraction finds the place of a writable mapping that it has to open.
+bool isThereToOpen(const std::string& url, const PreviewSettings& settings, const PackagePlan& plan,
+                   const PreviewEntries& entries) {
+    if (settings.skipWebserverWrite || !plan.openerOf(normalPath(url)))
+        return true;
+    const auto entry = entries.find(normalPath(url));
+    return (entry != entries.end() && (entry->second.isDirectory || !url.ends_with('/'))) ||
+           (settings.wwwRoot && siteHasEntry(plan.site, url));
+}
+
+Findings checkPackage(const PreviewSettings& settings, const PackageDocument& document, const PackagePlan& plan,
+                      const PlannedEntries& planned) {
+    const Mappings& mappings = document.metadata.webContent;
+    Findings findings = checkPassedOver(document.passedOver);
+    append(findings, checkMappings(mappings, fragmentSettingsOf(settings)));
+    append(findings, checkMissing(mappings, plan.mappingSources, [&](const std::string& url) {
+               return isThereToOpen(url, settings, plan, planned.entries);
+           }));
+    append(findings, checkScripts(settings.packageDir, document.metadata.formatVersion));
+    append(findings, checkReadable(settings.packageDir, plan.mappingSources, plan.sources, plan.unread));
+    append(findings, checkSources(plan.sources));
+    append(findings, checkTargets(plan.sources));
+    append(findings, checkOutside(settings.packageDir, plan.mappingSources, plan.sources));
+    append(findings, checkShadowed(plan.install.shadowed));
+    append(findings, checkShadowed(planned.shadowed));
+    append(findings, planned.findings);
+    append(findings, checkShippedData(planned.entries, [&](const std::string& path) { return plan.openerOf(path); }));
+    return findings;
+}
+
+/// Gives the entries their states.
+Findings compareWithSite(const PreviewSettings& settings, const nimbo::FSAMetaDataReader& metadata,
+                         const PackagePlan& plan, PreviewEntries& entries) {
+    const auto previous = pathsBelowRoot(settings.previousList.value_or(std::vector<InstanceEntry>()));
+    Findings findings = checkAbove(plan.site);
+    append(findings, checkPlaces(entries, plan.site, previous, settings.isKnown, metadata));
+    if (!settings.skipWebserverWrite)
+        append(findings, checkOpenTrees(plan.install, entries));
+    return findings;
+}
+
+} // namespace
+
+PackageDocument readDocument(const PreviewSettings& settings) {
     const std::string file = documentOf(settings);
     const XmlDocument document = parseSilently(file);
-    const auto passedOver = document == nullptr ? std::vector<nimbo::PassedOver>() : nimbo::passedOver(document.get());
-    nimbo::FSAMetaDataReader metadata(document, file);
-    const Mappings& mappings = metadata.webContent;
-    const auto previous = settings.previousList ? std::optional(readList(*settings.previousList)) : std::nullopt;
-    std::vector<std::string> scripts = scriptsOf(packageDir);
+    auto passedOver = document == nullptr ? std::vector<nimbo::PassedOver>() : nimbo::passedOver(document.get());
+    return {nimbo::FSAMetaDataReader(document, file), std::move(passedOver)};
+}
 
-    // Plan.
-    const std::string wwwRoot = settings.wwwRoot.value_or(usualRoot);
-    const Site site{wwwRoot, destinationRootOf(wwwRoot, settings.applicationSubdirectory), packageDir};
-    const FragmentSettings fragmentSettings{settings.php, settings.cgi, wwwRoot,
-                                            subdirectoryPathOf(settings.applicationSubdirectory)};
-    std::string fragment = fragmentOf(mappings, fragmentSettings);
-    const MappingSources mappingSources = lookAtMappings(packageDir, mappings);
-    const ReadPlan read = readPlan(packageDir, site.destination, mappings);
-    const std::vector<Source> sources = lookAtSources(read.plan);
-
-    // Entries.
-    const bool hasSite = settings.wwwRoot.has_value();
-    PlannedEntries planned = entriesOf(sources, [&](const std::string& path) {
-        return (path.empty() && site.destination == wwwRoot) || (hasSite && siteHasDirectory(site, path));
-    });
-    PreviewEntries& entries = planned.entries;
-    const std::string rootKey = placeKey(site.destination);
-    const OpenedTrees opened(read.plan);
-    const auto openerOf = [&](const std::string& path) -> std::optional<std::string> {
-        const auto opener = opened.openerOf(rootKey + pathKey(path));
-        return opener ? std::optional(pathOfKey(opener->substr(rootKey.size()))) : std::nullopt;
-    };
-    for (auto& [path, entry] : entries)
-        entry.isOpened = !settings.skipWebserverWrite && openerOf(path);
-
-    // Checks.
-    Findings findings = checkPassedOver(passedOver);
-    append(findings, checkMappings(mappings, fragmentSettings));
-    append(findings, checkMissing(mappings, mappingSources, [&](const std::string& url) {
-               const auto entry = entries.find(normalPath(url));
-               const bool isOpened = !settings.skipWebserverWrite && openerOf(normalPath(url));
-               return !isOpened || (entry != entries.end() && (entry->second.isDirectory || !url.ends_with('/'))) ||
-                      (hasSite && siteHasEntry(site, url));
-           }));
-    append(findings, checkScripts(packageDir, metadata.formatVersion));
-    append(findings, checkReadable(packageDir, mappingSources, sources, read.unread));
-    append(findings, checkSources(sources));
-    append(findings, checkTargets(sources));
-    append(findings, checkOutside(packageDir, mappingSources, sources));
-    append(findings, checkShadowed(read.plan.shadowed));
-    append(findings, checkShadowed(planned.shadowed));
-    append(findings, std::move(planned.findings));
-    append(findings, checkShippedData(entries, openerOf));
-
-    // Comparison.
-    if (hasSite) {
-        const std::unordered_set<std::string> none;
-        append(findings, checkAbove(site));
-        append(findings, compareWithSite(entries, site, previous ? pathsBelowRoot(*previous) : none, metadata));
-        if (!settings.skipWebserverWrite)
-            append(findings, checkOpenTrees(read.plan, entries));
-    }
+Preview previewPackage(const PreviewSettings& settings, PackageDocument document) {
+    const Mappings& mappings = document.metadata.webContent;
+    const PackagePlan plan = planPackage(settings, mappings);
+    PlannedEntries planned = planEntries(settings, plan);
+    Findings findings = checkPackage(settings, document, plan, planned);
+    if (settings.wwwRoot)
+        append(findings, compareWithSite(settings, document.metadata, plan, planned.entries));
     std::optional<std::vector<InstanceEntry>> obsolete;
-    if (previous && isWhole(mappingSources, read.unread))
-        obsolete = obsoleteOf(*previous, entries);
-
+    if (settings.previousList && plan.isWhole())
+        obsolete = obsoleteOf(*settings.previousList, planned.entries);
+    std::string fragment = fragmentOf(mappings, fragmentSettingsOf(settings));
     return {
-        .metadata = std::move(metadata),
-        .mappingSources = mappingSources,
-        .entries = std::move(entries),
+        .metadata = std::move(document.metadata),
+        .mappingSources = plan.mappingSources,
+        .entries = std::move(planned.entries),
         .obsolete = std::move(obsolete),
-        .scripts = std::move(scripts),
+        .scripts = scriptsOf(settings.packageDir),
         .fragment = std::move(fragment),
         .findings = std::move(findings),
     };

@@ -2,13 +2,11 @@
 
 #include "cleanup/instance_removal.h"
 #include "metadata/metadata_reader.h"
-#include "preview/findings.h"
-#include "preview/sources.h"
+#include "metadata/passed_over.h"
+#include "preview/entries.h"
 
-#include <map>
-#include <optional>
-#include <string>
-#include <vector>
+#include <functional>
+#include <sys/stat.h>
 
 /// What to preview, and for which site.
 struct PreviewSettings {
@@ -16,37 +14,20 @@ struct PreviewSettings {
     std::string metadataFile;           ///< empty for the package's own document
     std::optional<std::string> wwwRoot; ///< document root of a site to compare with
     std::string applicationSubdirectory = ".";
-    std::optional<std::string> previousList; ///< installed-files document of the release that the site has now
-    bool skipWebserverWrite = false;
-    bool php = true; ///< the fragment has PHP handlers
-    bool cgi = true; ///< the fragment has CGI handlers
+    std::optional<std::vector<InstanceEntry>> previousList; ///< what the release had that the site has now
+    /// Says of a regular file of the site, by its path below the destination, that it has the content of the package's
+    /// file for this place.  Such a file is not read.  Empty for a caller who knows of none.
+    std::function<bool(const std::string& path, const struct stat& file)> isKnown;
+    bool skipWebserverWrite = false; ///< nothing is opened, and the site's trees are not looked at for it
+    bool php = true;                 ///< the fragment has PHP handlers
+    bool cgi = true;                 ///< the fragment has CGI handlers
 };
 
-/// How an entry stands to what the site has at its place.
-enum class EntryState {
-    New,     ///< nothing is there
-    Same,    ///< a directory for a directory, or a file of the same content
-    Changed, ///< something else, which will be replaced
-    Blocked, ///< something on which the extraction fails, there or above
-    Unknown, ///< it cannot be read
+/// A package's metadata document.
+struct PackageDocument {
+    nimbo::FSAMetaDataReader metadata;
+    std::vector<nimbo::PassedOver> passedOver; ///< findings are made of these; a caller with a reader has none
 };
-
-/// "new", "same", ...
-const char* wordOf(EntryState state);
-
-/// What an extraction leaves at one place.
-struct PreviewEntry {
-    bool isDirectory = true;
-    unsigned mode = 0755;               ///< before anything is opened to the web server
-    std::optional<std::size_t> mapping; ///< that decides, in Preview::metadata; none for a directory made on the way
-    std::string source;                 ///< relative to the package, "" for the package itself; empty without a mapping
-    std::optional<std::uintmax_t> size; ///< in bytes, of a regular file, links followed
-    bool isOpened = false;              ///< to the web server
-    std::optional<EntryState> state;    ///< where there is a site to compare with
-};
-
-/// By path below the destination, elements joined by single slashes; the destination itself is "".
-using PreviewEntries = std::map<std::string, PreviewEntry>;
 
 /// All that is known of a package before it is extracted.  A value, made without changing anything.
 struct Preview {
@@ -61,7 +42,11 @@ struct Preview {
     Findings findings;
 };
 
-/// Previews a package with the functions that the commands themselves use.  Prints nothing, and switches off for good
-/// what libxml2 prints.
-/// \throw std::exception or nimbo::FSAXMLException when the package, its document or the list cannot be used.
-Preview previewPackage(const PreviewSettings& settings);
+/// Reads a package's document, and switches off for good what libxml2 prints.
+/// \throw std::exception or nimbo::FSAXMLException when the package or its document cannot be used.
+PackageDocument readDocument(const PreviewSettings& settings);
+
+/// Previews a package with the functions that the commands themselves use.  Prints nothing.
+/// \param document as of readDocument; PreviewSettings::metadataFile does not count any more.
+/// \throw std::exception for a lack of memory and the like.
+Preview previewPackage(const PreviewSettings& settings, PackageDocument document);

@@ -2,6 +2,7 @@
 
 #include "preview/formats.h"
 #include "preview/preview.h"
+#include "preview/previous_list.h"
 #include "runtime/options.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <boost/program_options.hpp>
 #include <cerrno>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -35,7 +37,8 @@ struct Request {
     PreviewSettings package;
     std::string format = "text";
     bool summary = false;
-    std::vector<std::string> ignored; ///< codes
+    std::optional<std::string> previousList; ///< a file
+    std::vector<std::string> ignored;        ///< codes
 };
 
 po::options_description optionsInto(Request& request) {
@@ -51,7 +54,7 @@ po::options_description optionsInto(Request& request) {
          "document root of the site: stands in the fragment, and is looked at")
         ("application-subdirectory", po::value(&package.applicationSubdirectory)->value_name("SUB"),
          "place of the application below the document root (default: \".\", the root itself)")
-        ("previous-list", po::value<std::string>()->value_name("FILE")->notifier([&](const std::string& list) { package.previousList = list; }),
+        ("previous-list", po::value<std::string>()->value_name("FILE")->notifier([&](const std::string& list) { request.previousList = list; }),
          "installed-files document of the release that the site has now")
         ("skip-webserver-write", po::bool_switch(&package.skipWebserverWrite),
          "as for an extraction that opens nothing to the web server")
@@ -85,17 +88,19 @@ const Format& formatOf(const Request& request) {
         throw std::runtime_error("unknown format: " + request.format);
     if (request.summary && request.format != "text")
         throw std::runtime_error("a summary is for the format text");
-    if (request.format == "obsolete-files" && !request.package.previousList)
+    if (request.format == "obsolete-files" && !request.previousList)
         throw std::runtime_error("the format obsolete-files needs a previous list");
     return *format;
 }
 
-int printPreview(const Request& request) {
+int printPreview(Request request) {
     const Format& format = formatOf(request);
     for (const std::string& code : request.ignored)
         if (std::ranges::find(findingCodes, code) == findingCodes.end())
             throw std::runtime_error("unknown code: " + code);
-    Preview preview = previewPackage(request.package);
+    if (request.previousList)
+        request.package.previousList = readList(*request.previousList);
+    Preview preview = previewPackage(request.package, readDocument(request.package));
     std::erase_if(preview.findings, [&](const Finding& finding) {
         return std::ranges::find(request.ignored, finding.code) != request.ignored.end();
     });
@@ -134,5 +139,5 @@ int previewCommand(int argc, char** argv) {
     if (words.size() != 1)
         throw std::runtime_error(words.empty() ? "no package directory" : "more than one package directory");
     request.package.packageDir = words.front();
-    return printPreview(request);
+    return printPreview(std::move(request));
 }

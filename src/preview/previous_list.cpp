@@ -13,7 +13,7 @@ namespace {
 /// Where a path leads as text, so that "p/../q" is found as "q": what the new release has there is in use.
 std::string placeOf(const std::string& path) {
     const bool isPlain = path.find("..") == std::string::npos;
-    return isPlain ? path : normalPath(boost::filesystem::path(path).lexically_normal().native());
+    return normalPath(isPlain ? path : boost::filesystem::path(path).lexically_normal().native());
 }
 
 } // namespace
@@ -23,22 +23,18 @@ std::vector<InstanceEntry> readList(const std::string& file) {
     std::ifstream in(file);
     if (!in)
         throw std::runtime_error(file + ": " + std::strerror(errno));
-    std::vector<InstanceEntry> list;
     try {
-        list = readInstalledFiles(in);
+        return readInstalledFiles(in);
     } catch (const std::runtime_error& failure) {
         throw std::runtime_error(file + ": " + (in.bad() ? "it cannot be read" : failure.what()));
     }
-    for (InstanceEntry& entry : list)
-        entry.second = normalPath(entry.second.native());
-    return list;
 }
 
 std::unordered_set<std::string> pathsBelowRoot(const std::vector<InstanceEntry>& list) {
     std::unordered_set<std::string> paths;
     for (const auto& [section, path] : list)
         if (section == InstallSectionHtdocs)
-            paths.insert(path.native());
+            paths.insert(normalPath(path.native()));
     return paths;
 }
 
@@ -54,7 +50,7 @@ std::vector<InstanceEntry> obsoleteOf(const std::vector<InstanceEntry>& list, co
     std::vector<std::pair<InstallSection, std::string>> keys;
     for (const auto& [section, path] : list)
         if (section != InstallSectionHtdocs || !isInUse(path.native()))
-            keys.emplace_back(section, pathKey(path));
+            keys.emplace_back(section, pathKey(normalPath(path.native())));
     std::ranges::sort(keys, std::ranges::greater());
     keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
     std::vector<InstanceEntry> obsolete;

@@ -1,12 +1,13 @@
 #pragma once
 
-#include "preview/preview.h"
+#include "cleanup/instance_removal.h"
+#include "preview/entries.h"
 
 #include <string>
 #include <unordered_set>
 #include <vector>
 
-/// \return the entries of an installed-files document, their paths with single slashes.
+/// \return the entries of an installed-files document.
 /// \throw std::runtime_error when it cannot be read or is no such document.
 std::vector<InstanceEntry> readList(const std::string& file);
 

@@ -1,7 +1,6 @@
 #include "preview/site_comparison.h"
 
 #include "files/paths.h"
-#include "preview/sources.h"
 #include "runtime/handles.h"
 
 #include <array>
@@ -87,23 +86,33 @@ Standing withoutLook(int error) {
     return isNowhere(error) ? isFree : isUnreadable(error);
 }
 
-Standing standingAt(const std::string& target, const PreviewEntry& entry, const std::string& source) {
+Occupant occupantOf(mode_t mode) {
+    return S_ISREG(mode)   ? Occupant::File
+           : S_ISDIR(mode) ? Occupant::Directory
+           : S_ISLNK(mode) ? Occupant::Link
+                           : Occupant::Other;
+}
+
+Standing standingAt(const std::string& target, PreviewEntry& entry, const std::string& source,
+                    const std::function<bool(const struct stat& file)>& isKnown) {
     struct stat here {};
     if (lstat(target.c_str(), &here) != 0)
         return withoutLook(errno);
-    const bool isLink = S_ISLNK(here.st_mode);
+    entry.occupant = occupantOf(here.st_mode);
+    const bool isLink = entry.occupant == Occupant::Link;
     struct stat behind = here;
     if (isLink && stat(target.c_str(), &behind) != 0)
         return isNowhere(errno) ? isDeadLink : withoutLook(errno);
     if (entry.isDirectory)
         return !S_ISDIR(behind.st_mode) ? isFile : isLink ? isDirectoryLink : isEqual;
-    if (S_ISDIR(here.st_mode)) {
+    if (entry.occupant == Occupant::Directory) {
         boost::system::error_code failure;
         const bool isEmpty = fs::is_empty(target, failure);
         return failure ? withoutLook(failure.value()) : isEmpty ? isEmptyDirectory : isFullDirectory;
     }
-    const bool maySame = S_ISREG(here.st_mode) && entry.size == static_cast<std::uintmax_t>(here.st_size);
-    return maySame ? compareContents(source, target) : isDifferent;
+    if (entry.occupant != Occupant::File || entry.size != static_cast<std::uintmax_t>(here.st_size))
+        return isDifferent;
+    return isKnown(here) ? isEqual : compareContents(source, target);
 }
 
 /// True when the nearest entry above a missing path is no directory, links followed, so that nothing can be made there.
@@ -138,8 +147,8 @@ Finding linkFinding(const std::string& path, const PreviewEntry& entry, const Si
 
 } // namespace
 
-Findings compareWithSite(PreviewEntries& entries, const Site& site, const std::unordered_set<std::string>& previous,
-                         const nimbo::FSAMetaDataReader& metadata) {
+Findings checkPlaces(PreviewEntries& entries, const Site& site, const std::unordered_set<std::string>& previous,
+                     const KnownTest& isKnown, const nimbo::FSAMetaDataReader& metadata) {
     Findings findings;
     std::unordered_map<std::string, EntryState> obstacles; // directories whose state holds for all that is below
     std::unordered_set<std::string> unreadable;            // directories that have been told of
@@ -152,7 +161,8 @@ Findings compareWithSite(PreviewEntries& entries, const Site& site, const std::u
             standing.state = above->second;
         else if (!isBlockedAbove)
             standing = standingAt(path.empty() ? site.destination : joined(site.destination, path), entry,
-                                  joined(site.packageDir, entry.source));
+                                  joined(site.packageDir, entry.source),
+                                  [&](const struct stat& file) { return isKnown && isKnown(path, file); });
         entry.state = standing.state;
         if (entry.isDirectory && (standing.state == EntryState::Blocked || standing.state == EntryState::Unknown))
             obstacles.emplace(path, standing.state);
@@ -190,7 +200,7 @@ Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries) 
     Findings findings;
     const OpenedTrees opened(plan);
     const std::string rootKey = placeKey(plan.destinationRoot);
-    const auto ignore = [](const std::string&, int, const std::string&) {}; // compareWithSite tells of these
+    const auto ignore = [](const std::string&, int, const std::string&) {}; // checkPlaces tells of these
     std::unordered_set<std::string> looked;
     for (const std::string& target : plan.writableTargets) {
         const std::string targetKey = placeKey(target);
