@@ -10,8 +10,8 @@
 
 int main(int argc, char** argv) {
     openMissingStandardStreams();
-    letWritesFail();
     try {
+        letWritesFail();
         return do_main(argc, argv);
     } catch (const nimbo::NimboUtilException& exception) {
         std::cerr << exception.what() << '\n';

@@ -16,8 +16,8 @@ int refuse(const char* reason) {
 } // namespace
 
 int main(int argc, char** argv) {
-    letWritesFail();
     try {
+        letWritesFail();
         return previewCommand(argc, argv);
     } catch (const nimbo::FSAXMLException& exception) {
         return refuse(exception.what());
