@@ -119,8 +119,8 @@ void sortForRemoval(std::vector<InstanceEntry>& entries) {
 
 void deleteInstanceEntry(const InstanceEntry& entry, const std::string& prefix, const DeleteDirEntry& deleter) {
     const std::string section = entry.first == InstallSectionCgiBin ? "cgi-bin" : "httpdocs";
-    const std::string directory = prefix == documentRootItself ? section : below(section, prefix);
-    deleter(below(directory, entry.second.native()));
+    const std::string directory = prefix == documentRootItself ? section : entryIn(section, prefix);
+    deleter(entryIn(directory, entry.second.native()));
 }
 
 void deleteInstance(const std::string& vhostPath, const ExtractParams& params, const std::string& prefix) {

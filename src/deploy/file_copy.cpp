@@ -45,24 +45,20 @@ int copyContent(int from, int to, off_t size) {
     return 0;
 }
 
-CopyOutcome copyToNewFile(const Place& source, const Place& target, mode_t mode, bool isModeKept) {
+int copyToNewFile(const Place& source, const Place& target, mode_t mode) {
     // O_NONBLOCK: a FIFO under this name would otherwise block here, before it can be refused.
     const UniqueFd from(openat(source.directory, source.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (from.get() < 0 || fstat(from.get(), &status) != 0)
-        return {errno, false, isModeKept};
+        return errno;
     if (!S_ISREG(status.st_mode))
-        return {EINVAL, false, isModeKept};
+        return EINVAL;
     UniqueFd to(openat(target.directory, target.name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (to.get() < 0)
-        return {errno, false, isModeKept};
+        return errno;
     if (const int error = copyContent(from.get(), to.get(), status.st_size))
-        return {error, true, isModeKept};
-    if (!isModeKept) {
-        isModeKept = fstat(to.get(), &status) == 0 && (status.st_mode & 07777U) == mode;
-        if (!isModeKept)
-            (void)fchmod(to.get(), mode);
-    }
+        return error;
+    (void)fchmod(to.get(), mode); // a default ACL above may have taken bits away
     // Quotas and network file systems may refuse the data only now.
-    return {to.close() != 0 ? errno : 0, true, isModeKept};
+    return to.close() != 0 ? errno : 0;
 }

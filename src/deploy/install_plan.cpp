@@ -42,8 +42,8 @@ void add(InstallPlan& plan, PlannedCopy copy) {
         plan.copies.insert(position, std::move(copy));
         return;
     }
-    const std::string earlier = plan.info(*position).sourcePath;
-    const std::string later = plan.info(copy).sourcePath;
+    const std::string earlier = plan.sourcePathOf(*position);
+    const std::string later = plan.sourcePathOf(copy);
     if (earlier != later)
         plan.shadowed.push_back({copy.targetPath, earlier, later});
     plan.copies.insert(plan.copies.erase(position), std::move(copy));
@@ -70,7 +70,7 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const 
     const std::string sourceDirectory = joined(plan.packageDir, path);
 
     // Listed before the source is looked for: a writable mapping may name a directory that the site already has.
-    (mapping.writable ? plan.writableTargets : plan.plainTargets).push_back(below(plan.destinationRoot, url));
+    (mapping.writable ? plan.writableTargets : plan.plainTargets).push_back(entryIn(plan.destinationRoot, url));
     const fs::file_status source = statusOf(sourceDirectory, failures);
     if (!fs::exists(source))
         return;
@@ -79,7 +79,7 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const 
     const CgiRule cgi(mapping.cgiHandlers);
     const auto addEntry = [&](std::string_view entry, EntryKind kind) {
         if (!entry.empty())
-            add(plan, {below(url, entry), number, kind, cgi.isProgram(entry)});
+            add(plan, {relativeBelow(url, entry), number, kind, cgi.isProgram(entry)});
     };
     visitDirContent(sourceDirectory, addEntry, failures.unlisted);
 }
@@ -104,50 +104,16 @@ InstallPlan planCopies(const std::string& packageDir, const std::string& destina
     return plan;
 }
 
-void InstallPlan::appendSourcePath(std::string& text, const PlannedCopy& copy) const {
+std::string InstallPlan::sourcePathOf(const PlannedCopy& copy) const {
     const auto& [path, url] = roots[copy.mapping];
-    text.append(path);
     if (copy.targetPath.size() == url.size())
-        return; // the mapping's own record
-    if (!path.empty())
-        text.push_back('/');
-    text.append(copy.targetPath, url.empty() ? 0 : url.size() + 1);
+        return path; // the mapping's own record
+    const std::string_view entry = std::string_view(copy.targetPath).substr(url.empty() ? 0 : url.size() + 1);
+    return relativeBelow(path, entry);
 }
 
 nimbo::FSAInstallFileinfo InstallPlan::info(const PlannedCopy& copy) const {
-    nimbo::FSAInstallFileinfo info{{}, copy.targetPath, copy.executable};
-    appendSourcePath(info.sourcePath, copy);
-    return info;
-}
-
-MappedPlaces::MappedPlaces(const std::vector<std::string>& targets) {
-    for (const std::string& target : targets)
-        keys_.insert(placeKey(target));
-}
-
-std::optional<std::size_t> MappedPlaces::deepestAt(std::string key) const {
-    for (auto next = keys_.upper_bound(key); next != keys_.begin(); next = keys_.upper_bound(key)) {
-        const std::string& nearest = *std::prev(next);
-        if (key.starts_with(nearest))
-            return nearest.size();
-        // The places that remain lie above both: what sorts between a place and its content is content, too.
-        const auto shared = std::ranges::mismatch(key, nearest).in1 - key.begin();
-        key.erase(key.rfind('\0', static_cast<std::size_t>(shared)) + 1);
-    }
-    return std::nullopt;
-}
-
-bool MappedPlaces::standBetween(const std::string& tree, const std::string& entry) const {
-    const auto deepest = deepestAt(entry);
-    return deepest && *deepest >= tree.size();
-}
-
-std::optional<std::string> OpenedTrees::openerOf(const std::string& entry) const {
-    // Where the tree of the deepest writable mapping leaves an entry alone, those above it do so, too.
-    const auto deepest = writable_.deepestAt(entry);
-    if (!deepest || plain_.standBetween(entry.substr(0, *deepest), entry))
-        return std::nullopt;
-    return entry.substr(0, *deepest);
+    return {sourcePathOf(copy), copy.targetPath, copy.executable};
 }
 
 std::string erase_starting_slashes(const std::string& text) {

@@ -6,7 +6,6 @@
 #include <boost/filesystem/exception.hpp>
 #include <functional>
 #include <list>
-#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -59,9 +58,9 @@ struct InstallPlan {
     std::vector<std::string> plainTargets;    ///< target directories of all others
     std::vector<Shadowed> shadowed;           ///< in the order of planning
 
+    /// FSAInstallFileinfo::sourcePath of a record.
+    std::string sourcePathOf(const PlannedCopy& copy) const;
     nimbo::FSAInstallFileinfo info(const PlannedCopy& copy) const;
-    /// Appends FSAInstallFileinfo::sourcePath of a record.
-    void appendSourcePath(std::string& text, const PlannedCopy& copy) const;
 };
 
 /// Plans the copies of all mappings, which are to be given in the reader's order: a later mapping's record for the same
@@ -83,40 +82,6 @@ struct PlanningFailures {
 /// The same with other answers to these failures than lines on standard error and an exception.
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
                        const std::list<nimbo::FSAMetaDataWebContent>& mappings, const PlanningFailures& failures);
-
-/// The targets of some mappings, to be asked which of them an entry lies in.
-class MappedPlaces {
-public:
-    explicit MappedPlaces(const std::vector<std::string>& targets);
-
-    bool empty() const { return keys_.empty(); }
-
-    /// The deepest target that is the entry or stands above it, as the length of its placeKey; nothing for none.
-    /// \param key placeKey of the entry.
-    std::optional<std::size_t> deepestAt(std::string key) const;
-
-    /// True when one of the targets is the entry or stands above it, and is itself `tree` or below.  The trees of plain
-    /// mappings stay closed to the web server in this way inside the tree of a writable one.
-    /// \param tree, entry placeKey of each; the entry is at or below the tree.
-    bool standBetween(const std::string& tree, const std::string& entry) const;
-
-private:
-    std::set<std::string> keys_; ///< placeKey
-};
-
-/// Which entries are opened to the web server when the trees of all writable mappings are opened.
-class OpenedTrees {
-public:
-    explicit OpenedTrees(const InstallPlan& plan) : writable_(plan.writableTargets), plain_(plan.plainTargets) {}
-
-    /// The deepest writable mapping that opens an entry, as the placeKey of its target; nothing for a closed entry.
-    /// \param entry placeKey of an entry.
-    std::optional<std::string> openerOf(const std::string& entry) const;
-
-private:
-    MappedPlaces writable_;
-    MappedPlaces plain_;
-};
 
 /// The text without its leading slashes.
 std::string erase_starting_slashes(const std::string& text);

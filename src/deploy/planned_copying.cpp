@@ -13,9 +13,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <iostream>
+#include <set>
 #include <sstream>
 #include <sys/stat.h>
-#include <unordered_set>
 
 namespace fs = boost::filesystem;
 
@@ -28,13 +28,48 @@ mode_t bitsForUser(const struct stat& status, const std::string& userName) {
     return status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
 }
 
-/// The copying of one plan: where it is, and which directories the site's user can write.
+/// The directories above the targets, and which of them the site's user is known to be able to write.
+class Parents {
+public:
+    explicit Parents(const std::string& userName) : userName_(userName) {}
+
+    /// Gives the directory above a target the access that the copy needs.
+    /// \param place the target's.
+    void makeWritable(const std::string& target, const Place& place) {
+        const std::string_view parent = parentOf(target);
+        if (writable_.contains(parent))
+            return;
+        const std::string directory(parent);
+        if (isHeldAndWritable(place) || makeUserWritableDir(directory, userName_))
+            writable_.insert(directory);
+    }
+
+    /// To be called when the ways to the directories may have changed.
+    void forget() { writable_.clear(); }
+
+private:
+    /// True when a look at the open directory tells that nothing is to be done: the way to it is long in a deep tree.
+    bool isHeldAndWritable(const Place& place) const {
+        struct stat status {};
+        if (place.directory == AT_FDCWD || fstat(place.directory, &status) != 0)
+            return false;
+        const mode_t needed = bitsForUser(status, userName_);
+        return (status.st_mode & needed) == needed;
+    }
+
+    const std::string& userName_;
+    std::set<std::string, std::less<>> writable_;
+};
+
+/// The copying of one plan.
 class Copying {
 public:
-    Copying(const InstallPlan& plan, const std::string& userName) : plan_(plan), userName_(userName) {}
+    Copying(const InstallPlan& plan, const std::string& userName) : plan_(plan), parents_(userName) {}
 
     void copyAll() {
         for (const PlannedCopy& copy : plan_.copies) {
+            source_ = joined(plan_.packageDir, plan_.sourcePathOf(copy));
+            target_ = joined(plan_.destinationRoot, copy.targetPath);
             try {
                 copyOne(copy);
             } catch (const fs::filesystem_error& error) {
@@ -48,10 +83,8 @@ public:
 
 private:
     void copyOne(const PlannedCopy& copy) {
-        source_.assign(plan_.packageDir).push_back('/');
-        plan_.appendSourcePath(source_, copy);
-        target_.assign(plan_.destinationRoot).append("/").append(copy.targetPath);
-        enterParent();
+        place_ = targets_.of(target_);
+        parents_.makeWritable(target_, place_);
         const EntryKind kind = kindOfSource(copy);
         if (kind == EntryKind::Directory)
             makeDirectory();
@@ -63,31 +96,6 @@ private:
         throw fs::filesystem_error("Unable to copy", source_, target_, {error, boost::system::system_category()});
     }
 
-    /// Gives the target's parent the access that the copy needs.
-    void enterParent() {
-        const std::string_view parent = parentOf(target_);
-        if (parent == parent_)
-            return;
-        parent_ = parent;
-        keptMode_ = 0;
-        if (entered_.contains(parent_))
-            return;
-        if (isHeldAndWritable() || makeUserWritableDir(parent_, userName_))
-            entered_.insert(parent_);
-        else
-            parent_.clear();
-    }
-
-    /// True when a look at the open directory tells that nothing is to be done: the way to it is long in a deep tree.
-    bool isHeldAndWritable() {
-        struct stat status {};
-        const auto place = targets_.of(target_);
-        if (place.directory == AT_FDCWD || fstat(place.directory, &status) != 0)
-            return false;
-        const mode_t needed = bitsForUser(status, userName_);
-        return (status.st_mode & needed) == needed;
-    }
-
     /// Links count as what they name.  A source that is not there counts as a file: opening it tells why.  What the
     /// plan knows holds until a directory or a link was removed: it may have been a source, or on the way to one.
     EntryKind kindOfSource(const PlannedCopy& copy) {
@@ -95,7 +103,7 @@ private:
         if (isKnown && !isPlanOutdated_)
             return copy.kind;
         struct stat status {};
-        const auto place = sources_.of(source_);
+        const Place place = sources_.of(source_);
         if (fstatat(place.directory, place.name, &status, 0) != 0) {
             if (!isNotFound(errno))
                 fail(errno);
@@ -107,8 +115,7 @@ private:
     }
 
     void makeDirectory() {
-        const auto place = targets_.of(target_);
-        if (mkdirat(place.directory, place.name, 0777) != 0)
+        if (mkdirat(place_.directory, place_.name, 0777) != 0)
             ::create_directories(target_);
     }
 
@@ -117,55 +124,49 @@ private:
     void copyFile(EntryKind kind, mode_t mode) {
         if (isFilled_)
             removeStanding();
-        CopyOutcome outcome = tryToCopy(kind, mode);
-        // A file that the copy has made stays for the rollback.
-        if (!outcome.isMade && removeStanding())
-            outcome = tryToCopy(kind, mode);
-        if (outcome.error != 0)
-            fail(outcome.error);
+        int error = tryToCopy(kind, mode);
+        if (error != 0)
+            removeStanding();
+        if (error == EEXIST)
+            error = tryToCopy(kind, mode);
+        if (error != 0)
+            fail(error);
     }
 
-    CopyOutcome tryToCopy(EntryKind kind, mode_t mode) {
+    int tryToCopy(EntryKind kind, mode_t mode) {
         if (kind != EntryKind::File)
-            return {EINVAL, false, false}; // opening a device could act on it
-        const CopyOutcome outcome = copyToNewFile(sources_.of(source_), targets_.of(target_), mode, mode == keptMode_);
-        keptMode_ = outcome.isModeKept ? mode : 0;
-        return outcome;
+            return EINVAL; // opening a device could act on it
+        return copyToNewFile(sources_.of(source_), place_, mode);
     }
 
-    /// Removes one file, link or empty directory.  A link that leads nowhere does not count as standing there.
-    /// \return true when something was removed.
-    bool removeStanding() {
+    /// Removes one file, link or empty directory at the target.  A link that leads nowhere does not count as standing
+    /// there.
+    void removeStanding() {
         struct stat standing {};
-        const auto place = targets_.of(target_);
-        const bool isThere = fstatat(place.directory, place.name, &standing, AT_SYMLINK_NOFOLLOW) == 0;
+        const bool isThere = fstatat(place_.directory, place_.name, &standing, AT_SYMLINK_NOFOLLOW) == 0;
         if (!isThere && isNotFound(errno))
-            return false;
+            return;
         const bool isPlainFile = isThere && S_ISREG(standing.st_mode);
-        if (!isPlainFile || unlinkat(place.directory, place.name, 0) != 0) {
+        if (!isPlainFile || unlinkat(place_.directory, place_.name, 0) != 0) {
             if (!fs::exists(target_)) // this and the next one fail in the library's words
-                return false;
+                return;
             fs::remove(target_);
-            // The way to the directories may have led through the link or the directory that was removed.
-            entered_.clear();
-            parent_.clear();
+            // A way to a directory or a source may have led through the link or the directory that was removed.
+            parents_.forget();
             isPlanOutdated_ = true;
         }
         isFilled_ = true;
-        return true;
     }
 
     const InstallPlan& plan_;
-    const std::string& userName_;
-    std::string source_;
-    std::string target_;
-    std::unordered_set<std::string> entered_; ///< directories that the site's user can write
-    std::string parent_;                      ///< one of them, where the last target lies; empty for none
-    mode_t keptMode_ = 0;                     ///< files made with this mode in parent_ have exactly it; 0: not known
-    bool isFilled_ = false;                   ///< something stood at one of the targets
-    bool isPlanOutdated_ = false;             ///< a directory or a link was removed
+    Parents parents_;
     LastDirectory sources_;
     LastDirectory targets_;
+    std::string source_; ///< of the copy at hand
+    std::string target_;
+    Place place_{};               ///< of target_
+    bool isFilled_ = false;       ///< something stood at one of the targets
+    bool isPlanOutdated_ = false; ///< a directory or a link was removed
 };
 
 } // namespace

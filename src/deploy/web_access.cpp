@@ -1,5 +1,6 @@
 #include "deploy/web_access.h"
 
+#include "deploy/open_trees.h"
 #include "files/entry_handle.h"
 #include "files/no_links_below.h"
 #include "files/paths.h"
@@ -10,8 +11,6 @@
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
-#include <map>
 
 namespace {
 
@@ -26,31 +25,6 @@ void openEntry(const EntryHandle& entry, const std::string& path, bool isMapping
         throw nimbo::FSAFileException("Unable to change mode for: " + path + " Error: " + std::strerror(errno));
 }
 
-/// The writable mappings that lie in no other one.  The web server's account may change what lies in their trees.
-class OutermostTrees {
-public:
-    explicit OutermostTrees(const std::vector<std::string>& writableTargets) {
-        std::map<std::string, bool> all;
-        for (const std::string& target : writableTargets) {
-            bool& endsInSlash = all.try_emplace(placeKey(target), true).first->second;
-            endsInSlash = endsInSlash && isWrittenAsDirectory(target);
-        }
-        for (const auto& [key, endsInSlash] : all) // what lies in a tree comes directly behind it
-            if (trees_.empty() || !key.starts_with(trees_.rbegin()->first))
-                trees_.emplace_hint(trees_.end(), key, endsInSlash);
-    }
-
-    /// How much of a writable target's key may lead through links: what holds the outermost tree around it, and that
-    /// tree's own directory if each of its targets ends in a slash, where the system follows a link, too.
-    std::size_t lengthWithLinks(const std::string& targetKey) const {
-        const auto& [key, endsInSlash] = *std::prev(trees_.upper_bound(targetKey));
-        return endsInSlash || key.empty() ? key.size() : key.rfind('\0', key.size() - 2) + 1;
-    }
-
-private:
-    std::map<std::string, bool> trees_; ///< keys of targets; true: each target of this key ends in a slash
-};
-
 /// Finds what lstat(2) would find at a path, but without following links in a tree.
 /// \param below the same entry below the tree's root.
 EntryHandle find(const std::string& path, NoLinksBelow& tree, const std::string& below) {
@@ -64,20 +38,16 @@ EntryHandle find(const std::string& path, NoLinksBelow& tree, const std::string&
     return entry;
 }
 
-void openTree(const std::string& target, const OutermostTrees& outermost, const MappedPlaces& plain,
+void openTree(const std::string& target, const OutermostTrees::Way& way, const MappedPlaces& plain,
               const std::string& userName) {
     const std::string targetKey = placeKey(target);
-    const std::size_t lengthWithLinks = outermost.lengthWithLinks(targetKey);
-    const std::string root = pathOfKey(targetKey.substr(0, lengthWithLinks));
-    const std::string targetBelow = pathOfKey(targetKey.substr(lengthWithLinks));
-    NoLinksBelow tree(root.empty() ? "." : root);
+    NoLinksBelow tree(way.root);
     for (const boost::filesystem::path& listed : readDirContent(target)) {
         const std::string& entry = listed.native();
-        if (!plain.empty() && plain.standBetween(targetKey, targetKey + pathKey(entry)))
+        if (plain.standBetween(targetKey, targetKey + pathKey(entry)))
             continue;
-        const std::string path = entry.empty() ? target : joined(target, entry);
-        const std::string below = withElements(targetBelow, entry);
-        openEntry(find(path, tree, below), path, entry.empty(), userName);
+        const std::string path = entryIn(target, entry);
+        openEntry(find(path, tree, withElements(way.below, entry)), path, entry.empty(), userName);
     }
 }
 
@@ -87,7 +57,7 @@ void openToWebServer(const InstallPlan& plan, const std::string& userName) {
     const MappedPlaces plain(plan.plainTargets);
     const OutermostTrees outermost(plan.writableTargets);
     for (const std::string& target : plan.writableTargets)
-        openTree(target, outermost, plain, userName);
+        openTree(target, outermost.wayTo(target), plain, userName);
 }
 
 mode_t bitsForWebserver(const struct stat& status, const std::string& userName) {

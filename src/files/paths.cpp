@@ -18,8 +18,12 @@ std::string joined(std::string_view directory, std::string_view rest) {
     return path.append(directory).append("/").append(rest);
 }
 
-std::string below(std::string_view directory, std::string_view rest) {
-    return directory.empty() || rest.empty() ? std::string(directory).append(rest) : joined(directory, rest);
+std::string entryIn(std::string_view directory, std::string_view entry) {
+    return entry.empty() ? std::string(directory) : joined(directory, entry);
+}
+
+std::string relativeBelow(std::string_view directory, std::string_view rest) {
+    return directory.empty() ? std::string(rest) : joined(directory, rest);
 }
 
 void appendElement(std::string& path, std::string_view element) {
@@ -70,6 +74,8 @@ bool isWrittenAsDirectory(std::string_view path) {
 }
 
 bool hasDotDot(std::string_view path) {
+    if (path.find("..") == std::string_view::npos) // nearly always; a deep path has very many elements
+        return false;
     for (const std::string_view element : ElementsOf(path))
         if (element == "..")
             return true;

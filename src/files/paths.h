@@ -12,8 +12,11 @@
 /// Both with one slash between them, as they stand.
 std::string joined(std::string_view directory, std::string_view rest);
 
-/// What lies at `rest` below the directory: both joined, but of an empty one only the other.
-std::string below(std::string_view directory, std::string_view rest);
+/// The same for what lies in a directory; the directory itself for an empty `entry`.
+std::string entryIn(std::string_view directory, std::string_view entry);
+
+/// The same for two relative paths, the second below the first; the second alone where the first is empty.
+std::string relativeBelow(std::string_view directory, std::string_view rest);
 
 /// Appends an element after one slash.
 void appendElement(std::string& path, std::string_view element);

@@ -1,5 +1,6 @@
 #include "preview/preview.h"
 
+#include "deploy/open_trees.h"
 #include "files/paths.h"
 #include "files/subdirectory.h"
 #include "metadata/exceptions.h"
@@ -87,13 +88,6 @@ struct PackagePlan {
                    return !mapping || mapping->error == 0 || mapping->isMissing();
                });
     }
-
-    /// The writable mapping that opens a path, both below the destination.
-    std::optional<std::string> openerOf(const std::string& path) const {
-        const std::string rootKey = placeKey(site.destination);
-        const auto opener = opened.openerOf(rootKey + pathKey(path));
-        return opener ? std::optional(pathOfKey(opener->substr(rootKey.size()))) : std::nullopt;
-    }
 };
 
 PackagePlan planPackage(const PreviewSettings& settings, const Mappings& mappings) {
@@ -128,7 +122,7 @@ PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& p
         return isRoot || (settings.wwwRoot && siteHasDirectory(plan.site, path));
     });
     for (auto& [path, entry] : planned.entries) {
-        entry.isInWritableTree = plan.openerOf(path).has_value();
+        entry.isInWritableTree = plan.opened.openerOf(path).has_value();
         entry.isOpened = entry.isInWritableTree && !settings.skipWebserverWrite;
     }
     return planned;
@@ -137,7 +131,7 @@ PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& p
 /// True when an extraction finds the place of a writable mapping that it has to open.
 bool isThereToOpen(const std::string& url, const PreviewSettings& settings, const PackagePlan& plan,
                    const PreviewEntries& entries) {
-    if (settings.skipWebserverWrite || !plan.openerOf(normalPath(url)))
+    if (settings.skipWebserverWrite || !plan.opened.openerOf(normalPath(url)))
         return true;
     const auto entry = entries.find(normalPath(url));
     return (entry != entries.end() && (entry->second.isDirectory || !url.ends_with('/'))) ||
@@ -160,7 +154,8 @@ Findings checkPackage(const PreviewSettings& settings, const PackageDocument& do
     append(findings, checkShadowed(plan.install.shadowed));
     append(findings, checkShadowed(planned.shadowed));
     append(findings, planned.findings);
-    append(findings, checkShippedData(planned.entries, [&](const std::string& path) { return plan.openerOf(path); }));
+    append(findings,
+           checkShippedData(planned.entries, [&](const std::string& path) { return plan.opened.openerOf(path); }));
     return findings;
 }
 

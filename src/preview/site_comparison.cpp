@@ -1,5 +1,6 @@
 #include "preview/site_comparison.h"
 
+#include "deploy/open_trees.h"
 #include "files/paths.h"
 #include "runtime/handles.h"
 
@@ -200,18 +201,16 @@ Findings checkAbove(const Site& site) {
 Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries) {
     Findings findings;
     const OpenedTrees opened(plan);
-    const std::string rootKey = placeKey(plan.destinationRoot);
     const auto ignore = [](const std::string&, int, const std::string&) {}; // checkPlaces tells of these
     std::unordered_set<std::string> looked;
     for (const std::string& target : plan.writableTargets) {
-        const std::string targetKey = placeKey(target);
-        if (!looked.insert(targetKey).second)
+        const std::string directory = opened.belowRoot(target);
+        if (!looked.insert(directory).second)
             continue;
         const auto look = [&](std::string_view relative, EntryKind kind) {
-            const std::string key = placeKey(relative.empty() ? target : joined(target, relative));
-            const std::string path = pathOfKey(key.substr(rootKey.size()));
+            const std::string path = withElements(directory, relative);
             // The target itself has been looked at, and what the package has there takes the entry's place.
-            const bool isOpened = !relative.empty() && opened.openerOf(key) == targetKey && !entries.contains(path);
+            const bool isOpened = !relative.empty() && opened.openerOf(path) == directory && !entries.contains(path);
             const std::string text = "neither a file nor a directory in a tree to be opened: the extraction fails";
             if (kind == EntryKind::Other && isOpened)
                 findings.push_back(failure("special-file", path, text));

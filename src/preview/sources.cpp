@@ -64,10 +64,8 @@ std::vector<Source> lookAtSources(const InstallPlan& plan) {
     std::vector<bool> areTooLong;
     for (const InstallPlan::Root& root : plan.roots)
         areTooLong.push_back(isTooLong(joined(plan.destinationRoot, root.url)));
-    std::string path;
     for (const PlannedCopy& copy : plan.copies) {
-        path.assign(plan.packageDir).push_back('/');
-        plan.appendSourcePath(path, copy);
+        const std::string path = joined(plan.packageDir, plan.sourcePathOf(copy));
         struct stat status {};
         const int error = stat(path.c_str(), &status) == 0 ? 0 : errno;
         sources.push_back({

@@ -1,5 +1,6 @@
 #include "deploy/install_plan.h"
 
+#include "deploy/open_trees.h"
 #include "files/paths.h"
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
@@ -45,6 +46,20 @@ plain: /site/x//y
 )");
 }
 
+TEST(OutermostTrees, AreReachedThroughLinksOnlyInWhatHoldsThemUnlessWrittenAsDirectories) {
+    const OutermostTrees trees({"/s/a", "/s/a/in/", "/s/dir/", "/s/./dir/.", "/s/both", "/s/both/"});
+    const auto way = [](const OutermostTrees& from, const std::string& target) {
+        const auto [root, below] = from.wayTo(target);
+        return root + " | " + below;
+    };
+    EXPECT_EQ(way(trees, "/s/a"), "/s | a");
+    EXPECT_EQ(way(trees, "/s/a/in/"), "/s | a/in");
+    EXPECT_EQ(way(trees, "/s/dir/"), "/s/dir | ");
+    EXPECT_EQ(way(trees, "/s/both/"), "/s | both");
+    EXPECT_EQ(way(OutermostTrees({"a"}), "a"), ". | a");
+    EXPECT_EQ(way(OutermostTrees({"/"}), "/"), "/ | ");
+}
+
 TEST(Paths, LieInOneAnotherByTheirElements) {
     EXPECT_TRUE(isSubdir("/a/b", "/a/b/"));
     EXPECT_TRUE(isSubdir("/a/./b/", "/a/b"));
@@ -67,7 +82,7 @@ TEST(Paths, AreCutAtTheirSlashes) {
     EXPECT_FALSE(hasDotDot("..a/b.."));
     EXPECT_EQ(parentOf("a//b"), "a");
     EXPECT_EQ(nameIn("a//b"), "b");
-    EXPECT_EQ(below("", "a") + below("a", "") + below("a/", "b"), "aaa//b");
+    EXPECT_EQ(entryIn("", "a") + entryIn("a", "") + relativeBelow("", "a") + relativeBelow("a/", "b"), "/aaaa//b");
 }
 
 TEST(Paths, AreOrderedByTheirElements) {
