@@ -18,6 +18,7 @@ PreviewEntry entryOf(const Source& source) {
     entry.source = source.path;
     if (source.isFile())
         entry.size = source.size;
+    entry.modified = source.modified;
     return entry;
 }
 

@@ -28,6 +28,7 @@ struct PreviewEntry {
     std::optional<std::size_t> mapping; ///< that decides, in Preview::metadata; none for a directory made on the way
     std::string source;                 ///< relative to the package, "" for the package itself; empty without a mapping
     std::optional<std::uintmax_t> size; ///< in bytes, of a regular file, links followed
+    timespec modified{};                ///< the source's last modification
     bool isInWritableTree = false;      ///< a mapping opens it to the web server, unless nothing is opened
     bool isOpened = false;              ///< it is opened
     std::optional<EntryState> state;    ///< where there is a site to compare with

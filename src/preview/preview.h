@@ -15,9 +15,9 @@ struct PreviewSettings {
     std::optional<std::string> wwwRoot; ///< document root of a site to compare with
     std::string applicationSubdirectory = ".";
     std::optional<std::vector<InstanceEntry>> previousList; ///< what the release had that the site has now
-    /// Says of a regular file of the site, by its path below the destination, that it has the content of the source, a
-    /// path below the package.  Such a file is not read.  Empty for a caller who knows of none.
-    std::function<bool(const std::string& path, const std::string& source, const struct stat& file)> isKnown;
+    /// Says of a regular file of the site, by its path below the destination, that it has the content of the package's
+    /// file, which the entry describes.  Such a file is not read.  Empty for a caller who knows of none.
+    std::function<bool(const std::string& path, const PreviewEntry& entry, const struct stat& file)> isKnown;
     bool skipWebserverWrite = false; ///< nothing is opened, and the site's trees are not looked at for it
     bool php = true;                 ///< the fragment has PHP handlers
     bool cgi = true;                 ///< the fragment has CGI handlers

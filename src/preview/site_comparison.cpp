@@ -162,9 +162,8 @@ Findings checkPlaces(PreviewEntries& entries, const Site& site, const std::unord
             standing.state = above->second;
         else if (!isBlockedAbove)
             standing = standingAt(path.empty() ? site.destination : joined(site.destination, path), entry,
-                                  joined(site.packageDir, entry.source), [&](const struct stat& file) {
-                                      return isKnown && isKnown(path, entry.source, file);
-                                  });
+                                  joined(site.packageDir, entry.source),
+                                  [&](const struct stat& file) { return isKnown && isKnown(path, entry, file); });
         entry.state = standing.state;
         if (entry.isDirectory && (standing.state == EntryState::Blocked || standing.state == EntryState::Unknown))
             obstacles.emplace(path, standing.state);

@@ -18,7 +18,7 @@ struct Site {
 };
 
 /// PreviewSettings::isKnown
-using KnownTest = std::function<bool(const std::string& path, const std::string& source, const struct stat& file)>;
+using KnownTest = std::function<bool(const std::string& path, const PreviewEntry& entry, const struct stat& file)>;
 
 /// Looks at the places of all entries, compares contents, and gives each entry its state.
 /// \param previous paths that may be replaced.

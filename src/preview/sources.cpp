@@ -81,6 +81,7 @@ std::vector<Source> lookAtSources(const InstallPlan& plan) {
             .error = error,
             .mode = status.st_mode,
             .size = static_cast<std::uintmax_t>(status.st_size),
+            .modified = status.st_mtim,
         });
     }
     return sources;

@@ -50,6 +50,7 @@ struct Source {
     int error;           ///< errno value where it cannot be looked at, else 0
     mode_t mode;
     std::uintmax_t size;
+    timespec modified;
 
     bool isDirectory() const { return error == 0 ? S_ISDIR(mode) : listed == EntryKind::Directory; }
     bool isFile() const { return error == 0 && S_ISREG(mode); }
