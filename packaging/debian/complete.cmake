@@ -7,7 +7,6 @@ file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/changelog ${share}/doc/larkspur/changel
 file(MAKE_DIRECTORY ${share}/lintian/overrides)
 file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides ${share}/lintian/overrides/larkspur)
 file(GLOB programs ${CPACK_TEMPORARY_DIRECTORY}/usr/*bin/*)
-list(FILTER programs EXCLUDE REGEX larkspur-site$) # a shell program
 execute_process(COMMAND ${CPACK_LARKSPUR_STRIP} --remove-section=.comment ${programs} COMMAND_ERROR_IS_FATAL ANY)
 file(GLOB pages ${share}/man/*/*)
 execute_process(COMMAND gzip -9n ${share}/doc/larkspur/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "site/child.h"
+
+#include <string>
+#include <sys/types.h>
+
+namespace site {
+
+/// A site's account.
+struct Account {
+    std::string name;
+    uid_t uid;
+    gid_t gid;
+    std::string home;
+};
+
+/// \throw std::runtime_error for an unknown account and for one that is root.
+Account accountOf(const std::string& name);
+
+/// runInChild as the account, with its groups, umask 022 and nothing of root's but what `rules` keeps.  The account can
+/// neither trace the child nor look into it, because it executes no program; it ends when this process ends.
+std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work);
+
+/// The same for a child that starts a program of the account's: when this process ends, the child gets SIGTERM, so
+/// that it can end that program.
+std::string asAccountForPrograms(const Account& account, const ChildRules& rules,
+                                 const std::function<std::string()>& work);
+
+/// Replaces the environment by a small fixed one: what root's shell has in it is nobody else's business.
+void setFixedEnvironment();
+
+} // namespace site

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "site/lists.h"
+#include "site/places.h"
+#include "site/settings.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+// What larkspur-site does to hosts.
+
+namespace site {
+
+/// What a command line says beside the act's own words.
+struct CallOptions {
+    Settings settings;
+    std::vector<std::string> ignored;    ///< codes of findings
+    std::optional<std::string> script;   ///< nothing: as the record has it
+    std::optional<std::string> language; ///< nothing: as the record has it
+    bool looksOnly = false;              ///< present says what it would do
+    bool repairs = false;                ///< acts although the record agrees
+    bool withoutScript = false;
+    std::chrono::seconds wait{600}; ///< for another call
+};
+
+/// An application as it is to be.
+struct Wish {
+    Application application;
+    std::string package; ///< directory
+    std::string user;
+    std::vector<std::string> parameters;
+};
+
+/// What a call would do.
+struct Plan {
+    std::string action; ///< of the script: "install", "upgrade" or "configure"; empty when there is nothing to do
+    std::vector<Step> steps;
+    bool changesFragment = false;
+    bool isCutOff = false; ///< an earlier call would be ended first
+};
+
+enum class Outcome { Unchanged, Changed, Planned, Failed };
+
+/// What has become of one application.
+struct Result {
+    Application application;
+    Outcome outcome;
+    std::string cause;        ///< step and cause of a failure
+    std::optional<Plan> plan; ///< of a look
+};
+
+/// Brings applications to their hosts.  Each has a way back of its own, and all share one check of the server.
+/// \return one a wish, by host.  Of a failure standard error has told.
+std::vector<Result> present(const CallOptions& options, const std::vector<Wish>& wishes);
+
+/// Removes an application.
+Result absent(const CallOptions& options, const Application& application);
+
+/// Ends what calls have left that were cut off, on every host where no call is at work.
+/// \return false when something could not be ended, of which standard error tells.
+bool recover(const CallOptions& options);
+
+/// Recovers, then reloads the server if that is due.
+/// \return Failed as recover, Changed for a reload.
+Outcome reload(const CallOptions& options);
+
+} // namespace site

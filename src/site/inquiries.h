@@ -1,0 +1,38 @@
+#pragma once
+
+#include "site/acts.h"
+#include "site/record.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// What larkspur-site is asked.  Nothing is changed.
+
+namespace site {
+
+/// All that is known of one application.
+struct Installation {
+    Application application;
+    std::optional<Record> record;  ///< nothing where only something else is left
+    bool isCutOff;                 ///< the next call, or recover, has something to end
+    std::vector<std::string> kept; ///< files that somebody had changed when they were replaced or removed
+    std::string fragment;          ///< file; empty where there is none
+};
+
+/// \param host nothing for all hosts.
+/// \throw std::exception when something cannot be read.
+std::vector<Installation> installationsOf(const Settings& settings, const std::optional<std::string>& host);
+
+/// How an entry differs from what the package brought.
+struct Difference {
+    std::string what; ///< "missing", "edited", "mode", "owner" or "unreadable"; "fragment-missing", "fragment-edited"
+    std::string path; ///< below the document root; of a fragment its file
+};
+
+/// Compares what is on the site with what was brought, as the site's account.  Where size and time of a file are as
+/// recorded, its content is not read.
+/// \throw std::exception when that is not possible.
+std::vector<Difference> verify(const CallOptions& options, const Installation& installation);
+
+} // namespace site

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <vector>
+
+// The two texts that a call writes for the next one: what the package brought, and what this call is doing.
+
+namespace site {
+
+/// A time of a file, in nanoseconds since the epoch.
+using Nanoseconds = std::int64_t;
+
+Nanoseconds nanosecondsOf(const timespec& time);
+
+/// The time of a file's last modification.
+Nanoseconds modificationOf(const struct stat& status);
+
+/// One directory or file that a package brought.
+struct InstalledEntry {
+    std::string path; ///< below the document root, elements joined by single slashes; empty for the root itself
+    bool isDirectory = false;
+    mode_t mode = 0;            ///< permission bits
+    std::int64_t size = 0;      ///< of a file
+    Nanoseconds time = 0;       ///< of a file: its modification
+    Nanoseconds sourceTime = 0; ///< of a file: modification of what it was copied from
+};
+
+/// In ascending order of paths, so that a directory stands before what it holds.
+using InstalledFiles = std::vector<InstalledEntry>;
+
+/// One line an entry.
+std::string textOf(const InstalledFiles& files);
+
+/// \param file names the text in messages.
+/// \throw std::runtime_error for a text that is no such list.
+InstalledFiles installedFilesOf(const std::string& text, const std::string& file);
+
+/// Which file it is, beyond its name: two files of one file system never agree, not even when a number is used again.
+struct Identity {
+    std::uint64_t inode = 0; ///< 0 for none
+    Nanoseconds birth = 0;   ///< 0 where the file system does not know
+
+    bool operator==(const Identity&) const = default;
+};
+
+enum class StepKind {
+    MakeDirectory,   ///< where nothing is
+    ChangeMode,      ///< of a directory that is there
+    AddFile,         ///< from the store to a place where nothing is
+    ExchangeFile,    ///< from the store to a place where something else is, which comes to the store
+    TakeFile,        ///< to the store
+    RemoveDirectory, ///< if it is empty; only when there is no way back any more
+};
+
+/// One change of the site.
+struct Step {
+    StepKind kind = StepKind::AddFile;
+    std::string path;       ///< below the document root
+    mode_t mode = 0;        ///< that a directory gets
+    mode_t before = 0;      ///< that a directory has had, for ChangeMode
+    Identity staged = {};   ///< of what comes from the store
+    Identity standing = {}; ///< of what is at the place before
+    std::int64_t size = -1; ///< of what is at the place, as a package brought it; -1: no package did
+    Nanoseconds time = 0;   ///< its modification, as a package brought it
+};
+
+/// What a call was for.
+enum class Act { Present, Absent };
+
+/// One call's doing, as it is written before the first step.
+struct Journal {
+    std::string id; ///< of this call
+    Act act = Act::Present;
+    std::string account;
+    uid_t uid = 0;
+    std::string documentRoot; ///< directory
+    bool hadFragment = false;
+    std::string fragment;    ///< text of the fragment before
+    std::vector<Step> steps; ///< their numbers are their names in the store
+};
+
+std::string textOf(const Journal& journal);
+
+/// \throw std::runtime_error for a text that is no journal.
+Journal journalOf(const std::string& text, const std::string& file);
+
+/// The steps alone, a line each.
+std::string textOf(const std::vector<Step>& steps);
+std::vector<Step> stepsOf(std::string_view text);
+
+} // namespace site

@@ -1,0 +1,100 @@
+#include "site/package.h"
+
+#include "files/directory_listing.h"
+#include "files/last_directory.h"
+#include "files/paths.h"
+#include "metadata/package_location.h"
+#include "metadata/passed_over.h"
+#include "runtime/handles.h"
+#include "site/lists.h"
+#include "site/record.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace site {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path) {
+    throw std::system_error(errno, std::generic_category(), path);
+}
+
+void requireRoots(const std::string& path, const struct stat& status) {
+    const bool groupCanWrite = (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0;
+    const bool othersCanWrite = (status.st_mode & S_IWOTH) != 0;
+    if (!S_ISLNK(status.st_mode) && (status.st_uid != 0 || groupCanWrite || othersCanWrite))
+        throw std::runtime_error("others than root can write to " + path);
+}
+
+/// What tells one state of an entry from all others: which file it is, its mode, size and times.  The device is left
+/// out, because its number may be another one after a restart.
+void append(std::string& facts, const struct stat& status) {
+    for (const std::int64_t fact :
+         {static_cast<std::int64_t>(status.st_ino), static_cast<std::int64_t>(status.st_mode),
+          std::int64_t{status.st_size}, nanosecondsOf(status.st_mtim), nanosecondsOf(status.st_ctim)})
+        facts.append(std::to_string(fact)).push_back(' ');
+}
+
+/// A link counts with what it leads to.
+std::string factsOf(const Place& place, const std::string& path, std::string_view relative) {
+    struct stat status {};
+    if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+        fail(path);
+    requireRoots(path, status);
+    std::string facts(relative);
+    facts.push_back('\0');
+    append(facts, status);
+    if (S_ISLNK(status.st_mode) && fstatat(place.directory, place.name, &status, 0) == 0)
+        append(facts, status);
+    return facts;
+}
+
+} // namespace
+
+Package examinePackage(const std::string& directory) {
+    const CMemory<char> real(realpath(directory.c_str(), nullptr));
+    if (real == nullptr)
+        fail(directory);
+    Package package{real.get(), {}};
+    struct stat status {};
+    for (std::string above = package.directory; above != "/"; above = std::string(parentOf(above))) {
+        if (stat(above.c_str(), &status) != 0)
+            fail(above);
+        requireRoots(above, status);
+    }
+    if (stat(package.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+        throw std::runtime_error(directory + " is not a directory");
+
+    // A sum, so that the order in which a directory is listed does not count.
+    std::uint64_t sum = 0;
+    LastDirectory last;
+    const auto add = [&](std::string_view relative, EntryKind) {
+        const std::string path = relative.empty() ? package.directory : joined(package.directory, relative);
+        sum += checksum(factsOf(last.of(path), path, relative));
+    };
+    const auto refuse = [](const std::string&, int, const std::string& line) { throw std::runtime_error(line); };
+    visitDirContent(package.directory, add, refuse);
+    package.fingerprint = digitsOf(sum);
+    return package;
+}
+
+nimbo::FSAMetaDataReader metadataOf(const Package& package) {
+    const std::string file = metadataFileOf(package.directory);
+    const XmlDocument document = parseXmlFile(file);
+    if (document != nullptr)
+        (void)nimbo::passedOver(document.get()); // names a mapping that the reader would end the process for
+    return {document, file};
+}
+
+std::string versionOf(const nimbo::FSAMetaDataReader& metadata) {
+    return metadata.version + "-" + metadata.release;
+}
+
+} // namespace site

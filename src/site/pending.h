@@ -1,0 +1,47 @@
+#pragma once
+
+#include "site/lists.h"
+#include "site/places.h"
+#include "site/settings.h"
+
+#include <string>
+
+// How a call ends, in its own process or, where that was cut off, in the next one: each of these can be cut off and
+// begun again at any point.  The caller holds the host's lock.
+
+namespace site {
+
+/// A call that has its journal.
+struct PendingCall {
+    const Settings& settings;
+    const Application& application;
+    const Places& places;
+    int lock; ///< descriptor of the host's lock, which processes of the call hold as well
+    Journal journal;
+};
+
+/// Takes a call back.  What is not the package's is not touched.
+/// \return true when files, fragment and record are as before; false when somebody else has put something in a place,
+///         of which a line on standard error tells.
+/// \throw std::exception when something could not be taken back; the next call tries again.
+bool goBack(const PendingCall& call);
+
+/// Clears up behind a call whose record is written.
+/// \throw std::exception; the next call goes on.
+void clearUp(const PendingCall& call);
+
+/// Removes what a removal's journal says, from the first step or from where it was cut off.
+/// \throw std::exception; the next call goes on.
+void finishRemoval(const PendingCall& call);
+
+/// What was left by a call that was cut off.
+enum class Left { Nothing, TakenBack, ClearedUp, Removed };
+
+/// Ends what a cut-off call has left, if anything, and says so.
+/// \throw std::exception when it cannot be ended.
+Left settle(const Settings& settings, const Application& application, const Places& places, int lock);
+
+/// True where a call was cut off.
+bool isCutOff(const Places& places);
+
+} // namespace site

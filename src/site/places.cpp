@@ -1,0 +1,104 @@
+#include "site/places.h"
+
+#include "files/paths.h"
+#include "webserver/virtual_host.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+#include <string_view>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace site {
+
+namespace {
+
+bool isControl(char byte) {
+    return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f;
+}
+
+} // namespace
+
+std::string hostOf(const std::string& word) {
+    const bool isUsable = !word.empty() && !word.starts_with('.') && word.find('/') == std::string::npos &&
+                          std::ranges::none_of(word, isControl);
+    if (!isUsable || word == "system") // the panel's own directory stands beside the hosts
+        throw std::runtime_error("not the name of a host: " + word);
+    return word;
+}
+
+Application applicationOf(const std::string& host, const std::string& name) {
+    const std::string path = normalPath(name);
+    const bool isUsable =
+        !name.empty() && !name.starts_with('/') && !hasDotDot(path) && std::ranges::none_of(name, isControl);
+    if (!isUsable)
+        throw std::runtime_error("not a place below a document root: " + name);
+    return {hostOf(host), path.empty() ? "." : path};
+}
+
+std::string elementOf(const std::string& name) {
+    std::string element;
+    for (const char byte : name) {
+        if (byte == '/')
+            element += "%2F";
+        else if (byte == '%')
+            element += "%25";
+        else if (byte == '.' && element.empty())
+            element += "%2E";
+        else
+            element += byte;
+    }
+    return element;
+}
+
+std::string nameOfElement(const std::string& element) {
+    std::string name;
+    for (std::string_view rest = element; !rest.empty();) {
+        if (rest.starts_with("%2F"))
+            name += '/';
+        else if (rest.starts_with("%25"))
+            name += '%';
+        else if (rest.starts_with("%2E"))
+            name += '.';
+        else
+            name += rest.front();
+        rest.remove_prefix(rest.front() == '%' ? std::min<std::size_t>(3, rest.size()) : 1);
+    }
+    return name;
+}
+
+void requireHost(const Places& places) {
+    struct stat status {};
+    if (lstat(places.hostDirectory.c_str(), &status) == 0)
+        return;
+    if (errno != ENOENT)
+        throw std::system_error(errno, std::generic_category(), places.hostDirectory);
+    throw std::runtime_error("there is no host " + places.hostDirectory);
+}
+
+std::string sitesDirectory(const Settings& settings) {
+    return settings.state + "/sites";
+}
+
+Places::Places(const Settings& settings, const Application& application) {
+    const std::string element = elementOf(application.name);
+    hostDirectory = joined(settings.vhosts, application.host);
+    documentRoot = joined(hostDirectory, settings.documentRoot);
+    hostState = joined(sitesDirectory(settings), application.host);
+    lock = joined(hostState, ".lock"); // no application has this element
+    state = joined(hostState, element);
+    record = joined(state, "record.json");
+    files = joined(state, "files");
+    newFiles = joined(state, "files.next");
+    journal = joined(state, "journal");
+    secrets = joined(state, "environment");
+    commonSecrets = joined(settings.state, element + ".environment");
+    const nimbo::layout::VirtualHost host{application.host, settings.vhosts};
+    fragment = nimbo::layout::siteApplicationConfigDirectory(host) + element + ".conf";
+    configDirectory = joined(settings.vhosts, "system/" + application.host + "/conf");
+    hostStore = joined(settings.store, application.host + "/larkspur");
+    store = joined(hostStore, element);
+}
+
+} // namespace site

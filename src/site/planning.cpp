@@ -1,0 +1,302 @@
+#include "site/planning.h"
+
+#include "deploy/web_access.h"
+#include "files/paths.h"
+#include "preview/preview.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iostream>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace site {
+
+namespace {
+
+constexpr mode_t permissions = 07777;
+
+/// What the package brought that the site has now, by path.
+class Before {
+public:
+    explicit Before(const std::string& text) : files_(installedFilesOf(text, "the list of files")) {
+        byPath_.reserve(files_.size());
+        for (const InstalledEntry& entry : files_) {
+            byPath_.emplace(entry.path, &entry);
+            count_ += entry.isDirectory ? 0 : 1;
+            times_[entry.sourceTime] += entry.isDirectory ? 0 : 1;
+        }
+    }
+
+    const InstalledFiles& all() const { return files_; }
+
+    /// Null for a path that the package did not bring.
+    const InstalledEntry* at(std::string_view path) const {
+        const auto found = byPath_.find(path);
+        return found == byPath_.end() ? nullptr : found->second;
+    }
+
+    /// True for a file that nobody has changed since it was brought.
+    bool isUntouched(const std::string& path, const struct stat& file) const {
+        const InstalledEntry* const entry = at(path);
+        return entry != nullptr && !entry->isDirectory && S_ISREG(file.st_mode) && entry->size == file.st_size &&
+               entry->time == modificationOf(file);
+    }
+
+    /// True where the source of a file has the time that it had when the file was brought, so that it has the same
+    /// content if it has the same size.  The time of half of the files tells nothing: there are archives in which all
+    /// files have one time, in each release the same.
+    bool comesFrom(const std::string& path, Nanoseconds sourceTime) const {
+        const InstalledEntry* const entry = at(path);
+        return entry != nullptr && entry->sourceTime == sourceTime && 2 * times_.at(sourceTime) <= count_;
+    }
+
+private:
+    InstalledFiles files_;
+    std::unordered_map<std::string_view, const InstalledEntry*> byPath_;
+    std::unordered_map<Nanoseconds, std::size_t> times_; ///< how many files have a source of that time
+    std::size_t count_ = 0;                              ///< of files
+};
+
+/// A path below the application as one below the document root.
+std::string sitePath(const std::string& application, const std::string& relative) {
+    return application.empty() ? relative : entryIn(application, relative);
+}
+
+/// The comparison of package and site.
+struct Comparison {
+    Preview preview;
+    std::unordered_map<std::string, struct stat>
+        seen; ///< files that have their source's size, by path below the application
+};
+
+Comparison compare(const StagingRequest& request, const Before& before) {
+    std::unordered_map<std::string, struct stat> seen;
+    const std::string application = request.application.below();
+    PreviewSettings settings;
+    settings.packageDir = request.packageDir;
+    settings.wwwRoot = request.documentRoot;
+    settings.applicationSubdirectory = request.application.name;
+    // What is opened is opened by steps, and visitors' entries are in none.
+    settings.skipWebserverWrite = true;
+    settings.isKnown = [&](const std::string& relative, const PreviewEntry& entry, const struct stat& file) {
+        seen.emplace(relative, file);
+        const std::string path = sitePath(application, relative);
+        return request.trustsBefore && before.isUntouched(path, file) &&
+               before.comesFrom(path, nanosecondsOf(entry.modified));
+    };
+    Preview preview = previewPackage(settings, readDocument(settings));
+    return {std::move(preview), std::move(seen)};
+}
+
+/// Refuses what speaks against a call, and says so.  What a package brought may be replaced by its next release, but
+/// not what pages have written since: that is a visitor's.
+void refuseFindings(const StagingRequest& request, const Comparison& comparison, const Before& before) {
+    const auto mayBeReplaced = [&](const Finding& finding) {
+        const InstalledEntry* const brought = before.at(sitePath(request.application.below(), finding.subject));
+        const auto entry = comparison.preview.entries.find(finding.subject);
+        if (finding.code != "replaces" || brought == nullptr || entry == comparison.preview.entries.end())
+            return false;
+        struct stat file {};
+        const std::string path = joined(entryIn(request.documentRoot, request.application.below()), finding.subject);
+        return !entry->second.isInWritableTree ||
+               (lstat(path.c_str(), &file) == 0 && before.isUntouched(brought->path, file));
+    };
+    Findings findings = comparison.preview.findings;
+    std::erase_if(findings, [&](const Finding& finding) {
+        return std::ranges::find(request.ignored, finding.code) != request.ignored.end() || mayBeReplaced(finding);
+    });
+    if (findings.empty())
+        return;
+    std::cerr << linesOf(findings);
+    throw std::runtime_error("larkspur-preview is against it; --ignore=CODE passes over a warning");
+}
+
+/// The permission bits of something new that the web server may write.
+mode_t openedMode(mode_t mode, mode_t type, const Account& account, gid_t group) {
+    struct stat status {};
+    status.st_mode = type | mode;
+    status.st_uid = account.uid;
+    status.st_gid = group;
+    return mode | bitsForWebserver(status, account.name);
+}
+
+/// Puts a plan together, directory by directory and file by file.
+class Planning {
+public:
+    Planning(const StagingRequest& request, const Before& before, SiteTree& tree)
+        : request_(request), before_(before), tree_(tree) {}
+
+    SitePlan plan;
+
+    void addWanted(const Comparison& comparison) {
+        const std::string application = request_.application.below();
+        for (auto end = application.find('/'); end != std::string::npos; end = application.find('/', end + 1))
+            addDirectory(application.substr(0, end), {});
+        for (const auto& [relative, entry] : comparison.preview.entries) {
+            const std::string path = sitePath(application, relative);
+            if (entry.isDirectory) {
+                addDirectory(path, entry);
+                continue;
+            }
+            const auto seen = comparison.seen.find(relative);
+            addFile(path, entry, seen == comparison.seen.end() ? nullptr : &seen->second);
+        }
+    }
+
+    /// What was brought before and is no more.
+    void addObsolete() {
+        std::unordered_set<std::string_view> wanted;
+        for (const InstalledEntry& entry : plan.files)
+            wanted.insert(entry.path);
+        std::vector<Step> directories;
+        for (const InstalledEntry& entry : before_.all()) {
+            if (wanted.contains(entry.path) || entry.path.empty())
+                continue;
+            if (entry.isDirectory)
+                directories.push_back({.kind = StepKind::RemoveDirectory, .path = entry.path});
+            else
+                addTaking(entry);
+        }
+        for (Step& step : directories)
+            add(std::move(step));
+    }
+
+private:
+    void addDirectory(const std::string& path, const PreviewEntry& wanted) {
+        const std::optional<Entry> entry = tree_.entry(path);
+        if (entry && !S_ISDIR(entry->status.st_mode))
+            throw std::runtime_error(path + ": the package has a directory where the site has a link or a file");
+        const bool isOpened = wanted.isInWritableTree && request_.webserverWrite;
+        const mode_t standing = entry ? entry->status.st_mode & permissions : 0;
+        mode_t mode = entry ? standing : wanted.mode;
+        if (isOpened && entry)
+            mode |= bitsForWebserver(entry->status, request_.account.name);
+        else if (isOpened)
+            mode = openedMode(mode, S_IFDIR, request_.account, groupBelow(path));
+        if (!entry)
+            addBelow({.kind = StepKind::MakeDirectory, .path = path, .mode = mode});
+        else if (mode != standing && entry->status.st_uid == request_.account.uid)
+            addChangeOfMode(path, standing, mode);
+        plan.files.push_back({.path = path, .isDirectory = true, .mode = mode});
+    }
+
+    /// \param seen null where the site has nothing of the source's size.
+    void addFile(const std::string& path, const PreviewEntry& wanted, const struct stat* seen) {
+        InstalledEntry file{.path = path, .mode = wanted.mode, .sourceTime = nanosecondsOf(wanted.modified)};
+        if (wanted.isInWritableTree && request_.webserverWrite)
+            file.mode = openedMode(wanted.mode, S_IFREG, request_.account, groupBelow(path));
+        const bool isSame = wanted.state == EntryState::Same && seen != nullptr &&
+                            seen->st_uid == request_.account.uid && (seen->st_mode & permissions) == file.mode;
+        if (isSame) {
+            file.size = seen->st_size;
+            file.time = modificationOf(*seen);
+        } else {
+            const std::string source = joined(request_.packageDir, wanted.source);
+            const std::optional<Entry> entry = tree_.entry(path);
+            addBelow(entry ? moving(StepKind::ExchangeFile, path, *entry)
+                           : Step{.kind = StepKind::AddFile, .path = path},
+                     source);
+        }
+        plan.files.push_back(std::move(file));
+    }
+
+    void addTaking(const InstalledEntry& file) {
+        std::optional<Entry> entry;
+        try {
+            entry = tree_.entry(file.path);
+        } catch (const std::system_error& failure) {
+            std::cerr << file.path << ": left as it is: " << failure.code().message() << '\n';
+        }
+        if (entry && !S_ISREG(entry->status.st_mode))
+            std::cerr << file.path << ": left as it is: it is no file any more\n";
+        else if (entry)
+            addBelow(moving(StepKind::TakeFile, file.path, *entry));
+    }
+
+    /// A step in which what stands at a place comes to the store.
+    Step moving(StepKind kind, const std::string& path, const Entry& entry) const {
+        Step step{.kind = kind, .path = path, .standing = entry.identity};
+        const InstalledEntry* const brought = before_.at(path);
+        if (brought != nullptr && !brought->isDirectory) {
+            step.size = brought->size;
+            step.time = brought->time;
+        }
+        return step;
+    }
+
+    void addChangeOfMode(const std::string& path, mode_t standing, mode_t mode) {
+        add({.kind = StepKind::ChangeMode, .path = path, .mode = mode, .before = standing});
+        changeable_.insert(path);
+    }
+
+    /// Adds a step that changes a directory, and before it, where it is missing, the account's right to do so.
+    void addBelow(Step step, std::string source = {}) {
+        constexpr mode_t own = 0700;
+        const std::string parent(parentOf(step.path));
+        if (changeable_.insert(parent).second) {
+            const std::optional<Entry> entry = tree_.entry(parent);
+            const mode_t mode = entry ? entry->status.st_mode & permissions : own;
+            if (entry && entry->status.st_uid == request_.account.uid && (mode & own) != own)
+                addChangeOfMode(parent, mode, mode | own);
+        }
+        add(std::move(step), std::move(source));
+    }
+
+    void add(Step step, std::string source = {}) {
+        plan.steps.push_back(std::move(step));
+        plan.sources.push_back(std::move(source));
+    }
+
+    /// The group of what will be made at a path.
+    gid_t groupBelow(const std::string& path) {
+        std::string above(parentOf(path));
+        std::optional<Entry> entry = tree_.entry(above);
+        while (!entry && !above.empty()) {
+            above = std::string(parentOf(above));
+            entry = tree_.entry(above);
+        }
+        const bool isHandedDown = entry && (entry->status.st_mode & S_ISGID) != 0;
+        return isHandedDown ? entry->status.st_gid : request_.account.gid;
+    }
+
+    const StagingRequest& request_;
+    const Before& before_;
+    SiteTree& tree_;
+    std::unordered_set<std::string> changeable_; ///< directories in which the account can change something
+};
+
+} // namespace
+
+std::string textOf(const SitePlan& plan) {
+    const std::string steps = textOf(plan.steps);
+    return std::to_string(steps.size()) + '\n' + steps + textOf(plan.files);
+}
+
+PlanText planTextOf(const std::string& text) {
+    const auto start = text.find('\n') + 1;
+    const std::size_t size = std::stoul(text);
+    return {stepsOf(std::string_view(text).substr(start, size)), text.substr(start + size)};
+}
+
+SitePlan planPresence(const StagingRequest& request, SiteTree& tree) {
+    const Before before(request.before);
+    const Comparison comparison = compare(request, before);
+    refuseFindings(request, comparison, before);
+    Planning planning(request, before, tree);
+    planning.addWanted(comparison);
+    planning.addObsolete();
+    return std::move(planning.plan);
+}
+
+SitePlan planAbsence(const StagingRequest& request, SiteTree& tree) {
+    const Before before(request.before);
+    Planning planning(request, before, tree);
+    planning.addObsolete();
+    return std::move(planning.plan);
+}
+
+} // namespace site

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "site/account.h"
+#include "site/lists.h"
+#include "site/places.h"
+#include "site/site_tree.h"
+
+#include <string>
+#include <vector>
+
+// What a call will do to a site, found out as the site's account.  Nothing is changed.
+
+namespace site {
+
+/// What is to come to a site.
+struct StagingRequest {
+    std::string packageDir;
+    Application application;
+    Account account;
+    std::string hosts; ///< directory of all virtual hosts
+    std::string documentRoot;
+    bool webserverWrite = false;
+    std::string before;               ///< text of InstalledFiles: what the package brought that the site has now
+    bool trustsBefore = true;         ///< a file whose size and time are those of `before` is not read
+    std::vector<std::string> ignored; ///< codes of findings that are no reason to refuse
+    int store = -1;                   ///< directory for the staged files; -1 to plan only
+};
+
+/// The steps of a call, and what the package has brought when they are done.
+struct SitePlan {
+    std::vector<Step> steps;
+    std::vector<std::string> sources; ///< one a step: the file that is to be staged; empty for none
+    InstalledFiles files;             ///< size and time of staged files are not known yet
+};
+
+/// A plan on its way to the process that keeps the journal.  That one needs no look into the list of files.
+struct PlanText {
+    std::vector<Step> steps;
+    std::string files; ///< text of InstalledFiles
+};
+
+std::string textOf(const SitePlan& plan);
+PlanText planTextOf(const std::string& text);
+
+/// Plans an installation or upgrade.  Findings that speak against it are lines on standard error.
+/// \throw std::exception when something speaks against it or cannot be looked at.
+SitePlan planPresence(const StagingRequest& request, SiteTree& tree);
+
+/// Plans the removal of all that was brought.  A visitor's entries are in no step.
+/// \throw std::exception
+SitePlan planAbsence(const StagingRequest& request, SiteTree& tree);
+
+} // namespace site

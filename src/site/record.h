@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+namespace site {
+
+/// What is installed at one place: all that decides whether there is something to do, and what a person asks for.
+struct Record {
+    // The wish: two records with the same one need nothing done.
+    std::string package;     ///< directory, without links
+    std::string fingerprint; ///< of the package, see fingerprintOf
+    std::string account;
+    uid_t uid = 0;
+    std::string script; ///< empty for a package without scripts
+    std::string language;
+    std::vector<std::string> parameters;
+    std::string secrets;      ///< fingerprint of what the script was given
+    std::string documentRoot; ///< directory
+    bool webserverWrite = false;
+
+    // The rest.
+    std::string title;     ///< the application's name, as the package tells it
+    std::string version;   ///< version and release, joined by "-"
+    std::string fragment;  ///< fingerprint; empty for no fragment
+    std::string installed; ///< when it came here, UTC, as of RFC 3339
+    std::string changed;   ///< when it was last changed
+    std::string journal;   ///< the call that wrote this record
+};
+
+bool isSameWish(const Record& a, const Record& b);
+
+std::string textOf(const Record& record);
+
+/// \param file names the text in messages.
+/// \throw std::runtime_error for a text that is no record.
+Record recordOf(const std::string& text, const std::string& file);
+
+/// \return the record in a file; nothing when there is none.
+/// \throw std::runtime_error, std::system_error
+std::optional<Record> readRecord(const std::string& file);
+
+/// A number that differs where the text does, but for one chance in 2^64.  No safeguard against somebody who looks for
+/// two texts that agree: what is compared is root's.
+std::uint64_t checksum(const std::string& text);
+
+/// The number in 16 hexadecimal digits.
+std::string digitsOf(std::uint64_t number);
+
+/// Both.
+std::string fingerprint(const std::string& text);
+
+/// Now, UTC, as of RFC 3339, to the second.
+std::string timeStamp();
+
+} // namespace site

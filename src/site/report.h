@@ -1,0 +1,26 @@
+#pragma once
+
+#include "site/places.h"
+
+#include <string>
+
+// What a person is told, on standard error.  No byte of a name reaches a terminal as a control character.
+
+namespace site {
+
+/// A line with the program's name in front.
+void say(const std::string& text);
+
+/// The line that says that a call has left nothing behind.
+void sayAsBefore(const Application& application);
+
+/// The last line about a host on which a call has failed.
+void sayFailed(const std::string& host);
+
+/// What is going on, for somebody who waits at a terminal.
+void sayProgress(const Application& application, const std::string& step);
+
+/// One line in the system's log.
+void logAct(const Application& application, const std::string& what);
+
+} // namespace site

@@ -1,0 +1,40 @@
+#include "site/secrets.h"
+
+#include "site/record.h"
+#include "site/state_files.h"
+
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+
+namespace site {
+
+Secrets readSecrets(const Places& places) {
+    std::string file = places.secrets;
+    std::optional<std::string> text = readIfThere(file);
+    if (!text) {
+        file = places.commonSecrets;
+        text = readIfThere(file);
+    }
+    if (!text)
+        return {};
+    Secrets secrets{{}, fingerprint(*text)};
+    std::istringstream lines(*text);
+    int number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        if (line.empty() || line.front() == '#')
+            continue;
+        const auto equals = line.find('=');
+        const std::string name = line.substr(0, equals);
+        const std::string where = file + ", line " + std::to_string(number) + ": ";
+        if (equals == std::string::npos || name.empty())
+            throw std::runtime_error(where + "no NAME=VALUE");
+        if (line.find('\0') != std::string::npos)
+            throw std::runtime_error(where + name + " has a NUL byte, at which the environment would end it");
+        secrets.variables.emplace_back(name, line.substr(equals + 1));
+    }
+    return secrets;
+}
+
+} // namespace site

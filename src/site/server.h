@@ -1,0 +1,40 @@
+#pragma once
+
+#include "site/places.h"
+#include "site/settings.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// The web server, which all hosts share: fragments, the check of its configuration, and reloads.  Root's work.
+
+namespace site {
+
+/// A fragment on its way.
+struct FragmentChange {
+    Places places;
+    std::string text;                  ///< empty for no fragment
+    std::optional<std::string> before; ///< what is there now; nothing for none
+};
+
+/// Puts a fragment into its place, or removes it where the text is empty.
+/// \return false where it is there already.
+/// \throw std::exception
+bool placeFragment(const Places& places, const std::string& text);
+
+/// Puts fragments into their places and has the server check its whole configuration, once, while no other call can.
+/// If it is against it, they go back.  Where all of them are there already, nothing is checked.
+/// \throw std::runtime_error that says which: the fragments are refused, or the configuration was broken before.
+///        All fragments are then as before.
+void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes);
+
+/// Notes that the server has to be told.
+void noteReload(const Settings& settings);
+
+/// Reloads the server if that was noted.  A reload that fails or is cut off stays due.
+/// \return true when it was due.
+/// \throw std::exception
+bool reloadIfDue(const Settings& settings);
+
+} // namespace site

@@ -1,0 +1,202 @@
+#include "site/settings.h"
+
+#include "files/paths.h"
+#include "site/state_files.h"
+
+#include <array>
+#include <boost/algorithm/string/trim.hpp>
+#include <charconv>
+#include <functional>
+#include <stdexcept>
+#include <string_view>
+
+namespace site {
+
+namespace {
+
+/// One assignment file from its first to its last character.
+class Assignments {
+public:
+    Assignments(std::string_view text, const std::string& file) : rest_(text), file_(file) {}
+
+    std::vector<std::pair<std::string, std::string>> all() {
+        std::vector<std::pair<std::string, std::string>> found;
+        while (skipToName()) {
+            std::string name = nameAtHand();
+            found.emplace_back(std::move(name), valueAtHand());
+        }
+        return found;
+    }
+
+private:
+    char take() {
+        const char character = rest_.front();
+        rest_.remove_prefix(1);
+        line_ += character == '\n' ? 1 : 0;
+        return character;
+    }
+
+    /// \return false at the end of the text.
+    bool skipToName() {
+        while (!rest_.empty()) {
+            if (rest_.front() == '#' || rest_.front() == ';')
+                skipLine();
+            else if (std::string_view(" \t\r\n").find(rest_.front()) != std::string_view::npos)
+                take();
+            else
+                return true;
+        }
+        return false;
+    }
+
+    void skipLine() {
+        while (!rest_.empty() && take() != '\n') {
+        }
+    }
+
+    std::string nameAtHand() {
+        const auto end = rest_.find_first_of("=\n");
+        if (end == std::string_view::npos || rest_[end] != '=' || end == 0)
+            fail("no NAME=VALUE");
+        std::string name(rest_.substr(0, end));
+        boost::algorithm::trim(name);
+        rest_.remove_prefix(end + 1);
+        return name;
+    }
+
+    std::string valueAtHand() {
+        std::string value;
+        std::size_t kept = 0; // what stands before this is no blank at the end
+        while (!rest_.empty()) {
+            const char character = take();
+            if (character == '\n')
+                break;
+            if (character == '\'' || character == '"') {
+                appendQuoted(value, character);
+                kept = value.size();
+            } else if (character == '\\') {
+                appendEscaped(value);
+                kept = value.size();
+            } else if (character != ' ' && character != '\t' && character != '\r') {
+                value.push_back(character);
+                kept = value.size();
+            } else if (kept > 0) {
+                value.push_back(character);
+            }
+        }
+        value.resize(kept);
+        return value;
+    }
+
+    void appendEscaped(std::string& value) {
+        if (rest_.empty())
+            return;
+        const char character = take();
+        if (character != '\n')
+            value.push_back(character);
+    }
+
+    void appendQuoted(std::string& value, char quote) {
+        const std::size_t begin = line_;
+        while (!rest_.empty()) {
+            const char character = take();
+            if (character == quote)
+                return;
+            const bool isEscape = quote == '"' && character == '\\' && !rest_.empty() &&
+                                  std::string_view("\"\\`$\n").find(rest_.front()) != std::string_view::npos;
+            if (isEscape)
+                appendEscaped(value);
+            else
+                value.push_back(character);
+        }
+        line_ = begin;
+        fail("a quote without its end");
+    }
+
+    [[noreturn]] void fail(const std::string& what) const {
+        throw std::runtime_error(file_ + ", line " + std::to_string(line_) + ": " + what);
+    }
+
+    std::string_view rest_;
+    const std::string& file_;
+    std::size_t line_ = 1;
+};
+
+std::string absolutePath(const std::string& value) {
+    if (!value.starts_with('/'))
+        throw std::runtime_error("is no absolute path");
+    return value;
+}
+
+std::string anyText(const std::string& value) {
+    if (value.empty())
+        throw std::runtime_error("is empty");
+    return value;
+}
+
+std::string pathBelow(const std::string& value) {
+    if (value.empty() || value.starts_with('/') || hasDotDot(value))
+        throw std::runtime_error("is no path below a host's directory");
+    return value;
+}
+
+std::chrono::seconds seconds(const std::string& value) {
+    unsigned number = 0;
+    const auto [end, failure] = std::from_chars(value.data(), value.data() + value.size(), number);
+    if (failure != std::errc() || end != value.data() + value.size() || number == 0)
+        throw std::runtime_error("is no number of seconds");
+    return std::chrono::seconds(number);
+}
+
+bool yesOrNo(const std::string& value) {
+    if (value != "yes" && value != "no")
+        throw std::runtime_error("is neither yes nor no");
+    return value == "yes";
+}
+
+struct Setting {
+    std::string_view name;
+    void (*set)(Settings& settings, const std::string& value);
+};
+
+constexpr std::array known{
+    Setting{"CONFIGTEST", [](Settings& settings, const std::string& value) { settings.configTest = anyText(value); }},
+    Setting{"DOCUMENT_ROOT",
+            [](Settings& settings, const std::string& value) { settings.documentRoot = pathBelow(value); }},
+    Setting{"PHP", [](Settings& settings, const std::string& value) { settings.php = absolutePath(value); }},
+    Setting{"RELOAD", [](Settings& settings, const std::string& value) { settings.reload = anyText(value); }},
+    Setting{"STATE", [](Settings& settings, const std::string& value) { settings.state = absolutePath(value); }},
+    Setting{"STORE", [](Settings& settings, const std::string& value) { settings.store = absolutePath(value); }},
+    Setting{"TIME_LIMIT", [](Settings& settings, const std::string& value) { settings.timeLimit = seconds(value); }},
+    Setting{"VHOSTS", [](Settings& settings, const std::string& value) { settings.vhosts = absolutePath(value); }},
+    Setting{"WEBSERVER_WRITE",
+            [](Settings& settings, const std::string& value) { settings.webserverWrite = yesOrNo(value); }},
+};
+
+} // namespace
+
+std::vector<std::pair<std::string, std::string>> readAssignments(const std::string& text, const std::string& file) {
+    return Assignments(text, file).all();
+}
+
+Settings readSettings(const std::string& file, bool hasToExist) {
+    Settings settings;
+    const std::optional<std::string> text = readIfThere(file);
+    if (!text && hasToExist)
+        throw std::runtime_error("no settings: " + file + " is not there");
+    for (const auto& [name, value] : readAssignments(text.value_or(""), file)) {
+        const auto* const setting = std::ranges::find(known, name, &Setting::name);
+        if (setting == known.end())
+            throw std::runtime_error(file + ": there is no setting " + name);
+        try {
+            setting->set(settings, value);
+        } catch (const std::runtime_error& failure) {
+            throw std::runtime_error(file + ": " + name + " " + failure.what() + ": " + value);
+        }
+    }
+    if (settings.store.empty())
+        settings.store = settings.vhosts + "/system";
+    return settings;
+}
+
+} // namespace site

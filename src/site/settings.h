@@ -1,0 +1,36 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace site {
+
+/// Reads `NAME=VALUE` lines with the quoting of an EnvironmentFile (systemd.exec(5)).  Blank lines and lines that begin
+/// with "#" or ";" are comments.  In single quotes everything stands as it is; in double quotes a backslash escapes
+/// `"`,
+/// `\`, `` ` `` and `$`; elsewhere it escapes any character.  A backslash at a line's end joins the next line to it.
+/// Blanks around a value are no part of it.  The text is read, never run. \param file names the text in messages.
+/// \return names and values in their order.
+/// \throw std::runtime_error for what is no such line, with its number.
+std::vector<std::pair<std::string, std::string>> readAssignments(const std::string& text, const std::string& file);
+
+/// What the machine's administrator sets; each has its name in the settings file as a comment.
+struct Settings {
+    std::string state = "/var/lib/larkspur";         ///< STATE: directory of what is installed where
+    std::string vhosts = "/var/www/vhosts";          ///< VHOSTS: directory of all virtual hosts
+    std::string documentRoot = "httpdocs";           ///< DOCUMENT_ROOT: below a host's directory
+    std::string store;                               ///< STORE: on the hosts' file system; empty for VHOSTS/system
+    std::string php = "/usr/bin/php";                ///< PHP: the interpreter of scripts in PHP
+    std::string configTest = "apachectl configtest"; ///< CONFIGTEST: a command for sh -c
+    std::string reload = "service apache2 reload";   ///< RELOAD: a command for sh -c
+    std::chrono::seconds timeLimit{600};             ///< TIME_LIMIT: for each process that a call waits for
+    bool webserverWrite = false;                     ///< WEBSERVER_WRITE: "yes" or "no"
+};
+
+/// \param file the settings file; one that is not there leaves the defaults, unless it has to exist.
+/// \throw std::runtime_error for a file that cannot be read, an unknown name or an unusable value.
+Settings readSettings(const std::string& file, bool hasToExist);
+
+} // namespace site

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace site {
+
+/// Runs larkspur-site.
+/// \return its exit status: 0 done, 1 failed and told, 2 for a command line that cannot be used.
+/// \throw std::exception when it could not begin, for its settings for instance; nothing was changed then.
+int siteCommand(int argc, char** argv);
+
+} // namespace site

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "files/no_links_below.h"
+#include "site/lists.h"
+
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+
+namespace site {
+
+/// What stands at a place, links not followed.
+struct Entry {
+    struct stat status {};
+    Identity identity;
+};
+
+/// What fstatat(2) and statx(2) tell; nothing where nothing is there.
+/// \param name an empty one stands for the descriptor's own file.
+/// \throw std::system_error where it cannot be looked at: that is not "is not there".
+std::optional<Entry> entryAt(int directory, const char* name);
+
+/// A host's document root and what lies in it, for the site's account: reached by descriptors, and no link is followed
+/// in the host's directory, which its customer may own.  Paths are below the document root, as normalPath gives them.
+class SiteTree {
+public:
+    /// \param hosts directory of all hosts.
+    /// \param documentRoot a path below it.
+    /// \throw std::runtime_error where the account cannot enter the document root.
+    SiteTree(const std::string& hosts, const std::string& documentRoot);
+
+    /// The place of a path for the *at(2) calls, good until the next call.
+    /// \param path its text must stay as it is while the place is used.
+    /// \return nothing where a directory on the way is missing.
+    /// \throw std::system_error where one cannot be entered, or is a link or no directory.
+    std::optional<Place> find(const std::string& path);
+
+    /// As find, but a directory that is missing throws, too.
+    Place of(const std::string& path);
+
+    /// The entry at a path; nothing where it or a directory on the way is missing.
+    /// \throw std::system_error where it cannot be looked at.
+    std::optional<Entry> entry(const std::string& path);
+
+private:
+    NoLinksBelow tree_;
+};
+
+} // namespace site

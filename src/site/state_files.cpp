@@ -1,0 +1,131 @@
+#include "site/state_files.h"
+
+#include "files/paths.h"
+#include "site/child.h"
+
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace site {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& file) {
+    throw std::system_error(errno, std::generic_category(), file);
+}
+
+void syncDirectory(const std::string& directory) {
+    const UniqueFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.get() < 0 || fsync(fd.get()) != 0)
+        fail(directory);
+}
+
+} // namespace
+
+std::optional<std::string> readIfThere(const std::string& file) {
+    const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            return std::nullopt;
+        fail(file);
+    }
+    std::string text;
+    std::array<char, 65536> buffer; // NOLINT: filled by read(2) up to what it returns
+    for (;;) {
+        const ssize_t got = TEMP_FAILURE_RETRY(read(fd.get(), buffer.data(), buffer.size()));
+        if (got < 0)
+            fail(file);
+        if (got == 0)
+            return text;
+        text.append(buffer.data(), static_cast<std::size_t>(got));
+    }
+}
+
+std::string unfinishedName(const std::string& file) {
+    return file + ".new";
+}
+
+void writeDurably(const std::string& file, const std::string& text) {
+    const std::string unfinished = unfinishedName(file);
+    UniqueFd fd(open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    std::string_view rest = text;
+    while (fd.get() >= 0 && !rest.empty()) {
+        const ssize_t written = TEMP_FAILURE_RETRY(write(fd.get(), rest.data(), rest.size()));
+        if (written < 0)
+            fail(file);
+        rest.remove_prefix(static_cast<std::size_t>(written));
+    }
+    if (fd.get() < 0 || fsync(fd.get()) != 0 || fd.close() != 0 || rename(unfinished.c_str(), file.c_str()) != 0)
+        fail(file);
+    syncDirectory(std::string(parentOf(file)));
+}
+
+void createDurably(const std::string& file) {
+    const UniqueFd fd(open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (fd.get() < 0)
+        fail(file);
+    syncDirectory(std::string(parentOf(file)));
+}
+
+void removeDurably(const std::string& file) {
+    if (unlink(file.c_str()) != 0) {
+        if (errno != ENOENT)
+            fail(file);
+        return;
+    }
+    syncDirectory(std::string(parentOf(file)));
+}
+
+void renameDurably(const std::string& from, const std::string& to) {
+    if (rename(from.c_str(), to.c_str()) == 0)
+        syncDirectory(std::string(parentOf(to)));
+    else if (errno != ENOENT)
+        fail(from);
+}
+
+void makeDirectories(const std::string& directory) {
+    if (mkdir(directory.c_str(), 0700) == 0) {
+        syncDirectory(std::string(parentOf(directory)));
+        return;
+    }
+    if (errno == ENOENT) {
+        makeDirectories(std::string(parentOf(directory)));
+        makeDirectories(directory);
+    } else if (errno != EEXIST) {
+        fail(directory);
+    }
+}
+
+std::optional<FileLock> FileLock::tryToTake(const std::string& file) {
+    UniqueFd fd(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (fd.get() < 0)
+        fail(file);
+    if (flock(fd.get(), LOCK_EX | LOCK_NB) == 0)
+        return FileLock(std::move(fd));
+    if (errno != EWOULDBLOCK)
+        fail(file);
+    return std::nullopt;
+}
+
+FileLock FileLock::take(const std::string& file, std::chrono::seconds wait, const std::function<void()>& tell) {
+    const auto end = std::chrono::steady_clock::now() + wait;
+    bool isTold = false;
+    for (;;) {
+        if (std::optional<FileLock> lock = tryToTake(file))
+            return std::move(*lock);
+        throwIfInterrupted();
+        if (std::chrono::steady_clock::now() >= end)
+            throw std::runtime_error("another call has not ended within " + std::to_string(wait.count()) + " s");
+        if (!isTold)
+            tell();
+        isTold = true;
+        sleepUntilSignal(std::chrono::milliseconds(20));
+    }
+}
+
+} // namespace site

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "site/lists.h"
+#include "site/site_tree.h"
+
+#include <string>
+#include <vector>
+
+// The steps of a call, carried out and taken back by the site's account.  A visitor sees each one as one change.
+
+namespace site {
+
+/// Carries steps out in their order, all but RemoveDirectory.  Those that are done already are passed over.
+/// \param store directory of the staged files.
+/// What a TakeFile step does not find any more stays away, and what somebody else has put there stays.
+/// \return the modes of directories that were made, one a step of that kind.
+/// \throw std::exception for the first step that cannot be carried out; those before it have been.
+std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps);
+
+/// Takes back what was carried out, in the reverse order.  Only what this call brought to a place is taken from it:
+/// where somebody else has put something there, that stays and a line on standard error tells so.
+/// \return true when every place is as before.
+/// \throw std::runtime_error when a step could not be taken back, after all others have been tried.
+bool takeBack(SiteTree& tree, int store, const std::vector<Step>& steps);
+
+/// Removes the directories of RemoveDirectory steps, contents before what holds them, those that are empty.
+void removeDirectories(SiteTree& tree, const std::vector<Step>& steps);
+
+/// The name of a step's file in the store.
+std::string storeName(std::size_t step);
+
+} // namespace site
