@@ -1,0 +1,173 @@
+#!/usr/bin/python3
+"""Nothing of a visitor's is lost or changed, whatever larkspur-site does and however that ends."""
+
+import os
+import pathlib
+import socket
+import subprocess
+
+from support import SiteTest, Visitor, acl, all_facts, facts, kill_child, kill_leader, kill_tree, main
+
+OPEN = "<mapping url='/' path='htdocs'/><mapping url='data' path='data'/>"
+OLD = {"htdocs/index": "one", "htdocs/same": "same", "htdocs/gone": "one", "htdocs/old/page": "one",
+       "data/book": "first\n", "data/same": "same"}
+NEW = {"htdocs/index": "two", "htdocs/same": "same", "htdocs/new/page": "two", "data/book": "first of two\n",
+       "data/same": "same"}
+USER_OBJ, USER, GROUP_OBJ, MASK, OTHER = 0x01, 0x02, 0x04, 0x10, 0x20
+ALL = 0xFFFFFFFF
+
+
+class VisitorsTest(SiteTest):
+    def setUp(self):
+        super().setUp()
+        self.one = self.package("one", OLD, mappings=OPEN)
+        self.two = self.package("two", NEW, mappings=OPEN)
+        self.failing = self.package("failing", NEW, "exit 3", mappings=OPEN)
+        self.refused = self.package("refused", NEW, mappings=OPEN + "<mapping url='r' virtual='redirect' "
+                                    "href='http://no-such-directive'/>")
+        self.changes(self.present(self.one))
+
+    def zoo(self):
+        """What visitors and the customer have beside and in the package's entries."""
+        sitea, nobody = 20001, 65534
+        own = self.app / "data/own"
+        own.mkdir()
+        private = own / "private"
+        private.write_text("secret")
+        private.chmod(0o600)
+        rights = acl((USER_OBJ, 6, ALL), (USER, 4, nobody), (GROUP_OBJ, 0, ALL), (MASK, 4, ALL), (OTHER, 0, ALL))
+        for path in (private, self.app / "index"):
+            os.setxattr(path, "system.posix_acl_access", rights)
+            os.setxattr(path, "user.note", b"\0mine")
+        os.setxattr(own, "system.posix_acl_default", rights)
+        own.chmod(0o2751)
+        with open(own / "holes", "wb") as holes:
+            holes.write(b"begin")
+            holes.truncate(1 << 40)
+        os.utime(own / "holes", ns=(0, 86_400_000_000_123))
+        os.link(private, self.root / "other-name")
+        os.link(self.app / "same", own / "name-of-same")
+        os.symlink("/etc/shadow", own / "link")
+        os.mkfifo(own / "pipe", 0o640)
+        with socket.socket(socket.AF_UNIX) as listener:
+            os.chdir(own)
+            listener.bind("socket")
+            os.chdir("/")
+        (own / "closed").write_text("closed")
+        (own / "closed").chmod(0)
+        (own / "line\nfeed").write_text("")
+        for path in (own, *own.iterdir()):
+            os.lchown(path, sitea, nobody)
+        (self.app / "same").chmod(0o640)
+        (self.app / "data").chmod(0o2775)
+        return own
+
+    def untouched(self, own):
+        """Everything but what a way back cannot give back: when names of the package were last changed."""
+        told = all_facts(self.vhosts)
+        for path, entry in told.items():
+            if (self.vhosts / path) not in (own, *own.iterdir()):
+                del entry["changed"]
+                if (self.vhosts / path).is_dir():
+                    del entry["modified"]
+        return told
+
+    def test_every_entry_is_the_same_in_every_respect_after_every_way_back(self):
+        own = self.zoo()
+        before = self.untouched(own)
+        rows = [
+            ("script", lambda: self.present(self.failing)),
+            ("fragment", lambda: self.present(self.refused)),
+            ("killed tree", lambda: self.cut_and_recover(kill_tree, ("swap", 3))),
+            ("killed leader", lambda: self.cut_and_recover(kill_leader, ("fragment", 1))),
+            ("killed child", lambda: self.cut_and_recover(kill_child, ("swap", 5))),
+            ("killed in the script", lambda: self.cut_and_recover(kill_tree, "script")),
+            ("killed in the way back", self.cut_twice_and_recover),
+        ]
+        for name, act in rows:
+            with self.subTest(name):
+                act()
+                self.assertEqual(self.untouched(own), before)
+
+    def cut_and_recover(self, end, moment):
+        self.assertIsNotNone(self.cut(end, moment, self.words(self.two)))
+        self.stays(self.call("recover"))
+
+    def cut_twice_and_recover(self):
+        self.assertIsNotNone(self.cut(kill_tree, ("script", 1), self.words(self.two)))
+        self.assertIsNotNone(self.cut(kill_tree, ("back", 3), ["recover"]))
+        self.stays(self.call("recover"))
+
+    def test_uploads_are_neither_read_nor_counted(self):
+        own = self.zoo()
+        (own / "upload").write_bytes(os.urandom(1 << 20))
+        read_before = 1_000_000_000
+        uploads = [own / "upload", own / "holes", own / "private"]
+        for upload in uploads:
+            os.utime(upload, ns=(read_before, upload.stat().st_mtime_ns))
+        before = {path: facts(path) for path in own.iterdir()}
+        for read in uploads:
+            os.utime(read, ns=(read_before, read.stat().st_mtime_ns))
+        for act in (self.present(self.two), self.present(self.failing), self.present(self.one), self.absent()):
+            del act
+            self.assertEqual({path.stat().st_atime_ns for path in uploads}, {read_before})
+        for path, told in before.items():
+            now = facts(path)
+            self.assertEqual({**now, "changed": 0}, {**told, "changed": 0})
+
+    def test_a_busy_site_loses_nothing_in_any_act(self):
+        data = self.app / "data"
+        inner = data / "inner"
+        inner.mkdir()
+        for directory in (data, inner):
+            os.chown(directory, 20001, 20100)
+        hold = [("journal", 1), ("swap", 2), ("swap", 7), ("fragment", 1), "script", ("script", 1), ("noted", 1)]
+        with Visitor(self, inner), Visitor(self, data):
+            for _ in range(2):
+                self.changes(self.present(self.two))
+                self.stays(self.present(self.two))
+                self.changes(self.present(self.two, options=["--repair"]))
+                self.fails(self.present(self.failing), "exit status 3", is_taken_back=True)
+                self.fails(self.present(self.refused), "refuses the fragment", is_taken_back=True)
+                for end in (kill_tree, kill_leader, kill_child):
+                    for moment in hold:
+                        self.cut(end, moment, self.words(self.one))
+                        self.cut(end, ("back", 2), ["recover"])
+                        self.call("recover")
+                self.changes(self.absent())
+                self.cut(kill_tree, ("swap", 4), self.words(self.one))
+                self.present(self.one)
+                self.cut(kill_tree, ("swap", 4), ["absent", "one.example", "app"])
+                self.call("recover")
+                self.changes(self.present(self.one))
+
+    def test_lines_in_a_file_of_the_package_are_kept(self):
+        book = self.app / "data/book"
+        kept = self.places()[1] / "kept"
+
+        def write(text):
+            subprocess.run(["setpriv", "--reuid=sitea", "--clear-groups", "sh", "-c", 'printf %s "$1" >>"$2"', "sh", text,
+                            book], check=True)
+
+        def kept_text():
+            return "".join(path.read_text() for path in kept.rglob("book"))
+
+        write("before\n")
+        self.assertEqual(self.present(self.failing).status, 1)
+        self.assertEqual(book.read_text(), "first\nbefore\n")
+        call = self.start(*self.words(self.failing), moment="script")
+        self.assertTrue(call.hold())
+        write("while the script runs\n")
+        call.go_on()
+        self.assertEqual(call.end().status, 1)
+        self.assertEqual(book.read_text(), "first\nbefore\n")
+        self.assertIn("first of two\nwhile the script runs\n", kept_text())
+        self.changes(self.present(self.two))
+        self.assertIn("first\nbefore\n", kept_text())
+        write("after\n")
+        self.changes(self.absent())
+        self.assertIn("first of two\nafter\n", kept_text())
+
+
+if __name__ == "__main__":
+    main()
