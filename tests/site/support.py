@@ -142,7 +142,7 @@ def facts(path):
     elif stat.S_ISREG(status.st_mode):
         told["size"] = (status.st_size, status.st_blocks)
         if status.st_size < 1 << 20:
-            told["content"] = pathlib.Path(path).read_bytes()
+            told["content"] = pathlib.Path(os.fsdecode(path)).read_bytes()
     return told
 
 
@@ -153,6 +153,18 @@ def all_facts(root):
             path = os.path.normpath(os.path.join(directory, name))
             found[os.fsdecode(os.path.relpath(path, os.fsencode(root)))] = facts(path)
     return found
+
+
+def differences(before, after):
+    """Of two values of all_facts or release, a line a difference."""
+    lines = []
+    for path in sorted(before.keys() | after.keys()):
+        was, now = before.get(path), after.get(path)
+        if isinstance(was, dict) and isinstance(now, dict):
+            lines += [f"{path}: {line}" for line in differences(was, now)]
+        elif was != now:
+            lines.append(f"{path}: {was} is {now}")
+    return lines
 
 
 def tree(root):
@@ -267,13 +279,12 @@ class SiteTest(unittest.TestCase):
             self.assertEqual(lines[-2], as_before)
 
     def cut(self, end, moment, words):
-        """Ends a call at a moment.  Returns what it left, or None when it never came there."""
+        """Ends a call at a moment, to which it has to come."""
         call = self.start(*words, moment=moment)
-        if call.hold():
-            end(call)
-            return call.end()
-        call.end()
-        return None
+        if not call.hold():
+            self.fail(f"{words} does not come to {moment}: {call.end()}")
+        end(call)
+        return call.end()
 
     def moments(self, *words):
         """All moments to which a call comes, each with its number."""
