@@ -155,8 +155,10 @@ std::string textOf(const std::vector<Step>& steps) {
             .number(step.staged.birth)
             .number(static_cast<std::int64_t>(step.standing.inode))
             .number(step.standing.birth)
-            .number(step.size)
-            .number(step.time)
+            .number(step.brings.size)
+            .number(step.brings.time)
+            .number(step.brought.size)
+            .number(step.brought.time)
             .path(step.path);
     return text;
 }
@@ -176,8 +178,10 @@ std::vector<Step> stepsOf(std::string_view text) {
         step.staged.birth = line.number<Nanoseconds>();
         step.standing.inode = static_cast<std::uint64_t>(line.number<std::int64_t>());
         step.standing.birth = line.number<Nanoseconds>();
-        step.size = line.number<std::int64_t>();
-        step.time = line.number<Nanoseconds>();
+        step.brings.size = line.number<std::int64_t>();
+        step.brings.time = line.number<Nanoseconds>();
+        step.brought.size = line.number<std::int64_t>();
+        step.brought.time = line.number<Nanoseconds>();
         step.path = line.path();
         steps.push_back(std::move(step));
     });

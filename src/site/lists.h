@@ -55,6 +55,14 @@ enum class StepKind {
     RemoveDirectory, ///< if it is empty; only when there is no way back any more
 };
 
+/// Size and time by which a file is known again as it was written; a file that somebody has written to has others.
+struct Written {
+    std::int64_t size = -1; ///< -1: it is not known
+    Nanoseconds time = 0;   ///< its modification
+
+    bool operator==(const Written&) const = default;
+};
+
 /// One change of the site.
 struct Step {
     StepKind kind = StepKind::AddFile;
@@ -63,8 +71,8 @@ struct Step {
     mode_t before = 0;      ///< that a directory has had, for ChangeMode
     Identity staged = {};   ///< of what comes from the store
     Identity standing = {}; ///< of what is at the place before
-    std::int64_t size = -1; ///< of what is at the place, as a package brought it; -1: no package did
-    Nanoseconds time = 0;   ///< its modification, as a package brought it
+    Written brings = {};    ///< what comes from the store, as it was put there
+    Written brought = {};   ///< what is at the place before, as a package brought it
 };
 
 /// What a call was for.

@@ -221,10 +221,8 @@ private:
     Step moving(StepKind kind, const std::string& path, const Entry& entry) const {
         Step step{.kind = kind, .path = path, .standing = entry.identity};
         const InstalledEntry* const brought = before_.at(path);
-        if (brought != nullptr && !brought->isDirectory) {
-            step.size = brought->size;
-            step.time = brought->time;
-        }
+        if (brought != nullptr && !brought->isDirectory)
+            step.brought = {brought->size, brought->time};
         return step;
     }
 

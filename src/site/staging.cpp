@@ -96,7 +96,9 @@ void stage(const StagingRequest& request, SiteTree& tree, SitePlan& plan) {
             continue;
         cutPoint("stage");
         Step& step = plan.steps[number];
-        step.staged = staging.stage(plan.sources[number], storeName(number), *files.at(step.path));
+        InstalledEntry& file = *files.at(step.path);
+        step.staged = staging.stage(plan.sources[number], storeName(number), file);
+        step.brings = {file.size, file.time};
     }
 }
 

@@ -39,7 +39,7 @@ std::vector<std::string> namesIn(int directory) {
     return names;
 }
 
-/// The old entries of a call, on their way out.
+/// The entries of a call that no site has any more, on their way out.
 class Sorting {
 public:
     explicit Sorting(const Places& places) : kept_(joined(places.store, "kept/" + timeStamp())) {
@@ -58,9 +58,11 @@ public:
         const bool wasThere = step != nullptr && step->standing.inode != 0 && entry->identity == step->standing;
         if (wasThere && S_ISDIR(entry->status.st_mode) && unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0)
             return;
-        const bool isPackages = S_ISREG(entry->status.st_mode) && wasThere && step->size == entry->status.st_size &&
-                                step->time == modificationOf(entry->status);
-        if (wasThere && !isPackages)
+        // A file of a call that was taken back may have been written to as well while it stood in the site.
+        const bool came = step != nullptr && step->staged.inode != 0 && entry->identity == step->staged;
+        const Written now{entry->status.st_size, modificationOf(entry->status)};
+        const bool isPackages = S_ISREG(entry->status.st_mode) && now == (came ? step->brings : step->brought);
+        if ((wasThere || came) && !isPackages)
             keep(directory, name, step->path);
         else if (unlinkat(directory, name.c_str(), S_ISDIR(entry->status.st_mode) ? AT_REMOVEDIR : 0) != 0)
             fail(name);
