@@ -120,6 +120,7 @@ class Call:
         for file in self.files:
             file.seek(0)
             texts.append(file.read().decode(errors="backslashreplace"))
+            file.close()
         return Outcome(status, *texts)
 
 

@@ -119,31 +119,37 @@ class VisitorsTest(SiteTest):
         state = subprocess.run(["du", "-s", self.state], check=True, capture_output=True, text=True).stdout
         self.assertLess(int(state.split()[0]), 100)
 
+    def cut_while_it_goes_back(self):
+        """Where there is something to take back."""
+        call = self.start("recover", moment=("back", 2))
+        if call.hold():
+            kill_tree(call)
+        call.end()
+
     def test_a_busy_site_loses_nothing_in_any_act(self):
         data = self.app / "data"
         inner = data / "inner"
         inner.mkdir()
         for directory in (data, inner):
             os.chown(directory, 20001, 20100)
-        hold = [("journal", 1), ("swap", 2), ("swap", 7), ("fragment", 1), "script", ("script", 1), ("noted", 1)]
+        moments = [("staged", 1), ("swap", 2), ("swap", 7), ("fragment", 1), "script", ("script", 1), ("noted", 1)]
         with Visitor(self, inner), Visitor(self, data):
-            for _ in range(2):
-                self.changes(self.present(self.two))
-                self.stays(self.present(self.two))
-                self.changes(self.present(self.two, options=["--repair"]))
-                self.fails(self.present(self.failing), "exit status 3", is_taken_back=True)
-                self.fails(self.present(self.refused), "refuses the fragment", is_taken_back=True)
-                for end in (kill_tree, kill_leader, kill_child):
-                    for moment in hold:
-                        self.cut(end, moment, self.words(self.one))
-                        self.cut(end, ("back", 2), ["recover"])
-                        self.call("recover")
-                self.changes(self.absent())
-                self.cut(kill_tree, ("swap", 4), self.words(self.one))
-                self.present(self.one)
-                self.cut(kill_tree, ("swap", 4), ["absent", "one.example", "app"])
-                self.call("recover")
-                self.changes(self.present(self.one))
+            self.changes(self.present(self.two))
+            self.changes(self.present(self.two, options=["--repair"]))
+            self.fails(self.present(self.failing), "exit status 3", is_taken_back=True)
+            self.fails(self.present(self.refused), "refuses the fragment", is_taken_back=True)
+            for end in (kill_tree, kill_leader, kill_child):
+                for moment in moments:
+                    self.cut(end, moment, self.words(self.one))
+                    self.cut_while_it_goes_back()
+                    self.stays(self.call("recover"))
+                    self.present(self.two)
+            self.changes(self.absent())
+            self.cut(kill_tree, ("swap", 4), self.words(self.one))
+            self.changes(self.present(self.one))
+            self.cut(kill_tree, ("swap", 4), ["absent", "one.example", "app"])
+            self.stays(self.call("recover"))
+            self.changes(self.present(self.one))
 
     def test_lines_in_a_file_of_the_package_are_kept(self):
         book = self.app / "data/book"
