@@ -1,0 +1,134 @@
+#!/usr/bin/python3
+"""Each step of each act is ended by SIGKILL; then the same call, another call, or recover leaves one release."""
+
+import json
+import os
+import pathlib
+
+from support import SiteTest, differences, kill_child, kill_leader, kill_tree, main
+
+HANDLER = "<php:handler><php:extension>php</php:extension></php:handler>"
+ENDS = [("the whole tree", kill_tree), ("the leader", kill_leader), ("the child", kill_child)]
+
+
+def mappings(target):
+    return (f"<mapping url='/' path='htdocs'>{HANDLER}</mapping>"
+            f"<mapping url='r' virtual='redirect' href='http://{target}'/>")
+
+
+class CutOffTest(SiteTest):
+    """Releases one and two have a file that is the same, one that differs, and each a directory of its own."""
+
+    def setUp(self):
+        super().setUp()
+        both = {"htdocs/same": "same", "htdocs/sub/page": ""}
+        self.one = self.package("one", both | {"htdocs/index": "one", "htdocs/old/page": "one"},
+                                mappings=mappings("one"))
+        self.two = self.package("two", both | {"htdocs/index": "two", "htdocs/new/page": "two"},
+                                mappings=mappings("two"))
+        self.acts = {"install": self.words(self.one), "upgrade": self.words(self.two),
+                     "remove": ["absent", "one.example", "app"], "recover": ["recover"]}
+        self.releases = {"nothing": self.release()}
+        self.changes(self.call(*self.acts["install"]))
+        self.releases["one"] = self.release()
+        self.changes(self.call(*self.acts["upgrade"]))
+        self.releases["two"] = self.release()
+        self.changes(self.absent())
+        self.assertEqual(self.releases["nothing"], self.release())
+
+    def begin(self, release):
+        """Whatever is there, the release is installed by calls that nobody cuts."""
+        outcome = self.absent() if release == "nothing" else self.present(self.one if release == "one" else self.two)
+        self.assertEqual(outcome.status, 0, outcome.error)
+        self.be(release)
+
+    def be(self, *releases):
+        """The site is one of the releases, in every respect."""
+        now = self.release()
+        differing = {release: differences(self.releases[release], now) for release in releases}
+        self.assertIn([], differing.values(), differing)
+
+    def reloaded(self):
+        """After the next reload the server has read what there is."""
+        outcome = self.call("reload")
+        self.assertEqual(outcome.status, 0, outcome.error)
+        fragment = self.places()[2]
+        loaded = self.loaded.read_text() if self.loaded.exists() else ""
+        self.assertEqual(loaded, fragment.read_text() if fragment.exists() else "")
+
+    # Which release is there before, what is cut off, what comes next, and which releases may be there then.
+    ROWS = [
+        ("nothing", "install", "install", ["one"]),
+        ("nothing", "install", "remove", ["nothing"]),
+        ("nothing", "install", "recover", ["nothing", "one"]),
+        ("one", "upgrade", "upgrade", ["two"]),
+        ("one", "upgrade", "install", ["one"]),
+        ("one", "upgrade", "remove", ["nothing"]),
+        ("one", "upgrade", "recover", ["one", "two"]),
+        ("one", "remove", "remove", ["nothing"]),
+        ("one", "remove", "upgrade", ["two"]),
+        ("one", "remove", "recover", ["one", "nothing"]),
+    ]
+
+    def moments_of(self, release, act):
+        self.begin(release)
+        found = self.moments(*self.acts[act])
+        self.assertGreater(len(found), 7, found)
+        return [*found, "script"]
+
+    def test_every_moment_of_every_act_and_every_next_call(self):
+        for release, act, following, results in self.ROWS:
+            for moment in self.moments_of(release, act):
+                for who, end in ENDS:
+                    with self.subTest(f"{act} over {release}, {who} killed at {moment}, then {following}"):
+                        self.begin(release)
+                        self.cut(end, moment, self.acts[act])
+                        outcome = self.call(*self.acts[following])
+                        self.assertEqual(outcome.status, 0, outcome.error)
+                        self.be(*results)
+                        self.reloaded()
+
+    def test_every_moment_of_every_way_back_and_clearing_up(self):
+        rows = [("one", "upgrade", ("script", 1)), ("one", "upgrade", ("record", 1)), ("one", "remove", ("journal", 1))]
+        for release, act, first in rows:
+            self.begin(release)
+            self.cut(kill_tree, first, self.acts[act])
+            moments = self.moments("recover")
+            self.assertGreater(len(moments), 2)
+            self.be("one", "two", "nothing")
+            for moment in moments:
+                for following in ("recover", "upgrade", "remove"):
+                    with self.subTest(f"{act}, cut off at {first}, then at {moment}, then {following}"):
+                        self.begin(release)
+                        self.cut(kill_tree, first, self.acts[act])
+                        self.cut(kill_tree, moment, ["recover"])
+                        outcome = self.call(*self.acts[following])
+                        self.assertEqual(outcome.status, 0, outcome.error)
+                        self.be({"upgrade": "two", "remove": "nothing"}.get(
+                            following, {"script": "one", "record": "two", "journal": "nothing"}[first[0]]))
+                        self.reloaded()
+
+    def test_a_reload_in_the_middle_and_a_cut_reload_are_done_again(self):
+        for moment in [("swapped", 1), ("script", 1), "script", ("record", 1), ("noted", 1)]:
+            with self.subTest(moment):
+                self.begin("one")
+                call = self.start(*self.acts["upgrade"], moment=moment)
+                self.assertTrue(call.hold())
+                self.call("reload")
+                kill_tree(call)
+                call.end()
+                self.assertEqual(self.call("recover").status, 0)
+                self.reloaded()
+        self.changes(self.present(self.one))
+        self.cut(kill_tree, ("reload", 1), ["reload"])
+        self.changes(self.call("reload"))
+        self.stays(self.call("reload"))
+        self.settings(RELOAD="false")
+        self.changes(self.present(self.two))
+        self.assertEqual(self.call("reload").status, 1)
+        self.settings()
+        self.changes(self.call("reload"))
+
+
+if __name__ == "__main__":
+    main()
