@@ -50,8 +50,8 @@ public:
     void prepare(HostLocks& locks) {
         requireHost(places_);
         lock_ = inStep("lock", [&] { return locks.take(options_, wish_.application, places_); });
-        makeDirectories(places_.state);
         inStep("recovery", [&] { settle(settings_, wish_.application, places_, lock_->descriptor()); });
+        makeDirectories(places_.state); // a removal that was cut off has ended it
         isSettled_ = true;
         decide();
         if (action_.empty())

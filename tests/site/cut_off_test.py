@@ -40,7 +40,6 @@ class CutOffTest(SiteTest):
         """Whatever is there, the release is installed by calls that nobody cuts."""
         outcome = self.absent() if release == "nothing" else self.present(self.one if release == "one" else self.two)
         self.assertEqual(outcome.status, 0, outcome.error)
-        self.be(release)
 
     def be(self, *releases):
         """The site is one of the releases, in every respect."""
@@ -76,10 +75,17 @@ class CutOffTest(SiteTest):
         self.assertGreater(len(found), 7, found)
         return [*found, "script"]
 
+    @staticmethod
+    def ends(moment, is_same_act):
+        """Who dies.  Where the leader is at the moment, it is alone; what has died makes no difference to who comes
+        next, so one next call is enough for each."""
+        has_child = moment == "script" or moment[0] in ("stage", "swap")
+        return ENDS if has_child and is_same_act else ENDS[:1]
+
     def test_every_moment_of_every_act_and_every_next_call(self):
         for release, act, following, results in self.ROWS:
             for moment in self.moments_of(release, act):
-                for who, end in ENDS:
+                for who, end in self.ends(moment, act == following):
                     with self.subTest(f"{act} over {release}, {who} killed at {moment}, then {following}"):
                         self.begin(release)
                         self.cut(end, moment, self.acts[act])
