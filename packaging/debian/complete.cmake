@@ -11,4 +11,5 @@ execute_process(COMMAND ${CPACK_LARKSPUR_STRIP} --remove-section=.comment ${prog
 file(GLOB pages ${share}/man/*/*)
 execute_process(COMMAND gzip -9n ${share}/doc/larkspur/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
 # Nothing in the package may depend on the umask of whoever builds it.
-execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY}/usr COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY}/usr ${CPACK_TEMPORARY_DIRECTORY}/etc
+  COMMAND_ERROR_IS_FATAL ANY)
