@@ -95,7 +95,8 @@ Places::Places(const Settings& settings, const Application& application) {
     secrets = joined(state, "environment");
     commonSecrets = joined(settings.state, element + ".environment");
     const nimbo::layout::VirtualHost host{application.host, settings.vhosts};
-    fragment = nimbo::layout::siteApplicationConfigDirectory(host) + element + ".conf";
+    // People see it: the panel's own form has a doubled slash.
+    fragment = normalPath(nimbo::layout::siteApplicationConfigDirectory(host) + element + ".conf");
     configDirectory = joined(settings.vhosts, "system/" + application.host + "/conf");
     hostStore = joined(settings.store, application.host + "/larkspur");
     store = joined(hostStore, element);

@@ -17,6 +17,7 @@
 #include <boost/json.hpp>
 #include <boost/program_options.hpp>
 #include <iostream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -114,15 +115,18 @@ std::vector<Wish> wishesIn(const std::string& file) {
     if (!text)
         throw Misuse("there is no list " + file);
     std::vector<Wish> wishes;
+    std::set<std::string> titles; // calls that are made together share an application's store
     std::istringstream lines(*text);
     int number = 0;
     for (std::string line; std::getline(lines, line);) {
         ++number;
         try {
             wishes.push_back(wishOf(wordsIn(line)));
+            if (!titles.insert(wishes.back().application.title()).second)
+                throw std::runtime_error(wishes.back().application.title() + " is there already");
         } catch (const std::exception& failure) {
-            throw Misuse(file + ", line " + std::to_string(number) +
-                         " is no [\"PACKAGE\", \"HOST\", \"USER\", \"NAME\", ...]: " + failure.what());
+            throw Misuse(file + ", line " + std::to_string(number) + ": " + failure.what() +
+                         "; a line is [\"PACKAGE\", \"HOST\", \"USER\", \"NAME\", ...]");
         }
     }
     return wishes;

@@ -150,7 +150,7 @@ std::vector<std::string> keptFiles(const std::string& store) {
     if (lstat(kept.c_str(), &status) != 0)
         return files;
     visitDirContent(kept, [&](std::string_view path, EntryKind kind) {
-        if (kind != EntryKind::Directory)
+        if (kind != EntryKind::Directory && !path.empty()) // the listed directory itself has no kind
             files.push_back(joined(kept, path));
     });
     return files;
