@@ -357,12 +357,13 @@ private:
 
     /// One check for all; where that fails, one for each, so that only those fail whose fragments are refused.
     void placeFragments() {
+        const auto endCutOffCalls = [&] { (void)recover(options_); };
         std::vector<FragmentChange> all;
         for (const Presence& call : calls_)
             all.push_back(call.fragment());
         if (calls_.size() > 1) {
             try {
-                placeChecked(options_.settings, all);
+                placeChecked(options_.settings, all, endCutOffCalls);
                 return;
             } catch (const Interrupted& interrupted) {
                 forEach([&](const Presence&) { throw Interrupted(interrupted); });
@@ -371,7 +372,7 @@ private:
             }
         }
         forEach([&](const Presence& call) {
-            inStep("fragment", [&] { placeChecked(options_.settings, {call.fragment()}); });
+            inStep("fragment", [&] { placeChecked(options_.settings, {call.fragment()}, endCutOffCalls); });
         });
     }
 

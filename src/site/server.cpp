@@ -54,9 +54,26 @@ bool isRefused(const Settings& settings, std::string& why) {
     }
 }
 
-void putBack(const std::vector<FragmentChange>& changes) {
-    for (const FragmentChange& change : changes)
-        (void)placeFragment(change.places, change.before.value_or(""));
+/// Puts fragments into their places and has them checked.  They stay only if the server takes them.
+/// \param why receives what the server says against them.
+bool pass(const Settings& settings, const std::vector<FragmentChange>& changes, std::string& why) {
+    const auto putBack = [&] {
+        const Uninterrupted toTheEnd;
+        for (const FragmentChange& change : changes)
+            (void)placeFragment(change.places, change.before.value_or(""));
+    };
+    try {
+        for (const FragmentChange& change : changes)
+            (void)placeFragment(change.places, change.text);
+        cutPoint("fragment");
+        if (!isRefused(settings, why))
+            return true;
+    } catch (const std::exception&) {
+        putBack();
+        throw;
+    }
+    putBack();
+    return false;
 }
 
 } // namespace
@@ -77,30 +94,26 @@ bool placeFragment(const Places& places, const std::string& text) {
     return true;
 }
 
-void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes) {
+void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
+                  const std::function<void()>& endCutOffCalls) {
     const bool isChanged = std::ranges::any_of(
         changes, [](const FragmentChange& change) { return change.before.value_or("") != change.text; });
     if (!isChanged)
         return;
     const FileLock lock = lockServer(settings);
-    try {
-        for (const FragmentChange& change : changes)
-            (void)placeFragment(change.places, change.text);
-        cutPoint("fragment");
-        std::string why;
-        if (!isRefused(settings, why))
+    std::string why;
+    if (pass(settings, changes, why))
+        return;
+    std::string whyBefore;
+    if (isRefused(settings, whyBefore)) {
+        // It may be the fragment of a call that was cut off during its check.
+        endCutOffCalls();
+        if (isRefused(settings, whyBefore))
+            throw std::runtime_error("the server's configuration was broken before this call: " + whyBefore);
+        if (pass(settings, changes, why))
             return;
-        const Uninterrupted toTheEnd;
-        putBack(changes);
-        std::string stillWhy;
-        if (isRefused(settings, stillWhy))
-            throw std::runtime_error("the server's configuration was broken before this call: " + stillWhy);
-        throw std::runtime_error("the server refuses the fragment: " + why);
-    } catch (const std::exception&) {
-        const Uninterrupted toTheEnd;
-        putBack(changes);
-        throw;
     }
+    throw std::runtime_error("the server refuses the fragment: " + why);
 }
 
 void noteReload(const Settings& settings) {

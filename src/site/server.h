@@ -3,6 +3,7 @@
 #include "site/places.h"
 #include "site/settings.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,9 +26,11 @@ bool placeFragment(const Places& places, const std::string& text);
 
 /// Puts fragments into their places and has the server check its whole configuration, once, while no other call can.
 /// If it is against it, they go back.  Where all of them are there already, nothing is checked.
+/// \param endCutOffCalls called where the server refuses its configuration without them, too.
 /// \throw std::runtime_error that says which: the fragments are refused, or the configuration was broken before.
 ///        All fragments are then as before.
-void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes);
+void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
+                  const std::function<void()>& endCutOffCalls);
 
 /// Notes that the server has to be told.
 void noteReload(const Settings& settings);
