@@ -124,6 +124,7 @@ std::string textOf(const InstalledFiles& files) {
 
 InstalledFiles installedFilesOf(const std::string& text, const std::string& file) {
     InstalledFiles files;
+    files.reserve(static_cast<std::size_t>(std::ranges::count(text, '\n')));
     try {
         eachLine(text, [&](std::string_view words) {
             LineReader line(words);

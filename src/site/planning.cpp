@@ -66,15 +66,20 @@ std::string sitePath(const std::string& application, const std::string& relative
     return application.empty() ? relative : entryIn(application, relative);
 }
 
+/// A file of the site that has its source's size.
+struct SeenFile {
+    std::string path; ///< below the application
+    struct stat status {};
+};
+
 /// The comparison of package and site.
 struct Comparison {
     Preview preview;
-    std::unordered_map<std::string, struct stat>
-        seen; ///< files that have their source's size, by path below the application
+    std::vector<SeenFile> seen; ///< in the order of the preview's entries
 };
 
 Comparison compare(const StagingRequest& request, const Before& before) {
-    std::unordered_map<std::string, struct stat> seen;
+    std::vector<SeenFile> seen;
     const std::string application = request.application.below();
     PreviewSettings settings;
     settings.packageDir = request.packageDir;
@@ -83,7 +88,7 @@ Comparison compare(const StagingRequest& request, const Before& before) {
     // What is opened is opened by steps, and visitors' entries are in none.
     settings.skipWebserverWrite = true;
     settings.isKnown = [&](const std::string& relative, const PreviewEntry& entry, const struct stat& file) {
-        seen.emplace(relative, file);
+        seen.push_back({relative, file});
         const std::string path = sitePath(application, relative);
         return request.trustsBefore && before.isUntouched(path, file) &&
                before.comesFrom(path, nanosecondsOf(entry.modified));
@@ -136,14 +141,15 @@ public:
         const std::string application = request_.application.below();
         for (auto end = application.find('/'); end != std::string::npos; end = application.find('/', end + 1))
             addDirectory(application.substr(0, end), {});
+        auto seen = comparison.seen.begin();
         for (const auto& [relative, entry] : comparison.preview.entries) {
             const std::string path = sitePath(application, relative);
-            if (entry.isDirectory) {
+            const bool isSeen = seen != comparison.seen.end() && seen->path == relative;
+            if (entry.isDirectory)
                 addDirectory(path, entry);
-                continue;
-            }
-            const auto seen = comparison.seen.find(relative);
-            addFile(path, entry, seen == comparison.seen.end() ? nullptr : &seen->second);
+            else
+                addFile(path, entry, isSeen ? &seen->status : nullptr);
+            seen += isSeen ? 1 : 0;
         }
     }
 
