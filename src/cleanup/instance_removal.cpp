@@ -38,41 +38,9 @@ std::optional<InstallSection> sectionOf(const xmlNode* element) {
 
 /// The text directly in an element, entity references resolved.
 std::string textIn(const xmlNode* element) {
-    const xmlNode* const first = element->children;
-    // Nearly always there is one text and nothing else.  The library would copy it once more.
-    if (first != nullptr && first->type == XML_TEXT_NODE && first->next == nullptr)
-        return reinterpret_cast<const char*>(first->content);
-    const XmlText text(xmlNodeListGetString(element->doc, first, 1));
+    const XmlText text(xmlNodeListGetString(element->doc, element->children, 1));
     return text == nullptr ? "" : plainText(text);
 }
-
-/// Collects the entries of FILE elements.  Those of a section that will be refused play no part.
-class FileEntries {
-public:
-    std::vector<InstanceEntry> entries;
-
-    bool wants(const xmlNode* element) {
-        if (!isNamed(element, "FILE"))
-            return false;
-        if (element->parent != sectionElement_) {
-            if (!isSection(element->parent))
-                return false;
-            sectionElement_ = element->parent;
-            section_ = sectionOf(sectionElement_);
-        }
-        return true;
-    }
-
-    void add(const xmlNode* file) {
-        std::string path = textIn(file);
-        if (section_ && !path.empty())
-            entries.emplace_back(*section_, std::move(path));
-    }
-
-private:
-    const xmlNode* sectionElement_ = nullptr;
-    std::optional<InstallSection> section_; ///< of sectionElement_
-};
 
 } // namespace
 
@@ -85,10 +53,15 @@ std::string nimbo::readFile(std::istream& in, std::size_t most) {
 }
 
 std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
-    FileEntries files;
-    const XmlElementTaker taker{[&](const xmlNode* element) { return files.wants(element); },
-                                [&](xmlNode* file) { files.add(file); }};
-    const XmlDocument document = parseXmlMemory(nimbo::readFile(in), &taker);
+    std::vector<InstanceEntry> entries;
+    const auto isListed = [](const xmlNode* element) { return isNamed(element, "FILE") && isSection(element->parent); };
+    const auto add = [&](const xmlNode* file) {
+        const auto section = sectionOf(file->parent); // none: the list will be refused
+        std::string path = textIn(file);
+        if (section && !path.empty())
+            entries.emplace_back(*section, std::move(path));
+    };
+    const XmlDocument document = parseXmlMemory(nimbo::readFile(in), XmlElementTaker{isListed, add});
     if (document == nullptr)
         throw std::runtime_error("XML parse error");
     const xmlNode* const root = xmlDocGetRootElement(document.get());
@@ -99,7 +72,7 @@ std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
             throw std::runtime_error(attributeOf(child, "PREFIX") == nullptr ? "Attribute name is required for section"
                                                                              : "Bad sttribute name value");
     }
-    return std::move(files.entries);
+    return entries;
 }
 
 std::vector<InstanceEntry> filelistXmlRead() {

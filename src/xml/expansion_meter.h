@@ -1,17 +1,34 @@
 #pragma once
 
 #include <cstddef>
+#include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <span>
 #include <unordered_map>
 
 /// How much a document may stand for beyond its own text, in bytes.  Without a limit a small document would take all
 /// memory, and the process is root's.
 constexpr std::size_t expansionLimit = 10U << 20;
 
+/// What the parser tells at the start of an element (startElementNsSAX2Func).
+struct ElementStart {
+    static constexpr std::size_t textsOfNamespace = 2; // prefix and URI
+    static constexpr std::size_t textsOfAttribute = 5; // two names, a namespace, the value's begin and its end
+
+    std::span<const xmlChar*> namespaces; ///< the texts of all
+    std::span<const xmlChar*> attributes; ///< the texts of all
+    std::size_t defaults;                 ///< how many attributes, the last ones, come from the DTD
+};
+
 /// Adds up what one document stands for beyond its own text.
 class ExpansionMeter {
 public:
     void add(std::size_t size) { total_ += size; }
+
+    /// Adds what the start of an element brings along: attributes and namespaces from the DTD, and the library's search
+    /// among very many attributes.
+    /// \param hasDefaults the DTD has attributes for some elements.
+    void addStart(const ElementStart& element, bool hasDefaults);
 
     /// Adds what the entity references stand for in nodes that follow one another, with all below them.  The parser
     /// refuses nested amplification by itself.  But it keeps a reference as a node, so that many references to one

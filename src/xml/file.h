@@ -1,6 +1,6 @@
 #pragma once
 
-#include "xml/document.h"
+#include "xml/handles.h"
 
 /// Opens a document's file for libxml2.  The library takes the same names as ever ("-", file: URLs, other URLs that it
 /// knows), but a local file has to be fit to be read as root: a name that is a link has to lead to a regular file that

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <functional>
+#include <libxml/tree.h>
+
+/// Who wants which elements of a document while it is being parsed.
+struct XmlElementTaker {
+    std::function<bool(const xmlNode* element)> wants;
+    std::function<void(const xmlNode* element)> take; ///< the element is valid during the call only
+};
+
+/// Hands out chosen elements as soon as they have been read, and drops them from the document, so that a long list of
+/// them takes no memory.  The text in front of such an element is dropped, too: the parser keeps a note about the last
+/// text node and appends the next text to it, so that a text must not stay the last one when the element behind it
+/// goes.
+class ElementHandout {
+public:
+    /// \param taker must outlive the object.
+    explicit ElementHandout(const XmlElementTaker& taker) : taker_(taker) {}
+
+    /// To be called when the parser has read the end of an element.
+    void ended(xmlNode* element) const;
+
+private:
+    const XmlElementTaker& taker_;
+};
