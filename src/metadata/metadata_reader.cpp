@@ -1,7 +1,7 @@
 #include "metadata/metadata_reader.h"
 
 #include "metadata/exceptions.h"
-#include "metadata/queries.h"
+#include "metadata/query.h"
 #include "metadata/read_names.h"
 #include "runtime/admitted_exceptions.h"
 #include "xml/document.h"
@@ -114,17 +114,6 @@ std::list<FSAMetaDataReader::urlMappingItem> FSAMetaDataReader::getUrlMappings(x
         xmlXPathFreeContext(context);
         throw;
     }
-}
-
-XPathResult query(xmlXPathContext* context, const std::string& expression) {
-    XPathResult result(xmlXPathEvalExpression(xmlText(expression.c_str()), context));
-    if (result == nullptr) {
-        const xmlError& failure = context->lastError;
-        throw FSAXMLException("Unable to execute XPath expression " + expression + ": " +
-                              (failure.message != nullptr ? std::string(failure.message)
-                                                          : "error code: " + std::to_string(failure.code)));
-    }
-    return result;
 }
 
 } // namespace nimbo

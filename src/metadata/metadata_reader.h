@@ -1,7 +1,8 @@
 #pragma once
 
+#include "metadata/url_mappings.h"
 #include "metadata/web_content.h"
-#include "xml/document.h"
+#include "xml/handles.h"
 
 #include <list>
 #include <string>
@@ -12,15 +13,7 @@ namespace nimbo {
 /// document.
 class FSAMetaDataReader {
 public:
-    /// One visited mapping of the document's tree.
-    struct urlMappingItem {
-        std::string url;  ///< full URL path, beginning with "/"
-        std::string path; ///< directory below the package root, beginning with "/"; empty for a redirect
-        bool writable = false;
-        std::list<FSAMetaDataWebContent::CGIHandler> cgiHandlers;
-        std::list<FSAMetaDataWebContent::PHPHandler> phpHandlers;
-        std::string redirect;
-    };
+    using urlMappingItem = UrlMapping;
 
     /// Reads the document.
     /// \param fileName as of parseXmlFile.
@@ -45,17 +38,14 @@ public:
     /// \throw FSAXMLException when libxml2 refuses; every other exception ends the process through std::terminate.
     static void register_namespace(xmlXPathContext* context, const std::string& prefix, const std::string& uri);
 
-    /// Evaluates an XPath 1.0 expression against the context's current node.
+    /// nimbo::query for callers that own bare pointers.
     /// \return the result, owned by the caller.
     /// \throw FSAXMLException when it cannot be evaluated; the context and the document (which may be null) have
     ///        then been freed.  Every other exception ends the process through std::terminate.
     static xmlXPathObject* execute_xpath_query(xmlDoc* document, xmlXPathContext* context,
                                                const std::string& expression);
 
-    /// Flattens the mapping elements of `mappings` and all their descendants: siblings from the last to the first,
-    /// each before its own descendants.  Changes the context's current node.
-    /// \throw FSAXMLException from a failed query and for mappings that inherit too much (expansionLimit), with the
-    ///        context freed; std::logic_error for a mapping without "url".
+    /// flattenMappings for callers that own a bare pointer: with an FSAXMLException the context is freed.
     static std::list<urlMappingItem> getUrlMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
                                                     const std::string& parentPath, const std::string& parentUrl);
 

@@ -1,7 +1,7 @@
 #include "metadata/passed_over.h"
 
 #include "metadata/read_names.h"
-#include "xml/document.h"
+#include "xml/handles.h"
 
 #include <algorithm>
 #include <stdexcept>

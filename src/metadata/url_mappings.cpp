@@ -1,7 +1,8 @@
+#include "metadata/url_mappings.h"
+
 #include "metadata/exceptions.h"
-#include "metadata/queries.h"
+#include "metadata/query.h"
 #include "metadata/read_names.h"
-#include "xml/document.h"
 #include "xml/expansion_meter.h"
 
 #include <algorithm>
@@ -76,7 +77,7 @@ class MappingWalk {
 public:
     MappingWalk(xmlXPathContext* context, const std::string& tooMuch) : context_(context), tooMuch_(tooMuch) {}
 
-    MappingItems items;
+    std::list<UrlMapping> items;
 
     void addAll(const xmlXPathObject* mappings, const std::string& parentPath, const std::string& parentUrl) {
         const auto nodes = nodesOf(mappings);
@@ -94,7 +95,7 @@ private:
         // Without "url" this constructor throws std::logic_error.  That is the fixed answer to such a mapping.
         const std::string url(plainText(attributeOf(mapping, names::urlAttribute)));
 
-        FSAMetaDataReader::urlMappingItem item;
+        UrlMapping item;
         item.url = remove_trailing_slashes(parentUrl) + "/" + remove_starting_slashes(url);
         if (const XmlText isVirtual = attributeOf(mapping, names::virtualAttribute)) {
             // A virtual mapping has no files.  Only a redirect with a target counts, and nothing below it is read.
@@ -121,8 +122,9 @@ private:
 
 } // namespace
 
-MappingItems flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings, const std::string& parentPath,
-                             const std::string& parentUrl, const std::string& tooMuch) {
+std::list<UrlMapping> flattenMappings(xmlXPathContext* context, const xmlXPathObject* mappings,
+                                      const std::string& parentPath, const std::string& parentUrl,
+                                      const std::string& tooMuch) {
     MappingWalk walk(context, tooMuch);
     walk.addAll(mappings, parentPath, parentUrl);
     return std::move(walk.items);

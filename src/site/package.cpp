@@ -8,6 +8,7 @@
 #include "runtime/handles.h"
 #include "site/lists.h"
 #include "site/record.h"
+#include "xml/document.h"
 
 #include <cerrno>
 #include <climits>
