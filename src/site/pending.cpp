@@ -49,6 +49,16 @@ void tellKept(const PendingCall& call, const std::string& kept) {
         say(call.application.title() + ": files that somebody had changed are kept in " + kept);
 }
 
+void putFragmentBack(const PendingCall& call) {
+    const std::string before = call.journal.hadFragment ? call.journal.fragment : "";
+    if (readIfThere(call.places.fragment).value_or("") == before)
+        return;
+    noteReload(call.settings); // the next call would not know of it after a cut
+    (void)placeFragment(call.places, before);
+    cutPoint("put-back");
+    noteReload(call.settings); // another call may have read the fragment that went
+}
+
 } // namespace
 
 bool goBack(const PendingCall& call) {
@@ -62,8 +72,7 @@ bool goBack(const PendingCall& call) {
                   }) == "whole";
         syncHosts(store.get());
     }
-    if (placeFragment(call.places, call.journal.hadFragment ? call.journal.fragment : ""))
-        noteReload(call.settings);
+    putFragmentBack(call);
     cutPoint("taken-back");
     tellKept(call, endStore(call.places, call.journal.steps));
     removeDurably(call.places.newFiles);
