@@ -1,10 +1,6 @@
 #!/usr/bin/python3
 """Each step of each act is ended by SIGKILL; then the same call, another call, or recover leaves one release."""
 
-import json
-import os
-import pathlib
-
 from support import SiteTest, differences, kill_child, kill_leader, kill_tree, main
 
 HANDLER = "<php:handler><php:extension>php</php:extension></php:handler>"
@@ -94,11 +90,16 @@ class CutOffTest(SiteTest):
                         self.be(*results)
                         self.reloaded()
 
+    def reload_and_kill(self, call):
+        """The server reads what the call has placed so far."""
+        self.assertEqual(self.call("reload").status, 0)
+        kill_tree(call)
+
     def test_every_moment_of_every_way_back_and_clearing_up(self):
         rows = [("one", "upgrade", ("script", 1)), ("one", "upgrade", ("record", 1)), ("one", "remove", ("journal", 1))]
         for release, act, first in rows:
             self.begin(release)
-            self.cut(kill_tree, first, self.acts[act])
+            self.cut(self.reload_and_kill, first, self.acts[act])
             moments = self.moments("recover")
             self.assertGreater(len(moments), 2)
             self.be("one", "two", "nothing")
@@ -106,7 +107,7 @@ class CutOffTest(SiteTest):
                 for following in ("recover", "upgrade", "remove"):
                     with self.subTest(f"{act}, cut off at {first}, then at {moment}, then {following}"):
                         self.begin(release)
-                        self.cut(kill_tree, first, self.acts[act])
+                        self.cut(self.reload_and_kill, first, self.acts[act])
                         self.cut(kill_tree, moment, ["recover"])
                         outcome = self.call(*self.acts[following])
                         self.assertEqual(outcome.status, 0, outcome.error)
@@ -118,11 +119,7 @@ class CutOffTest(SiteTest):
         for moment in [("swapped", 1), ("script", 1), "script", ("record", 1), ("noted", 1)]:
             with self.subTest(moment):
                 self.begin("one")
-                call = self.start(*self.acts["upgrade"], moment=moment)
-                self.assertTrue(call.hold())
-                self.call("reload")
-                kill_tree(call)
-                call.end()
+                self.cut(self.reload_and_kill, moment, self.acts["upgrade"])
                 self.assertEqual(self.call("recover").status, 0)
                 self.reloaded()
         self.changes(self.present(self.one))

@@ -59,15 +59,31 @@ def children(pid):
     return found
 
 
+def are_gone(pids):
+    """True when none of the processes holds anything any more."""
+    for pid in pids:
+        try:
+            if pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX":
+                return False
+        except FileNotFoundError:
+            pass
+    return True
+
+
 def kill_tree(call):
     """Nobody of a call sees another one die."""
     os.kill(call.leader, signal.SIGSTOP)
-    for pid in [*children(call.leader), call.leader]:
+    family = [*children(call.leader), call.leader]
+    for pid in family:
         os.kill(pid, signal.SIGKILL)
+    until(lambda: are_gone(family))
 
 
 def kill_leader(call):
+    """The others have to end as well, and at once: the next call must not meet them."""
+    family = [*children(call.leader), call.leader]
     os.kill(call.leader, signal.SIGKILL)
+    until(lambda: are_gone(family))
 
 
 def kill_child(call):
@@ -80,7 +96,7 @@ class Call:
 
     def __init__(self, test, words, moment=None, **streams):
         self.mark = test.marks / "held"
-        self.mark.unlink(missing_ok=True)
+        self.moment = moment
         environment = dict(os.environ)
         if moment == "script":
             self.mark.touch()
@@ -115,7 +131,8 @@ class Call:
             self.process.wait()
             raise
         finally:
-            self.go_on()
+            if self.moment:
+                self.go_on()
         texts = []
         for file in self.files:
             file.seek(0)
