@@ -50,7 +50,11 @@ std::string asAccount(const Account& account, const ChildRules& rules, const std
 
 std::string asAccountForPrograms(const Account& account, const ChildRules& rules,
                                  const std::function<std::string()>& work) {
-    return runAs(account, rules, SIGTERM, work);
+    return runAs(account, rules, SIGTERM, [&] {
+        // Otherwise the program would go on beside the next call.
+        std::signal(SIGTERM, [](int) { kill(0, SIGKILL); });
+        return work();
+    });
 }
 
 void setFixedEnvironment() {
