@@ -316,6 +316,10 @@ class SiteTest(unittest.TestCase):
         trace.unlink()
         return [(name, names[:at].count(name) + 1) for at, name in enumerate(names)]
 
+    @staticmethod
+    def wait_for(file):
+        until(file.exists)
+
     def places(self, host="one.example", name="app"):
         """Directory of the state, store, and fragment of an application."""
         system = self.vhosts / "system" / host

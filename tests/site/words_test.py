@@ -1,0 +1,217 @@
+#!/usr/bin/python3
+"""Each failure names its step and cause, and says what a program can rely on; nothing else changes a result."""
+
+import os
+import pathlib
+import signal
+import subprocess
+from typing import Callable, NamedTuple
+
+from support import PATIENCE, SITE, SiteTest, differences, main
+
+WRITABLE = "<php:permissions writable='true'/>"
+
+
+class Row(NamedTuple):
+    name: str
+    breaks: Callable  # what is done to the test's surroundings
+    cause: str
+    is_taken_back: bool = False
+    options: tuple = ()
+    package: str = "two"
+    account: str = "sitea"
+
+
+def nothing(_):
+    pass
+
+
+REFUSALS = [
+    Row("a script that the package has not", nothing, "script: the package has no script other; it has: configure",
+        options=("--script=other",)),
+    Row("a package that is not there", nothing, "package: ", package="none"),
+    Row("a package that others may write", lambda test: (test.two / "htdocs/index").chmod(0o646),
+        "package: others than root can write to "),
+    Row("a package that its group may write", lambda test: (os.chown(test.two / "htdocs", 0, 20100),
+                                                            (test.two / "htdocs").chmod(0o775)),
+        "package: others than root can write to "),
+    Row("a package below a directory that others may write", lambda test: test.two.parent.chmod(0o777),
+        "package: others than root can write to "),
+    Row("a package of the account", lambda test: os.chown(test.two, 20001, 0),
+        "package: others than root can write to "),
+    Row("metadata that are no XML", lambda test: (test.two / "APP-META.xml").write_text("<application"), "package: "),
+    Row("an unknown account", nothing, "account: there is no account nobody-here", account="nobody-here"),
+    Row("root's account", nothing, "account: account root is root", account="root"),
+    Row("another account", nothing, "account: it was installed for sitea, not for siteb", account="siteb"),
+    Row("secrets that are no variables", lambda test: (test.places()[0] / "environment").write_text("what\n"),
+        "secrets: "),
+    Row("a document root that the account cannot enter", lambda test: test.root.chmod(0),
+        "files: the account cannot enter the document root"),
+    Row("a document root that is a link", lambda test: (test.root.rename(test.root.parent / "moved"),
+                                                        test.root.symlink_to("moved")),
+        "files: the account cannot enter the document root"),
+    Row("no document root", lambda test: test.root.rename(test.root.parent / "moved"),
+        "files: there is no document root"),
+    Row("no place for a fragment", lambda test: (test.vhosts / "system/one.example/conf").rename(
+        test.vhosts / "system/one.example/moved"), "fragment: there is no directory "),
+    Row("a warning of the preview", lambda test: (test.app / "new").write_text("mine"), "files: larkspur-preview"),
+    Row("a directory in the place of a file", lambda test: (test.app / "new/mine").mkdir(parents=True),
+        "files: larkspur-preview"),
+    Row("an unreadable source", lambda test: (test.two / "htdocs/index").chmod(0o600), "files: larkspur-preview"),
+    Row("a record that is none", lambda test: (test.places()[0] / "record.json").write_text("{"),
+        "record.json is no record: "),
+    Row("state that is a file", lambda test: (test.state.rename(test.base / "moved"), test.state.touch()), "lock: "),
+    Row("a store that is a file", lambda test: (test.vhosts / "system/one.example/larkspur").touch(), "store: "),
+]
+FAILURES = [
+    Row("a script that fails", lambda test: test.script("exit 12"), "script upgrade: exit status 12", True),
+    Row("a script that is killed", lambda test: test.script("kill -KILL $$"), "script upgrade: it did not end", True),
+    Row("a script that cannot be executed", lambda test: test.script("", "#!/no/such/interpreter"),
+        "script upgrade: exit status 255", True),
+    Row("a script without end", lambda test: (test.script("sleep 1000"), test.settings(TIME_LIMIT=1)),
+        "script upgrade: no end within 1 s", True),
+    Row("a refused fragment", lambda test: test.refusal.write_text("once"),
+        "fragment: the server refuses the fragment: CONFIGTEST: exit status 3", True),
+    Row("a configuration that is broken", lambda test: test.refusal.write_text("always"),
+        "fragment: the server's configuration was broken before this call: CONFIGTEST: exit status 3", True),
+]
+
+
+class WordsTest(SiteTest):
+    def setUp(self):
+        super().setUp()
+        self.two = self.two_of("two")
+        self.changes(self.present(self.package("one", {"htdocs/index": "one"}, mappings=self.mappings("one"))))
+
+    @staticmethod
+    def mappings(target):
+        return ("<mapping url='/' path='htdocs'><php:handler><php:extension>php</php:extension></php:handler></mapping>"
+                f"<mapping url='r' virtual='redirect' href='http://{target}'/>")
+
+    def two_of(self, name):
+        return self.package(name, {"htdocs/index": "two", "htdocs/new": "new"}, mappings=self.mappings("two"))
+
+    def settings(self, **others):
+        """The server refuses what two brings, or everything, as the file says."""
+        check = (f'"case $(cat {self.refusal} 2>&1) in always) exit 3;; once) ! grep -q two '
+                 f'{self.vhosts}/system/*/conf/siteapp.d/* || exit 3;; esac"')
+        super().settings(CONFIGTEST=check, **others)
+
+    def script(self, text, first="#!/bin/sh"):
+        (self.two / "scripts/configure").write_text(f"{first}\n{text}\n")
+
+    def restore(self, saved):
+        subprocess.run(["rm", "-rf", self.base], check=True)
+        subprocess.run(["cp", "-a", saved, self.base], check=True)
+
+    def test_a_failure_names_its_step_and_leaves_what_was_there(self):
+        saved = pathlib.Path(f"{self.base}.saved")
+        subprocess.run(["cp", "-a", self.base, saved], check=True)
+        self.addCleanup(subprocess.run, ["rm", "-rf", saved], check=True)
+        for row in REFUSALS + FAILURES:
+            with self.subTest(row.name):
+                self.restore(saved)
+                before = self.release()
+                row.breaks(self)
+                package = self.two.parent / row.package
+                outcome = self.present(package, account=row.account, options=row.options)
+                self.fails(outcome, f"larkspur-site: one.example/app: {'' if row.name.startswith('a record') else row.cause}",
+                           is_taken_back=row.is_taken_back)
+                self.assertIn(row.cause, outcome.error)
+                if row.is_taken_back:
+                    self.assertEqual(differences(before, self.release()), [])
+
+    def test_words_that_cannot_be_used_are_told_before_anything_is_done(self):
+        rows = [
+            (["--ignore=what", *self.words(self.two)], "unknown code: what"),
+            (["--what", *self.words(self.two)], "--what"),
+            (["present", self.two, "one.example", "sitea"], "too few words"),
+            (["present"], "no words"),
+            (["what"], "no such act: what"),
+            ([], "no act"),
+            (self.words(self.two, host="../one.example"), "not the name of a host"),
+            (self.words(self.two, host="system"), "not the name of a host"),
+            (self.words(self.two, name="a/../../b"), "not a place below a document root"),
+            (self.words(self.two, name="/app"), "not a place below a document root"),
+            (self.words(self.two, name="a\nb"), "not a place below a document root"),
+            (["absent", "one.example"], "wrong number of words"),
+        ]
+        before = self.release()
+        for words, cause in rows:
+            with self.subTest(words):
+                outcome = self.call(*words)
+                self.assertEqual((outcome.status, outcome.output), (2, ""))
+                self.assertEqual(outcome.error.splitlines()[0].partition(cause)[1], cause, outcome.error)
+        self.assertEqual(differences(before, self.release()), [])
+        for words, cause in [(["absent", "none.example", "app"], ""), (["--settings=/no", "reload"], "/no")]:
+            self.assertIn(cause, self.call(*words).error)
+
+    def test_a_lock_is_waited_for(self):
+        holder = self.start(*self.words(self.two), moment=("script", 1))
+        self.assertTrue(holder.hold())
+        outcome = self.present(self.two, options=["--wait=1"])
+        self.assertIn("larkspur-site: waits for another call on one.example\n", outcome.error)
+        self.fails(outcome, "lock: another call has not ended within 1 s")
+        waiting = self.start(*self.words(self.two))
+        holder.go_on()
+        self.changes(holder.end())
+        self.stays(waiting.end())
+
+    def test_output_that_nobody_takes_changes_no_result(self):
+        reader, closed_pipe = os.pipe()
+        os.close(reader)
+        for name in ("/dev/full", "closed pipe", "closed"):
+            with self.subTest(name), open("/dev/full", "wb") as full:
+                to = {"/dev/full": full, "closed pipe": closed_pipe}.get(name)
+                closing = ["sh", "-c", 'exec "$0" "$@" <&- >&- 2>&-'] if name == "closed" else []
+                for package in (self.two, self.base / "packages/one"):
+                    (package / "scripts/configure").write_text("#!/bin/sh\necho said; echo >&2 said\n")
+                    command = [*closing, SITE, f"--settings={self.conf}", *self.words(package)]
+                    done = subprocess.run(command, check=False, timeout=PATIENCE, stdout=to, stderr=to)
+                    self.assertEqual(done.returncode, 0)
+                    self.assertEqual((self.app / "index").read_text(), package.name)
+        os.close(closed_pipe)
+
+    def test_a_signal_ends_a_call_with_its_way_back(self):
+        before = self.release()
+        moments = [("stage", 1), ("swap", 2), "script"]
+        for moment in moments:
+            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+                with self.subTest(f"{number.name} at {moment}"):
+                    call = self.start(*self.words(self.two), moment=moment)
+                    self.assertTrue(call.hold())
+                    os.kill(call.leader, number)
+                    self.fails(call.end(), f"interrupted by signal {number.name[3:]}",
+                               is_taken_back=moment != ("stage", 1))
+                    self.assertEqual(differences(before, self.release()), [])
+
+    def test_a_signal_ends_a_call_while_the_server_hangs_and_while_it_waits(self):
+        running = self.base / "running"
+        super().settings(CONFIGTEST=f'"touch {running}; sleep 1000"')
+        call = self.start(*self.words(self.two))
+        self.wait_for(running)
+        waiting = self.start(*self.words(self.two))
+        os.kill(waiting.leader, signal.SIGTERM)
+        self.fails(waiting.end(), "interrupted by signal TERM")
+        os.kill(call.leader, signal.SIGTERM)
+        self.fails(call.end(), "interrupted by signal TERM", is_taken_back=True)
+        self.assertEqual((self.app / "index").read_text(), "one")
+
+    def test_a_signal_ends_all_calls_of_a_list(self):
+        for host in ("two.example", "three.example"):
+            self.host(host, "siteb")
+        sites = [("one.example", "sitea"), ("two.example", "siteb"), ("three.example", "siteb")]
+        lines = [f'["{self.two}", "{host}", "{account}", "app"]\n' for host, account in sites]
+        (self.base / "list").write_text("".join(lines))
+        call = self.start("--language=binary", f"--list={self.base}/list", "present", moment="script")
+        self.assertTrue(call.hold())
+        os.kill(call.leader, signal.SIGINT)
+        outcome = call.end()
+        self.assertEqual((outcome.status, outcome.output), (1, ""), outcome.error)
+        self.assertEqual(sorted(line for line in outcome.error.splitlines() if line.startswith("failed: ")),
+                         sorted(f"failed: {host}" for host, _ in sites))
+        self.assertEqual((self.app / "index").read_text(), "one")
+
+
+if __name__ == "__main__":
+    main()
