@@ -3,6 +3,7 @@
 #include "runtime/accounts.h"
 #include "runtime/errors.h"
 #include "runtime/scoped_disposition.h"
+#include "runtime/shared_end.h"
 #include "runtime/utility_log.h"
 
 #include <cerrno>
@@ -49,12 +50,16 @@ pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const Ar
     // Buffered text belongs before the child's output, and a child that cannot execute would write it a second time.
     std::cout.flush();
     std::cerr.flush();
+    const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid < 0)
         throwSystemError("forkExecvPipes: fork() failed", errno);
     if (pid > 0)
         return pid;
 
+    // In the caller's session the program could open the caller's terminal and type into it.
+    if (setsid() < 0)
+        throwSystemError("forkExecvPipes: setsid() failed", errno);
     // A program with other streams than wanted would write into what happens to be there.
     if (dup2Custom(in, STDIN_FILENO) < 0 || dup2Custom(out, STDOUT_FILENO) < 0 || dup2Custom(err, STDERR_FILENO) < 0)
         throwSystemError("dup2Custom failed", errno);
@@ -66,6 +71,7 @@ pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const Ar
         if (setenv(name.c_str(), value.c_str(), 1) != 0)
             throwSystemError("forkExecvPipes: setenv() falied", errno);
     ScopedDisposition::putBackAll();
+    SharedEnd::bindProgram(parent);
     execvp(path.c_str(), args.argv());
     // Status 0 keeps messlog2 from ending this child: the caller's code does that.
     messlog2(0, 1, "forkExecvPipes: execv() failed: %s\n", std::strerror(errno));

@@ -53,7 +53,8 @@ int dup2Custom(int source, int target);
 
 /// Starts a program with the given descriptors as its standard streams (-1 for "/dev/null") and no others, after
 /// flushing this process's own standard output and error.  The standard streams of this process have to be open.  The
-/// program gets the signal dispositions that stood before every living ScopedDisposition.
+/// program leads a session of its own, without a controlling terminal, and so a process group.  It gets the signal
+/// dispositions that stood before every living ScopedDisposition, and the mask that stood before SharedEnd.
 /// \param in, out, err stay open in this process.  Above 2, no two may be the same: the child closes each after its
 ///        dup2(2).  One below 3 has to be in its own place already (STDOUT_FILENO as `out`).
 /// \param path searched along PATH when it has no slash.

@@ -9,6 +9,7 @@
 #include "runtime/kro_conf.h"
 #include "runtime/options.h"
 #include "runtime/scoped_disposition.h"
+#include "runtime/shared_end.h"
 
 #include <algorithm>
 #include <array>
@@ -66,7 +67,11 @@ int startAndWait(const PackageScript& script, const std::string& action, const s
 
     // A caller that ignores SIGCHLD hands that down, and then the system keeps no exit status to wait for.
     const ScopedDisposition reaping(SIGCHLD, SIG_DFL);
+    // In its own session the script would go on unseen: an interrupt at the keyboard, for instance, reaches only this
+    // process.
+    const SharedEnd sharedEnd;
     const pid_t pid = forkExecvPipes(-1, STDOUT_FILENO, STDERR_FILENO, program, arguments, {}, {});
+    sharedEnd.waitFor(pid);
     // A child that could not execute the program comes here too: its wait fails, and so it ends with status 255.
     return fork_exec_waitpid(pid, program.c_str(), nullptr);
 }

@@ -35,9 +35,11 @@ std::optional<PackageScript> chooseScript(const std::string& fullName, const std
                                           const std::string& language, const std::string& phpCli);
 
 /// Runs an action of a script as the account that this process has, in the script's directory, and waits for its end.
-/// The script has empty standard input, this process's standard output and error, and the umask with 022 added.  This
-/// process keeps that working directory and umask, and its standard output and error are set to byte offset 2 where
-/// they are files.
+/// The script has empty standard input, this process's standard output and error, a session of its own without a
+/// terminal, and the umask with 022 added.  This process keeps that working directory and umask, and its standard
+/// output and error are set to byte offset 2 where they are files.
+/// SIGHUP, SIGINT, SIGQUIT and SIGTERM go to the script and what it runs in its process group, and take effect on this
+/// process when the script has ended; the script is killed when this process is.
 /// \return the script's exit status; -1 after a message for an abnormal end; 1 after a message for a directory that
 ///         cannot be entered.  A child that could not execute the script returns from here too, with -1, and has to
 ///         end with that.

@@ -19,9 +19,9 @@ PLAUSIBLE = [
     ("EACCES EIO ENOMEM", "chdir fchdir getdents64 execve"),
     ("EACCES EIO ENOSPC EDQUOT", "mkdir mkdirat rename renameat renameat2 unlink unlinkat rmdir"),
     ("EACCES EIO ENOSPC EDQUOT", "chmod fchmod fchmodat fchmodat2 ftruncate"),
-    ("EPERM EAGAIN", "setuid setgid setgroups"),
+    ("EPERM EAGAIN", "setuid setgid setgroups setsid"),
     ("EAGAIN ENOMEM", "clone clone3 fork vfork"),
-    ("EINTR", "wait4"),
+    ("EINTR", "wait4 waitid rt_sigtimedwait"),
     ("EMFILE", "socket pipe2"),
     # A kernel that is older than the call.
     ("ENOSYS", "openat2 copy_file_range statx faccessat2 fchmodat2 close_range"),
