@@ -35,7 +35,7 @@ public:
         lock_ = inStep("lock", [&] { return locks.take(options_, application_, places_); });
         const Left left =
             inStep("recovery", [&] { return settle(settings_, application_, places_, lock_->descriptor()); });
-        const std::optional<Record> record = readRecord(places_.record);
+        const std::optional<Record> record = inStep("record", [&] { return readRecord(places_.record); });
         if (!record)
             return left == Left::Removed;
         const Account account = inStep("account", [&] { return accountOf(record->account); });

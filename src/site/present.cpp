@@ -140,7 +140,7 @@ private:
     }
 
     void decide() {
-        before_ = readRecord(places_.record);
+        before_ = inStep("record", [&] { return readRecord(places_.record); });
         package_ = inStep("package", [&] { return examinePackage(wish_.package); });
         account_ = inStep("account", [&] { return accountOf(wish_.user); });
         secrets_ = inStep("secrets", [&] { return readSecrets(places_); });

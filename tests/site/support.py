@@ -120,6 +120,10 @@ class Call:
         self.held = None if said == "ended" else int(said)
         return self.held is not None
 
+    def wait_for(self, words):
+        """Waits until the call has said something."""
+        until(lambda: words in os.pread(self.files[1].fileno(), 1 << 20, 0).decode())
+
     def go_on(self):
         self.mark.unlink(missing_ok=True)
 
@@ -315,10 +319,6 @@ class SiteTest(unittest.TestCase):
         names = trace.read_text().split()
         trace.unlink()
         return [(name, names[:at].count(name) + 1) for at, name in enumerate(names)]
-
-    @staticmethod
-    def wait_for(file):
-        until(file.exists)
 
     def places(self, host="one.example", name="app"):
         """Directory of the state, store, and fragment of an application."""
