@@ -69,6 +69,17 @@ std::optional<Place> SiteTree::find(const std::string& path) {
     return std::nullopt;
 }
 
+std::optional<Place> SiteTree::findIfThere(const std::string& path) {
+    try {
+        return find(path);
+    } catch (const std::system_error& failure) {
+        if (failure.code() == std::errc::not_a_directory ||
+            failure.code() == std::errc::too_many_symbolic_link_levels)
+            return std::nullopt;
+        throw;
+    }
+}
+
 Place SiteTree::of(const std::string& path) {
     const std::optional<Place> place = find(path);
     if (!place)

@@ -35,6 +35,9 @@ public:
     /// \throw std::system_error where one cannot be entered, or is a link or no directory.
     std::optional<Place> find(const std::string& path);
 
+    /// As find, but a link or something else in the place of a directory on the way is as good as none.
+    std::optional<Place> findIfThere(const std::string& path);
+
     /// As find, but a directory that is missing throws, too.
     Place of(const std::string& path);
 

@@ -35,8 +35,8 @@ bool isEntry(const std::optional<Entry>& entry, const Identity& identity) {
 }
 
 /// Through a descriptor that needs no right to read, so that no link is followed.
-void changeMode(int directory, const char* name, mode_t mode, const std::string& path) {
-    const UniqueFd fd(openat(directory, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+void changeModeAt(const Place& place, mode_t mode, const std::string& path) {
+    const UniqueFd fd(openat(place.directory, place.name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     const std::string link = "/proc/self/fd/" + std::to_string(fd.get());
     if (fd.get() < 0 || chmod(link.c_str(), mode) != 0)
         fail(path);
@@ -79,23 +79,24 @@ public:
     Carrying(SiteTree& tree, int store) : tree_(tree), store_(store) {}
 
     void carryOut(const Step& step, std::size_t number) {
-        const Ends ends{tree_.of(step.path), store_, storeName(number)};
+        const auto ends = [&] { return Ends{tree_.of(step.path), store_, storeName(number)}; };
         switch (step.kind) {
         case StepKind::MakeDirectory:
-            makeDirectory(step, ends.place);
+            makeDirectory(step, tree_.of(step.path));
             break;
         case StepKind::ChangeMode:
-            changeMode(ends.place.directory, ends.place.name, step.mode, step.path);
+            changeMode(step);
             break;
         case StepKind::AddFile:
-            if (!ends.toSite(RENAME_NOREPLACE))
+            if (!ends().toSite(RENAME_NOREPLACE))
                 failAt(step.path);
             break;
         case StepKind::ExchangeFile:
-            exchange(step, ends);
+            exchange(step, ends());
             break;
         case StepKind::TakeFile:
-            take(step, ends);
+            if (const auto place = tree_.findIfThere(step.path)) // else somebody has removed or replaced its directory
+                take(step, {*place, store_, storeName(number)});
             break;
         case StepKind::RemoveDirectory:
             break;
@@ -120,8 +121,16 @@ private:
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
         const mode_t mode = entry ? entry->status.st_mode & permissions : step.mode;
         if ((mode & step.mode) != step.mode)
-            changeMode(place.directory, place.name, mode | step.mode, step.path);
+            changeModeAt(place, mode | step.mode, step.path);
         made.push_back(mode | step.mode);
+    }
+
+    /// A directory that somebody has removed or replaced has nothing for which it would need the mode.
+    void changeMode(const Step& step) {
+        const std::optional<Place> place = tree_.findIfThere(step.path);
+        const std::optional<Entry> entry = place ? entryAt(place->directory, place->name) : std::nullopt;
+        if (entry && S_ISDIR(entry->status.st_mode))
+            changeModeAt(*place, step.mode, step.path);
     }
 
     /// What comes to the store has to be what was planned, also where it changed at the last moment.
@@ -164,10 +173,10 @@ public:
     bool isWhole = true;
 
     void takeBack(const Step& step, std::size_t number) {
-        const std::optional<Place> place = tree_.find(step.path);
+        const std::optional<Place> place = tree_.findIfThere(step.path);
         if (!place) {
             if (step.standing.inode != 0 && isEntry(entryAt(store_, storeName(number).c_str()), step.standing))
-                leave(step.path, "somebody has removed its directory; the old one is kept");
+                leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
             return;
         }
         const Ends ends{*place, store_, storeName(number)};
@@ -204,7 +213,7 @@ private:
     static void changeModeBack(const Step& step, const Place& place) {
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
         if (entry && S_ISDIR(entry->status.st_mode) && (entry->status.st_mode & permissions) == step.mode)
-            changeMode(place.directory, place.name, step.before, step.path);
+            changeModeAt(place, step.before, step.path);
     }
 
     static void addBack(const Step& step, const Ends& ends) {
@@ -270,10 +279,10 @@ void removeDirectories(SiteTree& tree, const std::vector<Step>& steps) {
         if (step->kind != StepKind::RemoveDirectory)
             continue;
         try {
-            if (const auto place = tree.find(step->path))
+            if (const auto place = tree.findIfThere(step->path))
                 (void)unlinkat(place->directory, place->name, AT_REMOVEDIR);
         } catch (const std::system_error&) {
-            continue; // a link or a file by now: not what the package brought
+            continue; // closed to the account by now
         }
     }
 }
