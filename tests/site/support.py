@@ -16,6 +16,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import traceback
 import unittest
 from typing import NamedTuple
 
@@ -54,7 +55,11 @@ def children(pid):
     """All processes below one, in no order."""
     found = []
     for task in pathlib.Path(f"/proc/{pid}/task").glob("*/children"):
-        for child in map(int, task.read_text().split()):
+        try:
+            names = task.read_text().split()
+        except (FileNotFoundError, ProcessLookupError):
+            continue  # it has ended since
+        for child in map(int, names):
             found += [child, *children(child)]
     return found
 
@@ -65,7 +70,7 @@ def are_gone(pids):
         try:
             if pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX":
                 return False
-        except FileNotFoundError:
+        except (FileNotFoundError, ProcessLookupError):
             pass
     return True
 
@@ -88,6 +93,32 @@ def kill_leader(call):
 
 def kill_child(call):
     os.kill(call.held, signal.SIGKILL)
+
+
+def become(account):
+    entry = pwd.getpwnam(account)
+    os.setgroups([])
+    os.setgid(entry.pw_gid)
+    os.setuid(entry.pw_uid)
+
+
+def as_account(account, work):
+    """What a function returns that runs in a process of an account."""
+    reading, writing = os.pipe()
+    pid = os.fork()
+    if pid == 0:
+        try:
+            become(account)
+            os.write(writing, json.dumps(work()).encode())
+        except BaseException:
+            traceback.print_exc()
+        finally:
+            os._exit(0)
+    os.close(writing)
+    with open(reading, "rb") as answer:
+        said = answer.read()
+    os.waitpid(pid, 0)
+    return json.loads(said)
 
 
 class Call:
@@ -238,9 +269,12 @@ class SiteTest(unittest.TestCase):
         self.conf.write_text("".join(f"{name}={value}\n" for name, value in lines.items()))
 
     def host(self, name, account):
+        (self.vhosts / "system" / name / "conf").mkdir(parents=True)
+        return self.make_root(name, account)
+
+    def make_root(self, name, account):
         root = self.vhosts / name / "httpdocs"
         root.mkdir(parents=True)
-        (self.vhosts / "system" / name / "conf").mkdir(parents=True)
         for directory in (root.parent, root):
             os.chown(directory, pwd.getpwnam(account).pw_uid, pwd.getpwnam("sitea").pw_gid)
         return root
@@ -372,10 +406,7 @@ class Visitor:
 
     def live(self):
         done = os.open(self.done, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
-        account = pwd.getpwuid(self.directory.stat().st_uid)
-        os.setgroups([])
-        os.setgid(account.pw_gid)
-        os.setuid(account.pw_uid)
+        become(pwd.getpwuid(self.directory.stat().st_uid).pw_name)
         os.chdir(self.directory)
         number = 0
         while True:
