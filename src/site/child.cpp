@@ -68,7 +68,7 @@ struct Process {
 std::optional<Process> readProcess(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
     std::string text;
-    std::getline(file, text, '\0'); // leaves it empty for a process that has gone since, where an iterator throws
+    std::getline(file, text, '\0');       // leaves it empty for a process that has gone since, where an iterator throws
     const auto nameEnd = text.rfind(')'); // a name may have anything in it
     if (nameEnd == std::string::npos)
         return std::nullopt;

@@ -73,8 +73,7 @@ std::optional<Place> SiteTree::findIfThere(const std::string& path) {
     try {
         return find(path);
     } catch (const std::system_error& failure) {
-        if (failure.code() == std::errc::not_a_directory ||
-            failure.code() == std::errc::too_many_symbolic_link_levels)
+        if (failure.code() == std::errc::not_a_directory || failure.code() == std::errc::too_many_symbolic_link_levels)
             return std::nullopt;
         throw;
     }
