@@ -1,5 +1,6 @@
 #include "runtime/shared_end.h"
 
+#include <atomic>
 #include <optional>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -9,10 +10,14 @@ namespace {
 
 std::optional<sigset_t> maskBefore; // of the living object
 
-bool isIgnored(int signal) {
+// A lock in it would not suit a signal handler.
+std::atomic<pid_t> awaitedGroup = 0;
+static_assert(std::atomic<pid_t>::is_always_lock_free);
+
+bool endsThisProcess(int signal) {
     struct sigaction now {};
     sigaction(signal, nullptr, &now);
-    return now.sa_handler == SIG_IGN;
+    return now.sa_handler == SIG_DFL;
 }
 
 bool hasEndedOrStopped(pid_t child) {
@@ -28,7 +33,7 @@ SharedEnd::SharedEnd() {
     sigprocmask(SIG_BLOCK, nullptr, &before);
     sigemptyset(&awaited_);
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
-        if (!isIgnored(signal) && sigismember(&before, signal) == 0)
+        if (endsThisProcess(signal) && sigismember(&before, signal) == 0)
             sigaddset(&awaited_, signal);
     sigaddset(&awaited_, SIGCHLD);
     sigprocmask(SIG_BLOCK, &awaited_, nullptr);
@@ -42,6 +47,7 @@ SharedEnd::~SharedEnd() {
 
 void SharedEnd::waitFor(pid_t child) const {
     int request = 0;
+    awaitedGroup = child;
     while (!hasEndedOrStopped(child)) {
         const int signal = sigwaitinfo(&awaited_, nullptr);
         if (signal <= 0 || signal == SIGCHLD)
@@ -50,8 +56,14 @@ void SharedEnd::waitFor(pid_t child) const {
         if (kill(-child, signal) != 0)
             kill(child, signal); // it does not lead a group yet
     }
+    awaitedGroup = 0;
     if (request != 0)
         raise(request); // kept back until the end of the scope
+}
+
+void SharedEnd::killAwaited() {
+    if (const pid_t group = awaitedGroup; group > 0)
+        kill(-group, SIGKILL);
 }
 
 void SharedEnd::bindProgram(pid_t parent) {

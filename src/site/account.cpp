@@ -1,6 +1,7 @@
 #include "site/account.h"
 
 #include "runtime/accounts.h"
+#include "runtime/shared_end.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -52,7 +53,10 @@ std::string asAccountForPrograms(const Account& account, const ChildRules& rules
                                  const std::function<std::string()>& work) {
     return runAs(account, rules, SIGTERM, [&] {
         // Otherwise the program would go on beside the next call.
-        std::signal(SIGTERM, [](int) { kill(0, SIGKILL); });
+        std::signal(SIGTERM, [](int) {
+            SharedEnd::killAwaited();
+            kill(0, SIGKILL);
+        });
         return work();
     });
 }

@@ -22,8 +22,8 @@ Account accountOf(const std::string& name);
 /// neither trace the child nor look into it, because it executes no program; it ends when this process ends.
 std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work);
 
-/// The same for a child that starts a program of the account's: when this process ends, the child is killed with its
-/// process group, so with that program.
+/// The same for a child that starts a program of the account's: when this process ends, the child is killed and so is
+/// that program, each with its process group.
 std::string asAccountForPrograms(const Account& account, const ChildRules& rules,
                                  const std::function<std::string()>& work);
 
