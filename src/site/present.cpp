@@ -367,6 +367,8 @@ private:
                 return;
             } catch (const Interrupted& interrupted) {
                 forEach([&](const Presence&) { throw Interrupted(interrupted); });
+            } catch (const BrokenBefore& broken) {
+                forEach([&](const Presence&) { inStep("fragment", [&] { throw BrokenBefore(broken); }); });
             } catch (const std::exception&) {
                 all.clear(); // the checks that follow tell which it is
             }

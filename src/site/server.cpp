@@ -109,7 +109,7 @@ void placeChecked(const Settings& settings, const std::vector<FragmentChange>& c
         // It may be the fragment of a call that was cut off during its check.
         endCutOffCalls();
         if (isRefused(settings, whyBefore))
-            throw std::runtime_error("the server's configuration was broken before this call: " + whyBefore);
+            throw BrokenBefore("the server's configuration was broken before this call: " + whyBefore);
         if (pass(settings, changes, why))
             return;
     }

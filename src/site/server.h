@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -24,11 +25,16 @@ struct FragmentChange {
 /// \throw std::exception
 bool placeFragment(const Places& places, const std::string& text);
 
+/// The server refuses its configuration without what a call brings, too.
+class BrokenBefore : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// Puts fragments into their places and has the server check its whole configuration, once, while no other call can.
 /// If it is against it, they go back.  Where all of them are there already, nothing is checked.
 /// \param endCutOffCalls called where the server refuses its configuration without them, too.
-/// \throw std::runtime_error that says which: the fragments are refused, or the configuration was broken before.
-///        All fragments are then as before.
+/// \throw BrokenBefore; std::runtime_error where the fragments are refused.  All fragments are then as before.
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
                   const std::function<void()>& endCutOffCalls);
 

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Each failure names its step and cause, and says what a program can rely on; nothing else changes a result."""
 
+import json
 import os
 import pathlib
 import signal
@@ -201,13 +202,34 @@ class WordsTest(SiteTest):
         self.fails(call.end(), "interrupted by signal TERM", is_taken_back=True)
         self.assertEqual((self.app / "index").read_text(), "one")
 
-    def test_a_signal_ends_all_calls_of_a_list(self):
+    def list_of_three(self):
         for host in ("two.example", "three.example"):
             self.host(host, "siteb")
         sites = [("one.example", "sitea"), ("two.example", "siteb"), ("three.example", "siteb")]
         lines = [f'["{self.two}", "{host}", "{account}", "app"]\n' for host, account in sites]
         (self.base / "list").write_text("".join(lines))
-        call = self.start("--language=binary", f"--list={self.base}/list", "present", moment="script")
+        return sites, ["--language=binary", f"--list={self.base}/list", "present"]
+
+    def test_a_list_asks_the_server_once_unless_a_fragment_is_refused(self):
+        _, words = self.list_of_three()
+        asked = self.base / "asked"
+        twos = self.vhosts / "system/two.example/conf/siteapp.d/app.conf"
+        rows = [
+            ("broken before", "exit 3", {"one": "failed", "two": "failed", "three": "failed"}, 3),
+            ("one refused", f"! test -e {twos}", {"one": "changed", "two": "failed", "three": "changed"}, 6),
+            ("none refused", "true", {"one": "unchanged", "two": "changed", "three": "unchanged"}, 1),
+        ]
+        for name, check, outcomes, count in rows:
+            with self.subTest(name):
+                asked.write_text("")
+                super().settings(CONFIGTEST=f'"echo >>{asked}; {check}"')
+                answer = json.loads(self.call("--json", *words).output)
+                found = {one["host"].removesuffix(".example"): one["outcome"] for one in answer["applications"]}
+                self.assertEqual((found, asked.read_text().count("\n")), (outcomes, count))
+
+    def test_a_signal_ends_all_calls_of_a_list(self):
+        sites, words = self.list_of_three()
+        call = self.start(*words, moment="script")
         self.assertTrue(call.hold())
         os.kill(call.leader, signal.SIGINT)
         outcome = call.end()
