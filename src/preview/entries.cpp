@@ -51,7 +51,7 @@ PlannedEntries entriesOf(const std::vector<Source>& sources,
         planned.findings.push_back(failure(code, path, text + ": the extraction fails"));
     };
     const auto tellOccupied = [&](const std::string& path) {
-        tell("file-occupied", path, "a file for one mapping, a directory for another");
+        tell("file-occupied", path, "a file for one mapping and a directory for another");
     };
     for (const Source& source : sources) {
         if (source.isTooLong)

@@ -231,7 +231,7 @@ warning: outside-package: htdocs/shadow: leads out of the package, to /etc/shado
 error: path-too-long: htdocs: the system takes no target of this length: the extraction fails
 warning: shadowed: htdocs/d: planned from htdocs/d and d, of which the second counts
 error: no-parent: c: a single file cannot go where a directory is named: the extraction fails
-error: file-occupied: f: a file for one mapping, a directory for another: the extraction fails
+error: file-occupied: f: a file for one mapping and a directory for another: the extraction fails
 error: no-parent: s/a: nothing makes the directory of this single file: the extraction fails
 warning: ships-data: w: 2 files: every upgrade replaces what visitors wrote there
 )",
