@@ -19,6 +19,7 @@ def make(programs):
     remove_earlier_traces()
     add_account()
     shutil.copy(ROOT / "examples/kro.conf", "/etc/kro/kro.conf")
+    add_settings()
     make_host()
     add_package()
     add_commands(programs)
@@ -43,6 +44,11 @@ def make_host():
         directory.mkdir()
         shutil.chown(directory, "example", "kroserv")
         directory.chmod(mode)
+
+
+def add_settings():
+    Path("/etc/larkspur").mkdir()
+    shutil.copy(ROOT / "packaging/site.conf", "/etc/larkspur")
 
 
 def add_package():
