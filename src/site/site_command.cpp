@@ -100,16 +100,22 @@ Wish wishOf(const Words& words) {
 
 /// The words of one call, as a JSON array of strings.
 Words wordsIn(const std::string& line) {
-    const boost::json::value array = boost::json::parse(line);
-    Words words;
-    for (const boost::json::value& word : array.as_array())
-        words.emplace_back(word.as_string());
-    if (words.size() < 4)
+    boost::json::error_code failure;
+    const boost::json::value value = boost::json::parse(line, failure);
+    if (failure)
+        throw std::runtime_error(failure.message());
+    const boost::json::array* const array = value.if_array();
+    if (array == nullptr || !std::ranges::all_of(*array, &boost::json::value::is_string))
+        throw std::runtime_error("no array of texts");
+    if (array->size() < 4)
         throw std::runtime_error("too few words");
+    Words words;
+    for (const boost::json::value& word : *array)
+        words.emplace_back(word.get_string());
     return words;
 }
 
-/// The wishes in a file, a line each.
+/// The wishes in a file, a line each.  Blank lines and lines that begin with "#" are left out.
 std::vector<Wish> wishesIn(const std::string& file) {
     const std::optional<std::string> text = readIfThere(file);
     if (!text)
@@ -120,6 +126,8 @@ std::vector<Wish> wishesIn(const std::string& file) {
     int number = 0;
     for (std::string line; std::getline(lines, line);) {
         ++number;
+        if (line.empty() || line.front() == '#')
+            continue;
         try {
             wishes.push_back(wishOf(wordsIn(line)));
             if (!titles.insert(wishes.back().application.title()).second)

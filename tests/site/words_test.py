@@ -227,6 +227,25 @@ class WordsTest(SiteTest):
                 found = {one["host"].removesuffix(".example"): one["outcome"] for one in answer["applications"]}
                 self.assertEqual((found, asked.read_text().count("\n")), (outcomes, count))
 
+    def test_a_list_with_a_line_that_cannot_be_used_does_nothing(self):
+        good = json.dumps([str(self.two), "one.example", "sitea", "app"])
+        causes = {
+            "one.example": "syntax error",
+            '["no end"': "incomplete",
+            '["too", "few", "words"]': "too few words",
+            '["/package", "one.example", 5, "app"]': "no array of texts",
+            '["/package", "../host", "sitea", "app"]': "not the name of a host",
+            good: "one.example/app is there already",
+        }
+        before = self.release()
+        for line, cause in causes.items():
+            with self.subTest(line):
+                (self.base / "list").write_text(f"# the first one is good\n{good}\n\n{line}\n")
+                outcome = self.call(f"--list={self.base}/list", "present")
+                told = f"larkspur-site: {self.base}/list, line 4: {cause}"
+                self.assertEqual((outcome.status, outcome.error[:len(told)]), (2, told))
+        self.assertEqual(differences(before, self.release()), [])
+
     def test_a_signal_ends_all_calls_of_a_list(self):
         sites, words = self.list_of_three()
         call = self.start(*words, moment="script")
