@@ -25,6 +25,18 @@ void syncDirectory(const std::string& directory) {
         fail(directory);
 }
 
+/// \return false with errno.
+bool writeSynced(const std::string& file, std::string_view text) {
+    UniqueFd fd(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    while (fd.get() >= 0 && !text.empty()) {
+        const ssize_t written = TEMP_FAILURE_RETRY(write(fd.get(), text.data(), text.size()));
+        if (written < 0)
+            return false;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return fd.get() >= 0 && fsync(fd.get()) == 0 && fd.close() == 0;
+}
+
 } // namespace
 
 std::optional<std::string> readIfThere(const std::string& file) {
@@ -52,16 +64,12 @@ std::string unfinishedName(const std::string& file) {
 
 void writeDurably(const std::string& file, const std::string& text) {
     const std::string unfinished = unfinishedName(file);
-    UniqueFd fd(open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    std::string_view rest = text;
-    while (fd.get() >= 0 && !rest.empty()) {
-        const ssize_t written = TEMP_FAILURE_RETRY(write(fd.get(), rest.data(), rest.size()));
-        if (written < 0)
-            fail(file);
-        rest.remove_prefix(static_cast<std::size_t>(written));
-    }
-    if (fd.get() < 0 || fsync(fd.get()) != 0 || fd.close() != 0 || rename(unfinished.c_str(), file.c_str()) != 0)
+    if (!writeSynced(unfinished, text) || rename(unfinished.c_str(), file.c_str()) != 0) {
+        const int error = errno;
+        (void)unlink(unfinished.c_str()); // where there is no room, it would only take some
+        errno = error;
         fail(file);
+    }
     syncDirectory(std::string(parentOf(file)));
 }
 
