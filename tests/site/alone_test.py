@@ -5,12 +5,7 @@ import json
 import os
 import signal
 
-from support import SiteTest, are_gone, differences, kill_tree, main
-
-
-def mappings(target):
-    """Of a package whose fragment names a place of its own."""
-    return f"<mapping url='/' path='htdocs'/><mapping url='r' virtual='redirect' href='http://{target}'/>"
+from support import SiteTest, are_gone, differences, kill_tree, main, mappings
 
 
 class AloneTest(SiteTest):

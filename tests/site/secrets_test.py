@@ -3,7 +3,7 @@
 
 import pathlib
 
-from support import ROOT, SiteTest, children, main
+from support import SiteTest, children, main, mappings
 
 FIXED = {b"PATH", b"LANG", b"HOME", b"LOGNAME", b"USER"}
 
@@ -13,8 +13,7 @@ class SecretsTest(SiteTest):
         super().setUp()
         # What the script's process was given, before the shell makes anything of it.
         script = f'umask 0; echo "$1" >>{self.marks}/actions; cat /proc/$$/environ >{self.marks}/environ'
-        redirect = "<mapping url='r' virtual='redirect' href='http://one'/>"
-        self.one = self.package("one", {"htdocs/index": "one"}, script, mappings=ROOT + redirect)
+        self.one = self.package("one", {"htdocs/index": "one"}, script, mappings=mappings("one"))
         self.state.mkdir()
         self.common = self.state / "app.environment"
         self.own = self.places()[0] / "environment"

@@ -20,19 +20,19 @@ import traceback
 import unittest
 from typing import NamedTuple
 
-SOURCE = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from testing import IN_SANDBOX, NO_SANDBOX, ROOT as SOURCE, SANDBOX, main, skip
+
 BUILD = pathlib.Path(os.environ.get("LARKSPUR_BUILD", SOURCE / "build/release"))
 SITE = BUILD / "larkspur-site"
 CUT = BUILD / "tests/larkspur-site-cut"
-SANDBOX = os.environ.get("LARKSPUR_SANDBOX")
 PATIENCE = 60  # seconds, after which a test does not wait any longer
 
 NAMESPACE = "http://nimbo.example/ns/wtx/1"
 ROOT = "<mapping url='/' path='htdocs'/>"
 
-if SANDBOX is None or os.geteuid() != 0:
-    print("skipped: needs root and the accounts of tests/support/sandbox")
-    sys.exit(77)
+if not IN_SANDBOX:
+    skip(NO_SANDBOX)
 
 
 class Outcome(NamedTuple):
@@ -140,6 +140,7 @@ class Call:
         self.process = subprocess.Popen([program, f"--settings={test.conf}", *words], env=environment, **streams)
         self.leader = self.process.pid
         self.held = None
+        test.addCleanup(self.abandon)
 
     def hold(self):
         """Waits for the moment.  Returns False when the call has ended without it."""
@@ -158,13 +159,17 @@ class Call:
     def go_on(self):
         self.mark.unlink(missing_ok=True)
 
+    def abandon(self):
+        """A failed test does not end its calls."""
+        if self.process.poll() is None:
+            kill_tree(self)
+            self.process.wait()
+        for file in self.files:
+            file.close()
+
     def end(self):
         try:
             status = self.process.wait(PATIENCE)
-        except subprocess.TimeoutExpired:
-            kill_tree(self)
-            self.process.wait()
-            raise
         finally:
             if self.moment:
                 self.go_on()
@@ -234,12 +239,16 @@ def acl(*entries):
     return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)
 
 
+def mappings(target):
+    """Of a package whose fragment names a place of its own."""
+    return f"{ROOT}<mapping url='r' virtual='redirect' href='http://{target}'/>"
+
+
 class SiteTest(unittest.TestCase):
     maxDiff = None
-    on = None  # directory for state and hosts in place of the sandbox's own
-
     def setUp(self):
-        self.base = pathlib.Path(tempfile.mkdtemp(dir=self.on or SANDBOX))
+        self.base = pathlib.Path(tempfile.mkdtemp(dir=SANDBOX))
+        self.addCleanup(subprocess.run, ["rm", "-rf", self.base], check=True)
         self.base.chmod(0o755)
         self.marks = self.base / "marks"
         self.marks.mkdir()
@@ -249,12 +258,13 @@ class SiteTest(unittest.TestCase):
         self.vhosts = self.base / "vhosts"
         self.refusal = self.base / "refuse"  # while it is there, the server's check fails
         self.loaded = self.base / "loaded"   # what the server has read at its last reload
+        self.mount_disks()
         self.settings()
         self.root = self.host("one.example", "sitea")
         self.app = self.root / "app"
 
-    def tearDown(self):
-        subprocess.run(["rm", "-rf", self.base], check=True)
+    def mount_disks(self):
+        """For tests that put state and hosts elsewhere."""
 
     def settings(self, **others):
         fragments = f"{self.vhosts}/system/*/conf/siteapp.d/*.conf"
@@ -440,7 +450,3 @@ class Visitor:
         # The last thing that it did may be done and not written down.
         self.test.assertLessEqual(set(missing), {max(expected["page"]) - 1})
         self.test.assertLessEqual(len(there.keys() - pages), 1)
-
-
-def main():
-    unittest.main(module="__main__")

@@ -1,0 +1,48 @@
+#!/usr/bin/python3
+"""The power is cut at any moment: what the disks have then becomes one release, with all its content."""
+
+import pathlib
+
+from disks import DiskTest
+from support import differences, kill_tree, main
+
+
+class TwoDisksTest(DiskTest):
+    def test_power_cut_at_any_moment_of_an_upgrade(self):
+        for moment in [*self.all_moments(), "end"]:
+            with self.subTest(moment):
+                self.cut_power(moment)
+                self.assertEqual(self.call("recover").status, 0)
+                now = self.release()
+                wanted = [self.is_two] if moment == "end" else [self.is_one, self.is_two]
+                self.assertIn([], [differences(release, now) for release in wanted])
+                self.assertEqual(self.present(self.two).status, 0)
+                self.assertEqual(differences(self.is_two, self.release()), [])
+                self.changes(self.present(self.one))
+
+    def cut_power(self, moment):
+        copies = [(disk, pathlib.Path(f"{disk.image}.copy")) for disk in self.disks]
+        if moment == "end":
+            self.changes(self.present(self.two))
+            for disk, copy in copies:
+                disk.copy(copy)
+        else:
+            call = self.start(*self.words(self.two), moment=moment)
+            self.assertTrue(call.hold())
+            for disk, copy in copies:
+                disk.copy(copy)
+            kill_tree(call)
+            call.end()
+        for disk, copy in copies:
+            disk.become(copy)
+
+
+class OneDiskTest(TwoDisksTest):
+    def mount_disks(self):
+        disk = self.mount_disk("both")
+        self.vhosts = disk.directory / "vhosts"
+        self.state = disk.directory / "state"
+
+
+if __name__ == "__main__":
+    main()
