@@ -60,19 +60,20 @@ void openToWebServer(const InstallPlan& plan, const std::string& userName) {
         openTree(target, outermost.wayTo(target), plain, userName);
 }
 
-mode_t bitsForWebserver(const struct stat& status, const std::string& userName) {
-    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
-    static const uid_t apacheUid = get_user_id("www-data");
-    static const gid_t kroservGid = get_group_id("kroserv");
-    static const gid_t kroclnGid = get_group_id("krocln");
-
+mode_t bitsForWebserver(const struct stat& status, const WebAccessIds& ids) {
     mode_t directoryBits = 0777;
-    if (status.st_uid == apacheUid)
-        directoryBits = status.st_gid == kroclnGid ? 0770 : 0707;
-    else if (status.st_uid == userUid)
-        directoryBits = status.st_gid == kroservGid ? 0770 : 0707;
+    if (status.st_uid == ids.apache)
+        directoryBits = status.st_gid == ids.krocln ? 0770 : 0707;
+    else if (status.st_uid == ids.user)
+        directoryBits = status.st_gid == ids.kroserv ? 0770 : 0707;
     // A file needs the same bits but those for execution.
     return S_ISDIR(status.st_mode) ? directoryBits : directoryBits & 0666U;
+}
+
+mode_t bitsForWebserver(const struct stat& status, const std::string& userName) {
+    static const WebAccessIds ids{nimbo_ugid(userName.c_str(), 0), get_user_id("www-data"), get_group_id("kroserv"),
+                                  get_group_id("krocln")};
+    return bitsForWebserver(status, ids);
 }
 
 int makeWritableByWebserver(const boost::filesystem::path& path, const struct stat& status,

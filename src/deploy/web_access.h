@@ -14,8 +14,19 @@
 ///        mapping's own directory whose mode cannot be changed; other modes are changed as far as possible.
 void openToWebServer(const InstallPlan& plan, const std::string& userName);
 
+/// Whose directories and files they are decides how they are opened; 0 stands for one that is not known.
+struct WebAccessIds {
+    uid_t user;   ///< the site's account
+    uid_t apache; ///< the web server's account, www-data
+    gid_t kroserv;
+    gid_t krocln;
+};
+
 /// The mode bits with which both the web server's account and the site's user can write a directory or file.
 /// \param status of that directory or file.
+mode_t bitsForWebserver(const struct stat& status, const WebAccessIds& ids);
+
+/// The same with ids that are looked up, each failure with its message.
 /// \param userName the site's account.  The first call decides it for the whole process: look-ups are made once.
 mode_t bitsForWebserver(const struct stat& status, const std::string& userName);
 

@@ -6,10 +6,6 @@
 
 namespace {
 
-bool isElsewhere(std::string_view path) {
-    return path == ".." || path.ends_with("/..");
-}
-
 PreviewEntry entryOf(const Source& source) {
     PreviewEntry entry;
     entry.isDirectory = source.isDirectory();
@@ -22,62 +18,111 @@ PreviewEntry entryOf(const Source& source) {
     return entry;
 }
 
-/// The directories above a directory, which are made on the way to it.
-/// \return a file that stands there in a directory's place.
-std::optional<std::string> addDirectoriesAbove(PreviewEntries& entries, const std::string& path) {
-    for (std::string above = path; !above.empty();) {
-        above = parentOf(above);
-        if (isElsewhere(above))
-            continue;
-        const auto [place, isNew] = entries.try_emplace(above);
-        if (!isNew)
-            return place->second.isDirectory ? std::nullopt : std::optional(above);
+/// Takes the copies of a plan in their order.
+class Planning {
+public:
+    Planning(const std::string& destination, const PathTest& isThere) : destination_(destination), isThere_(isThere) {}
+
+    void add(const Source& source) {
+        PreviewEntry entry = entryOf(source);
+        if (entry.isDirectory)
+            makeDirectoriesAbove(source.target);
+        else if (source.asDirectory)
+            tell("no-parent", source.target, "a single file cannot go where a directory is named");
+        else
+            wantDirectoriesAbove(source.target);
+        const std::string place = placeOf(destination_, source.target);
+        const auto [position, isNew] = planned.entries.try_emplace(place);
+        PreviewEntry& known = position->second;
+        // Places that are spelled in two ways are copied one after the other.
+        if (!isNew && known.isDirectory != entry.isDirectory && (entry.isDirectory || holdsSomething(place)))
+            tellOccupied(place);
+        else if (known.mapping && known.source != entry.source)
+            planned.shadowed.push_back({place, known.source, entry.source});
+        known = std::move(entry);
     }
-    return std::nullopt;
-}
+
+    PlannedEntries planned;
+
+private:
+    void tell(std::string_view code, const std::string& path, const std::string& text) {
+        planned.findings.push_back(failure(code, path, text + ": the extraction fails"));
+    }
+
+    void tellOccupied(const std::string& path) {
+        tell("file-occupied", path, "a file for one mapping and a directory for another");
+    }
+
+    bool holdsSomething(const std::string& place) const {
+        const auto next = planned.entries.upper_bound(place + "/");
+        return next != planned.entries.end() && next->first.starts_with(place + "/");
+    }
+
+    /// A copied directory makes those on the way to it.
+    void makeDirectoriesAbove(const std::string& target) {
+        const bool isPlain = !hasDotDot(target);
+        for (std::string above = target; !above.empty();) {
+            above = parentOf(above);
+            const std::string place = placeOf(destination_, above);
+            if (isAbove(place))
+                continue;
+            const auto [position, isNew] = planned.entries.try_emplace(place);
+            if (!position->second.isDirectory)
+                return tellOccupied(place);
+            if (!isNew && isPlain)
+                return;
+        }
+    }
+
+    /// A copied file makes no directory.
+    void wantDirectoriesAbove(const std::string& target) {
+        std::string above = target;
+        do { // what a plain path goes through is there when its last directory is
+            above = parentOf(above);
+            const std::string place = placeOf(destination_, above);
+            const auto known = planned.entries.find(place);
+            if (known != planned.entries.end() && !known->second.isDirectory)
+                return tellOccupied(place);
+            // What leads out of the application's directory is there as soon as that directory is.
+            const bool isMade = known != planned.entries.end() || (isAbove(place) && planned.entries.contains(""));
+            if (!isMade && !isThere_(place))
+                return tell("no-parent", target, "nothing makes the directory of this single file");
+        } while (hasDotDot(target) && !above.empty());
+    }
+
+    const std::string& destination_;
+    const PathTest& isThere_;
+};
 
 } // namespace
 
 const char* wordOf(EntryState state) {
-    constexpr std::array words{"new", "same", "changed", "blocked", "unknown"}; // by EntryState
+    constexpr std::array words{"new", "same", "changed", "edited", "blocked", "unknown"}; // by EntryState
     return words.at(static_cast<std::size_t>(state));
 }
 
-PlannedEntries entriesOf(const std::vector<Source>& sources,
-                         const std::function<bool(const std::string& path)>& isThere) {
-    PlannedEntries planned;
-    PreviewEntries& entries = planned.entries;
-    const auto tell = [&](std::string_view code, const std::string& path, const std::string& text) {
-        planned.findings.push_back(failure(code, path, text + ": the extraction fails"));
+std::string placeOf(const std::string& destination, const std::string& path) {
+    if (!hasDotDot(path))
+        return normalPath(path);
+    const auto lexical = [](const std::string& text) {
+        return normalPath(boost::filesystem::path(text).lexically_normal().native());
     };
-    const auto tellOccupied = [&](const std::string& path) {
-        tell("file-occupied", path, "a file for one mapping and a directory for another");
-    };
-    for (const Source& source : sources) {
-        if (source.isTooLong)
-            continue;
-        const std::string& target = source.target;
-        PreviewEntry entry = entryOf(source);
-        if (entry.isDirectory) {
-            if (const auto file = addDirectoriesAbove(entries, target))
-                tellOccupied(*file);
-        } else if (source.asDirectory) {
-            tell("no-parent", target, "a single file cannot go where a directory is named");
-        } else if (const std::string parent(parentOf(target)); !isElsewhere(parent)) {
-            const auto above = entries.find(parent);
-            if (above == entries.end() && !isThere(parent))
-                tell("no-parent", target, "nothing makes the directory of this single file");
-            else if (above != entries.end() && !above->second.isDirectory)
-                tellOccupied(parent);
-        }
-        const auto [place, isNew] = entries.try_emplace(target);
-        PreviewEntry& known = place->second;
-        // Targets like "a//b" and "a/b" are copied one after the other.
-        if (!isNew && known.isDirectory != entry.isDirectory)
-            tellOccupied(target);
-        else if (known.mapping && known.source != entry.source)
-            planned.shadowed.push_back({target, known.source, entry.source});
-        known = std::move(entry);
-    }
-    return planned;
+    const std::string root = lexical(destination);
+    const std::string whole = lexical(joined(destination, path));
+    if (!isSubdir(whole, root))
+        return lexical(path);
+    return std::string(withoutLeadingSlashes(whole.substr(root.size())));
+}
+
+bool isAbove(std::string_view place) {
+    return place == ".." || place.ends_with("/..");
+}
+
+PlannedEntries planEntries(const std::vector<Source>& sources, const std::string& destination,
+                           const PathTest& isThere) {
+    Planning planning(destination, isThere);
+    for (const Source& source : sources)
+        if (!source.isTooLong)
+            planning.add(source);
+    return std::move(planning.planned);
 }

@@ -3,6 +3,7 @@
 #include "preview/findings.h"
 #include "preview/sources.h"
 
+#include <array>
 #include <functional>
 #include <map>
 
@@ -11,9 +12,13 @@ enum class EntryState {
     New,     ///< nothing is there
     Same,    ///< a directory for a directory, or a file of the same content
     Changed, ///< something else, which will be replaced
+    Edited,  ///< the same, and it is not what the previous release had there
     Blocked, ///< something on which the extraction fails, there or above
     Unknown, ///< it cannot be read
 };
+
+inline constexpr std::array entryStates{EntryState::New,    EntryState::Same,    EntryState::Changed,
+                                        EntryState::Edited, EntryState::Blocked, EntryState::Unknown};
 
 /// "new", "same", ...
 const char* wordOf(EntryState state);
@@ -45,6 +50,14 @@ struct PlannedEntries {
     Findings findings; ///< single files that have no directory to go to, and mappings in each other's way
 };
 
+/// Asked of a path below the destination.
+using PathTest = std::function<bool(const std::string& path)>;
+
+/// Where a path below a destination leads, as text: ".." takes back what stands before it.
+std::string placeOf(const std::string& destination, const std::string& path);
+
+/// True for a place that the destination lies in.
+bool isAbove(std::string_view place);
+
 /// \param isThere asked for the directory of a single file: whether the site has it, whatever the package has.
-PlannedEntries entriesOf(const std::vector<Source>& sources,
-                         const std::function<bool(const std::string& path)>& isThere);
+PlannedEntries planEntries(const std::vector<Source>& sources, const std::string& destination, const PathTest& isThere);

@@ -2,43 +2,65 @@
 
 #include "preview/text.h"
 
+#include <algorithm>
 #include <iterator>
 #include <map>
 #include <utility>
 
+namespace {
+
+Finding finding(Severity severity, std::string_view code, const std::string& subject, std::string text) {
+    return {severity, code, subject.empty() ? "." : subject, std::move(text)};
+}
+
+std::string headingOf(Severity severity, std::string_view code) {
+    return wordOf(severity) + (": " + std::string(code)) + ": ";
+}
+
+} // namespace
+
 const char* wordOf(Severity severity) {
-    return severity == Severity::Error ? "error" : "warning";
+    constexpr std::array words{"error", "warning", "note"}; // by Severity
+    return words.at(static_cast<std::size_t>(severity));
+}
+
+Finding note(std::string_view code, const std::string& subject, std::string text) {
+    return finding(Severity::Note, code, subject, std::move(text));
 }
 
 Finding warning(std::string_view code, const std::string& subject, std::string text) {
-    return {Severity::Warning, code, subject.empty() ? "." : subject, std::move(text)};
+    return finding(Severity::Warning, code, subject, std::move(text));
 }
 
 Finding failure(std::string_view code, const std::string& subject, std::string text) {
-    return {Severity::Error, code, subject.empty() ? "." : subject, std::move(text)};
+    return finding(Severity::Error, code, subject, std::move(text));
 }
 
 void append(Findings& findings, Findings more) {
     findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
 }
 
+std::size_t count(const Findings& findings, Severity severity) {
+    return static_cast<std::size_t>(std::ranges::count(findings, severity, &Finding::severity));
+}
+
 std::string linesOf(const Findings& findings) {
     std::string lines;
     for (const auto& [severity, code, subject, text] : findings)
-        lines += wordOf(severity) + (": " + std::string(code)) + ": " + escaped(subject) + ": " + escaped(text) + "\n";
+        lines += headingOf(severity, code) + escaped(subject) + ": " + escaped(text) + '\n';
     return lines;
 }
 
 std::string groupsOf(const Findings& findings) {
-    std::map<std::string, std::vector<std::string>> subjects; // errors come first
+    std::map<std::pair<Severity, std::string_view>, std::vector<std::string>> groups; // errors come first
     for (const auto& [severity, code, subject, text] : findings)
-        subjects[wordOf(severity) + (": " + std::string(code))].push_back(escaped(subject));
+        groups[{severity, code}].push_back(escaped(subject));
     std::string lines;
-    for (const auto& [heading, all] : subjects) {
-        lines += heading + ": " + std::to_string(all.size()) + ":";
-        for (std::size_t i = 0; i < std::min<std::size_t>(all.size(), 3); ++i)
-            lines += (i == 0 ? " " : ", ") + all[i];
-        lines += all.size() > 3 ? ", ...\n" : "\n";
+    for (const auto& [kind, subjects] : groups) {
+        lines += headingOf(kind.first, kind.second) + std::to_string(subjects.size()) + ":";
+        for (std::size_t i = 0; i < std::min<std::size_t>(subjects.size(), 3); ++i)
+            lines += (i == 0 ? " " : ", ") + subjects[i];
+        lines += subjects.size() > 3 ? ", ...\n" : "\n";
     }
     return lines;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
@@ -8,19 +7,22 @@
 
 /// The words for what a finding is about.
 inline constexpr auto findingCodes = std::to_array<std::string_view>({
-    "broken-link",       "directory-occupied",   "dotted-extension",  "empty-redirect",   "file-occupied",
-    "htaccess",          "leads-elsewhere",      "missing-source",    "no-document-root", "no-parent",
-    "no-script",         "outside-package",      "path-too-long",     "replaces",         "shadowed",
-    "ships-data",        "special-file",         "unknown-attribute", "unknown-element",  "unreadable-site",
-    "unreadable-source", "unrepresentable-name", "url-leaves-root",   "url-text",
+    "broken-link",     "directory-occupied", "dotted-extension",  "edited",
+    "empty-redirect",  "file-occupied",      "htaccess",          "leads-elsewhere",
+    "missing-source",  "no-document-root",   "no-parent",         "no-script",
+    "not-permitted",   "outside-package",    "path-too-long",     "replaces",
+    "shadowed",        "ships-data",         "special-file",      "unknown-attribute",
+    "unknown-element", "unreadable-site",    "unreadable-source", "unrepresentable-name",
+    "url-leaves-root", "url-text",
 });
 
 enum class Severity {
-    Warning, ///< probably a mistake, or worth knowing
     Error,   ///< the extraction or the fragment will fail or be refused
+    Warning, ///< probably a mistake, or something is lost
+    Note,    ///< worth knowing, and true of most good packages
 };
 
-/// "error" or "warning".
+/// "error", "warning" or "note".
 const char* wordOf(Severity severity);
 
 /// Something that the package's author or the panel would rather know before an extraction.
@@ -34,10 +36,13 @@ struct Finding {
 using Findings = std::vector<Finding>;
 
 /// \param subject an empty one is the path that readers would not see, ".".
+Finding note(std::string_view code, const std::string& subject, std::string text);
 Finding warning(std::string_view code, const std::string& subject, std::string text);
 Finding failure(std::string_view code, const std::string& subject, std::string text);
 
 void append(Findings& findings, Findings more);
+
+std::size_t count(const Findings& findings, Severity severity);
 
 /// For a person, a line a finding.  No byte of a name reaches a terminal as a control character.
 std::string linesOf(const Findings& findings);

@@ -7,10 +7,14 @@
 // No byte of a name reaches a terminal as a control character.
 
 /// For a person: a line an entry under the heading of its mapping, what else there is, and counts.
-std::string textOf(const Preview& preview);
+/// \param all also the entries that the site has the same.
+std::string textOf(const Preview& preview, bool all);
 
-/// For a person in a hurry: counts by state and by mapping.
+/// For a person in a hurry: counts by state.
 std::string summaryOf(const Preview& preview);
+
+/// The same by mapping; empty where one mapping has nearly all.
+std::string mappingCountsOf(const Preview& preview);
 
 /// One JSON object.
 std::string jsonOf(const Preview& preview);

@@ -1,7 +1,7 @@
 #include "preview/formats.h"
 #include "preview/text.h"
 
-#include <array>
+#include <algorithm>
 #include <boost/json.hpp>
 // The library's own code comes along here: as a shared library it would be one more for every user of this one.
 #include <boost/json/src.hpp>
@@ -58,6 +58,7 @@ std::string entriesOf(const Preview& preview) {
                             {"type", entry.isDirectory ? "directory" : "file"},
                             {"mode", entry.mode == 0755 ? "0755" : "0644"},
                             {"source", hasSource ? json::value(utf8(entry.source)) : json::value(nullptr)},
+                            {"mapping", hasSource ? json::value(*entry.mapping) : json::value(nullptr)},
                             {"url", hasSource ? json::value(urls[*entry.mapping]) : json::value(nullptr)},
                             {"webServerWritable", entry.isOpened},
                             {"size", entry.size ? json::value(*entry.size) : json::value(nullptr)},
@@ -69,6 +70,26 @@ std::string entriesOf(const Preview& preview) {
         entries.add(object);
     }
     return entries.text();
+}
+
+json::array scriptsOf(const std::vector<std::string>& scripts) {
+    json::array names;
+    for (const std::string& script : scripts)
+        names.emplace_back(utf8(script));
+    return names;
+}
+
+/// How many entries have each state; null where none has one.
+json::value statesOf(const PreviewEntries& entries) {
+    json::object counts;
+    bool hasSite = false;
+    for (const EntryState state : entryStates) {
+        const auto isSo = [&](const auto& entry) { return entry.second.state == state; };
+        const auto count = std::ranges::count_if(entries, isSo);
+        counts[wordOf(state)] = count;
+        hasSite = hasSite || count > 0;
+    }
+    return hasSite ? json::value(counts) : json::value(nullptr);
 }
 
 std::string obsoleteOf(const Preview& preview) {
@@ -100,7 +121,8 @@ std::string findingsOf(const Findings& findings) {
 std::string jsonOf(const Preview& preview) {
     return withJsonEscapes("{\"application\":" + json::serialize(applicationOf(preview.metadata)) +
                            ",\"mappings\":" + mappingsOf(preview) + ",\"entries\":" + entriesOf(preview) +
-                           ",\"obsolete\":" + obsoleteOf(preview) +
+                           ",\"states\":" + json::serialize(statesOf(preview.entries)) + ",\"obsolete\":" +
+                           obsoleteOf(preview) + ",\"scripts\":" + json::serialize(scriptsOf(preview.scripts)) +
                            ",\"fragment\":" + json::serialize(json::value(utf8(preview.fragment))) +
                            ",\"findings\":" + findingsOf(preview.findings) + "}\n");
 }

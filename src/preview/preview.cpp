@@ -1,16 +1,17 @@
 #include "preview/preview.h"
 
-#include "deploy/open_trees.h"
 #include "files/paths.h"
 #include "files/subdirectory.h"
 #include "metadata/exceptions.h"
 #include "metadata/package_location.h"
 #include "metadata/passed_over.h"
-#include "preview/entries.h"
-#include "preview/package_checks.h"
-#include "preview/previous_list.h"
+#include "preview/account_checks.h"
+#include "preview/metadata_checks.h"
+#include "preview/opening_checks.h"
+#include "preview/previous_release.h"
 #include "preview/site_comparison.h"
-#include "preview/sources.h"
+#include "preview/source_checks.h"
+#include "preview/target_checks.h"
 #include "webserver/fragment.h"
 #include "xml/document.h"
 
@@ -31,11 +32,11 @@ void ignoreXmlMessage(void* /*context*/, const char* /*format*/, ...) {
 }
 
 /// The document to read, as a path that the XML library takes for nothing else: not for a URL, nor for standard input.
-std::string documentOf(const PreviewSettings& settings) {
-    if (!fs::is_directory(settings.packageDir))
-        throw std::runtime_error(settings.packageDir + " is not a directory");
-    const std::string own = metadataFileOf(settings.packageDir);
-    const std::string document = settings.metadataFile.empty() ? own : settings.metadataFile;
+std::string documentOf(const std::string& packageDir, const std::string& metadataFile) {
+    if (!fs::is_directory(packageDir))
+        throw std::runtime_error(packageDir + " is not a directory");
+    const std::string own = metadataFileOf(packageDir);
+    const std::string document = metadataFile.empty() ? own : metadataFile;
     // An extraction wants the package's own document also when it reads another one.
     for (const std::string& file : {own, document})
         if (!fs::is_regular_file(file))
@@ -73,130 +74,141 @@ std::string fragmentOf(const Mappings& mappings, const FragmentSettings& setting
     }
 }
 
-/// A package and how it would be installed: what the checks are made on.
+Site siteOf(const PreviewSettings& settings) {
+    const std::string wwwRoot = settings.wwwRoot.value_or(usualRoot);
+    return {wwwRoot, destinationRootOf(wwwRoot, settings.applicationSubdirectory)};
+}
+
+/// A package and how it would be installed.
 struct PackagePlan {
+    std::string packageDir;
     Site site;
     MappingSources mappingSources;
-    InstallPlan install;
-    std::vector<Unread> unread;
-    std::vector<Source> sources;
-    OpenedTrees opened;
+    PlannedSources planned;
+    Opening opening;
 
     /// False while a part of the package cannot be read.
     bool isWhole() const {
-        return unread.empty() && std::ranges::all_of(mappingSources, [](const auto& mapping) {
-                   return !mapping || mapping->error == 0 || mapping->isMissing();
+        return planned.unlisted.empty() && planned.unread.empty() &&
+               std::ranges::all_of(mappingSources, [](const auto& source) {
+                   return !source || (!source->closed && (source->error == 0 || source->isMissing()));
                });
     }
 };
 
-PackagePlan planPackage(const PreviewSettings& settings, const Mappings& mappings) {
-    const std::string wwwRoot = settings.wwwRoot.value_or(usualRoot);
-    const Site site{wwwRoot, destinationRootOf(wwwRoot, settings.applicationSubdirectory), settings.packageDir};
-    ReadPlan read = readPlan(settings.packageDir, site.destination, mappings);
-    std::vector<Source> sources = lookAtSources(read.plan);
-    const OpenedTrees opened(read.plan);
-    return {site,
-            lookAtMappings(settings.packageDir, mappings),
-            std::move(read.plan),
-            std::move(read.unread),
-            std::move(sources),
-            opened};
-}
-
-bool siteHasDirectory(const Site& site, const std::string& target) {
-    struct stat status {};
-    return stat(joined(site.destination, target).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-/// True for what can be opened to the web server: no link is followed then.
-bool siteHasEntry(const Site& site, const std::string& target) {
-    struct stat status {};
-    return lstat(joined(site.destination, target).c_str(), &status) == 0 &&
-           (S_ISDIR(status.st_mode) || S_ISREG(status.st_mode));
+PackagePlan planPackage(const PreviewSettings& settings, const std::string& packageDir, const Mappings& mappings) {
+    const Site site = siteOf(settings);
+    PlannedSources planned = planSources(packageDir, site.destination, mappings, settings.rights);
+    Opening opening(planned.plan, site);
+    return {packageDir, site, lookAtMappings(packageDir, mappings, settings.rights), std::move(planned),
+            std::move(opening)};
 }
 
 PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& plan) {
-    PlannedEntries planned = entriesOf(plan.sources, [&](const std::string& path) {
-        const bool isRoot = path.empty() && plan.site.destination == plan.site.wwwRoot;
-        return isRoot || (settings.wwwRoot && siteHasDirectory(plan.site, path));
-    });
-    for (auto& [path, entry] : planned.entries) {
-        entry.isInWritableTree = plan.opened.openerOf(path).has_value();
+    const auto siteHasDirectory = [&](const std::string& place) {
+        struct stat status {};
+        if (!settings.wwwRoot) // a document root, as every site has it, and nothing below
+            return isAbove(place) || (place.empty() && plan.site.destination == plan.site.wwwRoot);
+        return stat(plan.site.at(place).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    };
+    PlannedEntries planned = planEntries(plan.planned.sources, plan.site.destination, siteHasDirectory);
+    for (auto& [place, entry] : planned.entries) {
+        entry.isInWritableTree = plan.opening.openerOf(place).has_value();
         entry.isOpened = entry.isInWritableTree && !settings.skipWebserverWrite;
     }
     return planned;
 }
 
-/// True when an extraction finds the place of a writable mapping that it has to open.
-bool isThereToOpen(const std::string& url, const PreviewSettings& settings, const PackagePlan& plan,
-                   const PreviewEntries& entries) {
-    if (settings.skipWebserverWrite || !plan.opened.openerOf(normalPath(url)))
-        return true;
-    const auto entry = entries.find(normalPath(url));
-    return (entry != entries.end() && (entry->second.isDirectory || !url.ends_with('/'))) ||
-           (settings.wwwRoot && siteHasEntry(plan.site, url));
-}
-
 Findings checkPackage(const PreviewSettings& settings, const PackageDocument& document, const PackagePlan& plan,
-                      const PlannedEntries& planned) {
+                      const PlannedEntries& entries) {
+    const auto& [packageDir, site, mappingSources, planned, opening] = plan;
     const Mappings& mappings = document.metadata.webContent;
+    const bool hasSite = settings.wwwRoot.has_value();
     Findings findings = checkPassedOver(document.passedOver);
     append(findings, checkMappings(mappings, fragmentSettingsOf(settings)));
-    append(findings, checkMissing(mappings, plan.mappingSources, [&](const std::string& url) {
-               return isThereToOpen(url, settings, plan, planned.entries);
+    append(findings, checkScripts(packageDir, document.metadata.formatVersion));
+    append(findings, checkMappingSources(mappings, mappingSources, [&](const auto& mapping) {
+               return settings.skipWebserverWrite || plan.opening.isThere(mapping, entries.entries, hasSite);
            }));
-    append(findings, checkScripts(settings.packageDir, document.metadata.formatVersion));
-    append(findings, checkReadable(settings.packageDir, plan.mappingSources, plan.sources, plan.unread));
-    append(findings, checkSources(plan.sources));
-    append(findings, checkTargets(plan.sources));
-    append(findings, checkOutside(settings.packageDir, plan.mappingSources, plan.sources));
-    append(findings, checkShadowed(plan.install.shadowed));
-    append(findings, checkShadowed(planned.shadowed));
-    append(findings, planned.findings);
-    append(findings,
-           checkShippedData(planned.entries, [&](const std::string& path) { return plan.opened.openerOf(path); }));
+    append(findings, checkReadable(settings.rights, packageDir, mappingSources, planned));
+    append(findings, checkKinds(planned.sources));
+    append(findings, checkOutside(packageDir, mappingSources, planned.sources));
+    append(findings, checkTargets(planned.sources));
+    append(findings, checkShadowed(planned.plan.shadowed));
+    append(findings, checkShadowed(entries.shadowed));
+    append(findings, entries.findings);
+    append(findings, checkShippedData(entries.entries, packageDir, hasSite,
+                                      [&](const std::string& place) { return plan.opening.openerOf(place); }));
     return findings;
 }
 
+std::optional<PreviousRelease> previousRelease(const PreviewSettings& settings) {
+    if (!settings.previousPackage)
+        return std::nullopt;
+    const std::string& packageDir = *settings.previousPackage;
+    const PackageDocument document = readDocument(packageDir, "");
+    const PackagePlan plan = planPackage(settings, packageDir, document.metadata.webContent);
+    return PreviousRelease{packageDir, planEntries(settings, plan).entries};
+}
+
+std::unordered_set<std::string> placesOf(const std::vector<InstanceEntry>& list, const Site& site) {
+    std::unordered_set<std::string> places;
+    for (const auto& [section, path] : list)
+        if (section == InstallSectionHtdocs)
+            places.insert(placeOf(site.destination, path.native()));
+    return places;
+}
+
 /// Gives the entries their states.
-Findings compareWithSite(const PreviewSettings& settings, const nimbo::FSAMetaDataReader& metadata,
-                         const PackagePlan& plan, PreviewEntries& entries) {
-    const auto previous = pathsBelowRoot(settings.previousList.value_or(std::vector<InstanceEntry>()));
-    Findings findings = checkAbove(plan.site);
-    append(findings, checkPlaces(entries, plan.site, previous, settings.isKnown, metadata));
+Findings compareWithSite(const PreviewSettings& settings, const PackagePlan& plan,
+                         const std::optional<PreviousRelease>& previous, const std::vector<InstanceEntry>& list,
+                         Preview& preview) {
+    const auto breaksOpening = [&](const std::string& place) {
+        return !settings.skipWebserverWrite && plan.opening.isBrokenByLink(place);
+    };
+    const Comparison comparison{plan.site,        plan.packageDir, settings.rights, previous, placesOf(list, plan.site),
+                                settings.isKnown, breaksOpening};
+    Findings findings = preview.entries.empty() ? Findings() : checkAbove(plan.site);
+    if (settings.rights == Rights::Own)
+        append(findings, checkAccount(plan.planned.sources, plan.site));
+    append(findings, compareEntries(preview.entries, comparison));
+    if (previous && preview.obsolete)
+        append(findings, checkObsolete(*preview.obsolete, comparison));
     if (!settings.skipWebserverWrite)
-        append(findings, checkOpenTrees(plan.install, entries));
+        append(findings, plan.opening.check(preview.entries, settings.rights));
     return findings;
 }
 
 } // namespace
 
-PackageDocument readDocument(const PreviewSettings& settings) {
-    const std::string file = documentOf(settings);
+PackageDocument readDocument(const std::string& packageDir, const std::string& metadataFile) {
+    const std::string file = documentOf(packageDir, metadataFile);
     const XmlDocument document = parseSilently(file);
     auto passedOver = document == nullptr ? std::vector<nimbo::PassedOver>() : nimbo::passedOver(document.get());
     return {nimbo::FSAMetaDataReader(document, file), std::move(passedOver)};
 }
 
 Preview previewPackage(const PreviewSettings& settings, PackageDocument document) {
-    const Mappings& mappings = document.metadata.webContent;
-    const PackagePlan plan = planPackage(settings, mappings);
+    const PackagePlan plan = planPackage(settings, settings.packageDir, document.metadata.webContent);
     PlannedEntries planned = planEntries(settings, plan);
+    const std::optional<PreviousRelease> previous = previousRelease(settings);
+    const auto list = previous && !settings.previousList ? std::optional(listOf(*previous)) : settings.previousList;
+
     Findings findings = checkPackage(settings, document, plan, planned);
-    if (settings.wwwRoot)
-        append(findings, compareWithSite(settings, document.metadata, plan, planned.entries));
-    std::optional<std::vector<InstanceEntry>> obsolete;
-    if (settings.previousList && plan.isWhole())
-        obsolete = obsoleteOf(*settings.previousList, planned.entries);
-    std::string fragment = fragmentOf(mappings, fragmentSettingsOf(settings));
-    return {
+    std::string fragment = fragmentOf(document.metadata.webContent, fragmentSettingsOf(settings));
+    Preview preview{
         .metadata = std::move(document.metadata),
         .mappingSources = plan.mappingSources,
         .entries = std::move(planned.entries),
-        .obsolete = std::move(obsolete),
+        .obsolete = std::nullopt,
         .scripts = scriptsOf(settings.packageDir),
         .fragment = std::move(fragment),
         .findings = std::move(findings),
     };
+    if (list && plan.isWhole())
+        preview.obsolete = obsoleteOf(*list, plan.site.destination, preview.entries);
+    if (settings.wwwRoot)
+        append(preview.findings,
+               compareWithSite(settings, plan, previous, list.value_or(std::vector<InstanceEntry>()), preview));
+    return preview;
 }

@@ -15,9 +15,12 @@ struct PreviewSettings {
     std::optional<std::string> wwwRoot; ///< document root of a site to compare with
     std::string applicationSubdirectory = ".";
     std::optional<std::vector<InstanceEntry>> previousList; ///< what the release had that the site has now
+    std::optional<std::string> previousPackage; ///< that release as it was unpacked; also the list, where there is none
     /// Says of a regular file of the site, by its path below the destination, that it has the content of the package's
     /// file, which the entry describes.  Such a file is not read.  Empty for a caller who knows of none.
     std::function<bool(const std::string& path, const PreviewEntry& entry, const struct stat& file)> isKnown;
+    /// Whose rights the checks are made for.  With Rights::Own, what the account may not do in the site is told, too.
+    Rights rights = Rights::Anybody;
     bool skipWebserverWrite = false; ///< nothing is opened, and the site's trees are not looked at for it
     bool php = true;                 ///< the fragment has PHP handlers
     bool cgi = true;                 ///< the fragment has CGI handlers
@@ -43,10 +46,16 @@ struct Preview {
 };
 
 /// Reads a package's document, and switches off for good what libxml2 prints.
+/// \param metadataFile empty for the package's own document, which has to be there in any case.
 /// \throw std::exception or nimbo::FSAXMLException when the package or its document cannot be used.
-PackageDocument readDocument(const PreviewSettings& settings);
+PackageDocument readDocument(const std::string& packageDir, const std::string& metadataFile);
+
+/// The same of the package that is to be previewed.
+inline PackageDocument readDocument(const PreviewSettings& settings) {
+    return readDocument(settings.packageDir, settings.metadataFile);
+}
 
 /// Previews a package with the functions that the commands themselves use.  Prints nothing.
 /// \param document as of readDocument; PreviewSettings::metadataFile does not count any more.
-/// \throw std::exception for a lack of memory and the like.
+/// \throw std::exception or nimbo::FSAXMLException when the previous package cannot be used.
 Preview previewPackage(const PreviewSettings& settings, PackageDocument document);

@@ -2,43 +2,49 @@
 
 #include "preview/formats.h"
 #include "preview/preview.h"
-#include "preview/previous_list.h"
+#include "preview/previous_release.h"
 #include "runtime/options.h"
 
 #include <algorithm>
 #include <array>
+#include <boost/filesystem/operations.hpp>
 #include <boost/program_options.hpp>
 #include <cerrno>
+#include <grp.h>
 #include <iostream>
 #include <optional>
+#include <pwd.h>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <unistd.h>
 
 namespace po = boost::program_options;
 
 namespace {
 
-struct Format {
-    std::string_view name;
-    std::string (*write)(const Preview&);
-};
-
-constexpr std::array formats{
-    Format{"text", textOf},
-    Format{"json", jsonOf},
-    Format{"installed-files", installedFilesOf},
-    Format{"obsolete-files", obsoleteFilesOf},
-    Format{"fragment", [](const Preview& preview) { return preview.fragment; }},
-};
-
 struct Request {
     PreviewSettings package;
     std::string format = "text";
     bool summary = false;
+    bool all = false;
     std::optional<std::string> previousList; ///< a file
+    std::optional<std::string> user;         ///< the site's account
     std::vector<std::string> ignored;        ///< codes
+};
+
+struct Format {
+    std::string_view name;
+    std::string (*write)(const Preview& preview, const Request& request);
+};
+
+constexpr std::array formats{
+    Format{"text", [](const Preview& preview, const Request& request) { return textOf(preview, request.all); }},
+    Format{"json", [](const Preview& preview, const Request&) { return jsonOf(preview); }},
+    Format{"installed-files", [](const Preview& preview, const Request&) { return installedFilesOf(preview); }},
+    Format{"obsolete-files", [](const Preview& preview, const Request&) { return obsoleteFilesOf(preview); }},
+    Format{"fragment", [](const Preview& preview, const Request&) { return preview.fragment; }},
 };
 
 po::options_description optionsInto(Request& request) {
@@ -48,6 +54,7 @@ po::options_description optionsInto(Request& request) {
     options.add_options()
         ("format", po::value(&request.format)->value_name("FORMAT"), "what to print: text (the default), json, installed-files, obsolete-files or fragment")
         ("summary", po::bool_switch(&request.summary), "with the format text: counts, and findings by their codes")
+        ("all", po::bool_switch(&request.all), "with the format text: also what the site has the same")
         ("ignore", po::value(&request.ignored)->composing()->value_name("CODE"), "leave findings of this code out; may be given again")
         ("metadata-file", po::value(&package.metadataFile)->value_name("FILE"), "metadata document to read instead of the package's own")
         ("www-root", po::value<std::string>()->value_name("DIR")->notifier([&](const std::string& root) { package.wwwRoot = root; }),
@@ -56,6 +63,9 @@ po::options_description optionsInto(Request& request) {
          "place of the application below the document root (default: \".\", the root itself)")
         ("previous-list", po::value<std::string>()->value_name("FILE")->notifier([&](const std::string& list) { request.previousList = list; }),
          "installed-files document of the release that the site has now")
+        ("previous-package", po::value<std::string>()->value_name("DIR")->notifier([&](const std::string& directory) { package.previousPackage = directory; }),
+         "that release as it was unpacked: tells edited files from changed ones")
+        ("user-name", po::value<std::string>()->value_name("USER")->notifier([&](const std::string& user) { request.user = user; }), "the site's account: look with its rights, and tell what it may not do")
         ("skip-webserver-write", po::bool_switch(&package.skipWebserverWrite),
          "as for an extraction that opens nothing to the web server")
         ("disable-php-support", po::value<int>()->value_name("[=N]")->notifier([&](int n) { package.php = n == 0; }), "not 0: no PHP in the fragment")
@@ -86,11 +96,40 @@ const Format& formatOf(const Request& request) {
     const auto* const format = std::ranges::find(formats, request.format, &Format::name);
     if (format == formats.end())
         throw std::runtime_error("unknown format: " + request.format);
-    if (request.summary && request.format != "text")
-        throw std::runtime_error("a summary is for the format text");
-    if (request.format == "obsolete-files" && !request.previousList)
-        throw std::runtime_error("the format obsolete-files needs a previous list");
+    if ((request.summary || request.all) && request.format != "text")
+        throw std::runtime_error(request.summary ? "a summary is for the format text" : "--all is for the format text");
+    if (request.format == "obsolete-files" && !request.previousList && !request.package.previousPackage)
+        throw std::runtime_error("the format obsolete-files needs a previous list or package");
     return *format;
+}
+
+/// Gives this process the rights of the site's account, as an extraction does before it looks at the package's files.
+void become(const std::string& user) {
+    const passwd* const account = getpwnam(user.c_str());
+    if (account == nullptr)
+        throw std::runtime_error("no such account: " + user);
+    if (account->pw_uid == 0)
+        throw std::runtime_error("nothing is extracted as " + user);
+    if (geteuid() == account->pw_uid)
+        return;
+    if (geteuid() != 0)
+        throw std::runtime_error("only root and " + user + " can look as " + user);
+    if (initgroups(user.c_str(), account->pw_gid) != 0 || setgid(account->pw_gid) != 0 || setuid(account->pw_uid) != 0)
+        throw std::system_error(errno, std::generic_category(), user);
+}
+
+Preview previewOf(Request& request) {
+    PreviewSettings& settings = request.package;
+    if (request.previousList)
+        settings.previousList = readList(*request.previousList);
+    PackageDocument document = readDocument(settings);
+    if (request.user) {
+        // An extraction goes the whole way to the package with these rights, too.
+        settings.packageDir = boost::filesystem::absolute(settings.packageDir).native();
+        become(*request.user);
+        settings.rights = Rights::Own;
+    }
+    return previewPackage(settings, std::move(document));
 }
 
 int printPreview(Request request) {
@@ -98,17 +137,20 @@ int printPreview(Request request) {
     for (const std::string& code : request.ignored)
         if (std::ranges::find(findingCodes, code) == findingCodes.end())
             throw std::runtime_error("unknown code: " + code);
-    if (request.previousList)
-        request.package.previousList = readList(*request.previousList);
-    Preview preview = previewPackage(request.package, readDocument(request.package));
+    Preview preview = previewOf(request);
     std::erase_if(preview.findings, [&](const Finding& finding) {
         return std::ranges::find(request.ignored, finding.code) != request.ignored.end();
     });
-    print(request.summary ? summaryOf(preview) : format.write(preview));
-    // Written at once: there may be one for every file of a package.
-    std::cerr << (request.summary ? groupsOf(preview.findings) : linesOf(preview.findings));
-    const bool fails = std::ranges::count(preview.findings, Severity::Error, &Finding::severity) > 0;
-    return fails ? 2 : preview.findings.empty() ? 0 : 1;
+    // Findings are written at once: there may be one for every file of a package.
+    if (request.summary) {
+        print(summaryOf(preview));
+        std::cerr << groupsOf(preview.findings);
+        print(mappingCountsOf(preview));
+    } else {
+        print(format.write(preview, request));
+        std::cerr << linesOf(preview.findings);
+    }
+    return count(preview.findings, Severity::Error) > 0 ? 2 : count(preview.findings, Severity::Warning) > 0 ? 1 : 0;
 }
 
 } // namespace

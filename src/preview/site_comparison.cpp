@@ -1,6 +1,5 @@
 #include "preview/site_comparison.h"
 
-#include "deploy/open_trees.h"
 #include "files/paths.h"
 #include "runtime/handles.h"
 
@@ -30,6 +29,11 @@ constexpr Standing isFree{EntryState::New};
 constexpr Standing isEqual{EntryState::Same};
 constexpr Standing isDirectoryLink{.state = EntryState::Same, .isLink = true};
 constexpr Standing isDifferent{EntryState::Changed, Severity::Warning, "replaces", "the site has something else there"};
+constexpr Standing isExpected{EntryState::Changed};
+constexpr Standing isEdited{EntryState::Edited, Severity::Warning, "edited",
+                            "it is not what the previous release installed: somebody's changes are lost"};
+constexpr Standing isWritten{EntryState::Edited, Severity::Warning, "replaces",
+                             "it is not what the previous release installed: what visitors wrote is lost"};
 constexpr Standing isEmptyDirectory{EntryState::Changed, Severity::Warning, "directory-occupied",
                                     "the site has an empty directory there, which will be replaced"};
 constexpr Standing isFullDirectory{
@@ -39,6 +43,8 @@ constexpr Standing isFile{EntryState::Blocked, Severity::Error, "file-occupied",
                           "the site has a file where the package has a directory: the extraction fails"};
 constexpr Standing isDeadLink{EntryState::Blocked, Severity::Error, "file-occupied",
                               "the site has a link there that leads nowhere: the extraction fails"};
+constexpr Standing isClosedLink{EntryState::Blocked, Severity::Error, "file-occupied",
+                                "the site has a link there that the account may not follow: the extraction fails"};
 
 Standing isUnreadable(int error) {
     return {.state = EntryState::Unknown, .error = error};
@@ -94,8 +100,8 @@ Occupant occupantOf(mode_t mode) {
                            : Occupant::Other;
 }
 
-Standing standingAt(const std::string& target, PreviewEntry& entry, const std::string& source,
-                    const std::function<bool(const struct stat& file)>& isKnown) {
+Standing standingAt(const std::string& target, const std::string& path, PreviewEntry& entry,
+                    const Comparison& comparison) {
     struct stat here {};
     if (lstat(target.c_str(), &here) != 0)
         return withoutLook(errno);
@@ -103,7 +109,7 @@ Standing standingAt(const std::string& target, PreviewEntry& entry, const std::s
     const bool isLink = entry.occupant == Occupant::Link;
     struct stat behind = here;
     if (isLink && stat(target.c_str(), &behind) != 0)
-        return isNowhere(errno) ? isDeadLink : withoutLook(errno);
+        return isNowhere(errno) ? isDeadLink : comparison.rights == Rights::Own ? isClosedLink : withoutLook(errno);
     if (entry.isDirectory)
         return !S_ISDIR(behind.st_mode) ? isFile : isLink ? isDirectoryLink : isEqual;
     if (entry.occupant == Occupant::Directory) {
@@ -111,9 +117,22 @@ Standing standingAt(const std::string& target, PreviewEntry& entry, const std::s
         const bool isEmpty = fs::is_empty(target, failure);
         return failure ? withoutLook(failure.value()) : isEmpty ? isEmptyDirectory : isFullDirectory;
     }
-    if (entry.occupant != Occupant::File || entry.size != static_cast<std::uintmax_t>(here.st_size))
-        return isDifferent;
-    return isKnown(here) ? isEqual : compareContents(source, target);
+    const auto size = static_cast<std::uintmax_t>(here.st_size);
+    const bool isPlain = entry.occupant == Occupant::File;
+    const Standing standing = !isPlain || entry.size != size ? isDifferent
+                              : comparison.isKnown && comparison.isKnown(path, entry, here)
+                                  ? isEqual
+                                  : compareContents(joined(comparison.packageDir, entry.source), target);
+    if (standing.state != EntryState::Changed)
+        return standing;
+    // Whose is it?
+    if (const auto old = comparison.previous ? comparison.previous->fileAt(path) : std::nullopt) {
+        const bool isAsInstalled =
+            isPlain && old->second == size && compareContents(old->first, target).state == EntryState::Same;
+        return isAsInstalled ? isExpected : entry.isInWritableTree ? isWritten : isEdited;
+    }
+    // Visitors may have written it where they can.
+    return comparison.listed.contains(path) && !entry.isInWritableTree ? isExpected : isDifferent;
 }
 
 /// True when the nearest entry above a missing path is no directory, links followed, so that nothing can be made there.
@@ -130,30 +149,22 @@ std::string whereTo(const std::string& link) {
     return "a link: files go to " + fs::canonical(link, none).native();
 }
 
-/// A link at a writable mapping's own directory is followed where its URL ends in a slash.
-bool isFollowed(const nimbo::FSAMetaDataWebContent& mapping, const std::string& path) {
-    return (mapping.url.ends_with('/') || mapping.url.ends_with("/.")) &&
-           normalPath(withoutLeadingSlashes(mapping.url)) == path;
-}
-
 /// Of a link at the place of a directory.
-Finding linkFinding(const std::string& path, const PreviewEntry& entry, const Site& site,
-                    const nimbo::FSAMetaDataReader& metadata) {
-    const std::string text = whereTo(joined(site.destination, path));
-    const auto follows = [&](const auto& mapping) { return isFollowed(mapping, path); };
-    if (!entry.isOpened || std::ranges::any_of(metadata.webContent, follows))
+Finding linkFinding(const std::string& path, const Comparison& comparison) {
+    const std::string text = whereTo(comparison.site.at(path));
+    if (!comparison.breaksOpening(path))
         return warning("leads-elsewhere", path, text);
     return failure("leads-elsewhere", path, text + "; it cannot be opened to the web server: the extraction fails");
 }
 
 } // namespace
 
-Findings checkPlaces(PreviewEntries& entries, const Site& site, const std::unordered_set<std::string>& previous,
-                     const KnownTest& isKnown, const nimbo::FSAMetaDataReader& metadata) {
+Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
+    const std::string& destination = comparison.site.destination;
     Findings findings;
     std::unordered_map<std::string, EntryState> obstacles; // directories whose state holds for all that is below
     std::unordered_set<std::string> unreadable;            // directories that have been told of
-    const bool isBlockedAbove = isBlocked(site.destination);
+    const bool isBlockedAbove = isBlocked(destination);
     for (auto& [path, entry] : entries) {
         const std::string parent(parentOf(path));
         const auto above = path.empty() ? obstacles.end() : obstacles.find(parent);
@@ -161,19 +172,33 @@ Findings checkPlaces(PreviewEntries& entries, const Site& site, const std::unord
         if (above != obstacles.end())
             standing.state = above->second;
         else if (!isBlockedAbove)
-            standing = standingAt(path.empty() ? site.destination : joined(site.destination, path), entry,
-                                  joined(site.packageDir, entry.source),
-                                  [&](const struct stat& file) { return isKnown && isKnown(path, entry, file); });
+            standing = standingAt(comparison.site.at(path), path, entry, comparison);
         entry.state = standing.state;
         if (entry.isDirectory && (standing.state == EntryState::Blocked || standing.state == EntryState::Unknown))
             obstacles.emplace(path, standing.state);
         if (standing.isLink)
-            findings.push_back(linkFinding(path, entry, site, metadata));
+            findings.push_back(linkFinding(path, comparison));
         else if (standing.error != 0 && unreadable.insert(parent).second)
             findings.push_back(warning("unreadable-site", parent,
                                        std::string("what stands there is unknown: ") + std::strerror(standing.error)));
-        else if (standing.text != nullptr && !(standing.text == isDifferent.text && previous.contains(path)))
+        else if (standing.text != nullptr)
             findings.push_back({standing.severity, standing.code, path.empty() ? "." : path, standing.text});
+    }
+    return findings;
+}
+
+Findings checkObsolete(const std::vector<InstanceEntry>& obsolete, const Comparison& comparison) {
+    Findings findings;
+    for (const auto& [section, path] : obsolete) {
+        const auto old = section == InstallSectionHtdocs ? comparison.previous->fileAt(path.native()) : std::nullopt;
+        const std::string target = comparison.site.at(path.native());
+        struct stat status {};
+        if (!old || lstat(target.c_str(), &status) != 0)
+            continue;
+        const bool isSameSize = S_ISREG(status.st_mode) && old->second == static_cast<std::uintmax_t>(status.st_size);
+        if (!isSameSize || compareContents(old->first, target).state == EntryState::Changed)
+            findings.push_back(warning("edited", path.native(),
+                                       "only the previous release has it, and it is not what that installed"));
     }
     return findings;
 }
@@ -193,28 +218,6 @@ Findings checkAbove(const Site& site) {
         const std::string above = normalPath(std::string_view(site.destination).substr(0, end));
         if (lstat(above.c_str(), &status) == 0 && S_ISLNK(status.st_mode) && stat(above.c_str(), &status) == 0)
             findings.push_back(warning("leads-elsewhere", above, whereTo(above)));
-    }
-    return findings;
-}
-
-Findings checkOpenTrees(const InstallPlan& plan, const PreviewEntries& entries) {
-    Findings findings;
-    const OpenedTrees opened(plan);
-    const auto ignore = [](const std::string&, int, const std::string&) {}; // checkPlaces tells of these
-    std::unordered_set<std::string> looked;
-    for (const std::string& target : plan.writableTargets) {
-        const std::string directory = opened.belowRoot(target);
-        if (!looked.insert(directory).second)
-            continue;
-        const auto look = [&](std::string_view relative, EntryKind kind) {
-            const std::string path = withElements(directory, relative);
-            // The target itself has been looked at, and what the package has there takes the entry's place.
-            const bool isOpened = !relative.empty() && opened.openerOf(path) == directory && !entries.contains(path);
-            const std::string text = "neither a file nor a directory in a tree to be opened: the extraction fails";
-            if (kind == EntryKind::Other && isOpened)
-                findings.push_back(failure("special-file", path, text));
-        };
-        visitDirContent(target, look, ignore);
     }
     return findings;
 }

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::string_view stateLetters = "+=~!?"; // by EntryState
+constexpr std::string_view stateLetters = "+=~*!?"; // by EntryState
 
 std::string counted(std::uintmax_t count, const std::string& one, const std::string& more) {
     return std::to_string(count) + ' ' + (count == 1 ? one : more);
@@ -21,7 +21,7 @@ struct Counts {
     std::size_t files = 0;
     std::size_t opened = 0;
     std::uintmax_t bytes = 0;
-    std::array<std::size_t, stateLetters.size()> states{};
+    std::array<std::size_t, entryStates.size()> states{};
 
     void add(const PreviewEntry& entry) {
         ++(entry.isDirectory ? directories : files);
@@ -38,10 +38,9 @@ struct Counts {
     /// Those that occur.
     std::string stateCounts() const {
         std::string text;
-        for (std::size_t state = 0; state < states.size(); ++state)
-            if (states.at(state) > 0)
-                text += (text.empty() ? "" : ", ") + std::to_string(states.at(state)) + ' ' +
-                        wordOf(static_cast<EntryState>(state));
+        for (const EntryState state : entryStates)
+            if (const auto count = states.at(static_cast<std::size_t>(state)); count > 0)
+                text += (text.empty() ? "" : ", ") + std::to_string(count) + ' ' + wordOf(state);
         return text;
     }
 };
@@ -97,17 +96,19 @@ std::string lineOf(const std::string& path, const PreviewEntry& entry) {
     return std::string(1, letter) + ' ' + modeOf(entry) + (entry.isOpened ? " w " : "   ") + shown(path);
 }
 
-std::string linesOf(const Group& group) {
-    std::string lines = group.heading + '\n';
+/// Nothing for a group without lines, unless it has no entries at all.
+std::string linesOf(const Group& group, bool all) {
+    std::string lines;
     for (const auto* entry : group.entries)
-        lines += lineOf(entry->first, entry->second) + '\n';
-    return lines;
+        if (all || entry->second.state != EntryState::Same)
+            lines += lineOf(entry->first, entry->second) + '\n';
+    return lines.empty() && !group.entries.empty() ? "" : group.heading + '\n' + lines;
 }
 
 std::string obsoleteLines(const Preview& preview) {
     if (!preview.obsolete || preview.obsolete->empty())
         return {};
-    std::string lines = "only in the previous list\n";
+    std::string lines = "only in the previous release\n";
     for (const auto& [section, path] : *preview.obsolete)
         lines += "-              " + std::string(section == InstallSectionCgiBin ? "(cgi-bin) " : "") +
                  escaped(path.native()) + '\n';
@@ -125,27 +126,26 @@ std::string fragmentLines(const Preview& preview) {
 std::string totalsOf(const Preview& preview) {
     const auto& metadata = preview.metadata;
     Counts counts;
-    for (const auto& [path, entry] : preview.entries)
-        counts.add(entry);
-    std::string text = escaped(metadata.name + ' ' + metadata.version + '-' + metadata.release) + ": " +
-                       counts.kinds() + ", " + counted(counts.bytes, "byte", "bytes") + ", " +
-                       std::to_string(counts.opened) + " opened (w)\n";
+    for (const auto& entry : preview.entries)
+        counts.add(entry.second);
     std::string states = counts.stateCounts();
     if (preview.obsolete)
         states += (states.empty() ? "" : ", ") + std::to_string(preview.obsolete->size()) + " obsolete";
-    text += states.empty() ? "" : states + '\n';
-    const auto errors =
-        static_cast<std::size_t>(std::ranges::count(preview.findings, Severity::Error, &Finding::severity));
-    return text + counted(errors, "error", "errors") + ", " +
-           counted(preview.findings.size() - errors, "warning", "warnings") + '\n';
+    std::string findings = counted(count(preview.findings, Severity::Error), "error", "errors") + ", " +
+                           counted(count(preview.findings, Severity::Warning), "warning", "warnings");
+    if (const auto notes = count(preview.findings, Severity::Note); notes > 0)
+        findings += ", " + counted(notes, "note", "notes");
+    return escaped(metadata.name + ' ' + metadata.version + '-' + metadata.release) + ": " + counts.kinds() + ", " +
+           counted(counts.bytes, "byte", "bytes") + ", " + std::to_string(counts.opened) + " opened (w)\n" +
+           (states.empty() ? "" : states + '\n') + findings + '\n';
 }
 
 } // namespace
 
-std::string textOf(const Preview& preview) {
+std::string textOf(const Preview& preview, bool all) {
     std::string text;
     for (const Group& group : groupsOf(preview))
-        text += linesOf(group);
+        text += linesOf(group, all);
     text += obsoleteLines(preview);
     for (const auto& mapping : preview.metadata.webContent)
         if (!mapping.redirect.empty())
@@ -156,13 +156,19 @@ std::string textOf(const Preview& preview) {
 }
 
 std::string summaryOf(const Preview& preview) {
+    return totalsOf(preview);
+}
+
+std::string mappingCountsOf(const Preview& preview) {
     std::string text;
     for (const Group& group : groupsOf(preview)) {
+        if (group.entries.size() * 10 >= preview.entries.size() * 9)
+            return {};
         Counts counts;
         for (const auto* entry : group.entries)
             counts.add(entry->second);
         const std::string states = counts.stateCounts();
         text += group.heading + ": " + counts.kinds() + (states.empty() ? "" : "; " + states) + '\n';
     }
-    return text + totalsOf(preview);
+    return text;
 }

@@ -97,8 +97,8 @@ Comparison compare(const StagingRequest& request, const Before& before) {
     return {std::move(preview), std::move(seen)};
 }
 
-/// Refuses what speaks against a call, and says so.  What a package brought may be replaced by its next release, but
-/// not what pages have written since: that is a visitor's.
+/// Refuses what speaks against a call, and says so; notes do not.  What a package brought may be replaced by its next
+/// release, but not what pages have written since: that is a visitor's.
 void refuseFindings(const StagingRequest& request, const Comparison& comparison, const Before& before) {
     const auto mayBeReplaced = [&](const Finding& finding) {
         const InstalledEntry* const brought = before.at(sitePath(request.application.below(), finding.subject));
@@ -112,7 +112,8 @@ void refuseFindings(const StagingRequest& request, const Comparison& comparison,
     };
     Findings findings = comparison.preview.findings;
     std::erase_if(findings, [&](const Finding& finding) {
-        return std::ranges::find(request.ignored, finding.code) != request.ignored.end() || mayBeReplaced(finding);
+        return finding.severity == Severity::Note ||
+               std::ranges::find(request.ignored, finding.code) != request.ignored.end() || mayBeReplaced(finding);
     });
     if (findings.empty())
         return;

@@ -1,0 +1,109 @@
+#include "preview/account_checks.h"
+
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace {
+
+/// Follows the copying of a plan through the directories of a site.
+class CopyingAsAccount {
+public:
+    explicit CopyingAsAccount(const Site& site) : site_(site) {}
+
+    void copy(const Source& source) {
+        const std::string parent(parentOf(joined(site_.destination, source.target)));
+        openOwn(parent);
+        if (source.isDirectory())
+            makeDirectory(site_.at(source.target));
+        else
+            replaceFile(site_.at(source.target), parent);
+    }
+
+    Findings findings;
+
+private:
+    struct Directory {
+        bool isThere = false;
+        bool isOwnAndClosed = false; ///< so that an extraction opens it, if it copies something into it
+        bool keepsOthersFiles = false;
+        bool mayEnter = true;
+        bool mayWrite = true;
+    };
+
+    void tell(const std::string& path, const std::string& text) {
+        if (!told_.insert(path).second)
+            return;
+        const bool isBelow = path.starts_with(site_.destination + "/");
+        const std::string place = isBelow ? path.substr(site_.destination.size() + 1) : path;
+        findings.push_back(
+            failure("not-permitted", path == site_.destination ? "" : place, text + ": the extraction fails"));
+    }
+
+    Directory& at(const std::string& path) {
+        const auto [position, isNew] = known_.try_emplace(path);
+        Directory& directory = position->second;
+        if (!isNew)
+            return directory;
+        struct stat status {};
+        const char* const name = path.empty() ? "." : path.c_str();
+        if (lstat(name, &status) != 0) {
+            // What the account cannot see is taken for open: it lies in a directory of its own, which will be opened,
+            // or in one that is told.
+            directory.isThere = errno == EACCES;
+            if (directory.isThere && !at(std::string(parentOf(path))).mayEnter)
+                tell(std::string(parentOf(path)), "the account may not enter it");
+            return directory;
+        }
+        directory.isThere = true;
+        directory.isOwnAndClosed =
+            S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & S_IRWXU) != S_IRWXU;
+        if (stat(name, &status) != 0 || !S_ISDIR(status.st_mode))
+            return directory;
+        directory.mayEnter = access(name, X_OK) == 0;
+        directory.mayWrite = access(name, W_OK | X_OK) == 0;
+        directory.keepsOthersFiles = (status.st_mode & S_ISVTX) != 0 && status.st_uid != geteuid();
+        return directory;
+    }
+
+    void openOwn(const std::string& path) {
+        Directory& directory = at(path);
+        if (directory.isOwnAndClosed)
+            directory.mayEnter = directory.mayWrite = true;
+    }
+
+    void makeDirectory(const std::string& path) {
+        if (at(path).isThere)
+            return;
+        const std::string parent(parentOf(path));
+        makeDirectory(parent);
+        if (!at(parent).mayWrite)
+            tell(parent, "the account may not write there");
+        at(path).isThere = true;
+    }
+
+    void replaceFile(const std::string& path, const std::string& parent) {
+        struct stat status {};
+        const Directory& directory = at(parent);
+        if (!directory.mayWrite)
+            tell(parent, "the account may not write there");
+        else if (directory.keepsOthersFiles && lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid())
+            tell(parent, "its sticky bit keeps the account from replacing files of others");
+    }
+
+    const Site& site_;
+    std::unordered_map<std::string, Directory> known_;
+    std::unordered_set<std::string> told_;
+};
+
+} // namespace
+
+Findings checkAccount(const std::vector<Source>& sources, const Site& site) {
+    CopyingAsAccount copying(site);
+    for (const Source& source : sources)
+        if (!source.isTooLong)
+            copying.copy(source);
+    return std::move(copying.findings);
+}

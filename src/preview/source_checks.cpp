@@ -1,0 +1,125 @@
+#include "preview/source_checks.h"
+
+#include "files/paths.h"
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+#include <unordered_set>
+
+namespace {
+
+constexpr const char* leadsNowhere = "leads nowhere: the extraction fails";
+constexpr const char* mayNotEnter = "the site's account may not enter it: the extraction fails";
+
+bool isThere(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+/// Why the account cannot read a source of which no directory is closed; empty where it can.
+std::string whyUnreadable(Rights rights, const std::string& packageDir, const Source& source) {
+    if (source.error == EACCES || (source.mayBeLink() && closedOnTheWay(rights, packageDir, source.path)))
+        return "leads where the site's account may not go";
+    if (source.error != 0 && !isNowhere(source.error))
+        return std::strerror(source.error);
+    return source.isFile() && !source.mayRead ? "the site's account may not read it" : "";
+}
+
+} // namespace
+
+Findings checkMappingSources(const Mappings& mappings, const MappingSources& sources,
+                             const std::function<bool(const nimbo::FSAMetaDataWebContent& mapping)>& willBeThere) {
+    Findings findings;
+    std::unordered_set<std::string> closed;
+    auto next = sources.begin();
+    for (const auto& mapping : mappings) {
+        const auto& source = *next++;
+        if (!source)
+            continue;
+        const auto& path = source->path;
+        const std::string missing = "the mapping of URL " + mapping.url + " has no such directory";
+        if (source->closed && closed.insert(*source->closed).second)
+            findings.push_back(failure("unreadable-source", *source->closed, mayNotEnter));
+        else if (source->isMissing() && mapping.writable && !willBeThere(mapping))
+            findings.push_back(failure("missing-source", path,
+                                       missing + ", and nothing makes the one to be opened: the extraction fails"));
+        else if (source->isMissing())
+            findings.push_back(warning("missing-source", path, missing));
+        else if (!source->closed && isNowhere(source->error))
+            findings.push_back(failure("broken-link", path, leadsNowhere));
+        else if (!source->closed && source->error != 0)
+            findings.push_back(failure("unreadable-source", path, std::strerror(source->error)));
+    }
+    return findings;
+}
+
+Findings checkReadable(Rights rights, const std::string& packageDir, const MappingSources& mappings,
+                       const PlannedSources& planned) {
+    Findings findings;
+    std::unordered_set<std::string> told;
+    const auto tell = [&](auto* severity, const std::string& path, const std::string& text) {
+        if (told.insert(path).second)
+            findings.push_back(severity("unreadable-source", path, text));
+    };
+    for (const std::string& directory : planned.unlisted)
+        tell(warning, directory, "the site's account may not list it: the extraction leaves its content out");
+    const std::unordered_set<std::string> unentered(planned.unentered.begin(), planned.unentered.end());
+    std::unordered_set<std::string> closed; // what is in these is told with them
+    for (const Source& source : planned.sources) {
+        const std::string above(parentOf(source.path));
+        if (mappings[source.mapping]->closed)
+            continue;
+        if (unentered.contains(above) && !source.isWholeMapping) {
+            tell(failure, above, mayNotEnter);
+            closed.insert(above);
+        } else if (source.error == EACCES && !isThere(joined(packageDir, source.path))) {
+            tell(warning, above, "this preview may not look into it");
+            closed.insert(above);
+        }
+        if (!closed.contains(above))
+            if (const std::string why = whyUnreadable(rights, packageDir, source); !why.empty())
+                tell(failure, source.path, why + ": the extraction fails");
+        if (closed.contains(above) && source.isDirectory())
+            closed.insert(source.path);
+    }
+    for (const auto& [path, error] : planned.unread)
+        if (!closed.contains(std::string(parentOf(path))))
+            tell(warning, path, std::string("this preview cannot list it: ") + std::strerror(error));
+    return findings;
+}
+
+Findings checkKinds(const std::vector<Source>& sources) {
+    Findings findings;
+    for (const Source& source : sources) {
+        if (isNowhere(source.error))
+            findings.push_back(failure("broken-link", source.path, leadsNowhere));
+        else if (source.error == 0 && !source.isDirectory() && !source.isFile())
+            findings.push_back(
+                failure("special-file", source.path, "neither a file nor a directory: the extraction fails"));
+        if (nameIn(source.target) == ".htaccess")
+            findings.push_back(
+                note("htaccess", source.path, "counts only where the server allows it: protect nothing with it alone"));
+    }
+    return findings;
+}
+
+Findings checkOutside(const std::string& packageDir, const MappingSources& mappings,
+                      const std::vector<Source>& sources) {
+    Findings findings;
+    const std::string package = realPath(packageDir);
+    const auto isOutside = [&](const std::string& path) {
+        const std::string real = realPath(joined(packageDir, path));
+        if (real.empty() || isSubdir(real, package))
+            return false;
+        findings.push_back(warning("outside-package", path, "leads out of the package, to " + real));
+        return true;
+    };
+    std::vector<bool> areOutside; // as a whole: what is in them is told with them
+    for (const auto& mapping : mappings)
+        areOutside.push_back(mapping && isOutside(mapping->path));
+    for (const Source& source : sources)
+        if (source.mayBeLink() && !source.isWholeMapping && !areOutside[source.mapping])
+            isOutside(source.path);
+    return findings;
+}

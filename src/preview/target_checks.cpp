@@ -1,0 +1,75 @@
+#include "preview/target_checks.h"
+
+#include "files/paths.h"
+#include "preview/placeholders.h"
+#include "preview/text.h"
+
+#include <array>
+#include <map>
+#include <set>
+#include <tuple>
+#include <unordered_set>
+
+Findings checkTargets(const std::vector<Source>& sources) {
+    Findings findings;
+    std::unordered_set<std::string> told; // what is below has the same cause
+    for (const Source& source : sources) {
+        const bool fits = fitsXml(source.target);
+        if (!source.isTooLong && fits)
+            continue;
+        const bool isBelow = !source.target.empty() && told.contains(std::string(parentOf(source.target)));
+        const bool isNew = told.insert(source.target).second && !isBelow;
+        if (isNew && source.isTooLong)
+            findings.push_back(failure("path-too-long", source.path,
+                                       "the system takes no target of this length: the extraction fails"));
+        if (isNew && !fits)
+            findings.push_back(
+                warning("unrepresentable-name", source.path, "no list of installed files can hold this name"));
+    }
+    return findings;
+}
+
+Findings checkShadowed(const std::vector<InstallPlan::Shadowed>& shadowed) {
+    Findings findings;
+    const auto parent = [](const std::string& path) { return std::string(parentOf(path)); };
+    std::set<std::tuple<std::string, std::string, std::string>> told;
+    for (const auto& record : shadowed) {
+        const std::string target = normalPath(record.targetPath);
+        const std::string earlier = normalPath(record.earlierSource);
+        const std::string later = normalPath(record.laterSource);
+        const bool isBelow = told.contains({parent(target), parent(earlier), parent(later)});
+        told.emplace(target, earlier, later);
+        const std::string text = "planned from " + (earlier.empty() ? "." : earlier) + " and " +
+                                 (later.empty() ? "." : later) + ", of which the second counts";
+        if (!isBelow)
+            findings.push_back(warning("shadowed", target, text));
+    }
+    return findings;
+}
+
+Findings checkShippedData(const PreviewEntries& entries, const std::string& packageDir, bool hasSite,
+                          const std::function<std::optional<std::string>(const std::string& path)>& openerOf) {
+    struct Files {
+        std::size_t data = 0;
+        std::size_t placeholders = 0;
+    };
+    std::map<std::string, Files> trees;
+    for (const auto& [path, entry] : entries) {
+        const auto opener = entry.isDirectory ? std::nullopt : openerOf(path);
+        if (!opener)
+            continue;
+        Files& files = trees[*opener];
+        ++(isPlaceholder(joined(packageDir, entry.source), entry.size.value_or(0)) ? files.placeholders : files.data);
+    }
+    Findings findings;
+    const auto add = [&](auto* severity, const std::string& tree, std::size_t count, const std::string& text) {
+        if (count > 0)
+            findings.push_back(
+                severity("ships-data", tree, std::to_string(count) + (count == 1 ? " file" : " files") + text));
+    };
+    for (const auto& [tree, files] : trees) {
+        add(hasSite ? note : warning, tree, files.data, ": every upgrade replaces what visitors wrote there");
+        add(note, tree, files.placeholders, " that nobody writes to: they close or describe their directories");
+    }
+    return findings;
+}
