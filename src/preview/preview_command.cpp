@@ -3,7 +3,7 @@
 #include "preview/formats.h"
 #include "preview/preview.h"
 #include "preview/previous_release.h"
-#include "runtime/options.h"
+#include "runtime/option_errors.h"
 
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// The capture family, which no command calls: other tools rely on it.
 #include "runtime/child_process.h"
 #include "runtime/errors.h"
 #include "runtime/scoped_disposition.h"

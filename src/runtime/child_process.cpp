@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <iostream>
 #include <new>
 #include <sys/wait.h>
@@ -43,6 +44,21 @@ void ArgList::append(const std::string& word) {
     words_.push_back(std::move(copy));
     pointers_.push_back(nullptr); // before the old end is given up: this may throw
     pointers_.at(pointers_.size() - 2) = words_.back().get();
+}
+
+int dup2Custom(int source, int target) {
+    if (source == -1) {
+        source = open("/dev/null", O_RDWR);
+        if (source < 0)
+            throwSystemError("dup2Custom failed", errno);
+    }
+    if (source == target)
+        return source;
+    const int result = dup2(source, target);
+    const int error = errno;
+    close(source);
+    errno = error;
+    return result;
 }
 
 pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const ArgList& args, const std::string& user,

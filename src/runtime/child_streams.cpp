@@ -1,9 +1,9 @@
+// Of the capture family, which no command calls: other tools rely on it.
 #include "runtime/child_process.h"
 #include "runtime/errors.h"
 
 #include <array>
 #include <cerrno>
-#include <fcntl.h>
 #include <unistd.h>
 
 using nimbo::throwSystemError;
@@ -42,19 +42,4 @@ std::size_t writeSome(int fd, std::string_view text) {
 void writeFromString(int fd, std::string& text) {
     while (const std::size_t done = writeSome(fd, text))
         text.erase(0, done);
-}
-
-int dup2Custom(int source, int target) {
-    if (source == -1) {
-        source = open("/dev/null", O_RDWR);
-        if (source < 0)
-            throwSystemError("dup2Custom failed", errno);
-    }
-    if (source == target)
-        return source;
-    const int result = dup2(source, target);
-    const int error = errno;
-    close(source);
-    errno = error;
-    return result;
 }

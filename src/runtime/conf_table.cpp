@@ -12,6 +12,10 @@
 #include <search.h>
 #include <utility>
 
+// A table is C's: a caller makes one of zeroed memory from malloc(3), may walk its entries, and gives all of it back by
+// conf_free_r, which frees the record, too.  So names, values and entries are of malloc(3), and the C library's search
+// and sort, for which cmp_conf is made, work on them.
+
 namespace {
 
 constexpr int detailLevel = 12; // beyond those of syslog(3): not printed at the default threshold

@@ -12,77 +12,49 @@
 namespace {
 
 constexpr const char* configurationFile = "/etc/kro/kro.conf";
-constexpr std::size_t variableCount = 30;
 
-// The first and the last mark the bounds of the index range; they are no settings.
-constexpr const char* theKroConfNames[variableCount] = {
-    "_MIN_POSSIBLE_KRO_CONF_VAR_NAME",
-    "NIMBO_MAILNAMES_D",
-    "RBLSMTPD",
-    "CLIENT_PHP_BIN",
-    "LIB_CRYPTO_PATH",
-    "LIB_SSL_PATH",
-    "AWSTATS_DOC_D",
-    "AWSTATS_TOOLS_D",
-    "AWSTATS_BIN_D",
-    "AWSTATS_ETC_D",
-    "CATALINA_HOME",
-    "MAILMAN_VAR_D",
-    "MAILMAN_ROOT_D",
-    "PGSQL_DATA_D",
-    "PGSQL_BIN_D",
-    "MYSQL_BIN_D",
-    "MYSQL_VAR_D",
-    "WEB_STAT",
-    "DUMP_D",
-    "DUMP_TMP_D",
-    "NAMED_RUN_ROOT_D",
-    "HTTPD_SERVICE",
-    "HTTPD_LOG_D",
-    "HTTPD_INCLUDE_D",
-    "HTTPD_CONF_D",
-    "HTTPD_VHOSTS_D",
-    "PRODUCT_ROOT_D",
-    "MYSQL_SOCKET",
-    "SA_MAX_MAIL_SIZE",
-    "_MAX_POSSIBLE_KRO_CONF_VAR_NAME",
+struct Variable {
+    const char* name;
+    const char* defaultValue;
 };
 
-constexpr const char* theKroConfDefauls[variableCount] = {
-    "_MIN_POSSIBLE_KRO_CONF_VAR_VALUE",
-    "/var/qmail/mailnames",
-    "/usr/sbin/rblsmtpd",
-    "/opt/kro/bin/php-cli",
-    "/lib/libcrypto.so",
-    "/lib/libssl.so",
-    "/usr/share/awstats",
-    "/usr/share/awstats/tools",
-    "/usr/lib/cgi-bin",
-    "/etc/awstats",
-    "/var/lib/tomcat6",
-    "/var/lib/mailman",
-    "/usr/lib/mailman",
-    "/var/lib/postgresql//main", // the version between the slashes is empty on this platform
-    "/usr/lib/postgresql/9.1/bin",
-    "/usr/bin",
-    "/var/lib/mysql",
-    "/usr/bin/webalizer",
-    "/var/lib/kro/dumps",
-    "/tmp",
-    "/var/named/run-root",
-    "apache2",
-    "/var/log/apache2",
-    "/etc/apache2/conf.d",
-    "/etc/apache2",
-    "/var/www/vhosts",
-    "/opt/kro",
-    "/var/run/mysqld/mysqld.sock",
-    "256000",
-    "_MAX_POSSIBLE_KRO_CONF_VAR_VALUE",
+// A variable's index is its position.  The first and the last one mark the bounds; they are no settings.
+constexpr Variable theKroConfVariables[] = {
+    {"_MIN_POSSIBLE_KRO_CONF_VAR_NAME", "_MIN_POSSIBLE_KRO_CONF_VAR_VALUE"},
+    {"NIMBO_MAILNAMES_D", "/var/qmail/mailnames"},
+    {"RBLSMTPD", "/usr/sbin/rblsmtpd"},
+    {"CLIENT_PHP_BIN", "/opt/kro/bin/php-cli"},
+    {"LIB_CRYPTO_PATH", "/lib/libcrypto.so"},
+    {"LIB_SSL_PATH", "/lib/libssl.so"},
+    {"AWSTATS_DOC_D", "/usr/share/awstats"},
+    {"AWSTATS_TOOLS_D", "/usr/share/awstats/tools"},
+    {"AWSTATS_BIN_D", "/usr/lib/cgi-bin"},
+    {"AWSTATS_ETC_D", "/etc/awstats"},
+    {"CATALINA_HOME", "/var/lib/tomcat6"},
+    {"MAILMAN_VAR_D", "/var/lib/mailman"},
+    {"MAILMAN_ROOT_D", "/usr/lib/mailman"},
+    // The version between the slashes is empty on this platform.
+    {"PGSQL_DATA_D", "/var/lib/postgresql//main"},
+    {"PGSQL_BIN_D", "/usr/lib/postgresql/9.1/bin"},
+    {"MYSQL_BIN_D", "/usr/bin"},
+    {"MYSQL_VAR_D", "/var/lib/mysql"},
+    {"WEB_STAT", "/usr/bin/webalizer"},
+    {"DUMP_D", "/var/lib/kro/dumps"},
+    {"DUMP_TMP_D", "/tmp"},
+    {"NAMED_RUN_ROOT_D", "/var/named/run-root"},
+    {"HTTPD_SERVICE", "apache2"},
+    {"HTTPD_LOG_D", "/var/log/apache2"},
+    {"HTTPD_INCLUDE_D", "/etc/apache2/conf.d"},
+    {"HTTPD_CONF_D", "/etc/apache2"},
+    {"HTTPD_VHOSTS_D", "/var/www/vhosts"},
+    {"PRODUCT_ROOT_D", "/opt/kro"},
+    {"MYSQL_SOCKET", "/var/run/mysqld/mysqld.sock"},
+    {"SA_MAX_MAIL_SIZE", "256000"},
+    {"_MAX_POSSIBLE_KRO_CONF_VAR_NAME", "_MAX_POSSIBLE_KRO_CONF_VAR_VALUE"},
 };
 
-conf_table* theKroConfHash = nullptr;       // kept until the process ends
-const char* theKroConfArray[variableCount]; // values found so far
+conf_table* theKroConfHash = nullptr;                        // what the file says; kept until the process ends
+const char* theKroConfArray[std::size(theKroConfVariables)]; // the values found so far, by index
 
 } // namespace
 
@@ -93,25 +65,26 @@ const char* kroConfGet(const char* name) {
 const char* kroConfGetByIndex(int index) {
     const char*& value = theKroConfArray[index];
     if (value == nullptr)
-        value = kroConfGet(theKroConfNames[index]);
+        value = kroConfGet(theKroConfVariables[index].name);
     return value;
 }
 
 const char* kroConfGetDefaultByIndex(int index) {
     const char* const value = kroConfGetByIndex(index);
-    return value != nullptr ? value : theKroConfDefauls[index];
+    return value != nullptr ? value : theKroConfVariables[index].defaultValue;
 }
 
 const char* kroConfGetDefault(const char* name) {
     // The lower bound can be asked for by name, the upper one cannot.
-    const auto* const end = std::end(theKroConfNames) - 1;
-    const auto* const found = std::find(theKroConfNames, end, std::string_view(name));
+    const auto* const end = std::end(theKroConfVariables) - 1;
+    const auto* const found = std::find_if(
+        theKroConfVariables, end, [&](const Variable& variable) { return std::string_view(variable.name) == name; });
     if (found == end) {
         nimbo_log(LOG_ERR, "variable '%s' was found neither in %s, nor in compile-time defaults", name,
                   configurationFile);
         return nullptr;
     }
-    return kroConfGetDefaultByIndex(static_cast<int>(found - theKroConfNames));
+    return kroConfGetDefaultByIndex(static_cast<int>(found - theKroConfVariables));
 }
 
 int autoprepend() {

@@ -2,7 +2,6 @@
 
 #include <boost/program_options/options_description.hpp>
 #include <boost/program_options/positional_options.hpp>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,12 +25,6 @@ inline constexpr Option vhostPath{"vhost-path", "path to virutal host root direc
 inline constexpr Option wwwRoot{"www-root", "path to domain www-root"};
 
 } // namespace option
-
-/// Runs what parses a command line.  The library puts words of it into a template until no placeholder is left, which
-/// for a word with a placeholder in it (%value%) takes all time and memory.
-/// \throw what `parse` throws, but for such a word boost::program_options::error, with the library's text and the word
-///        as it stands.
-void withPlainErrors(const std::function<void()>& parse);
 
 /// The options of one command.  Each function adds one option; the variables that it names receive the values when the
 /// arguments are parsed, and have to live until then.

@@ -2,7 +2,7 @@
 
 #include "preview/findings.h"
 #include "preview/text.h"
-#include "runtime/options.h"
+#include "runtime/option_errors.h"
 #include "runtime/scoped_disposition.h"
 #include "site/account.h"
 #include "site/acts.h"
