@@ -81,5 +81,6 @@ void cleanDirContent(std::vector<boost::filesystem::path>* entries, const boost:
                      const ExtractParams& params);
 
 /// Removes everything below the document root, below "private" and, unless it is kept, below the CGI directory of a
-/// virtual host.  Best effort: an entry that cannot be removed is one line on standard error.
+/// virtual host.  Best effort: an entry that cannot be removed is one line on standard error.  No command asks for it;
+/// callers of fsa_extract_application can.
 void cleanDocroot(const std::string& vhostPath, const ExtractParams& params);

@@ -42,6 +42,33 @@ std::string textIn(const xmlNode* element) {
     return text == nullptr ? "" : plainText(text);
 }
 
+bool isListedFile(const xmlNode* element) {
+    return isNamed(element, "FILE") && isSection(element->parent);
+}
+
+/// Nothing for a file without a name, and for one in a section without a usable name: that list will be refused.
+std::optional<InstanceEntry> entryOf(const xmlNode* file) {
+    const std::optional<InstallSection> section = sectionOf(file->parent);
+    std::string path = textIn(file);
+    if (!section || path.empty())
+        return std::nullopt;
+    return InstanceEntry(*section, std::move(path));
+}
+
+/// \throw std::runtime_error for what is no installed-files document.
+void requireInstalledFiles(const XmlDocument& document) {
+    if (document == nullptr)
+        throw std::runtime_error("XML parse error");
+    const xmlNode* const root = xmlDocGetRootElement(document.get());
+    if (!isNamed(root, "INSTANCE-DATA"))
+        throw std::runtime_error("Wrong root node name");
+    for (const xmlNode* child = root->children; child != nullptr; child = child->next) {
+        if (isNamed(child, "SECTION") && !sectionOf(child))
+            throw std::runtime_error(attributeOf(child, "PREFIX") == nullptr ? "Attribute name is required for section"
+                                                                             : "Bad sttribute name value");
+    }
+}
+
 } // namespace
 
 std::string nimbo::readFile(std::istream& in, std::size_t most) {
@@ -54,24 +81,12 @@ std::string nimbo::readFile(std::istream& in, std::size_t most) {
 
 std::vector<InstanceEntry> readInstalledFiles(std::istream& in) {
     std::vector<InstanceEntry> entries;
-    const auto isListed = [](const xmlNode* element) { return isNamed(element, "FILE") && isSection(element->parent); };
     const auto add = [&](const xmlNode* file) {
-        const auto section = sectionOf(file->parent); // none: the list will be refused
-        std::string path = textIn(file);
-        if (section && !path.empty())
-            entries.emplace_back(*section, std::move(path));
+        if (std::optional<InstanceEntry> entry = entryOf(file))
+            entries.push_back(std::move(*entry));
     };
-    const XmlDocument document = parseXmlMemory(nimbo::readFile(in), XmlElementTaker{isListed, add});
-    if (document == nullptr)
-        throw std::runtime_error("XML parse error");
-    const xmlNode* const root = xmlDocGetRootElement(document.get());
-    if (!isNamed(root, "INSTANCE-DATA"))
-        throw std::runtime_error("Wrong root node name");
-    for (const xmlNode* child = root->children; child != nullptr; child = child->next) {
-        if (isNamed(child, "SECTION") && !sectionOf(child))
-            throw std::runtime_error(attributeOf(child, "PREFIX") == nullptr ? "Attribute name is required for section"
-                                                                             : "Bad sttribute name value");
-    }
+    // Each file is taken while the text is being parsed: the document of a long list would take much memory.
+    requireInstalledFiles(parseXmlMemory(nimbo::readFile(in), XmlElementTaker{isListedFile, add}));
     return entries;
 }
 

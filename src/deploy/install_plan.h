@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/directory_listing.h"
+#include "files/directory_walk.h"
 #include "metadata/web_content.h"
 
 #include <boost/filesystem/exception.hpp>

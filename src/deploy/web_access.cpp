@@ -1,6 +1,7 @@
 #include "deploy/web_access.h"
 
 #include "deploy/open_trees.h"
+#include "files/directory_listing.h"
 #include "files/entry_handle.h"
 #include "files/no_links_below.h"
 #include "files/paths.h"

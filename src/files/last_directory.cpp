@@ -31,11 +31,11 @@ Place LastDirectory::of(const std::string& path) {
 }
 
 void LastDirectory::hold(std::string_view directory) {
-    const bool isBelow = directory_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
+    const auto below = directory_.get() >= 0 ? partBehind(path_, directory) : std::nullopt;
     if (hasDotDot(directory))
         directory_ = UniqueFd();
-    else if (isBelow)
-        directory_ = openWithoutLinks(directory_.get(), withoutLeadingSlashes(directory.substr(path_.size())));
+    else if (below)
+        directory_ = openWithoutLinks(directory_.get(), withoutLeadingSlashes(*below));
     else
         directory_ = openWithoutLinks(AT_FDCWD, directory);
     path_ = directory;

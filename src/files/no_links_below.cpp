@@ -33,11 +33,10 @@ Place NoLinksBelow::placeOf(const std::string& below) {
 
 /// Goes down from the root, or from the directory entered last if that is on the way, one element after the other.
 void NoLinksBelow::enter(std::string_view directory) {
-    const bool isBelow = entered_.get() >= 0 && directory.starts_with(path_) && directory[path_.size()] == '/';
-    int above = isBelow ? entered_.get() : root_.get();
-    const std::string_view rest = directory.substr(isBelow ? path_.size() : 0);
+    const auto below = entered_.get() >= 0 ? partBehind(path_, directory) : std::nullopt;
+    int above = below ? entered_.get() : root_.get();
     error_ = 0;
-    for (const std::string_view element : ElementsOf(rest)) {
+    for (const std::string_view element : ElementsOf(below.value_or(directory))) {
         entered_ = UniqueFd(openat(above, std::string(element).c_str(), directoryFlags | O_NOFOLLOW));
         error_ = entered_.get() < 0 ? errno : 0;
         if (error_ != 0)

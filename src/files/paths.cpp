@@ -69,6 +69,12 @@ std::string_view firstElementOf(std::string_view path) {
     return path.substr(0, path.find('/'));
 }
 
+std::optional<std::string_view> partBehind(std::string_view directory, std::string_view path) {
+    if (path.size() <= directory.size() || !path.starts_with(directory) || path[directory.size()] != '/')
+        return std::nullopt;
+    return path.substr(directory.size() + 1);
+}
+
 bool isWrittenAsDirectory(std::string_view path) {
     return path.ends_with('/') || path.ends_with("/.");
 }

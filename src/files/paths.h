@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +37,9 @@ std::string_view nameIn(std::string_view path);
 
 /// What stands before the first slash: "a" for "a/b" and for "a"; "" for "/a".
 std::string_view firstElementOf(std::string_view path);
+
+/// What stands behind a directory and a slash: "b/c" for "a/b/c" behind "a"; nothing for a path that does not begin so.
+std::optional<std::string_view> partBehind(std::string_view directory, std::string_view path);
 
 /// The elements between the slashes of a path, to be iterated.  Empty ones are left out.
 class ElementsOf {

@@ -1,6 +1,6 @@
 #include "site/package.h"
 
-#include "files/directory_listing.h"
+#include "files/directory_walk.h"
 #include "files/last_directory.h"
 #include "files/paths.h"
 #include "metadata/package_location.h"

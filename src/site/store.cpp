@@ -1,6 +1,6 @@
 #include "site/store.h"
 
-#include "files/directory_listing.h"
+#include "files/directory_walk.h"
 #include "files/paths.h"
 #include "site/record.h"
 #include "site/site_tree.h"

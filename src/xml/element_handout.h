@@ -10,9 +10,8 @@ struct XmlElementTaker {
 };
 
 /// Hands out chosen elements as soon as they have been read, and drops them from the document, so that a long list of
-/// them takes no memory.  The text in front of such an element is dropped, too: the parser keeps a note about the last
-/// text node and appends the next text to it, so that a text must not stay the last one when the element behind it
-/// goes.
+/// them takes no memory.  The text in front of such an element goes with it: the parser would append the text that
+/// follows to that one, and at the length that it has noted for the text read last, which was one in the element.
 class ElementHandout {
 public:
     /// \param taker must outlive the object.

@@ -20,7 +20,9 @@ struct ElementStart {
     std::size_t defaults;                 ///< how many attributes, the last ones, come from the DTD
 };
 
-/// Adds up what one document stands for beyond its own text.
+/// Adds up what one document stands for beyond its own text: what its DTD adds to elements, and what its entities stand
+/// for wherever they are referred to.  Whoever parses the document asks whether that exceeds the limit, and gives it
+/// up.
 class ExpansionMeter {
 public:
     void add(std::size_t size) { total_ += size; }

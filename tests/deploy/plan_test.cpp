@@ -82,6 +82,8 @@ TEST(Paths, AreCutAtTheirSlashes) {
     EXPECT_FALSE(hasDotDot("..a/b.."));
     EXPECT_EQ(parentOf("a//b"), "a");
     EXPECT_EQ(nameIn("a//b"), "b");
+    EXPECT_EQ(partBehind("a", "a/b/c"), "b/c");
+    EXPECT_EQ(partBehind("a", "ab/c"), std::nullopt);
     EXPECT_EQ(entryIn("", "a") + entryIn("a", "") + relativeBelow("", "a") + relativeBelow("a/", "b"), "/aaaa//b");
 }
 
