@@ -24,7 +24,7 @@ constexpr std::array dangers{
 
 /// What Apache would refuse or take for something else in a text of a directive.
 Findings checkText(const std::string& subject, const std::string& what, std::string_view text) {
-    if (text.find('\n') != std::string_view::npos)
+    if (!isOneLine(text))
         return {failure("url-text", subject, what + " has a line break in it; no fragment is written")};
     for (const Danger& danger : dangers)
         if (text.find_first_of(danger.characters) != std::string_view::npos)

@@ -12,6 +12,7 @@
 #include "preview/site_comparison.h"
 #include "preview/source_checks.h"
 #include "preview/target_checks.h"
+#include "runtime/one_line.h"
 #include "webserver/fragment.h"
 #include "xml/document.h"
 
@@ -67,7 +68,7 @@ FragmentSettings fragmentSettingsOf(const PreviewSettings& settings) {
 /// Empty where none would be written.
 std::string fragmentOf(const Mappings& mappings, const FragmentSettings& settings) {
     try {
-        const bool isRefused = (settings.wwwRoot + settings.subdirectoryPath).find('\n') != std::string::npos;
+        const bool isRefused = !isOneLine(settings.wwwRoot + settings.subdirectoryPath);
         return isRefused ? std::string() : fragmentText(mappings, settings);
     } catch (const nimbo::FSAXMLException&) {
         return {}; // a finding says why
