@@ -2,6 +2,7 @@
 # Shared by the tools, which source this file: they run at the root of the tree, and their usage text and options are
 # handled here.
 set -euo pipefail
+export LC_ALL=C.UTF-8 # what they sort and match is the same for everybody
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 # begin OPTIONS ARG... <<USAGE: handles the arguments of a tool.  OPTIONS is a list of names: "check" is a switch, which
