@@ -4,6 +4,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[1]
 LARKSPUR = ROOT / "build/release/larkspur"
+SITE = ROOT / "build/release/larkspur-site"
 FLOOR = ROOT / "build/release/bench/floor"
 STORE = ROOT / "build/bench"
 
