@@ -31,11 +31,6 @@ protected:
 };
 
 TEST_F(FragmentText, IsWhatTheGuidesShow) {
-    const std::string integrators = contentOf(LARKSPUR_SOURCE_DIR "/docs/integrator-guide.md");
-    const nimbo::FSAMetaDataReader example(LARKSPUR_SOURCE_DIR "/examples/guestbook/APP-META.xml");
-    const FragmentSettings visitors{true, true, "/var/www/vhosts/example.com/httpdocs", "/visitors"};
-    EXPECT_THAT(integrators, HasSubstr("\n" + fragmentText(example.get_web_content_info(), visitors) + "```\n"));
-
     const std::string authors = contentOf(LARKSPUR_SOURCE_DIR "/docs/package-author-guide.md");
     const auto begin = authors.rfind("```xml\n", authors.find("```apache\n")) + 7;
     const std::string elements = authors.substr(begin, authors.find("```", begin) - begin);
