@@ -1,110 +1,126 @@
-#include "files/paths.h"
 #include "site/account.h"
 #include "site/acts.h"
 #include "site/cut_point.h"
-#include "site/host_locks.h"
-#include "site/package.h"
+#include "site/host_lock.h"
+#include "site/in_step.h"
 #include "site/pending.h"
 #include "site/planning.h"
 #include "site/record.h"
 #include "site/report.h"
-#include "site/script.h"
-#include "site/secrets.h"
 #include "site/state_files.h"
-#include "site/step.h"
 #include "site/store.h"
 
 #include <cerrno>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace site {
 
 namespace {
 
-/// One application's way out.
-class Absence {
-public:
-    Absence(const CallOptions& options, const Application& application)
-        : options_(options), settings_(options.settings), application_(application), places_(settings_, application) {}
+bool isMissing(const std::string& path) {
+    return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+}
 
-    /// \return false when there was nothing to do.
-    bool remove() {
-        if (access(places_.state.c_str(), F_OK) != 0 && errno == ENOENT)
-            return false;
-        HostLocks locks;
-        lock_ = inStep("lock", [&] { return locks.take(options_, application_, places_); });
-        const Left left =
-            inStep("recovery", [&] { return settle(settings_, application_, places_, lock_->descriptor()); });
-        const std::optional<Record> record = inStep("record", [&] { return readRecord(places_.record); });
-        if (!record)
-            return left == Left::Removed;
-        const Account account = inStep("account", [&] { return accountOf(record->account); });
-        if (account.uid != record->uid)
-            throw std::runtime_error("account: " + account.name + " is another one than it was installed for");
-        if (!options_.withoutScript)
-            runRemoveScript(*record, account);
-        cutPoint("script");
-        const Journal journal = planned(*record, account);
-        inStep("journal", [&] { writeDurably(places_.journal, textOf(journal)); });
-        cutPoint("journal");
-        // There is no way back any more: the script has removed what it had made.
-        inStep("files", [&] { finishRemoval({settings_, application_, places_, lock_->descriptor(), journal}); });
-        return true;
-    }
-
-private:
-    void runRemoveScript(const Record& record, const Account& account) {
-        const Secrets secrets = inStep("secrets", [&] { return readSecrets(places_); });
-        const auto script = inStep(
-            "script remove", [&] { return scriptOf(examinePackage(record.package), record, settings_.php, false); });
-        if (!script)
-            return;
-        inStep("script remove", [&] {
-            runScriptAsAccount({*script, "remove", application_, record}, secrets, account,
-                               {.limit = settings_.timeLimit, .keep = {lock_->descriptor()}});
-        });
-    }
-
-    Journal planned(const Record& record, const Account& account) {
-        const UniqueFd store = inStep("store", [&] { return openStore(places_, account); });
-        const StagingRequest request{
-            .packageDir = {},
-            .application = application_,
-            .account = account,
-            .hosts = settings_.vhosts,
-            .documentRoot = record.documentRoot,
-            .before = readIfThere(places_.files).value_or(""),
-            .ignored = {},
-            .store = store.get(),
-        };
-        PlanText planned = inStep("files", [&] {
-            const ChildRules rules{.limit = settings_.timeLimit, .keep = {lock_->descriptor(), store.get()}};
-            return planTextOf(asAccount(account, rules, [&] {
-                SiteTree tree(settings_.vhosts, record.documentRoot);
+/// The steps of a removal, on the disk before the script is asked: whatever comes then, the next call finishes it.
+PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
+                         const Record& record, int lock) {
+    const Account account = inStep("account", [&] { return accountOf(record.account); });
+    if (account.uid != record.uid)
+        throw std::runtime_error("account: " + account.name + " is another one than it was installed for");
+    const UniqueFd store = inStep("store", [&] { return openStore(places.store, account); });
+    const StagingRequest request{
+        .packageDir = {},
+        .application = application,
+        .account = account,
+        .hosts = options.settings.vhosts,
+        .documentRoot = record.documentRoot,
+        .before = readIfThere(places.files).value_or(""),
+        .ignored = {},
+        .store = store.get(),
+    };
+    PlanText planned = inStep("files", [&] {
+        const ChildRules rules{.limit = options.settings.timeLimit, .keep = {lock, store.get()}};
+        return planTextOf(asAccount(account, rules, [&] {
+            try {
+                SiteTree tree(request.hosts, request.documentRoot);
                 return textOf(planAbsence(request, tree));
-            }));
-        });
-        return {.id = {},
-                .act = Act::Absent,
-                .account = account.name,
-                .uid = account.uid,
-                .documentRoot = record.documentRoot,
-                .fragment = {},
-                .steps = std::move(planned.steps)};
-    }
+            } catch (const NoDocumentRoot&) {
+                return textOf(SitePlan());
+            }
+        }));
+    });
+    PendingCall call{options,
+                     application,
+                     places,
+                     lock,
+                     {.id = {},
+                      .doing = Doing::Farewell,
+                      .account = account.name,
+                      .uid = account.uid,
+                      .documentRoot = record.documentRoot,
+                      .store = places.store,
+                      .fragment = {},
+                      .steps = std::move(planned.steps)}};
+    inStep("journal", [&] { writeDurably(places.journal, textOf(call.journal)); });
+    cutPoint("journal");
+    return call;
+}
 
-    const CallOptions& options_;
-    const Settings& settings_;
-    const Application& application_;
-    const Places places_;
-    std::shared_ptr<FileLock> lock_;
-};
+/// What a script has refused has not begun.
+void endFarewell(const PendingCall& call) {
+    const Uninterrupted toTheEnd;
+    removeDurably(call.places.journal);
+    dropStore(call.journal.store);
+    sayAsBefore(call.application);
+}
+
+/// Forgets an application whose host has gone with all its files, or whose account has gone.
+bool forget(const Application& application, const Places& places, const Record& record) {
+    const bool hasHost = !isMissing(places.hostDirectory);
+    if (hasHost && isAccount(record.account))
+        return false;
+    say(application.title() + (hasHost ? ": its account has gone: the files stay" : ": the host has gone") +
+        "; only fragment and record are removed");
+    for (const std::string& file : {places.fragment, places.record, places.files, places.newFiles, places.journal})
+        removeDurably(file);
+    (void)rmdir(places.state.c_str());
+    return true;
+}
+
+/// \return false when there was nothing to do.
+bool remove(const CallOptions& options, const Application& application) {
+    const Places places(options.settings, application);
+    if (isMissing(places.state))
+        return false;
+    if (isMissing(options.settings.vhosts))
+        throw std::runtime_error("there is no " + options.settings.vhosts);
+    const FileLock lock = inStep("lock", [&] { return lockHost(application, places, options.wait); });
+    const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
+    if (record && options.withoutScript && forget(application, places, *record))
+        return true;
+    const Left left = inStep("recovery", [&] { return settle(options, application, places, lock.descriptor()); });
+    if (!record || left == Left::Removed)
+        return left == Left::Removed;
+    requireHost(places);
+    PendingCall call = beginRemoval(options, application, places, *record, lock.descriptor());
+    try {
+        askForFarewell(call);
+    } catch (const std::exception&) {
+        endFarewell(call);
+        throw;
+    }
+    // There is no way back any more: the script has removed what it had made.
+    noteFarewell(call);
+    inStep("files", [&] { finishRemoval(call); });
+    return true;
+}
 
 } // namespace
 
 Result absent(const CallOptions& options, const Application& application) {
     try {
-        if (!Absence(options, application).remove())
+        if (!remove(options, application))
             return {application, Outcome::Unchanged, "", {}};
         logAct(application, "removed");
         return {application, Outcome::Changed, "", {}};

@@ -1,7 +1,6 @@
 #include "site/account.h"
 
 #include "runtime/accounts.h"
-#include "runtime/shared_end.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -13,28 +12,9 @@
 
 namespace site {
 
-namespace {
-
-std::string runAs(const Account& account, const ChildRules& rules, int signalOfEnd,
-                  const std::function<std::string()>& work) {
-    const pid_t parent = getpid();
-    return runInChild(rules, [&] {
-        p_setuid_ex(account.name.c_str(), 0, 0);
-        // The switch of the account takes these settings back, so they stand behind it.  Without the first one the
-        // account could trace this process where fs.suid_dumpable says so.
-        prctl(PR_SET_DUMPABLE, 0);
-        prctl(PR_SET_PDEATHSIG, signalOfEnd);
-        if (getppid() != parent)
-            _exit(1); // it ended before that setting
-        umask(022);
-        setenv("HOME", account.home.c_str(), 1);
-        setenv("LOGNAME", account.name.c_str(), 1);
-        setenv("USER", account.name.c_str(), 1);
-        return work();
-    });
+bool isAccount(const std::string& name) {
+    return getpwnam(name.c_str()) != nullptr;
 }
-
-} // namespace
 
 Account accountOf(const std::string& name) {
     const passwd* const found = getpwnam(name.c_str());
@@ -46,17 +26,19 @@ Account accountOf(const std::string& name) {
 }
 
 std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work) {
-    return runAs(account, rules, SIGKILL, work);
-}
-
-std::string asAccountForPrograms(const Account& account, const ChildRules& rules,
-                                 const std::function<std::string()>& work) {
-    return runAs(account, rules, SIGTERM, [&] {
-        // Otherwise the program would go on beside the next call.
-        std::signal(SIGTERM, [](int) {
-            SharedEnd::killAwaited();
-            kill(0, SIGKILL);
-        });
+    const pid_t parent = getpid();
+    return runInChild(rules, [&] {
+        p_setuid_ex(account.name.c_str(), 0, 0);
+        // The switch of the account takes these settings back, so they stand behind it.  Without the first one the
+        // account could trace this process where fs.suid_dumpable says so.
+        prctl(PR_SET_DUMPABLE, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(1); // it ended before that setting
+        umask(022);
+        setenv("HOME", account.home.c_str(), 1);
+        setenv("LOGNAME", account.name.c_str(), 1);
+        setenv("USER", account.name.c_str(), 1);
         return work();
     });
 }

@@ -15,17 +15,14 @@ struct Account {
     std::string home;
 };
 
+bool isAccount(const std::string& name);
+
 /// \throw std::runtime_error for an unknown account and for one that is root.
 Account accountOf(const std::string& name);
 
 /// runInChild as the account, with its groups, umask 022 and nothing of root's but what `rules` keeps.  The account can
-/// neither trace the child nor look into it, because it executes no program; it ends when this process ends.
+/// neither trace the child nor look into it as long as it executes no program.  It is killed when this process ends.
 std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work);
-
-/// The same for a child that starts a program of the account's: when this process ends, the child is killed and so is
-/// that program, each with its process group.
-std::string asAccountForPrograms(const Account& account, const ChildRules& rules,
-                                 const std::function<std::string()>& work);
 
 /// Replaces the environment by a small fixed one: what root's shell has in it is nobody else's business.
 void setFixedEnvironment();

@@ -34,11 +34,11 @@ struct Wish {
 };
 
 /// What a call would do.
-struct Plan {
+struct Outlook {
     std::string action; ///< of the script: "install", "upgrade" or "configure"; empty when there is nothing to do
     std::vector<Step> steps;
     bool changesFragment = false;
-    bool isCutOff = false; ///< an earlier call would be ended first
+    bool isPending = false; ///< another call is at work, or was cut off and would be ended first
 };
 
 enum class Outcome { Unchanged, Changed, Planned, Failed };
@@ -47,23 +47,24 @@ enum class Outcome { Unchanged, Changed, Planned, Failed };
 struct Result {
     Application application;
     Outcome outcome;
-    std::string cause;        ///< step and cause of a failure
-    std::optional<Plan> plan; ///< of a look
+    std::string cause;              ///< step and cause of a failure
+    std::optional<Outlook> outlook; ///< of a look
 };
 
 /// Brings applications to their hosts.  Each has a way back of its own, and all share one check of the server.
-/// \return one a wish, by host.  Of a failure standard error has told.
+/// \return one a wish, in the order in which they ended.  Of a failure standard error has told.
 std::vector<Result> present(const CallOptions& options, const std::vector<Wish>& wishes);
 
-/// Removes an application.
+/// Removes an application.  Of a failure standard error has told.
 Result absent(const CallOptions& options, const Application& application);
 
 /// Ends what calls have left that were cut off, on every host where no call is at work.
 /// \return false when something could not be ended, of which standard error tells.
+/// \throw Interrupted between two applications.
 bool recover(const CallOptions& options);
 
 /// Recovers, then reloads the server if that is due.
-/// \return Failed as recover, Changed for a reload.
+/// \return Failed for a reload that was due and failed; what could not be recovered is told on standard error only.
 Outcome reload(const CallOptions& options);
 
 } // namespace site

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "site/child_lines.h"
+
 #include <chrono>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-// The processes of a call.  This one is single-threaded, waits for one child at a time, and outlives all signals but
-// SIGKILL while a child or a way back is at work.
+// The processes of a call.  This one is single-threaded and waits for one child at a time.
 
 namespace site {
 
@@ -18,8 +19,9 @@ public:
 };
 
 /// To be called once, before the first child.  From here on INT, TERM and HUP are noted instead of ending the process,
-/// and what a child leaves behind becomes this process's child, so that it can be found.
-/// \throw std::system_error
+/// unless the caller has it ignore them, and what a child leaves behind becomes this process's child, so that it can be
+/// found.
+/// \throw nimbo::SystemError
 void watchSignals();
 
 /// \throw Interrupted when one of the signals has come; not while an Uninterrupted lives.
@@ -37,25 +39,20 @@ public:
     ~Uninterrupted();
 };
 
-/// What becomes of the lines that a child writes.
-enum class Lines {
-    Shown,         ///< on standard error at once
-    ShownOnFailure ///< on standard error when the child has failed
-};
-
 struct ChildRules {
     std::chrono::seconds limit; ///< then the child and all that it has started are killed
     Lines lines = Lines::Shown;
     std::vector<int> keep; ///< descriptors that it keeps; it has no others
 };
 
-/// Runs a function in a forked child with a session of its own.  Its standard input and output are /dev/null; what it
-/// writes to standard error is read line by line, no byte of which reaches a terminal as a control character.  What it
-/// leaves running is not waited for; where it fails, all that it has started is killed.
+/// Runs a function in a forked child with a session of its own, in the directory "/", without a keyring of root's.  Its
+/// standard input and output are /dev/null; what it writes to standard error becomes lines.  What it leaves running is
+/// not waited for; where it fails, all that it has started is killed.
 /// \return what the function returned; nothing where it executed a program, which ended with status 0.
 /// \throw std::runtime_error: the message of the function's exception; "exit status N", "killed by signal N" or
 /// "stopped
-///        by signal N" where the child came to another end; "no end within N s".  Interrupted; std::system_error.
+///        by signal N" where the child came to another end; "no end within N s".
+/// \throw Interrupted; nimbo::SystemError
 std::string runInChild(const ChildRules& rules, const std::function<std::string()>& work);
 
 } // namespace site

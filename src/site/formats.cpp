@@ -40,6 +40,8 @@ std::string padded(const std::string& text, std::size_t width) {
 std::string notesOf(const Installation& installation) {
     std::string notes;
     const auto add = [&](const std::string& note) { notes += (notes.empty() ? "" : ", ") + note; };
+    if (installation.isAtWork)
+        add("at work");
     if (installation.isCutOff)
         add("cut off");
     if (!installation.record)
@@ -47,6 +49,14 @@ std::string notesOf(const Installation& installation) {
     if (!installation.kept.empty())
         add(std::to_string(installation.kept.size()) + " kept");
     return notes;
+}
+
+const char* stateOf(const Installation& installation) {
+    if (installation.isAtWork)
+        return "another call is at work";
+    if (installation.isCutOff)
+        return "cut off; the next call or recover ends it";
+    return installation.record ? "whole" : "removed";
 }
 
 std::string dayOf(const std::string& time) {
@@ -64,12 +74,12 @@ std::string wordOf(Outcome outcome) {
     return words.at(static_cast<std::size_t>(outcome));
 }
 
-std::string planText(const Application& application, const Plan& plan) {
+std::string planText(const Application& application, const Outlook& plan) {
     std::string text;
     const auto add = [&](const std::string& word, const std::string& what) {
         text += padded(word, 9) + escaped(what) + '\n';
     };
-    if (plan.isCutOff)
+    if (plan.isPending)
         add("recover", application.title());
     for (const Step& step : plan.steps)
         add(wordOf(step.kind), step.path.empty() ? "." : step.path);
@@ -122,8 +132,7 @@ std::string statusOf(const Installation& installation) {
         add("changed", record.changed);
     }
     add("fragment", installation.fragment.empty() ? "none" : installation.fragment);
-    add("state", !installation.isCutOff ? installation.record ? "whole" : "removed"
-                                        : "cut off; the next call or recover ends it");
+    add("state", stateOf(installation));
     for (const std::string& file : installation.kept)
         add("kept", file);
     return text;
@@ -134,6 +143,7 @@ std::string jsonOf(const std::vector<Installation>& installations) {
     for (const Installation& installation : installations) {
         json::object object = named(installation.application);
         object["isInstalled"] = installation.record.has_value();
+        object["isAtWork"] = installation.isAtWork;
         object["isCutOff"] = installation.isCutOff;
         object["fragment"] =
             installation.fragment.empty() ? json::value(nullptr) : json::value(utf8(installation.fragment));
@@ -185,10 +195,10 @@ std::string textOf(const std::vector<Result>& results) {
         const std::string title = escaped(result.application.title());
         if (result.outcome == Outcome::Changed)
             text += results.size() == 1 ? "changed\n" : "changed " + title + '\n';
-        if (result.plan && results.size() > 1)
+        if (result.outlook && results.size() > 1)
             text += title + '\n';
-        if (result.plan)
-            text += planText(result.application, *result.plan);
+        if (result.outlook)
+            text += planText(result.application, *result.outlook);
     }
     return text;
 }
@@ -199,13 +209,14 @@ std::string jsonOf(const std::vector<Result>& results) {
         json::object object = named(result.application);
         object["outcome"] = wordOf(result.outcome);
         object["cause"] = result.cause.empty() ? json::value(nullptr) : json::value(utf8(result.cause));
-        if (result.plan) {
+        if (result.outlook) {
             json::array steps;
-            for (const Step& step : result.plan->steps)
+            for (const Step& step : result.outlook->steps)
                 steps.push_back(json::object{{"what", wordOf(step.kind)}, {"path", utf8(step.path)}});
-            object["action"] = result.plan->action.empty() ? json::value(nullptr) : json::value(result.plan->action);
-            object["changesFragment"] = result.plan->changesFragment;
-            object["isCutOff"] = result.plan->isCutOff;
+            object["action"] =
+                result.outlook->action.empty() ? json::value(nullptr) : json::value(result.outlook->action);
+            object["changesFragment"] = result.outlook->changesFragment;
+            object["isPending"] = result.outlook->isPending;
             object["steps"] = std::move(steps);
         }
         applications.push_back(std::move(object));

@@ -1,16 +1,16 @@
 #include "site/inquiries.h"
 
-#include "files/paths.h"
+#include "runtime/errors.h"
 #include "site/account.h"
-#include "site/host_locks.h"
+#include "site/fingerprint.h"
+#include "site/host_lock.h"
+#include "site/in_step.h"
 #include "site/pending.h"
+#include "site/report.h"
 #include "site/site_tree.h"
 #include "site/state.h"
 #include "site/state_files.h"
-#include "site/step.h"
 #include "site/store.h"
-
-#include <system_error>
 
 namespace site {
 
@@ -22,10 +22,8 @@ std::string differenceAt(SiteTree& tree, const InstalledEntry& wanted, uid_t own
     std::optional<Entry> entry;
     try {
         entry = tree.entry(wanted.path);
-    } catch (const std::system_error& failure) {
-        const bool isReplaced =
-            failure.code() == std::errc::not_a_directory || failure.code() == std::errc::too_many_symbolic_link_levels;
-        return isReplaced ? "missing" : "unreadable";
+    } catch (const nimbo::SystemError&) {
+        return "unreadable";
     }
     if (!entry)
         return "missing";
@@ -34,7 +32,8 @@ std::string differenceAt(SiteTree& tree, const InstalledEntry& wanted, uid_t own
         return "edited";
     if (!wanted.isDirectory && (entry->status.st_size != wanted.size || modificationOf(entry->status) != wanted.time))
         return "edited";
-    if (entry->status.st_uid != owner)
+    // A directory may have been there before.
+    if (!wanted.isDirectory && entry->status.st_uid != owner)
         return "owner";
     return (mode & shown) == (wanted.mode & shown) ? "" : "mode";
 }
@@ -59,37 +58,48 @@ void compareFragment(const Places& places, const Record& record, std::vector<Dif
     differences.push_back({text ? "fragment-edited" : "fragment-missing", places.fragment});
 }
 
+Installation installationOf(const Settings& settings, const Application& application) {
+    const Places places(settings, application);
+    const bool isPending = hasJournal(places);
+    const bool isAtWork = isPending && !FileLock::tryToTake(places.lock);
+    return {.application = application,
+            .record = readRecord(places.record),
+            .isAtWork = isAtWork,
+            .isCutOff = isPending && !isAtWork,
+            .kept = keptFiles(places.store),
+            .fragment = readIfThere(places.fragment) ? places.fragment : ""};
+}
+
 } // namespace
 
-std::vector<Installation> installationsOf(const Settings& settings, const std::optional<std::string>& host) {
-    std::vector<Installation> installations;
+Inventory inventoryOf(const Settings& settings, const std::optional<std::string>& host) {
+    Inventory inventory;
     for (const std::string& name : host ? std::vector{*host} : hostsOf(settings)) {
         for (const Application& application : applicationsOf(settings, name)) {
-            const Places places(settings, application);
-            Installation installation{.application = application,
-                                      .record = readRecord(places.record),
-                                      .isCutOff = isCutOff(places),
-                                      .kept = keptFiles(places.store),
-                                      .fragment = readIfThere(places.fragment) ? places.fragment : ""};
-            if (installation.record || installation.isCutOff || !installation.kept.empty())
-                installations.push_back(std::move(installation));
+            try {
+                Installation installation = installationOf(settings, application);
+                if (installation.record || installation.isCutOff || !installation.kept.empty())
+                    inventory.installations.push_back(std::move(installation));
+            } catch (const std::exception& failure) {
+                say(application.title() + ": " + failure.what());
+                inventory.isWhole = false;
+            }
         }
     }
-    return installations;
+    return inventory;
 }
 
 std::vector<Difference> verify(const CallOptions& options, const Installation& installation) {
     const Settings& settings = options.settings;
     const Places places(settings, installation.application);
-    HostLocks locks;
-    const auto lock = inStep("lock", [&] { return locks.take(options, installation.application, places); });
+    const FileLock lock = inStep("lock", [&] { return lockHost(installation.application, places, options.wait); });
     const std::optional<Record> record = readRecord(places.record);
     if (!record)
         return {};
     const InstalledFiles files = installedFilesOf(readIfThere(places.files).value_or(""), places.files);
     const Account account = inStep("account", [&] { return accountOf(record->account); });
     const std::string answer = inStep("files", [&] {
-        return asAccount(account, {.limit = settings.timeLimit, .keep = {lock->descriptor()}}, [&] {
+        return asAccount(account, {.limit = settings.timeLimit, .keep = {lock.descriptor()}}, [&] {
             SiteTree tree(settings.vhosts, record->documentRoot);
             std::string text;
             for (const InstalledEntry& entry : files) {

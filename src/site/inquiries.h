@@ -15,14 +15,21 @@ namespace site {
 struct Installation {
     Application application;
     std::optional<Record> record;  ///< nothing where only something else is left
-    bool isCutOff;                 ///< the next call, or recover, has something to end
+    bool isAtWork = false;         ///< another call is
+    bool isCutOff = false;         ///< the next call, or recover, has something to end
     std::vector<std::string> kept; ///< files that somebody had changed when they were replaced or removed
     std::string fragment;          ///< file; empty where there is none
 };
 
+/// What is known of all applications, or of those of a host.
+struct Inventory {
+    std::vector<Installation> installations;
+    bool isWhole = true; ///< false where something could not be read, of which standard error tells
+};
+
 /// \param host nothing for all hosts.
-/// \throw std::exception when something cannot be read.
-std::vector<Installation> installationsOf(const Settings& settings, const std::optional<std::string>& host);
+/// \throw std::exception when not even their names can be read.
+Inventory inventoryOf(const Settings& settings, const std::optional<std::string>& host);
 
 /// How an entry differs from what the package brought.
 struct Difference {

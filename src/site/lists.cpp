@@ -1,5 +1,7 @@
 #include "site/lists.h"
 
+#include "files/paths.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -92,18 +94,19 @@ void eachLine(std::string_view text, const Read& read) {
 
 constexpr std::array stepWords{"mkdir", "chmod", "add", "exchange", "take", "rmdir"}; // by StepKind
 
+constexpr std::array doingWords{"presence", "farewell", "absence"}; // by Doing
+
 constexpr std::string_view journalTitle = "larkspur-site journal";
 
+template <std::size_t Size>
+std::size_t positionOf(const std::string& word, const std::array<const char*, Size>& words) {
+    const auto* const found = std::ranges::find(words, word);
+    if (found == words.end())
+        throw std::runtime_error("an unknown word: " + word);
+    return static_cast<std::size_t>(found - words.begin());
+}
+
 } // namespace
-
-Nanoseconds nanosecondsOf(const timespec& time) {
-    constexpr Nanoseconds second = 1'000'000'000;
-    return time.tv_sec * second + time.tv_nsec;
-}
-
-Nanoseconds modificationOf(const struct stat& status) {
-    return nanosecondsOf(status.st_mtim);
-}
 
 std::string textOf(const InstalledFiles& files) {
     std::string text;
@@ -169,10 +172,7 @@ std::vector<Step> stepsOf(std::string_view text) {
     eachLine(text, [&](std::string_view words) {
         LineReader line(words);
         Step step;
-        const auto* const word = std::ranges::find(stepWords, line.word());
-        if (word == stepWords.end())
-            throw std::runtime_error("an unknown step");
-        step.kind = static_cast<StepKind>(word - stepWords.begin());
+        step.kind = static_cast<StepKind>(positionOf(line.word(), stepWords));
         step.mode = line.number<mode_t>();
         step.before = line.number<mode_t>();
         step.staged.inode = static_cast<std::uint64_t>(line.number<std::int64_t>());
@@ -184,6 +184,8 @@ std::vector<Step> stepsOf(std::string_view text) {
         step.brought.size = line.number<std::int64_t>();
         step.brought.time = line.number<Nanoseconds>();
         step.path = line.path();
+        if (step.path.starts_with('/') || hasDotDot(step.path))
+            throw std::runtime_error("a path that leads out");
         steps.push_back(std::move(step));
     });
     return steps;
@@ -191,36 +193,44 @@ std::vector<Step> stepsOf(std::string_view text) {
 
 std::string textOf(const Journal& journal) {
     std::string text;
-    LineWriter(text).word(journalTitle);
+    text.append(journalTitle).push_back('\n');
     LineWriter(text)
         .word(journal.id)
-        .word(journal.act == Act::Present ? "present" : "absent")
+        .word(doingWords.at(static_cast<std::size_t>(journal.doing)))
         .word(journal.account)
         .number(journal.uid)
         .word(journal.hadFragment ? "fragment" : "none")
         .number(static_cast<std::int64_t>(journal.fragment.size()))
         .path(journal.documentRoot);
+    LineWriter(text).path(journal.store);
     return text + journal.fragment + textOf(journal.steps);
 }
 
 Journal journalOf(const std::string& text, const std::string& file) {
     try {
-        Journal journal;
-        const auto end = text.find('\n');
-        if (end == std::string::npos || !text.starts_with(std::string(journalTitle) + ' '))
+        std::string_view rest = text;
+        const auto takeLine = [&] {
+            const auto end = rest.find('\n');
+            if (end == std::string_view::npos)
+                throw std::runtime_error("it is too short");
+            const std::string_view line = rest.substr(0, end);
+            rest.remove_prefix(end + 1);
+            return line;
+        };
+        if (takeLine() != journalTitle)
             throw std::runtime_error("another beginning");
-        LineReader line(std::string_view(text).substr(0, end));
-        line.word();
-        line.word();
+        Journal journal;
+        LineReader line(takeLine());
         journal.id = line.word();
-        journal.act = line.word() == "absent" ? Act::Absent : Act::Present;
+        journal.doing = static_cast<Doing>(positionOf(line.word(), doingWords));
         journal.account = line.word();
         journal.uid = line.number<uid_t>();
         journal.hadFragment = line.word() == "fragment";
         const auto size = line.number<std::size_t>();
         journal.documentRoot = line.path();
-        journal.fragment = text.substr(end + 1, size);
-        journal.steps = stepsOf(std::string_view(text).substr(end + 1 + size));
+        journal.store = LineReader(takeLine()).path();
+        journal.fragment = rest.substr(0, size);
+        journal.steps = stepsOf(rest.substr(std::min(size, rest.size())));
         return journal;
     } catch (const std::exception& failure) {
         throw std::runtime_error(file + " is no journal: " + failure.what());

@@ -1,22 +1,16 @@
 #pragma once
 
+#include "site/times.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
+#include <sys/types.h>
 #include <vector>
 
 // The two texts that a call writes for the next one: what the package brought, and what this call is doing.
 
 namespace site {
-
-/// A time of a file, in nanoseconds since the epoch.
-using Nanoseconds = std::int64_t;
-
-Nanoseconds nanosecondsOf(const timespec& time);
-
-/// The time of a file's last modification.
-Nanoseconds modificationOf(const struct stat& status);
 
 /// One directory or file that a package brought.
 struct InstalledEntry {
@@ -38,7 +32,8 @@ std::string textOf(const InstalledFiles& files);
 /// \throw std::runtime_error for a text that is no such list.
 InstalledFiles installedFilesOf(const std::string& text, const std::string& file);
 
-/// Which file it is, beyond its name: two files of one file system never agree, not even when a number is used again.
+/// Which file it is, beyond its name.  Two files of one file system never agree, not even when a number is used again,
+/// where the file system knows when a file was made.
 struct Identity {
     std::uint64_t inode = 0; ///< 0 for none
     Nanoseconds birth = 0;   ///< 0 where the file system does not know
@@ -75,16 +70,21 @@ struct Step {
     Written brought = {};   ///< what is at the place before, as a package brought it
 };
 
-/// What a call was for.
-enum class Act { Present, Absent };
+/// What a call is doing.
+enum class Doing {
+    Presence, ///< an installation, upgrade or configuration
+    Farewell, ///< a removal whose script has not ended
+    Absence   ///< a removal whose script has ended
+};
 
 /// One call's doing, as it is written before the first step.
 struct Journal {
     std::string id; ///< of this call
-    Act act = Act::Present;
+    Doing doing = Doing::Presence;
     std::string account;
     uid_t uid = 0;
     std::string documentRoot; ///< directory
+    std::string store;        ///< directory
     bool hadFragment = false;
     std::string fragment;    ///< text of the fragment before
     std::vector<Step> steps; ///< their numbers are their names in the store
@@ -97,6 +97,8 @@ Journal journalOf(const std::string& text, const std::string& file);
 
 /// The steps alone, a line each.
 std::string textOf(const std::vector<Step>& steps);
+
+/// \throw std::runtime_error for a text that is no such list, and for a path that leads out of the document root.
 std::vector<Step> stepsOf(std::string_view text);
 
 } // namespace site

@@ -5,9 +5,10 @@
 #include "files/paths.h"
 #include "metadata/package_location.h"
 #include "metadata/passed_over.h"
+#include "runtime/errors.h"
 #include "runtime/handles.h"
-#include "site/lists.h"
-#include "site/record.h"
+#include "site/fingerprint.h"
+#include "site/times.h"
 #include "xml/document.h"
 
 #include <cerrno>
@@ -16,7 +17,6 @@
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace site {
@@ -24,14 +24,25 @@ namespace site {
 namespace {
 
 [[noreturn]] void fail(const std::string& path) {
-    throw std::system_error(errno, std::generic_category(), path);
+    nimbo::throwSystemError(path, errno);
 }
 
+/// \param status of the path, links not followed.
 void requireRoots(const std::string& path, const struct stat& status) {
-    const bool groupCanWrite = (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0;
-    const bool othersCanWrite = (status.st_mode & S_IWOTH) != 0;
-    if (!S_ISLNK(status.st_mode) && (status.st_uid != 0 || groupCanWrite || othersCanWrite))
+    // With an access control list, the group's bits are what any entry of the list may have (acl(5)).
+    const bool othersCanWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    if (!S_ISLNK(status.st_mode) && (status.st_uid != 0 || othersCanWrite))
         throw std::runtime_error("others than root can write to " + path);
+}
+
+/// Nobody but root can make the path lead to something else.
+void requireRootsFrom(std::string path) {
+    struct stat status {};
+    for (; path != "/"; path = std::string(parentOf(path))) {
+        if (stat(path.c_str(), &status) != 0)
+            fail(path);
+        requireRoots(path, status);
+    }
 }
 
 /// What tells one state of an entry from all others: which file it is, its mode, size and times.  The device is left
@@ -52,8 +63,11 @@ std::string factsOf(const Place& place, const std::string& path, std::string_vie
     std::string facts(relative);
     facts.push_back('\0');
     append(facts, status);
-    if (S_ISLNK(status.st_mode) && fstatat(place.directory, place.name, &status, 0) == 0)
+    const CMemory<char> target(S_ISLNK(status.st_mode) ? realpath(path.c_str(), nullptr) : nullptr);
+    if (target != nullptr && stat(target.get(), &status) == 0) {
+        requireRootsFrom(target.get());
         append(facts, status);
+    }
     return facts;
 }
 
@@ -64,12 +78,8 @@ Package examinePackage(const std::string& directory) {
     if (real == nullptr)
         fail(directory);
     Package package{real.get(), {}};
+    requireRootsFrom(package.directory);
     struct stat status {};
-    for (std::string above = package.directory; above != "/"; above = std::string(parentOf(above))) {
-        if (stat(above.c_str(), &status) != 0)
-            fail(above);
-        requireRoots(above, status);
-    }
     if (stat(package.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
         throw std::runtime_error(directory + " is not a directory");
 

@@ -2,8 +2,12 @@
 
 #include "site/account.h"
 #include "site/cut_point.h"
+#include "site/in_step.h"
+#include "site/package.h"
 #include "site/record.h"
 #include "site/report.h"
+#include "site/script.h"
+#include "site/secrets.h"
 #include "site/server.h"
 #include "site/site_tree.h"
 #include "site/state_files.h"
@@ -11,7 +15,7 @@
 #include "site/swap.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <functional>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -26,126 +30,161 @@ Account accountOf(const Journal& journal) {
     return account;
 }
 
-ChildRules rulesOf(const PendingCall& call, const UniqueFd& store) {
-    return {.limit = call.settings.timeLimit, .keep = {call.lock, store.get()}};
+/// Runs something as the call's account with the site and the call's store.
+/// \param work gets null where there is no document root any more.
+std::string inSite(const PendingCall& call, int store, const std::function<std::string(SiteTree*)>& work) {
+    const ChildRules rules{.limit = call.options.settings.timeLimit, .keep = {call.lock, store}};
+    return asAccount(accountOf(call.journal), rules, [&] {
+        try {
+            SiteTree tree(call.options.settings.vhosts, call.journal.documentRoot);
+            return work(&tree);
+        } catch (const NoDocumentRoot&) {
+            return work(nullptr);
+        }
+    });
 }
 
-bool hasDirectoriesToRemove(const Journal& journal) {
-    return std::ranges::any_of(journal.steps, [](const Step& step) { return step.kind == StepKind::RemoveDirectory; });
-}
-
-void removeOldDirectories(const PendingCall& call, const UniqueFd& store) {
-    if (!hasDirectoriesToRemove(call.journal))
+void removeOldDirectories(const PendingCall& call, int store) {
+    const auto isRemoval = [](const Step& step) { return step.kind == StepKind::RemoveDirectory; };
+    if (std::ranges::none_of(call.journal.steps, isRemoval))
         return;
-    asAccount(accountOf(call.journal), rulesOf(call, store), [&] {
-        SiteTree tree(call.settings.vhosts, call.journal.documentRoot);
-        removeDirectories(tree, call.journal.steps);
+    inSite(call, store, [&](SiteTree* tree) {
+        if (tree != nullptr)
+            removeDirectories(*tree, call.journal.steps);
         return std::string();
     });
 }
 
-void tellKept(const PendingCall& call, const std::string& kept) {
+/// Empties the store and ends the journal, in this order: a journal without its store could not be taken back, and a
+/// store without a journal is dropped by the next call.
+void end(const PendingCall& call, int store, Ending ending) {
+    const std::string kept = emptyStore(call.journal.store, call.journal.steps, ending);
     if (!kept.empty())
         say(call.application.title() + ": files that somebody had changed are kept in " + kept);
+    syncHosts(store);
+    removeDurably(call.places.journal);
+    dropStore(call.journal.store);
 }
 
 void putFragmentBack(const PendingCall& call) {
     const std::string before = call.journal.hadFragment ? call.journal.fragment : "";
     if (readIfThere(call.places.fragment).value_or("") == before)
         return;
-    noteReload(call.settings); // the next call would not know of it after a cut
+    const auto lock = lockServer(call.options.settings);
+    noteReload(call.options.settings); // the next call would not know of it after a cut
     (void)placeFragment(call.places, before);
     cutPoint("put-back");
-    noteReload(call.settings); // another call may have read the fragment that went
+    noteReload(call.options.settings); // another call may have read the fragment that went
+}
+
+void removeFragment(const PendingCall& call) {
+    const auto lock = lockServer(call.options.settings);
+    (void)placeFragment(call.places, "");
+    noteReload(call.options.settings);
 }
 
 } // namespace
 
 bool goBack(const PendingCall& call) {
     const Uninterrupted toTheEnd;
-    const UniqueFd store = openLeftStore(call.places);
-    bool isWhole = true;
-    if (store.get() >= 0) {
-        isWhole = asAccount(accountOf(call.journal), rulesOf(call, store), [&] {
-                      SiteTree tree(call.settings.vhosts, call.journal.documentRoot);
-                      return std::string(takeBack(tree, store.get(), call.journal.steps) ? "whole" : "");
-                  }) == "whole";
-        syncHosts(store.get());
-    }
+    const UniqueFd store = openLeftStore(call.journal.store);
+    const std::string answer = inSite(call, store.get(), [&](SiteTree* tree) {
+        return std::string(takeBack(tree, store.get(), call.journal.steps) ? "whole" : "");
+    });
+    syncHosts(store.get());
     putFragmentBack(call);
     cutPoint("taken-back");
-    tellKept(call, endStore(call.places, call.journal.steps));
     removeDurably(call.places.newFiles);
-    removeDurably(call.places.journal);
-    return isWhole;
+    end(call, store.get(), Ending::TakenBack);
+    return answer == "whole";
 }
 
 void clearUp(const PendingCall& call) {
     const Uninterrupted toTheEnd;
-    noteReload(call.settings);
+    noteReload(call.options.settings);
     cutPoint("noted");
     renameDurably(call.places.newFiles, call.places.files);
     cutPoint("listed");
-    const UniqueFd store = openLeftStore(call.places);
-    removeOldDirectories(call, store);
-    tellKept(call, endStore(call.places, call.journal.steps));
+    const UniqueFd store = openLeftStore(call.journal.store);
+    removeOldDirectories(call, store.get());
     cutPoint("cleared");
-    removeDurably(call.places.journal);
+    end(call, store.get(), Ending::Final);
+}
+
+void askForFarewell(const PendingCall& call) {
+    if (call.journal.doing == Doing::Absence)
+        return;
+    const std::optional<Record> record = inStep("record", [&] { return readRecord(call.places.record); });
+    if (record && !call.options.withoutScript) {
+        const Secrets secrets = inStep("secrets", [&] { return readSecrets(call.places); });
+        inStep("script remove", [&] {
+            const auto script = scriptOf(examinePackage(record->package), record->script, record->language,
+                                         call.options.settings.php, false);
+            const ChildRules rules{.limit = call.options.settings.timeLimit, .keep = {call.lock}};
+            if (script)
+                runScriptAsAccount(
+                    {*script, "remove", directoryOf(call.application, record->documentRoot), record->parameters},
+                    secrets, accountOf(call.journal), rules);
+        });
+    }
+    cutPoint("script");
+}
+
+void noteFarewell(PendingCall& call) {
+    call.journal.doing = Doing::Absence;
+    inStep("journal", [&] { writeDurably(call.places.journal, textOf(call.journal)); });
 }
 
 void finishRemoval(const PendingCall& call) {
     const Uninterrupted toTheEnd;
-    const UniqueFd store = openLeftStore(call.places);
-    if (store.get() >= 0) {
-        asAccount(accountOf(call.journal), rulesOf(call, store), [&] {
-            SiteTree tree(call.settings.vhosts, call.journal.documentRoot);
-            carryOut(tree, store.get(), call.journal.steps);
-            return std::string();
-        });
-        syncHosts(store.get());
-    }
+    const UniqueFd store = openLeftStore(call.journal.store);
+    inSite(call, store.get(), [&](SiteTree* tree) {
+        if (tree != nullptr)
+            carryOut(*tree, store.get(), call.journal.steps);
+        return std::string();
+    });
+    syncHosts(store.get());
     cutPoint("taken");
-    (void)placeFragment(call.places, "");
-    noteReload(call.settings);
+    removeFragment(call);
     cutPoint("unplaced");
     removeDurably(call.places.record);
     cutPoint("unrecorded");
-    removeOldDirectories(call, store);
-    tellKept(call, endStore(call.places, call.journal.steps));
+    removeOldDirectories(call, store.get());
     removeDurably(call.places.files);
-    removeDurably(call.places.journal);
+    end(call, store.get(), Ending::Final);
     if (keptFiles(call.places.store).empty())   // by which `list` still knows it
         (void)rmdir(call.places.state.c_str()); // stays where it has the site's secrets
 }
 
-Left settle(const Settings& settings, const Application& application, const Places& places, int lock) {
+Left settle(const CallOptions& options, const Application& application, const Places& places, int lock) {
     for (const std::string& file : {places.record, places.newFiles, places.journal, places.fragment})
         (void)unlink(unfinishedName(file).c_str());
     const std::optional<std::string> text = readIfThere(places.journal);
     if (!text) {
-        // Its steps had not begun.
-        dropStore(places);
+        // Its steps had not begun, or it had come to its end.
+        dropStore(places.store);
         removeDurably(places.newFiles);
         return Left::Nothing;
     }
-    const PendingCall call{settings, application, places, lock, journalOf(*text, places.journal)};
-    const std::optional<Record> record = readRecord(places.record);
-    if (call.journal.act == Act::Absent) {
+    PendingCall call{options, application, places, lock, journalOf(*text, places.journal)};
+    if (call.journal.doing != Doing::Presence) {
         say(application.title() + ": finishes a removal that was cut off");
+        askForFarewell(call);
+        noteFarewell(call);
         finishRemoval(call);
         return Left::Removed;
     }
+    const std::optional<Record> record = readRecord(places.record);
     if (record && record->journal == call.journal.id) {
         clearUp(call);
         return Left::ClearedUp;
     }
     say(application.title() + ": takes back a call that was cut off");
-    if (goBack(call))
-        sayAsBefore(application);
+    (void)goBack(call);
     return Left::TakenBack;
 }
 
-bool isCutOff(const Places& places) {
+bool hasJournal(const Places& places) {
     return readIfThere(places.journal).has_value();
 }
 

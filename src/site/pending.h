@@ -1,10 +1,8 @@
 #pragma once
 
+#include "site/acts.h"
 #include "site/lists.h"
 #include "site/places.h"
-#include "site/settings.h"
-
-#include <string>
 
 // How a call ends, in its own process or, where that was cut off, in the next one: each of these can be cut off and
 // begun again at any point.  The caller holds the host's lock.
@@ -13,10 +11,10 @@ namespace site {
 
 /// A call that has its journal.
 struct PendingCall {
-    const Settings& settings;
+    const CallOptions& options;
     const Application& application;
     const Places& places;
-    int lock; ///< descriptor of the host's lock, which processes of the call hold as well
+    int lock; ///< descriptor of the host's lock, which the children of the call hold as well
     Journal journal;
 };
 
@@ -30,6 +28,14 @@ bool goBack(const PendingCall& call);
 /// \throw std::exception; the next call goes on.
 void clearUp(const PendingCall& call);
 
+/// Asks the package's script to remove what it has made, unless it has done that or is not to be asked.
+/// \throw std::exception when the script has failed.
+void askForFarewell(const PendingCall& call);
+
+/// Notes in the journal that the script is not to be asked again.
+/// \throw std::exception
+void noteFarewell(PendingCall& call);
+
 /// Removes what a removal's journal says, from the first step or from where it was cut off.
 /// \throw std::exception; the next call goes on.
 void finishRemoval(const PendingCall& call);
@@ -39,9 +45,9 @@ enum class Left { Nothing, TakenBack, ClearedUp, Removed };
 
 /// Ends what a cut-off call has left, if anything, and says so.
 /// \throw std::exception when it cannot be ended.
-Left settle(const Settings& settings, const Application& application, const Places& places, int lock);
+Left settle(const CallOptions& options, const Application& application, const Places& places, int lock);
 
-/// True where a call was cut off.
-bool isCutOff(const Places& places);
+/// True where a call is at work or was cut off.
+bool hasJournal(const Places& places);
 
 } // namespace site

@@ -1,6 +1,7 @@
 #include "site/places.h"
 
 #include "files/paths.h"
+#include "runtime/errors.h"
 #include "webserver/virtual_host.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
-#include <system_error>
 
 namespace site {
 
@@ -68,12 +68,16 @@ std::string nameOfElement(const std::string& element) {
     return name;
 }
 
+std::string directoryOf(const Application& application, const std::string& documentRoot) {
+    return entryIn(documentRoot, application.below());
+}
+
 void requireHost(const Places& places) {
     struct stat status {};
     if (lstat(places.hostDirectory.c_str(), &status) == 0)
         return;
     if (errno != ENOENT)
-        throw std::system_error(errno, std::generic_category(), places.hostDirectory);
+        nimbo::throwSystemError(places.hostDirectory, errno);
     throw std::runtime_error("there is no host " + places.hostDirectory);
 }
 

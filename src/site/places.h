@@ -50,6 +50,9 @@ struct Places {
     std::string store;     ///< root's
 };
 
+/// The application's directory.
+std::string directoryOf(const Application& application, const std::string& documentRoot);
+
 /// \throw std::runtime_error when there is no such host.
 void requireHost(const Places& places);
 

@@ -3,13 +3,13 @@
 #include "deploy/web_access.h"
 #include "files/paths.h"
 #include "preview/preview.h"
+#include "runtime/errors.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -172,6 +172,13 @@ public:
             add(std::move(step));
     }
 
+    /// Gives directories the modes back that kept the account from changing something in them.
+    void addClosing() {
+        for (Step& step : closing_)
+            add(std::move(step));
+        closing_.clear();
+    }
+
 private:
     void addDirectory(const std::string& path, const PreviewEntry& wanted) {
         const std::optional<Entry> entry = tree_.entry(path);
@@ -204,6 +211,9 @@ private:
         } else {
             const std::string source = joined(request_.packageDir, wanted.source);
             const std::optional<Entry> entry = tree_.entry(path);
+            // One that came to the store would open the way into it for whoever holds it open.
+            if (entry && S_ISDIR(entry->status.st_mode))
+                throw std::runtime_error(path + ": the package has a file where the site has a directory");
             addBelow(entry ? moving(StepKind::ExchangeFile, path, *entry)
                            : Step{.kind = StepKind::AddFile, .path = path},
                      source);
@@ -215,8 +225,8 @@ private:
         std::optional<Entry> entry;
         try {
             entry = tree_.entry(file.path);
-        } catch (const std::system_error& failure) {
-            std::cerr << file.path << ": left as it is: " << failure.code().message() << '\n';
+        } catch (const nimbo::SystemError& failure) {
+            std::cerr << "left as it is: " << failure.what() << '\n';
         }
         if (entry && !S_ISREG(entry->status.st_mode))
             std::cerr << file.path << ": left as it is: it is no file any more\n";
@@ -246,9 +256,14 @@ private:
             const std::optional<Entry> entry = tree_.entry(parent);
             const mode_t mode = entry ? entry->status.st_mode & permissions : own;
             if (entry && entry->status.st_uid == request_.account.uid && (mode & own) != own)
-                addChangeOfMode(parent, mode, mode | own);
+                open(parent, mode, mode | own);
         }
         add(std::move(step), std::move(source));
+    }
+
+    void open(const std::string& path, mode_t standing, mode_t mode) {
+        addChangeOfMode(path, standing, mode);
+        closing_.push_back({.kind = StepKind::ChangeMode, .path = path, .mode = standing, .before = mode});
     }
 
     void add(Step step, std::string source = {}) {
@@ -271,6 +286,7 @@ private:
     const StagingRequest& request_;
     const Before& before_;
     SiteTree& tree_;
+    std::vector<Step> closing_;
     std::unordered_set<std::string> changeable_; ///< directories in which the account can change something
 };
 
@@ -294,6 +310,7 @@ SitePlan planPresence(const StagingRequest& request, SiteTree& tree) {
     Planning planning(request, before, tree);
     planning.addWanted(comparison);
     planning.addObsolete();
+    planning.addClosing();
     return std::move(planning.plan);
 }
 
@@ -301,6 +318,7 @@ SitePlan planAbsence(const StagingRequest& request, SiteTree& tree) {
     const Before before(request.before);
     Planning planning(request, before, tree);
     planning.addObsolete();
+    planning.addClosing();
     return std::move(planning.plan);
 }
 

@@ -3,9 +3,7 @@
 #include "site/state_files.h"
 
 #include <array>
-#include <boost/crc.hpp>
 #include <boost/json.hpp>
-#include <ctime>
 #include <stdexcept>
 
 namespace json = boost::json;
@@ -61,6 +59,8 @@ Record recordOf(const std::string& text, const std::string& file) {
         for (const json::value& parameter : object.at("parameters").as_array())
             record.parameters.emplace_back(parameter.as_string());
         record.webserverWrite = object.at("webserverWrite").as_bool();
+    } catch (const boost::system::system_error& failure) { // whose text names the library's own sources
+        throw std::runtime_error(file + " is no record: " + failure.code().message());
     } catch (const std::exception& failure) {
         throw std::runtime_error(file + " is no record: " + failure.what());
     }
@@ -70,32 +70,6 @@ Record recordOf(const std::string& text, const std::string& file) {
 std::optional<Record> readRecord(const std::string& file) {
     const std::optional<std::string> text = readIfThere(file);
     return text ? std::optional(recordOf(*text, file)) : std::nullopt;
-}
-
-std::uint64_t checksum(const std::string& text) {
-    boost::crc_optimal<64, 0x42F0E1EBA9EA3693, ~0ULL, ~0ULL, true, true> sum;
-    sum.process_bytes(text.data(), text.size());
-    return sum.checksum();
-}
-
-std::string digitsOf(std::uint64_t number) {
-    std::string digits(16, '0');
-    for (std::size_t at = digits.size(); number != 0; number >>= 4U)
-        digits[--at] = "0123456789abcdef"[number & 15U];
-    return digits;
-}
-
-std::string fingerprint(const std::string& text) {
-    return digitsOf(checksum(text));
-}
-
-std::string timeStamp() {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&now, &parts);
-    std::array<char, 32> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text.data();
 }
 
 } // namespace site

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -12,10 +11,10 @@ namespace site {
 struct Record {
     // The wish: two records with the same one need nothing done.
     std::string package;     ///< directory, without links
-    std::string fingerprint; ///< of the package, see fingerprintOf
+    std::string fingerprint; ///< of the package, as of examinePackage
     std::string account;
     uid_t uid = 0;
-    std::string script; ///< empty for a package without scripts
+    std::string script; ///< its name; a package without scripts has none to run
     std::string language;
     std::vector<std::string> parameters;
     std::string secrets;      ///< fingerprint of what the script was given
@@ -40,20 +39,7 @@ std::string textOf(const Record& record);
 Record recordOf(const std::string& text, const std::string& file);
 
 /// \return the record in a file; nothing when there is none.
-/// \throw std::runtime_error, std::system_error
+/// \throw std::runtime_error, nimbo::SystemError
 std::optional<Record> readRecord(const std::string& file);
-
-/// A number that differs where the text does, but for one chance in 2^64.  No safeguard against somebody who looks for
-/// two texts that agree: what is compared is root's.
-std::uint64_t checksum(const std::string& text);
-
-/// The number in 16 hexadecimal digits.
-std::string digitsOf(std::uint64_t number);
-
-/// Both.
-std::string fingerprint(const std::string& text);
-
-/// Now, UTC, as of RFC 3339, to the second.
-std::string timeStamp();
 
 } // namespace site

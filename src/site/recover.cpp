@@ -1,24 +1,39 @@
 #include "site/acts.h"
+#include "site/child.h"
 #include "site/pending.h"
 #include "site/report.h"
 #include "site/server.h"
 #include "site/state.h"
 #include "site/state_files.h"
+#include "site/store.h"
+
+#include <cerrno>
+#include <unistd.h>
 
 namespace site {
 
 namespace {
 
+bool isMissing(const std::string& path) {
+    return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+}
+
 /// \return false when something could not be ended.
 bool recoverHost(const CallOptions& options, const std::string& host) {
     bool isGood = true;
     for (const Application& application : applicationsOf(options.settings, host)) {
+        throwIfInterrupted();
         const Places places(options.settings, application);
         try {
             // A call that is at work ends by itself.
             const std::optional<FileLock> lock = FileLock::tryToTake(places.lock);
-            if (lock)
-                settle(options.settings, application, places, lock->descriptor());
+            if (!lock)
+                continue;
+            (void)settle(options, application, places, lock->descriptor());
+            if (isMissing(places.record) && keptFiles(places.store).empty())
+                (void)rmdir(places.state.c_str()); // stays where it has the site's secrets
+        } catch (const Interrupted&) {
+            throw;
         } catch (const std::exception& failure) {
             say(application.title() + ": recovery: " + failure.what());
             sayFailed(host);
@@ -38,10 +53,9 @@ bool recover(const CallOptions& options) {
 }
 
 Outcome reload(const CallOptions& options) {
-    const bool isGood = recover(options);
     try {
-        const bool wasDue = reloadIfDue(options.settings);
-        return !isGood ? Outcome::Failed : wasDue ? Outcome::Changed : Outcome::Unchanged;
+        (void)recover(options);
+        return reloadIfDue(options.settings) ? Outcome::Changed : Outcome::Unchanged;
     } catch (const std::exception& failure) {
         say(std::string("reload: ") + failure.what());
         return Outcome::Failed;

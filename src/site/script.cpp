@@ -1,14 +1,17 @@
 #include "site/script.h"
 
 #include "files/paths.h"
-#include "metadata/metadata_reader.h"
+#include "runtime/errors.h"
+#include "runtime/shared_end.h"
 
 #include <algorithm>
+#include <boost/algorithm/string/join.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <stdexcept>
-#include <system_error>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace fs = boost::filesystem;
@@ -17,48 +20,54 @@ namespace site {
 
 namespace {
 
+/// The names in a directory, for a person; empty where it is missing.
 std::string namesIn(const std::string& directory) {
+    if (!fs::exists(directory))
+        return {};
     std::vector<std::string> names;
-    boost::system::error_code none;
-    for (fs::directory_iterator entry(directory, none), end; entry != end; entry.increment(none))
+    for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
         names.push_back(entry->path().filename().native());
     std::ranges::sort(names);
-    std::string list;
-    for (const std::string& name : names)
-        list += (list.empty() ? "" : ", ") + name;
-    return list;
+    return boost::algorithm::join(names, ", ");
+}
+
+/// When this process's parent ends, the script ends with all that it runs in its process group.  Otherwise it would go
+/// on beside the next call.
+void endWithParent() {
+    std::signal(SIGTERM, [](int) {
+        SharedEnd::killAwaited();
+        kill(0, SIGKILL);
+    });
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
 }
 
 } // namespace
 
-std::optional<PackageScript> scriptOf(const Package& package, const Record& record, const std::string& php,
-                                      bool isWanted) {
+std::optional<PackageScript> scriptOf(const Package& package, const std::string& script, const std::string& language,
+                                      const std::string& php, bool isWanted) {
     const std::string others = namesIn(joined(package.directory, "scripts"));
     if (others.empty() && !isWanted)
         return std::nullopt;
-    std::optional<PackageScript> script =
-        chooseScript("file:///" + package.directory, record.script, record.language, php);
-    if (!script)
+    std::optional<PackageScript> found = chooseScript("file:///" + package.directory, script, language, php);
+    if (!found)
         throw std::runtime_error("nothing can run it");
-    if (access(script->path().c_str(), F_OK) != 0)
-        throw std::runtime_error("the package has no script " + script->file +
+    if (access(found->path().c_str(), F_OK) != 0)
+        throw std::runtime_error("the package has no script " + found->file +
                                  (others.empty() ? "" : "; it has: " + others));
-    return script;
+    return found;
 }
 
-void runScriptAsAccount(const ScriptCall& call, const Secrets& secrets, const Account& account,
-                        const ChildRules& rules) {
-    std::vector<std::string> words{call.application.name == "."
-                                       ? call.record.documentRoot
-                                       : joined(call.record.documentRoot, call.application.name)};
-    words.insert(words.end(), call.record.parameters.begin(), call.record.parameters.end());
-    asAccountForPrograms(account, rules, [&] {
+void runScriptAsAccount(const ScriptRun& run, const Secrets& secrets, const Account& account, const ChildRules& rules) {
+    std::vector<std::string> words{run.directory};
+    words.insert(words.end(), run.parameters.begin(), run.parameters.end());
+    asAccount(account, rules, [&] {
+        endWithParent();
         dup2(STDERR_FILENO, STDOUT_FILENO);
         for (const auto& [name, value] : secrets.variables)
             if (setenv(name.c_str(), value.c_str(), 1) != 0)
-                throw std::system_error(errno, std::generic_category(), name);
+                nimbo::throwSystemError(name, errno);
         const pid_t self = getpid();
-        const int status = runScript(call.script, call.action, words);
+        const int status = runScript(run.script, run.action, words);
         if (getpid() != self)
             _exit(255); // a child that could not execute the script
         if (status != 0)

@@ -1,6 +1,6 @@
 #include "site/secrets.h"
 
-#include "site/record.h"
+#include "site/fingerprint.h"
 #include "site/state_files.h"
 
 #include <optional>
@@ -30,6 +30,8 @@ Secrets readSecrets(const Places& places) {
         const std::string where = file + ", line " + std::to_string(number) + ": ";
         if (equals == std::string::npos || name.empty())
             throw std::runtime_error(where + "no NAME=VALUE");
+        if (name.find_first_of(" \t\r") != std::string::npos) // shells drop it, and "export" is no part of a name
+            throw std::runtime_error(where + "a blank in the name " + name);
         if (line.find('\0') != std::string::npos)
             throw std::runtime_error(where + name + " has a NUL byte, at which the environment would end it");
         secrets.variables.emplace_back(name, line.substr(equals + 1));

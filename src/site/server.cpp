@@ -1,16 +1,17 @@
 #include "site/server.h"
 
+#include "runtime/errors.h"
 #include "runtime/scoped_disposition.h"
 #include "site/child.h"
 #include "site/cut_point.h"
+#include "site/report.h"
 #include "site/state_files.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace site {
@@ -26,7 +27,7 @@ void runCommand(const Settings& settings, const std::string& name, const std::st
             dup2(STDERR_FILENO, STDOUT_FILENO);
             ScopedDisposition::putBackAll();
             execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-            throw std::system_error(errno, std::generic_category(), "/bin/sh");
+            nimbo::throwSystemError("/bin/sh", errno);
         });
     } catch (const Interrupted&) {
         throw;
@@ -35,48 +36,62 @@ void runCommand(const Settings& settings, const std::string& name, const std::st
     }
 }
 
-FileLock lockServer(const Settings& settings) {
-    makeDirectories(settings.state);
-    // Whoever has it waits for a check or a reload at most, and these have a limit.
-    return FileLock::take(settings.state + "/server.lock", settings.timeLimit * 2 + std::chrono::seconds(10),
-                          [] { std::cerr << "larkspur-site: waits for another call's check of the server\n"; });
-}
-
-bool isRefused(const Settings& settings, std::string& why) {
+/// What the server says against its configuration; nothing when it takes it.
+std::optional<std::string> refusal(const Settings& settings) {
     try {
         runCommand(settings, "CONFIGTEST", settings.configTest);
-        return false;
+        return std::nullopt;
     } catch (const Interrupted&) {
         throw;
     } catch (const std::runtime_error& failure) {
-        why = failure.what();
-        return true;
+        return failure.what();
+    }
+}
+
+/// All of them, whatever becomes of one: one that cannot go back stays for the way back of its own call.
+void putBack(const std::vector<FragmentChange>& changes) {
+    const Uninterrupted toTheEnd;
+    for (const FragmentChange& change : changes) {
+        try {
+            (void)placeFragment(change.places, change.before);
+        } catch (const std::exception& failure) {
+            say(std::string("fragment: ") + failure.what());
+        }
     }
 }
 
 /// Puts fragments into their places and has them checked.  They stay only if the server takes them.
-/// \param why receives what the server says against them.
-bool pass(const Settings& settings, const std::vector<FragmentChange>& changes, std::string& why) {
-    const auto putBack = [&] {
-        const Uninterrupted toTheEnd;
-        for (const FragmentChange& change : changes)
-            (void)placeFragment(change.places, change.before.value_or(""));
-    };
+/// \return what it says against them.
+std::optional<std::string> tryFragments(const Settings& settings, const std::vector<FragmentChange>& changes) {
     try {
         for (const FragmentChange& change : changes)
             (void)placeFragment(change.places, change.text);
         cutPoint("fragment");
-        if (!isRefused(settings, why))
-            return true;
+        const std::optional<std::string> why = refusal(settings);
+        if (why)
+            putBack(changes);
+        return why;
     } catch (const std::exception&) {
-        putBack();
+        putBack(changes);
         throw;
     }
-    putBack();
-    return false;
 }
 
 } // namespace
+
+std::shared_ptr<FileLock> lockServer(const Settings& settings) {
+    static std::weak_ptr<FileLock> held;
+    std::shared_ptr<FileLock> lock = held.lock();
+    if (lock == nullptr) {
+        makeDirectories(settings.state);
+        // Whoever has it runs a few commands, each with this limit.
+        const std::chrono::seconds wait = 8 * settings.timeLimit;
+        const auto tell = [] { say("waits for another call's check of the server"); };
+        lock = std::make_shared<FileLock>(FileLock::take(settings.state + "/server.lock", wait, tell));
+        held = lock;
+    }
+    return lock;
+}
 
 bool placeFragment(const Places& places, const std::string& text) {
     if (readIfThere(places.fragment).value_or("") == text)
@@ -89,31 +104,28 @@ bool placeFragment(const Places& places, const std::string& text) {
     // above says.
     const std::string directory = places.fragment.substr(0, places.fragment.rfind('/'));
     if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST)
-        throw std::system_error(errno, std::generic_category(), directory);
+        nimbo::throwSystemError(directory, errno);
     writeDurably(places.fragment, text);
     return true;
 }
 
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
                   const std::function<void()>& endCutOffCalls) {
-    const bool isChanged = std::ranges::any_of(
-        changes, [](const FragmentChange& change) { return change.before.value_or("") != change.text; });
-    if (!isChanged)
+    if (std::ranges::all_of(changes, [](const FragmentChange& change) { return change.before == change.text; }))
         return;
-    const FileLock lock = lockServer(settings);
-    std::string why;
-    if (pass(settings, changes, why))
+    const auto lock = lockServer(settings);
+    std::optional<std::string> why = tryFragments(settings, changes);
+    if (!why)
         return;
-    std::string whyBefore;
-    if (isRefused(settings, whyBefore)) {
+    if (refusal(settings)) {
         // It may be the fragment of a call that was cut off during its check.
         endCutOffCalls();
-        if (isRefused(settings, whyBefore))
-            throw BrokenBefore("the server's configuration was broken before this call: " + whyBefore);
-        if (pass(settings, changes, why))
-            return;
+        if (const auto still = refusal(settings))
+            throw BrokenBefore("the server's configuration was broken before this call: " + *still);
+        why = tryFragments(settings, changes);
     }
-    throw std::runtime_error("the server refuses the fragment: " + why);
+    if (why)
+        throw std::runtime_error("the server refuses the fragment: " + *why);
 }
 
 void noteReload(const Settings& settings) {
@@ -123,10 +135,10 @@ void noteReload(const Settings& settings) {
 bool reloadIfDue(const Settings& settings) {
     const std::string due = settings.state + "/reload-is-due";
     const std::string running = settings.state + "/reload-runs";
-    const FileLock lock = lockServer(settings);
+    const auto lock = lockServer(settings);
     // A change that is made during the reload notes a new one.
     if (rename(due.c_str(), running.c_str()) != 0 && errno != ENOENT)
-        throw std::system_error(errno, std::generic_category(), due);
+        nimbo::throwSystemError(due, errno);
     if (!readIfThere(running))
         return false;
     cutPoint("reload");

@@ -2,9 +2,10 @@
 
 #include "site/places.h"
 #include "site/settings.h"
+#include "site/state_files.h"
 
 #include <functional>
-#include <optional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,9 +17,13 @@ namespace site {
 /// A fragment on its way.
 struct FragmentChange {
     Places places;
-    std::string text;                  ///< empty for no fragment
-    std::optional<std::string> before; ///< what is there now; nothing for none
+    std::string text;   ///< empty for no fragment
+    std::string before; ///< what was there before the call; empty for none
 };
+
+/// The lock of the server's configuration, which ends with the last of the objects that share it.
+/// \throw std::exception as FileLock::take.
+std::shared_ptr<FileLock> lockServer(const Settings& settings);
 
 /// Puts a fragment into its place, or removes it where the text is empty.
 /// \return false where it is there already.

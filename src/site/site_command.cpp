@@ -3,7 +3,6 @@
 #include "preview/findings.h"
 #include "preview/text.h"
 #include "runtime/option_errors.h"
-#include "runtime/scoped_disposition.h"
 #include "site/account.h"
 #include "site/acts.h"
 #include "site/child.h"
@@ -79,7 +78,7 @@ void print(const std::string& text) {
 int statusOf(const std::vector<Result>& results) {
     const auto isFailed = [](const Result& result) { return result.outcome == Outcome::Failed; };
     const auto wouldAct = [](const Result& result) {
-        return result.plan && (!result.plan->action.empty() || result.plan->isCutOff);
+        return result.outlook && (!result.outlook->action.empty() || result.outlook->isPending);
     };
     if (std::ranges::any_of(results, isFailed))
         return failed;
@@ -167,46 +166,49 @@ std::optional<std::string> hostIn(const Words& words) {
     return words.empty() ? std::nullopt : std::optional(fromWords([&] { return hostOf(words[0]); }));
 }
 
-/// The installations that the words of a question mean.
-std::vector<Installation> meant(const Request& request, const Words& words) {
-    std::vector<Installation> all = installationsOf(request.call.settings, hostIn(words));
+/// What the words of a question mean.
+Inventory meant(const Request& request, const Words& words) {
+    Inventory inventory = inventoryOf(request.call.settings, hostIn(words));
     if (words.size() < 2)
-        return all;
+        return inventory;
     const Application application = fromWords([&] { return applicationOf(words[0], words[1]); });
-    std::erase_if(all, [&](const Installation& one) { return one.application.name != application.name; });
-    if (all.empty())
+    std::erase_if(inventory.installations,
+                  [&](const Installation& one) { return one.application.name != application.name; });
+    if (inventory.installations.empty())
         throw std::runtime_error("there is no " + application.title());
-    return all;
+    return inventory;
 }
 
 int runList(const Request& request, const Words& words) {
-    const std::vector<Installation> installations = meant(request, words);
-    print(request.wantsJson ? jsonOf(installations) : listOf(installations));
-    return done;
+    const Inventory inventory = meant(request, words);
+    print(request.wantsJson ? jsonOf(inventory.installations) : listOf(inventory.installations));
+    return inventory.isWhole ? done : failed;
 }
 
 int runStatus(const Request& request, const Words& words) {
-    const std::vector<Installation> installations = meant(request, words);
-    print(request.wantsJson ? jsonOf(installations) : site::statusOf(installations.front()));
+    const Inventory inventory = meant(request, words);
+    print(request.wantsJson ? jsonOf(inventory.installations) : site::statusOf(inventory.installations.front()));
     return done;
 }
 
 int runVerify(const Request& request, const Words& words) {
+    const Inventory inventory = meant(request, words);
     std::vector<Verified> verified;
-    int status = done;
-    for (const Installation& installation : meant(request, words)) {
+    bool isWhole = inventory.isWhole;
+    for (const Installation& installation : inventory.installations) {
         try {
             verified.push_back({installation.application, verify(request.call, installation)});
-            if (status == done && !verified.back().differences.empty())
-                status = found;
+        } catch (const Interrupted&) {
+            throw;
         } catch (const std::exception& failure) {
             say(installation.application.title() + ": " + failure.what());
             sayFailed(installation.application.host);
-            status = failed;
+            isWhole = false;
         }
     }
     print(request.wantsJson ? jsonOf(verified) : textOf(verified));
-    return status;
+    const bool isFound = std::ranges::any_of(verified, [](const Verified& one) { return !one.differences.empty(); });
+    return !isWhole ? failed : isFound ? found : done;
 }
 
 constexpr std::array acts{

@@ -1,27 +1,30 @@
 #include "site/site_tree.h"
 
 #include "files/paths.h"
+#include "runtime/errors.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
-#include <system_error>
 
 namespace site {
 
 namespace {
 
-bool isMissing(int error) {
-    return error == ENOENT;
+[[noreturn]] void fail(int error, const std::string& path) {
+    nimbo::throwSystemError(path.empty() ? "." : path, error);
 }
 
-[[noreturn]] void fail(int error, const std::string& path) {
-    throw std::system_error(error, std::generic_category(), path.empty() ? "." : path);
+/// What opening a directory without following links tells of one that is missing, a file or a link.
+bool isNoDirectory(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
 UniqueFd openDocumentRoot(const std::string& hosts, const std::string& documentRoot) {
     NoLinksBelow tree(hosts);
+    if (!documentRoot.starts_with(hosts + '/'))
+        throw std::runtime_error("the document root " + documentRoot + " is not in " + hosts);
     const std::string below = normalPath(documentRoot.substr(hosts.size()));
     const Place place = tree.placeOf(below);
     UniqueFd root(
@@ -29,7 +32,7 @@ UniqueFd openDocumentRoot(const std::string& hosts, const std::string& documentR
     if (root.get() >= 0 && faccessat(root.get(), ".", X_OK, 0) == 0)
         return root;
     if (errno == ENOENT)
-        throw std::runtime_error("there is no document root " + documentRoot);
+        throw NoDocumentRoot("there is no document root " + documentRoot);
     throw std::runtime_error("the account cannot enter the document root " + documentRoot + ": " +
                              std::strerror(errno));
 }
@@ -39,7 +42,7 @@ UniqueFd openDocumentRoot(const std::string& hosts, const std::string& documentR
 std::optional<Entry> entryAt(int directory, const char* name) {
     struct statx found {};
     if (statx(directory, name, AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &found) != 0) {
-        if (isMissing(errno))
+        if (errno == ENOENT)
             return std::nullopt;
         fail(errno, name);
     }
@@ -64,19 +67,9 @@ std::optional<Place> SiteTree::find(const std::string& path) {
     const Place place = tree_.placeOf(path);
     if (place.directory >= 0)
         return place;
-    if (!isMissing(errno))
+    if (!isNoDirectory(errno))
         fail(errno, path);
     return std::nullopt;
-}
-
-std::optional<Place> SiteTree::findIfThere(const std::string& path) {
-    try {
-        return find(path);
-    } catch (const std::system_error& failure) {
-        if (failure.code() == std::errc::not_a_directory || failure.code() == std::errc::too_many_symbolic_link_levels)
-            return std::nullopt;
-        throw;
-    }
 }
 
 Place SiteTree::of(const std::string& path) {
@@ -92,8 +85,8 @@ std::optional<Entry> SiteTree::entry(const std::string& path) {
         return std::nullopt;
     try {
         return entryAt(place->directory, place->name);
-    } catch (const std::system_error& failure) {
-        fail(failure.code().value(), path);
+    } catch (const nimbo::SystemError& failure) {
+        fail(failure.err, path);
     }
 }
 

@@ -4,6 +4,7 @@
 #include "site/lists.h"
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <sys/stat.h>
 
@@ -15,10 +16,16 @@ struct Entry {
     Identity identity;
 };
 
-/// What fstatat(2) and statx(2) tell; nothing where nothing is there.
+/// What statx(2) tells; nothing where nothing is there.
 /// \param name an empty one stands for the descriptor's own file.
-/// \throw std::system_error where it cannot be looked at: that is not "is not there".
+/// \throw nimbo::SystemError where it cannot be looked at: that is not "is not there".
 std::optional<Entry> entryAt(int directory, const char* name);
+
+/// There is no document root, so nothing lies in it.
+class NoDocumentRoot : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// A host's document root and what lies in it, for the site's account: reached by descriptors, and no link is followed
 /// in the host's directory, which its customer may own.  Paths are below the document root, as normalPath gives them.
@@ -26,23 +33,20 @@ class SiteTree {
 public:
     /// \param hosts directory of all hosts.
     /// \param documentRoot a path below it.
-    /// \throw std::runtime_error where the account cannot enter the document root.
+    /// \throw NoDocumentRoot; std::runtime_error where the account cannot enter it.
     SiteTree(const std::string& hosts, const std::string& documentRoot);
 
     /// The place of a path for the *at(2) calls, good until the next call.
     /// \param path its text must stay as it is while the place is used.
-    /// \return nothing where a directory on the way is missing.
-    /// \throw std::system_error where one cannot be entered, or is a link or no directory.
+    /// \return nothing where a directory on the way is missing, and where a link or a file stands in its place.
+    /// \throw nimbo::SystemError where one cannot be entered.
     std::optional<Place> find(const std::string& path);
 
-    /// As find, but a link or something else in the place of a directory on the way is as good as none.
-    std::optional<Place> findIfThere(const std::string& path);
-
-    /// As find, but a directory that is missing throws, too.
+    /// As find, but a directory that is missing throws nimbo::SystemError, too.
     Place of(const std::string& path);
 
-    /// The entry at a path; nothing where it or a directory on the way is missing.
-    /// \throw std::system_error where it cannot be looked at.
+    /// The entry at a path; nothing where find gives nothing or nothing is there.
+    /// \throw nimbo::SystemError where it cannot be looked at.
     std::optional<Entry> entry(const std::string& path);
 
 private:

@@ -2,6 +2,7 @@
 
 #include "deploy/file_copy.h"
 #include "files/paths.h"
+#include "runtime/errors.h"
 #include "site/cut_point.h"
 #include "site/swap.h"
 
@@ -9,7 +10,6 @@
 #include <fcntl.h>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <unordered_map>
 
 namespace site {
@@ -17,7 +17,7 @@ namespace site {
 namespace {
 
 [[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
+    nimbo::throwSystemError(what, errno);
 }
 
 class Staging {
@@ -38,7 +38,7 @@ public:
         if (to.get() < 0)
             fail(file.path);
         if (const int error = copyContent(from.get(), to.get(), status.st_size))
-            throw std::system_error(error, std::generic_category(), file.path);
+            nimbo::throwSystemError(file.path, error);
         if (fchmod(to.get(), file.mode) != 0 || !giveName(to, name))
             fail(file.path);
         const std::optional<Entry> written = entryAt(to.get(), "");

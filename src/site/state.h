@@ -9,11 +9,11 @@
 namespace site {
 
 /// The hosts of which anything is known, sorted.
-/// \throw std::system_error when that cannot be read.
+/// \throw nimbo::SystemError when that cannot be read.
 std::vector<std::string> hostsOf(const Settings& settings);
 
 /// The applications of a host of which anything is known, sorted by name.
-/// \throw std::system_error when that cannot be read.
+/// \throw nimbo::SystemError when that cannot be read.
 std::vector<Application> applicationsOf(const Settings& settings, const std::string& host);
 
 } // namespace site

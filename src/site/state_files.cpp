@@ -1,6 +1,7 @@
 #include "site/state_files.h"
 
 #include "files/paths.h"
+#include "runtime/errors.h"
 #include "site/child.h"
 
 #include <array>
@@ -9,14 +10,13 @@
 #include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <system_error>
 
 namespace site {
 
 namespace {
 
 [[noreturn]] void fail(const std::string& file) {
-    throw std::system_error(errno, std::generic_category(), file);
+    nimbo::throwSystemError(file, errno);
 }
 
 void syncDirectory(const std::string& directory) {

@@ -2,144 +2,142 @@
 
 #include "files/directory_walk.h"
 #include "files/paths.h"
-#include "site/record.h"
-#include "site/site_tree.h"
+#include "runtime/errors.h"
 #include "site/state_files.h"
 #include "site/swap.h"
 
+#include <boost/filesystem/operations.hpp>
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <stdexcept>
-#include <system_error>
+#include <unistd.h>
+
+namespace fs = boost::filesystem;
 
 namespace site {
 
 namespace {
 
 [[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
+    nimbo::throwSystemError(what, errno);
 }
 
-std::string callDirectory(const Places& places) {
-    return joined(places.store, "call");
+std::string callDirectory(const std::string& store) {
+    return joined(store, "call");
 }
 
-std::vector<std::string> namesIn(int directory) {
-    const auto closing = [](DIR* open) { closedir(open); };
-    const std::unique_ptr<DIR, decltype(closing)> open(fdopendir(openat(directory, ".", O_RDONLY | O_CLOEXEC)),
-                                                       closing);
-    std::vector<std::string> names;
-    while (const dirent* entry = open == nullptr ? nullptr : readdir(open.get())) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    return names;
+UniqueFd openDirectory(const std::string& directory) {
+    return UniqueFd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-/// The entries of a call that no site has any more, on their way out.
-class Sorting {
+/// What becomes of an entry that a call leaves in the store.
+bool isToBeKept(const Step& step, const Entry& entry, Ending ending) {
+    const Written now{entry.status.st_size, modificationOf(entry.status)};
+    const bool isFile = S_ISREG(entry.status.st_mode);
+    // A new file that came back may have been written to while it stood in the site.
+    if (step.staged.inode != 0 && entry.identity == step.staged)
+        return !isFile || now != step.brings;
+    if (step.standing.inode != 0 && entry.identity == step.standing)
+        return ending == Ending::TakenBack || !isFile || now != step.brought;
+    return true; // it is no file of this call: a visitor's, caught in an exchange
+}
+
+/// Takes entries out of a call's directory.
+class Emptying {
 public:
-    explicit Sorting(const Places& places) : kept_(joined(places.store, "kept/" + timeStamp())) {
+    explicit Emptying(const std::string& store) : kept_(joined(store, "kept/" + timeStamp())) {
         const std::string now = kept_;
         for (int number = 2; access(kept_.c_str(), F_OK) == 0; ++number) // two calls in one second
             kept_ = now + "." + std::to_string(number);
     }
 
+    /// Where something was kept; empty for nothing.
     std::string keptAt() const { return hasKept_ ? kept_ : std::string(); }
 
-    /// \param step whose name the entry has; null for none.
-    void end(int directory, const std::string& name, const Step* step) {
-        const std::optional<Entry> entry = entryAt(directory, name.c_str());
-        if (!entry)
-            return;
-        const bool wasThere = step != nullptr && step->standing.inode != 0 && entry->identity == step->standing;
-        if (wasThere && S_ISDIR(entry->status.st_mode) && unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0)
-            return;
-        // A file of a call that was taken back may have been written to as well while it stood in the site.
-        const bool came = step != nullptr && step->staged.inode != 0 && entry->identity == step->staged;
-        const Written now{entry->status.st_size, modificationOf(entry->status)};
-        const bool isPackages = S_ISREG(entry->status.st_mode) && now == (came ? step->brings : step->brought);
-        if ((wasThere || came) && !isPackages)
-            keep(directory, name, step->path);
-        else if (unlinkat(directory, name.c_str(), S_ISDIR(entry->status.st_mode) ? AT_REMOVEDIR : 0) != 0)
-            fail(name);
-    }
-
-private:
-    void keep(int directory, const std::string& name, const std::string& path) {
+    void keep(int call, const std::string& name, const std::string& path) {
         const std::string target = joined(kept_, path);
         makeDirectories(std::string(parentOf(target)));
-        if (renameat2(directory, name.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) != 0)
+        if (renameat2(call, name.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) != 0)
             fail(target);
         hasKept_ = true;
     }
 
+    static void remove(int call, const std::string& name) {
+        if (unlinkat(call, name.c_str(), 0) != 0)
+            fail(name);
+    }
+
+private:
     std::string kept_;
     bool hasKept_ = false;
 };
 
 } // namespace
 
-UniqueFd openStore(const Places& places, const Account& account) {
-    makeDirectories(places.store);
-    dropStore(places);
-    const std::string directory = callDirectory(places);
+UniqueFd openStore(const std::string& store, const Account& account) {
+    dropStore(store);
+    makeDirectories(store);
+    const std::string directory = callDirectory(store);
     if (mkdir(directory.c_str(), 0700) != 0 || chown(directory.c_str(), account.uid, account.gid) != 0)
         fail(directory);
-    return openLeftStore(places);
+    return openLeftStore(store);
 }
 
-void requireSameFileSystem(SiteTree& tree, int store, const Places& places) {
+UniqueFd openLeftStore(const std::string& store) {
+    const std::string directory = callDirectory(store);
+    UniqueFd call = openDirectory(directory);
+    if (call.get() < 0)
+        fail(directory);
+    return call;
+}
+
+void requireSameFileSystem(SiteTree& tree, int call, const std::string& store, const std::string& documentRoot) {
     struct stat site {};
     struct stat here {};
     const std::string root;
     const Place place = tree.of(root);
-    if (fstatat(place.directory, place.name, &site, 0) != 0 || fstat(store, &here) != 0)
-        fail(places.documentRoot);
+    if (fstatat(place.directory, place.name, &site, 0) != 0 || fstat(call, &here) != 0)
+        fail(documentRoot);
     if (site.st_dev != here.st_dev)
-        throw std::runtime_error(places.store + " is on another file system than " + places.documentRoot +
+        throw std::runtime_error(store + " is on another file system than " + documentRoot +
                                  ": set STORE to a directory on that one");
 }
 
-UniqueFd openLeftStore(const Places& places) {
-    const std::string directory = callDirectory(places);
-    UniqueFd store(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (store.get() < 0 && errno != ENOENT)
-        fail(directory);
-    return store;
+std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending) {
+    const UniqueFd call = openLeftStore(store);
+    Emptying emptying(store);
+    for (std::size_t number = 0; number < steps.size(); ++number) {
+        const std::string name = storeName(number);
+        const std::optional<Entry> entry = entryAt(call.get(), name.c_str());
+        if (entry && isToBeKept(steps[number], *entry, ending))
+            emptying.keep(call.get(), name, steps[number].path);
+        else if (entry)
+            Emptying::remove(call.get(), name);
+    }
+    return emptying.keptAt();
 }
 
-std::string endStore(const Places& places, const std::vector<Step>& steps) {
-    const UniqueFd store = openLeftStore(places);
-    if (store.get() < 0)
-        return {};
-    Sorting sorting(places);
-    for (std::size_t number = 0; number < steps.size(); ++number)
-        sorting.end(store.get(), storeName(number), &steps[number]);
-    dropStore(places);
-    return sorting.keptAt();
-}
-
-void dropStore(const Places& places) {
-    const UniqueFd store = openLeftStore(places);
-    if (store.get() < 0)
+void dropStore(const std::string& store) {
+    const std::string directory = callDirectory(store);
+    const UniqueFd call = openDirectory(directory);
+    if (call.get() < 0 && errno == ENOENT)
         return;
-    for (const std::string& name : namesIn(store.get()))
-        if (unlinkat(store.get(), name.c_str(), 0) != 0 && unlinkat(store.get(), name.c_str(), AT_REMOVEDIR) != 0)
-            fail(name);
-    const std::string directory = callDirectory(places);
+    if (call.get() < 0)
+        fail(directory);
+    for (fs::directory_iterator entry(directory), end; entry != end; ++entry) {
+        const std::string name = entry->path().filename().native();
+        if (unlinkat(call.get(), name.c_str(), 0) != 0)
+            fail(joined(directory, name));
+    }
     if (rmdir(directory.c_str()) != 0)
         fail(directory);
     // Where nothing is kept, nothing is left.
-    (void)rmdir(places.store.c_str());
-    (void)rmdir(places.hostStore.c_str());
+    (void)rmdir(store.c_str());
+    (void)rmdir(std::string(parentOf(store)).c_str());
 }
 
-void syncHosts(int store) {
-    if (syncfs(store) != 0)
+void syncHosts(int call) {
+    if (syncfs(call) != 0)
         fail("syncfs");
 }
 

@@ -3,7 +3,6 @@
 #include "runtime/handles.h"
 #include "site/account.h"
 #include "site/lists.h"
-#include "site/places.h"
 #include "site/site_tree.h"
 
 #include <string>
@@ -15,30 +14,42 @@
 namespace site {
 
 /// Makes the directory of a call, empty.
-/// \return its descriptor.
-/// \throw std::system_error
-UniqueFd openStore(const Places& places, const Account& account);
+/// \param store the application's.
+/// \return the call's descriptor.
+/// \throw nimbo::SystemError
+UniqueFd openStore(const std::string& store, const Account& account);
+
+/// The directory of a call that has begun.
+/// \throw nimbo::SystemError where it cannot be opened or is missing: then what it held is missing, too.
+UniqueFd openLeftStore(const std::string& store);
 
 /// \throw std::runtime_error when names cannot be exchanged between a site and its store.
-void requireSameFileSystem(SiteTree& tree, int store, const Places& places);
+void requireSameFileSystem(SiteTree& tree, int call, const std::string& store, const std::string& documentRoot);
 
-/// The directory of a call that was cut off; none where there is none.
-UniqueFd openLeftStore(const Places& places);
+/// How a call ends.
+enum class Ending {
+    Final,    ///< what was at the places before is not needed any more, unless somebody had changed it
+    TakenBack ///< what could not go back to its place is kept
+};
 
-/// Ends a call that has become final or has been taken back: what a package brought is removed, and what somebody had
-/// changed since goes to "kept/TIME", where root finds it.
+/// Empties the directory of a call: what a package brought is removed, and what is somebody else's goes to "kept/TIME",
+/// where root finds it.  Can be cut off and begun again.
 /// \param steps of the call.
 /// \return where something was kept; empty for nothing.
-/// \throw std::system_error; the next call goes on with it.
-std::string endStore(const Places& places, const std::vector<Step>& steps);
+/// \throw nimbo::SystemError
+std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending);
 
-/// Removes the directory of a call whose steps were never begun.
-void dropStore(const Places& places);
+/// Removes the directory of a call with all that it holds, if there is one.  For a call whose steps were never begun or
+/// that has emptied it.
+/// \throw nimbo::SystemError
+void dropStore(const std::string& store);
 
 /// Has the disk take all that was written to the hosts' file system.
-void syncHosts(int store);
+/// \param call descriptor of a call's directory.
+/// \throw nimbo::SystemError
+void syncHosts(int call);
 
-/// What is kept, one path a file, below the store.
+/// The files that are kept.
 std::vector<std::string> keptFiles(const std::string& store);
 
 } // namespace site

@@ -1,16 +1,16 @@
 #include "site/swap.h"
 
+#include "runtime/errors.h"
 #include "site/cut_point.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <iostream>
-#include <memory>
 #include <stdexcept>
-#include <system_error>
+#include <tuple>
+#include <unistd.h>
 
 namespace site {
 
@@ -18,8 +18,11 @@ namespace {
 
 constexpr mode_t permissions = 07777;
 
+/// A link in the store that has the number of the step that was refused.
+constexpr const char* reachedName = "reached";
+
 [[noreturn]] void fail(const std::string& path) {
-    throw std::system_error(errno, std::generic_category(), path);
+    nimbo::throwSystemError(path, errno);
 }
 
 [[noreturn]] void refuse(const std::string& path, const char* what) {
@@ -35,27 +38,11 @@ bool isEntry(const std::optional<Entry>& entry, const Identity& identity) {
 }
 
 /// Through a descriptor that needs no right to read, so that no link is followed.
-void changeModeAt(const Place& place, mode_t mode, const std::string& path) {
-    const UniqueFd fd(openat(place.directory, place.name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+void changeMode(int directory, const char* name, mode_t mode, const std::string& path) {
+    const UniqueFd fd(openat(directory, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     const std::string link = "/proc/self/fd/" + std::to_string(fd.get());
     if (fd.get() < 0 || chmod(link.c_str(), mode) != 0)
         fail(path);
-}
-
-/// True for a directory without entries.
-bool isEmptyDirectory(int directory, const std::string& name) {
-    UniqueFd fd(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (fd.get() < 0)
-        return false;
-    const auto closing = [](DIR* open) { closedir(open); };
-    const std::unique_ptr<DIR, decltype(closing)> open(fdopendir(fd.get()), closing);
-    if (open == nullptr)
-        return false;
-    fd.release();
-    while (const dirent* entry = readdir(open.get()))
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-            return false;
-    return true;
 }
 
 /// Both ends of a move.
@@ -79,31 +66,35 @@ public:
     Carrying(SiteTree& tree, int store) : tree_(tree), store_(store) {}
 
     void carryOut(const Step& step, std::size_t number) {
-        const auto ends = [&] { return Ends{tree_.of(step.path), store_, storeName(number)}; };
+        const std::optional<Place> place = tree_.find(step.path);
+        if (!place && step.kind != StepKind::TakeFile && step.kind != StepKind::ChangeMode)
+            nimbo::throwSystemError(step.path, ENOENT);
+        if (!place)
+            return; // somebody has removed it with its directory
+        const Ends ends{*place, store_, storeName(number)};
         switch (step.kind) {
         case StepKind::MakeDirectory:
-            makeDirectory(step, tree_.of(step.path));
+            makeDirectory(step, ends.place);
             break;
         case StepKind::ChangeMode:
-            changeMode(step);
+            changeModeOfDirectory(step, ends.place);
             break;
         case StepKind::AddFile:
-            if (!ends().toSite(RENAME_NOREPLACE))
+            if (!ends.toSite(RENAME_NOREPLACE))
                 failAt(step.path);
             break;
         case StepKind::ExchangeFile:
-            exchange(step, ends());
+            exchange(step, ends);
             break;
         case StepKind::TakeFile:
-            if (const auto place = tree_.findIfThere(step.path)) // else somebody has removed or replaced its directory
-                take(step, {*place, store_, storeName(number)});
+            take(step, ends);
             break;
         case StepKind::RemoveDirectory:
             break;
         }
     }
 
-    std::vector<mode_t> made;
+    const std::vector<mode_t>& modesOfMade() const { return modesOfMade_; }
 
 private:
     static constexpr const char* changed = "something else stands there than when the site was looked at";
@@ -121,16 +112,15 @@ private:
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
         const mode_t mode = entry ? entry->status.st_mode & permissions : step.mode;
         if ((mode & step.mode) != step.mode)
-            changeModeAt(place, mode | step.mode, step.path);
-        made.push_back(mode | step.mode);
+            changeMode(place.directory, place.name, mode | step.mode, step.path);
+        modesOfMade_.push_back(mode | step.mode);
     }
 
-    /// A directory that somebody has removed or replaced has nothing for which it would need the mode.
-    void changeMode(const Step& step) {
-        const std::optional<Place> place = tree_.findIfThere(step.path);
-        const std::optional<Entry> entry = place ? entryAt(place->directory, place->name) : std::nullopt;
+    /// What somebody has put in a directory's place has nothing for which it would need the mode.
+    static void changeModeOfDirectory(const Step& step, const Place& place) {
+        const std::optional<Entry> entry = entryAt(place.directory, place.name);
         if (entry && S_ISDIR(entry->status.st_mode))
-            changeModeAt(*place, step.mode, step.path);
+            changeMode(place.directory, place.name, step.mode, step.path);
     }
 
     /// What comes to the store has to be what was planned, also where it changed at the last moment.
@@ -139,9 +129,7 @@ private:
             refuse(step.path, changed);
         if (!ends.toSite(RENAME_EXCHANGE))
             fail(step.path);
-        const std::optional<Entry> stored = ends.stored();
-        const bool isPlanned = isEntry(stored, step.standing);
-        if (isPlanned && (!S_ISDIR(stored->status.st_mode) || isEmptyDirectory(ends.store, ends.name)))
+        if (isEntry(ends.stored(), step.standing))
             return;
         (void)ends.toSite(RENAME_EXCHANGE);
         refuse(step.path, changed);
@@ -163,41 +151,51 @@ private:
 
     SiteTree& tree_;
     int store_;
+    std::vector<mode_t> modesOfMade_;
 };
 
 /// Takes steps back, in the reverse order of Carrying.
 class TakingBack {
 public:
-    TakingBack(SiteTree& tree, int store) : tree_(tree), store_(store) {}
+    /// \param tree null where there is no document root any more.
+    TakingBack(SiteTree* tree, int store) : tree_(tree), store_(store), reached_(reachedStep()) {}
 
-    bool isWhole = true;
+    /// True when every place is as before.
+    bool isWhole() const { return isWhole_; }
 
     void takeBack(const Step& step, std::size_t number) {
-        const std::optional<Place> place = tree_.findIfThere(step.path);
-        if (!place) {
-            if (step.standing.inode != 0 && isEntry(entryAt(store_, storeName(number).c_str()), step.standing))
-                leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
+        const Identity stored = identityOf(entryAt(store_, storeName(number).c_str()));
+        std::optional<Place> place;
+        try {
+            place = tree_ == nullptr ? std::nullopt : tree_->find(step.path);
+        } catch (const nimbo::SystemError& failure) {
+            if (failure.err != EACCES)
+                throw;
+            // Its owner has closed the directory: a call that waited for it would never end.
+            leave(step.path, "left as it is: its directory is closed");
             return;
         }
-        const Ends ends{*place, store_, storeName(number)};
+        const Ends ends{place.value_or(Place{-1, ""}), store_, storeName(number)};
+        if (!place && step.standing.inode != 0 && stored == step.standing)
+            leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
+        if (!place)
+            return;
         switch (step.kind) {
         case StepKind::MakeDirectory:
-            // One that holds something is a visitor's by now.
-            if (unlinkat(place->directory, place->name, AT_REMOVEDIR) != 0 && errno != ENOTEMPTY && errno != EEXIST &&
-                errno != ENOENT && errno != ENOTDIR)
-                fail(step.path);
+            if (number < reached_)
+                removeDirectory(step, *place);
             break;
         case StepKind::ChangeMode:
             changeModeBack(step, *place);
             break;
         case StepKind::AddFile:
-            addBack(step, ends);
+            addBack(step, ends, stored);
             break;
         case StepKind::ExchangeFile:
-            exchangeBack(step, ends);
+            exchangeBack(step, ends, stored);
             break;
         case StepKind::TakeFile:
-            putBack(step, ends);
+            putBack(step, ends, stored);
             break;
         case StepKind::RemoveDirectory:
             break;
@@ -205,44 +203,68 @@ public:
     }
 
 private:
+    static Identity identityOf(const std::optional<Entry>& entry) { return entry ? entry->identity : Identity(); }
+
+    /// The step that was refused, if one was: the directories of later ones are not this call's.
+    std::size_t reachedStep() const {
+        std::array<char, 32> digits{};
+        const ssize_t length = readlinkat(store_, reachedName, digits.data(), digits.size() - 1);
+        return length > 0 ? std::stoul(digits.data()) : ~std::size_t{0};
+    }
+
     void leave(const std::string& path, const char* why) {
         tell(path, why);
-        isWhole = false;
+        isWhole_ = false;
+    }
+
+    static void removeDirectory(const Step& step, const Place& place) {
+        const std::optional<Entry> entry = entryAt(place.directory, place.name);
+        if (!entry || !S_ISDIR(entry->status.st_mode) || entry->status.st_uid != geteuid())
+            return;
+        // One that holds something is a visitor's by now.
+        if (unlinkat(place.directory, place.name, AT_REMOVEDIR) != 0 && errno != ENOTEMPTY && errno != EEXIST &&
+            errno != ENOENT && errno != ENOTDIR)
+            fail(step.path);
     }
 
     static void changeModeBack(const Step& step, const Place& place) {
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
         if (entry && S_ISDIR(entry->status.st_mode) && (entry->status.st_mode & permissions) == step.mode)
-            changeModeAt(place, step.before, step.path);
+            changeMode(place.directory, place.name, step.before, step.path);
     }
 
-    static void addBack(const Step& step, const Ends& ends) {
-        if (isEntry(ends.standing(), step.staged) && !ends.toStore())
+    void addBack(const Step& step, const Ends& ends, const Identity& stored) {
+        if (stored == step.staged)
+            return; // it was not done
+        const std::optional<Entry> standing = ends.standing();
+        if (isEntry(standing, step.staged) && !ends.toStore())
+            fail(step.path);
+        if (standing && standing->identity != step.staged)
+            leave(step.path, "left as it is: somebody has put it there");
+    }
+
+    void exchangeBack(const Step& step, const Ends& ends, const Identity& stored) {
+        if (stored == step.staged)
+            return; // it was not done
+        if (!isEntry(ends.standing(), step.staged))
+            putBack(step, ends, stored);
+        else if (!ends.toSite(RENAME_EXCHANGE))
             fail(step.path);
     }
 
-    void exchangeBack(const Step& step, const Ends& ends) {
-        if (isEntry(ends.stored(), step.staged))
-            return; // it was not done
-        if (isEntry(ends.standing(), step.staged)) {
-            if (!ends.toSite(RENAME_EXCHANGE))
-                fail(step.path);
-        } else {
-            putBack(step, ends);
-        }
-    }
-
     /// Gives the old entry its name back, if nobody else has taken that.
-    void putBack(const Step& step, const Ends& ends) {
-        if (!isEntry(ends.stored(), step.standing) || ends.toSite(RENAME_NOREPLACE))
+    void putBack(const Step& step, const Ends& ends, const Identity& stored) {
+        if (stored != step.standing || ends.toSite(RENAME_NOREPLACE))
             return;
         if (errno != EEXIST)
             fail(step.path);
         leave(step.path, "left as it is: somebody has put it there; the old one is kept");
     }
 
-    SiteTree& tree_;
+    SiteTree* tree_;
     int store_;
+    std::size_t reached_;
+    bool isWhole_ = true;
 };
 
 } // namespace
@@ -251,12 +273,18 @@ std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>&
     Carrying carrying(tree, store);
     for (std::size_t number = 0; number < steps.size(); ++number) {
         cutPoint("swap");
-        carrying.carryOut(steps[number], number);
+        try {
+            carrying.carryOut(steps[number], number);
+        } catch (const std::exception&) {
+            // Without room for it the directories of later steps count as made.
+            std::ignore = symlinkat(std::to_string(number).c_str(), store, reachedName);
+            throw;
+        }
     }
-    return carrying.made;
+    return carrying.modesOfMade();
 }
 
-bool takeBack(SiteTree& tree, int store, const std::vector<Step>& steps) {
+bool takeBack(SiteTree* tree, int store, const std::vector<Step>& steps) {
     TakingBack taking(tree, store);
     std::size_t failures = 0;
     for (std::size_t number = steps.size(); number-- > 0;) {
@@ -271,7 +299,7 @@ bool takeBack(SiteTree& tree, int store, const std::vector<Step>& steps) {
     if (failures > 0)
         throw std::runtime_error(std::to_string(failures) + (failures == 1 ? " step" : " steps") +
                                  " could not be taken back");
-    return taking.isWhole;
+    return taking.isWhole();
 }
 
 void removeDirectories(SiteTree& tree, const std::vector<Step>& steps) {
@@ -279,10 +307,10 @@ void removeDirectories(SiteTree& tree, const std::vector<Step>& steps) {
         if (step->kind != StepKind::RemoveDirectory)
             continue;
         try {
-            if (const auto place = tree.findIfThere(step->path))
+            if (const auto place = tree.find(step->path))
                 (void)unlinkat(place->directory, place->name, AT_REMOVEDIR);
-        } catch (const std::system_error&) {
-            continue; // closed to the account by now
+        } catch (const nimbo::SystemError&) {
+            continue; // its owner has closed what holds it
         }
     }
 }

@@ -10,18 +10,18 @@
 
 namespace site {
 
-/// Carries steps out in their order, all but RemoveDirectory.  Those that are done already are passed over.
+/// Carries steps out in their order, all but RemoveDirectory.  A file that is to be taken and is not there any more is
+/// none, and what somebody else has put in its place stays; so steps of a removal can be carried out again.
 /// \param store directory of the staged files.
-/// What a TakeFile step does not find any more stays away, and what somebody else has put there stays.
 /// \return the modes of directories that were made, one a step of that kind.
 /// \throw std::exception for the first step that cannot be carried out; those before it have been.
 std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps);
 
-/// Takes back what was carried out, in the reverse order.  Only what this call brought to a place is taken from it:
-/// where somebody else has put something there, that stays and a line on standard error tells so.
-/// \return true when every place is as before.
+/// Takes back what was carried out, in the reverse order; can be cut off and begun again.  Only what this call brought
+/// to a place is taken from it.  Where somebody else has put something there, that stays and a line on standard error
+/// tells so. \param tree null where there is no document root any more. \return true when every place is as before.
 /// \throw std::runtime_error when a step could not be taken back, after all others have been tried.
-bool takeBack(SiteTree& tree, int store, const std::vector<Step>& steps);
+bool takeBack(SiteTree* tree, int store, const std::vector<Step>& steps);
 
 /// Removes the directories of RemoveDirectory steps, contents before what holds them, those that are empty.
 void removeDirectories(SiteTree& tree, const std::vector<Step>& steps);

@@ -8,15 +8,15 @@
 
 namespace site {
 
-/// Runs one step of an act.  When it fails, its name stands before the cause.
-/// \throw Interrupted as it is, for every other exception std::runtime_error.
+/// Runs one part of an act.  When it fails, the part's name stands before the cause.
+/// \throw Interrupted as it is; std::runtime_error in the place of every other exception.
 template <class Work>
 auto inStep(const std::string& step, const Work& work) {
     try {
         return work();
     } catch (const Interrupted&) {
         throw;
-    } catch (const nimbo::FSAXMLException& failure) {
+    } catch (const nimbo::FSAXMLException& failure) { // no handler for std::exception catches it
         throw std::runtime_error(step + ": " + failure.what());
     } catch (const std::exception& failure) {
         throw std::runtime_error(step + ": " + failure.what());

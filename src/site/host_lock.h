@@ -1,0 +1,14 @@
+#pragma once
+
+#include "site/places.h"
+#include "site/state_files.h"
+
+#include <chrono>
+
+namespace site {
+
+/// Waits for the lock of an application's host and says so.  Two calls for one host never work at once.
+/// \throw std::exception as FileLock::take.
+FileLock lockHost(const Application& application, const Places& places, std::chrono::seconds wait);
+
+} // namespace site
