@@ -154,7 +154,8 @@ int conf_read_file_r(const char* path, conf_table* table) {
     }
     LineBuffer line;
     // What follows a NUL byte in a line is not seen: names and values are C strings.
-    while (getline(&line.text, &line.size, file.get()) >= 0)
+    // Where reading fails in the middle of a line, getline(3) hands out what it has of it: that is no line.
+    while (getline(&line.text, &line.size, file.get()) >= 0 && std::ferror(file.get()) == 0)
         if (readLine(line.text, table) != 0)
             return -1;
     if (std::feof(file.get()) == 0) {

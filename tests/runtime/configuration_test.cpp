@@ -1,16 +1,22 @@
 #include "runtime/conf_table.h"
 #include "runtime/errors.h"
+#include "runtime/handles.h"
 #include "runtime/kro_conf.h"
 #include "runtime/temporary_file.h"
 #include "runtime/utility_log.h"
 #include "tests/support/support.h"
 #include "xml/document.h"
 
+#include <array>
 #include <cerrno>
+#include <csignal>
+#include <fcntl.h>
 #include <iostream>
 #include <optional>
 #include <regex>
 #include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 namespace {
 
@@ -79,6 +85,27 @@ TEST_F(Configuration, WhatCannotBeReadChangesNothing) {
     EXPECT_EQ(errno, EISDIR);
     EXPECT_EQ(table->sorted, 0);
     EXPECT_EQ(show(conf_get_r("V", table.get())), "x");
+}
+
+TEST_F(Configuration, ALineThatASignalCutsOffIsNone) {
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+    const UniqueFd reading(pipe[0]);
+    const UniqueFd writing(pipe[1]);
+    const std::string text = "V whole\nW unfinished";
+    ASSERT_EQ(write(writing.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    struct sigaction interruption {};
+    interruption.sa_handler = [](int) {};
+    sigaction(SIGALRM, &interruption, nullptr);
+    const itimerval soon{{0, 20'000}, {0, 20'000}};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    const Table table = emptyTable();
+    EXPECT_EQ(conf_read_file_r(("/dev/fd/" + std::to_string(reading.get())).c_str(), table.get()), -1);
+    EXPECT_EQ(errno, EINTR);
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_EQ(show(conf_get_r("V", table.get())), "whole");
+    EXPECT_EQ(show(conf_get_r("W", table.get())), "(null)");
 }
 
 TEST_F(Configuration, AFullTableGrowsBeforeItIsKnownThatNothingIsAdded) {

@@ -30,12 +30,63 @@ protected:
     }
 };
 
-TEST_F(FragmentText, IsWhatTheGuidesShow) {
-    const std::string authors = contentOf(LARKSPUR_SOURCE_DIR "/docs/package-author-guide.md");
-    const auto begin = authors.rfind("```xml\n", authors.find("```apache\n")) + 7;
-    const std::string elements = authors.substr(begin, authors.find("```", begin) - begin);
-    const std::string text = textOf(elements, {true, true, "/srv/site", subdirectoryPathOf("notes")});
-    EXPECT_THAT(authors, HasSubstr("```apache\n" + text + "```\n"));
+TEST_F(FragmentText, OfTheExample) {
+    const nimbo::FSAMetaDataReader example(LARKSPUR_SOURCE_DIR "/examples/guestbook/APP-META.xml");
+    const FragmentSettings visitors{true, true, "/var/www/vhosts/example.com/httpdocs", "/visitors"};
+    EXPECT_EQ(fragmentText(example.get_web_content_info(), visitors), R"(# ATTENTION!
+# DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO
+# FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.
+<Directory /var/www/vhosts/example.com/httpdocs/visitors/ >
+
+<IfModule mod_php4.c>
+  php_admin_flag engine on
+  AddHandler php-script .php 
+</IfModule>
+
+<IfModule mod_php5.c>
+  php_admin_flag engine on
+  AddHandler php5-script .php 
+</IfModule>
+
+</Directory>
+
+RedirectPermanent /visitors/old http://guestbook.example/archive
+
+<Directory /var/www/vhosts/example.com/httpdocs/visitors/docs >
+
+<IfModule mod_cgi.c>
+  Options -ExecCGI
+</IfModule>
+
+</Directory>
+
+<Directory /var/www/vhosts/example.com/httpdocs/visitors/data >
+
+<IfModule mod_php4.c>
+  php_admin_flag engine off
+</IfModule>
+<IfModule mod_php5.c>
+  php_admin_flag engine off
+</IfModule>
+<IfModule mod_cgi.c>
+  Options -ExecCGI
+</IfModule>
+
+</Directory>
+
+<Directory /var/www/vhosts/example.com/httpdocs/visitors/cgi-bin >
+
+<IfModule mod_cgi.c>
+  Options +ExecCGI
+  <Files ~ (\.pl$)>
+    SetHandler None
+  </Files>
+  AddHandler cgi-script .cgi 
+</IfModule>
+
+</Directory>
+
+)");
 }
 
 TEST_F(FragmentText, HasOnlyMappingsWithDirectives) {
