@@ -125,6 +125,8 @@ std::string answerOf(const std::function<std::string()>& work) {
     kept.push_back(result);
     closeAllBut(kept);
     signalDescriptor = -1;
+    for (int signal = 1; signal < NSIG; ++signal) // what the caller has ignored, no script knows of
+        (void)std::signal(signal, SIG_DFL);
     sigprocmask(SIG_UNBLOCK, &watched, nullptr);
     writeAll(result, answerOf(work));
     std::cerr.flush();

@@ -66,8 +66,10 @@ public:
     Carrying(SiteTree& tree, int store) : tree_(tree), store_(store) {}
 
     void carryOut(const Step& step, std::size_t number) {
+        const bool bringsSomething = step.kind == StepKind::MakeDirectory || step.kind == StepKind::AddFile ||
+                                     step.kind == StepKind::ExchangeFile;
         const std::optional<Place> place = tree_.find(step.path);
-        if (!place && step.kind != StepKind::TakeFile && step.kind != StepKind::ChangeMode)
+        if (!place && bringsSomething)
             nimbo::throwSystemError(step.path, ENOENT);
         if (!place)
             return; // somebody has removed it with its directory
@@ -90,7 +92,7 @@ public:
             take(step, ends);
             break;
         case StepKind::RemoveDirectory:
-            break;
+            break; // last of all, by removeDirectories
         }
     }
 

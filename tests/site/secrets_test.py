@@ -33,8 +33,8 @@ class SecretsTest(SiteTest):
         rows = [
             ("names of the program's own", {b"user": b"siteb", b"host": b"x", b"STATE": b"/x", b"record": b"1"}),
             ("names of the fixed environment", {b"PATH": b"/usr/bin:/bin:/mine", b"HOME": b"/x", b"USER": b"siteb"}),
-            ("names that no shell can have", {b"a.b": b"1", b"-x": b"2", b"1": b"3", b"a b": b"4", b" ": b"5",
-                                              b"a\tb": b"6", "ü".encode(): b"7", b"\xff": b"8", b"%s": b"9"}),
+            ("names that no shell can have", {b"a.b": b"1", b"-x": b"2", b"1": b"3", "ü".encode(): b"4",
+                                              b"\xff": b"5", b"%s": b"6"}),
             ("names of the loader", {b"LD_LIBRARY_PATH": b"/none", b"IFS": b"x", b"ENV": b"/none"}),
             ("values", {b"a": b"", b"b": b" blanks ", b"c": b"'\"$HOME`id`\\", b"d": b"x=y", b"e": b"\r", b"f": b"\xff",
                         b"g": b"#", b"h": b"x" * 100000}),
@@ -50,7 +50,9 @@ class SecretsTest(SiteTest):
 
     def test_lines_that_cannot_be_variables_are_refused_by_name(self):
         rows = [(b"a=1\nword\n", ", line 2: no NAME=VALUE"), (b"=x\n", ", line 1: no NAME=VALUE"),
-                (b"\n# x\nkey=a\0b\n", ", line 3: key has a NUL byte")]
+                (b"\n# x\nkey=a\0b\n", ", line 3: key has a NUL byte"),
+                (b"export key=x\n", ", line 1: a blank in the name export key"),
+                (b" key=x\n", ", line 1: a blank in the name  key")]
         for text, cause in rows:
             with self.subTest(text):
                 self.own.write_bytes(text)
