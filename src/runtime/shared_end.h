@@ -5,8 +5,8 @@
 
 /// While an object lives, this process does not end before a child that it waits for, and leaves none behind: the
 /// signals that ask it to end are kept back, and a program that forkExecvPipes starts is killed with it.  Kept back are
-/// SIGHUP, SIGINT, SIGQUIT and SIGTERM, as far as this process neither handles, ignores nor blocks them; they take effect
-/// at the end of the scope.  One object at a time.  Process-wide effect; for single-threaded processes.
+/// SIGHUP, SIGINT, SIGQUIT and SIGTERM, as far as this process neither handles, ignores nor blocks them; they take
+/// effect at the end of the scope.  One object at a time.  Process-wide effect; for single-threaded processes.
 class SharedEnd {
 public:
     SharedEnd();
