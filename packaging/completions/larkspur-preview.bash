@@ -1,41 +1,41 @@
 # bash completion for larkspur-preview(1)                           -*- shell-script -*-
 
 _larkspur_preview() {
-    local word=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]}
-    # readline splits words at "=".
-    if [[ $word == = ]]; then
-        word=""
-    elif [[ $option == = ]]; then
-        option=${COMP_WORDS[COMP_CWORD - 2]}
-    fi
+    local words quote stays typed option start given users
+    # A bare switch does nothing: its value belongs to it.
+    local options=(--format= --summary --all --ignore= --metadata-file= --www-root= --application-subdirectory=
+        --previous-list= --previous-package= --user-name= --skip-webserver-write --disable-php-support=1
+        --disable-cgi-support=1 --help --version)
     COMPREPLY=()
+    _larkspur_read_line || return
+    _larkspur_find_option "${options[@]}"
     case $option in
-        --format) mapfile -t COMPREPLY < <(compgen -W "text json installed-files obsolete-files fragment" -- "$word") ;;
+        --format) _larkspur_offer "$start"{text,json,installed-files,obsolete-files,fragment} ;;
         --ignore)
-            mapfile -t COMPREPLY < <(compgen -W "broken-link directory-occupied dotted-extension edited empty-redirect
-                file-occupied htaccess leads-elsewhere missing-source no-document-root no-parent no-script
-                not-permitted outside-package path-too-long replaces shadowed ships-data special-file
-                unknown-attribute unknown-element unreadable-site unreadable-source unrepresentable-name
-                url-leaves-root url-text" \
-                -- "$word")
+            _larkspur_offer "$start"{broken-link,directory-occupied,dotted-extension,edited,empty-redirect} \
+                "$start"{file-occupied,htaccess,leads-elsewhere,missing-source,no-document-root,no-parent,no-script} \
+                "$start"{not-permitted,outside-package,path-too-long,replaces,shadowed,ships-data,special-file} \
+                "$start"{unknown-attribute,unknown-element,unreadable-site,unreadable-source,unrepresentable-name} \
+                "$start"{url-leaves-root,url-text}
             ;;
-        --metadata-file | --previous-list) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
-        --www-root | --previous-package) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
-        --user-name) mapfile -t COMPREPLY < <(compgen -u -- "$word") ;;
-        --application-subdirectory) ;;
+        --metadata-file | --previous-list) _larkspur_offer_paths files "$start" ;;
+        --www-root | --previous-package) _larkspur_offer_paths directories "$start" ;;
+        --user-name)
+            mapfile -t users < <(compgen -P "$start" -u)
+            _larkspur_offer "${users[@]}"
+            ;;
+        --application-subdirectory)
+            _larkspur_find_given --www-root
+            _larkspur_offer_paths places "$start" "$given"
+            ;;
         *)
-            if [[ $word == -* ]]; then
-                # A bare switch does nothing: its value belongs to it.
-                mapfile -t COMPREPLY < <(compgen -W "--format= --summary --all --ignore= --metadata-file= --www-root=
-                    --application-subdirectory= --previous-list= --previous-package= --user-name=
-                    --skip-webserver-write --disable-php-support=1 --disable-cgi-support=1 --help --version" -- "$word")
-                [[ ${#COMPREPLY[@]} -ne 1 || ${COMPREPLY[0]} != *= ]] || compopt -o nospace 2>/dev/null
-                return
+            if [[ ${words[-1]} == -* ]]; then
+                _larkspur_offer "${options[@]}"
+            else
+                _larkspur_offer_paths directories ""
             fi
-            mapfile -t COMPREPLY < <(compgen -d -- "$word")
             ;;
     esac
-    [[ $option == --format || $option == --ignore || $option == --user-name ]] || compopt -o filenames 2>/dev/null
 }
 
 complete -F _larkspur_preview larkspur-preview

@@ -1,107 +1,81 @@
 # bash completion for larkspur-site(8)                              -*- shell-script -*-
 
-# A word without its quotes and backslashes; nothing in it is expanded.
-_larkspur_site_unquoted() {
-    local i char quote="" plain=""
-    for ((i = 0; i < ${#1}; i++)); do
-        char=${1:i:1}
-        if [[ -n $quote && $char == "$quote" ]]; then
-            quote=""
-        elif [[ -z $quote && $char == [\"\'] ]]; then
-            quote=$char
-        elif [[ $char == \\ && $quote != \' ]]; then
-            plain+=${1:++i:1}
-        else
-            plain+=$char
-        fi
+# Sets "setting" to a setting of the machine: NAME DEFAULT.
+_larkspur_site_read_setting() {
+    local words quote stays typed
+    _larkspur_read_words "$(sed -n "s/^[[:blank:]]*$1=//p" "$settings" 2>/dev/null | tail -n 1)"
+    setting=${words[-1]:-$2}
+}
+
+_larkspur_site_offer_hosts() {
+    local setting found
+    _larkspur_site_read_setting STATE /var/lib/larkspur
+    _larkspur_find_paths places "" "$setting/sites"
+    _larkspur_offer "${found[@]}"
+}
+
+# The same with hosts that have no application yet.
+_larkspur_site_offer_all_hosts() {
+    local setting found host hosts=()
+    _larkspur_site_read_setting VHOSTS /var/www/vhosts
+    _larkspur_find_paths places "" "$setting"
+    for host in "${found[@]}"; do
+        [[ $host == system ]] || hosts+=("$host")
     done
-    printf '%s\n' "$plain"
+    _larkspur_offer "${hosts[@]}"
 }
 
-# A setting of the machine: NAME DEFAULT.
-_larkspur_site_setting() {
-    local value
-    value=$(sed -n "s/^[[:blank:]]*$1=//p" "$settings" 2>/dev/null | tail -n 1)
-    value=$(_larkspur_site_unquoted "$value")
-    printf '%s\n' "${value:-$2}"
+# The names of what is installed in a host.
+_larkspur_site_offer_names() {
+    local setting found
+    _larkspur_site_read_setting STATE /var/lib/larkspur
+    _larkspur_find_paths places "" "$setting/sites/$1"
+    found=("${found[@]//%2F/\/}")
+    found=("${found[@]/#%2E/.}")
+    _larkspur_offer "${found[@]//%25/%}"
 }
 
-# The names of the directories in a directory, a line each.
-_larkspur_site_directories() { (cd -- "$1" 2>/dev/null && compgen -d | sort); }
-
-# What is installed, from its state.
-_larkspur_site_sites() { printf '%s/sites\n' "$(_larkspur_site_setting STATE /var/lib/larkspur)"; }
-_larkspur_site_hosts() { _larkspur_site_directories "$(_larkspur_site_sites)"; }
-_larkspur_site_names() {
-    _larkspur_site_directories "$(_larkspur_site_sites)/$1" | sed 's/%2F/\//g; s/%2E/./; s/%25/%/g'
-}
-_larkspur_site_accounts() {
-    sed -n 's/.*"account":"\([^"]*\)".*/\1/p' "$(_larkspur_site_sites)/$1"/*/record.json 2>/dev/null | sort -u
-}
-
-# Offers those lines of standard input that begin with the word.
-_larkspur_site_offer() {
-    local candidate begin
-    begin=$(_larkspur_site_unquoted "$word")
-    while IFS= read -r candidate; do
-        [[ $candidate == "$begin"* ]] || continue
-        [[ $word == [\"\']* ]] || candidate=$(printf '%q' "$candidate")
-        COMPREPLY+=("$candidate")
-    done
+# The accounts that a host's applications belong to; all there are where it has none.
+_larkspur_site_offer_accounts() {
+    local setting accounts
+    _larkspur_site_read_setting STATE /var/lib/larkspur
+    mapfile -t accounts < <(
+        sed -n 's/.*"account":"\([^"]*\)".*/\1/p' "$setting/sites/$1"/*/record.json 2>/dev/null | sort -u
+    )
+    [[ ${#accounts[@]} -gt 0 ]] || mapfile -t accounts < <(compgen -u)
+    _larkspur_offer "${accounts[@]}"
 }
 
 _larkspur_site() {
-    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} settings=/etc/larkspur/site.conf
-    local acts="present absent reload recover list status verify" i place=() host
-    # readline splits words at "=".
-    if [[ $word == = ]]; then
-        word=""
-    elif [[ $before == = ]]; then
-        before=${COMP_WORDS[COMP_CWORD - 2]}
-    fi
+    local words quote stays typed option start given settings word act="" places=()
+    local acts=(present absent reload recover list status verify)
+    local options=(--dry-run --ignore= --json --language= --list= --repair --script= --settings= --wait=
+        --without-script --help --version)
     COMPREPLY=()
-    case $before in
-        --settings | --list)
-            mapfile -t COMPREPLY < <(compgen -f -- "$word")
-            compopt -o filenames 2>/dev/null
-            return
-            ;;
-        --language) mapfile -t COMPREPLY < <(compgen -W "php perl binary zt-engine-nimborun" -- "$word"); return ;;
+    _larkspur_read_line || return
+    _larkspur_find_option "${options[@]}"
+    case $option in
+        --settings | --list) _larkspur_offer_paths files "$start"; return ;;
+        --language) _larkspur_offer "$start"{php,perl,binary,zt-engine-nimborun}; return ;;
         --ignore | --script | --wait) return ;;
     esac
-    for ((i = 1; i < COMP_CWORD; i++)); do
-        if [[ ${#place[@]} -gt 0 || " $acts " == *" ${COMP_WORDS[i]} "* ]]; then
-            place+=("${COMP_WORDS[i]}")
-        elif [[ ${COMP_WORDS[i]} == --settings ]]; then
-            [[ ${COMP_WORDS[i + 1]} == = ]] && settings=${COMP_WORDS[i + 2]} || settings=${COMP_WORDS[i + 1]}
-            settings=$(_larkspur_site_unquoted "$settings")
+    _larkspur_find_given --settings
+    settings=${given:-/etc/larkspur/site.conf}
+    for word in "${words[@]:1:${#words[@]}-2}"; do
+        if [[ -n $act ]]; then
+            places+=("$word")
+        elif [[ " ${acts[*]} " == *" $word "* ]]; then
+            act=$word
         fi
     done
-    case ${place[0]-}:${#place[@]} in
-        :0)
-            mapfile -t COMPREPLY < <(compgen -W "$acts --dry-run --ignore= --json --language= --list= --repair
-                --script= --settings= --wait= --without-script --help --version" -- "$word")
-            [[ ${#COMPREPLY[@]} -ne 1 || ${COMPREPLY[0]} != *= ]] || compopt -o nospace 2>/dev/null
-            ;;
-        present:1) mapfile -t COMPREPLY < <(compgen -d -- "$word"); compopt -o filenames 2>/dev/null ;;
-        present:2)
-            _larkspur_site_offer < <(_larkspur_site_directories "$(_larkspur_site_setting VHOSTS /var/www/vhosts)" |
-                grep -vx -e system -e '\..*')
-            ;;
-        present:3)
-            host=$(_larkspur_site_unquoted "${place[2]}")
-            _larkspur_site_offer < <(_larkspur_site_accounts "$host")
-            [[ ${#COMPREPLY[@]} -gt 0 ]] || mapfile -t COMPREPLY < <(compgen -u -- "$word")
-            ;;
-        present:4)
-            host=$(_larkspur_site_unquoted "${place[2]}")
-            _larkspur_site_offer < <(_larkspur_site_names "$host")
-            ;;
-        absent:1 | list:1 | status:1 | verify:1) _larkspur_site_offer < <(_larkspur_site_hosts) ;;
-        absent:2 | status:2 | verify:2)
-            host=$(_larkspur_site_unquoted "${place[1]}")
-            _larkspur_site_offer < <(_larkspur_site_names "$host")
-            ;;
+    case $act:${#places[@]} in
+        :0) _larkspur_offer "${acts[@]}" "${options[@]}" ;;
+        present:0) _larkspur_offer_paths directories "" ;;
+        present:1) _larkspur_site_offer_all_hosts ;;
+        present:2) _larkspur_site_offer_accounts "${places[1]}" ;;
+        present:3) _larkspur_site_offer_names "${places[1]}" ;;
+        absent:0 | list:0 | status:0 | verify:0) _larkspur_site_offer_hosts ;;
+        absent:1 | status:1 | verify:1) _larkspur_site_offer_names "${places[0]}" ;;
     esac
 }
 

@@ -1,0 +1,144 @@
+# What the completions of larkspur's programs share.  Every offer is quoted as the word that is being typed needs it:
+# names of files come from strangers, and the shell would run what stands in them.         -*- shell-script -*-
+
+# Takes a line apart.  Sets variables that the caller has to declare:
+#   words   what the shell would make of the words, the last one as far as it goes; "$" and "`" stand for themselves
+#   quote   the quote that is open at the end
+#   stays   the length of the last word's beginning that readline does not replace
+#   typed   what readline has to be given of that beginning all the same: somebody's home directory
+# Fails where a quote begins with "$".
+_larkspur_read_words() {
+    local line=$1 word="" begin="" opened=0 i char home
+    words=() quote="" stays=0 typed=""
+    for ((i = 0; i < ${#line}; i++)); do
+        char=${line:i:1}
+        if [[ -z $quote && $char == [[:space:]] ]]; then
+            [[ -z $begin ]] || words+=("$word")
+            word="" begin="" stays=0
+            continue
+        fi
+        : "${begin:=$i}"
+        if [[ $char == "$quote" ]]; then
+            quote=""
+        elif [[ -z $quote && $char == [\"\'] ]]; then
+            quote=$char opened=${#word}
+        elif [[ -z $quote && $char == \$ && ${line:i+1:1} == [\"\'] ]]; then
+            return 1
+        elif [[ $quote != \' && $char == \\ ]]; then
+            ((++i))
+            char=${line:i:1}
+            [[ -z $quote || $char == [\"\\\$\`] ]] || word+=\\
+            word+=$char
+        else
+            word+=$char
+            [[ -n $quote || $COMP_WORDBREAKS != *"$char"* ]] || stays=${#word}
+        fi
+    done
+    [[ -z $quote ]] || stays=$opened
+    words+=("$word")
+
+    if [[ -n $begin && ${line:begin} =~ ^(~[[:alnum:]_.-]*)/ ]]; then
+        typed=${BASH_REMATCH[1]}
+        eval "home=$typed"
+        words[-1]=$home${word#"$typed"}
+        if ((stays > 0)); then
+            ((stays += ${#home} - ${#typed}))
+            typed=""
+        else
+            stays=${#home}
+        fi
+    fi
+}
+
+_larkspur_read_line() { _larkspur_read_words "${COMP_LINE:0:COMP_POINT}"; }
+
+# Sets "quoted" to a text as it has to stand where a quote is open, or none.
+_larkspur_quote() {
+    local i char
+    quoted=""
+    for ((i = 0; i < ${#2}; i++)); do
+        char=${2:i:1}
+        case $1$char in
+            \"[\"\\\$\`]) quoted+="\\$char" ;;
+            \"!) quoted+='"\!"' ;; # the shell looks for its history even between double quotes
+            \'\') quoted+="'\\''" ;;
+            [\"\']?) quoted+=$char ;;
+            [[:alnum:]_./:=@%+,-]) quoted+=$char ;;
+            [[:cntrl:]]) quoted+="'$char'" ;; # a line feed behind a backslash would be taken away
+            *) quoted+="\\$char" ;;
+        esac
+    done
+}
+
+# Offers those of the given words that begin with the one that is being typed.  It is called once for a word.
+_larkspur_offer() {
+    local word quoted
+    for word; do
+        if [[ $word == "${words[-1]}"* ]]; then
+            _larkspur_quote "$quote" "${word:stays}"
+            COMPREPLY+=("$typed$quoted")
+        fi
+    done
+    if [[ ${#COMPREPLY[@]} -eq 1 ]]; then
+        case $quote${COMPREPLY[0]} in
+            *[=/]) compopt -o nospace ;; # a value or a path goes on
+            \"*\" | \'*\') COMPREPLY[0]+=$quote ;; # readline takes this last quote for one that ends the word
+        esac
+    fi
+}
+
+# _larkspur_find_paths KIND BEGINNING DIRECTORY: sets "found" to the paths that begin so.  KIND is "files", "directories",
+# or "places" for directories without a slash.  Relative paths begin at DIRECTORY.
+_larkspur_find_paths() {
+    mapfile -d "" found < <(
+        exec 2>/dev/null
+        set +f
+        shopt -s nullglob
+        shopt -u dotglob failglob nocaseglob
+        unset GLOBIGNORE CDPATH
+        [[ -z $3 ]] || cd -- "$3" || exit
+        for path in "$2"*; do
+            if [[ ! -d $path ]]; then
+                [[ $1 != files ]] || printf '%s\0' "$path"
+            elif [[ $1 == places ]]; then
+                printf '%s\0' "$path"
+            else
+                printf '%s\0' "$path/"
+            fi
+        done
+    )
+}
+
+# _larkspur_offer_paths KIND START [DIRECTORY]: offers paths behind the start of the word, an option for instance.
+_larkspur_offer_paths() {
+    local found
+    _larkspur_find_paths "$1" "${words[-1]#"$2"}" "${3-}"
+    _larkspur_offer "${found[@]/#/"$2"}"
+    [[ $1 != places ]] || compopt -o nospace
+}
+
+# Sets "option" to the one whose value is being typed, and "start" to what stands before the value in its word.  The
+# options that take a value are given with a "=" behind them.
+_larkspur_find_option() {
+    local name
+    option="" start=""
+    for name; do
+        if [[ $name == *= && ${words[-1]} == "$name"* ]]; then
+            option=${name%=} start=$name
+        elif [[ $name == *= && ${words[-2]} == "${name%=}" ]]; then
+            option=${name%=}
+        fi
+    done
+}
+
+# Sets "given" to the value of an option among the words before, or to nothing.
+_larkspur_find_given() {
+    local i
+    given=""
+    for ((i = 1; i < ${#words[@]} - 1; i++)); do
+        case ${words[i]} in
+            "$1="*) given=${words[i]#*=} ;;
+            "$1") given=${words[i + 1]} ;;
+        esac
+    done
+}
