@@ -62,7 +62,7 @@ struct Written {
 struct Step {
     StepKind kind = StepKind::AddFile;
     std::string path;       ///< below the document root
-    mode_t mode = 0;        ///< that a directory gets
+    mode_t mode = 0;        ///< that a directory gets; of a new one what it gets beside what its place gives it
     mode_t before = 0;      ///< that a directory has had, for ChangeMode
     Identity staged = {};   ///< of what comes from the store
     Identity standing = {}; ///< of what is at the place before

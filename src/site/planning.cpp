@@ -121,13 +121,13 @@ void refuseFindings(const StagingRequest& request, const Comparison& comparison,
     throw std::runtime_error("larkspur-preview is against it; --ignore=CODE passes over a warning");
 }
 
-/// The permission bits of something new that the web server may write.
-mode_t openedMode(mode_t mode, mode_t type, const Account& account, gid_t group) {
+/// The permission bits that something new needs for the web server to write it.
+mode_t bitsOfOpened(mode_t type, const Account& account, gid_t group) {
     struct stat status {};
-    status.st_mode = type | mode;
+    status.st_mode = type;
     status.st_uid = account.uid;
     status.st_gid = group;
-    return mode | bitsForWebserver(status, account.name);
+    return bitsForWebserver(status, account.name);
 }
 
 /// Puts a plan together, directory by directory and file by file.
@@ -172,11 +172,14 @@ public:
             add(std::move(step));
     }
 
-    /// Gives directories the modes back that kept the account from changing something in them.
-    void addClosing() {
+    /// Gives directories the modes back that kept the account from changing something in them, and opens what the web
+    /// server may write.  By opening, a directory may lose its set-group-id bit, from which what is made in it has its
+    /// group: so this is the last thing.
+    void addModes() {
         for (Step& step : closing_)
             add(std::move(step));
-        closing_.clear();
+        for (Step& step : opening_)
+            add(std::move(step));
     }
 
 private:
@@ -184,41 +187,54 @@ private:
         const std::optional<Entry> entry = tree_.entry(path);
         if (entry && !S_ISDIR(entry->status.st_mode))
             throw std::runtime_error(path + ": the package has a directory where the site has a link or a file");
-        const bool isOpened = wanted.isInWritableTree && request_.webserverWrite;
         const mode_t standing = entry ? entry->status.st_mode & permissions : 0;
-        mode_t mode = entry ? standing : wanted.mode;
-        if (isOpened && entry)
-            mode |= bitsForWebserver(entry->status, request_.account.name);
-        else if (isOpened)
-            mode = openedMode(mode, S_IFDIR, request_.account, groupBelow(path));
+        mode_t opening = 0;
+        if (isOpened(wanted) && entry)
+            opening = bitsForWebserver(entry->status, request_.account.name);
+        else if (isOpened(wanted))
+            opening = bitsOfOpened(S_IFDIR, request_.account, groupBelow(path));
+        const mode_t mode = (entry ? standing : wanted.mode) | opening;
         if (!entry)
-            addBelow({.kind = StepKind::MakeDirectory, .path = path, .mode = mode});
+            addBelow({.kind = StepKind::MakeDirectory, .path = path, .mode = opening});
         else if (mode != standing && entry->status.st_uid == request_.account.uid)
-            addChangeOfMode(path, standing, mode);
+            opening_.push_back(changeOfMode(path, standing, mode));
         plan.files.push_back({.path = path, .isDirectory = true, .mode = mode});
     }
 
+    bool isOpened(const PreviewEntry& wanted) const { return wanted.isInWritableTree && request_.webserverWrite; }
+
     /// \param seen null where the site has nothing of the source's size.
+    bool isAsWanted(const PreviewEntry& wanted, const struct stat* seen) const {
+        if (wanted.state != EntryState::Same || seen == nullptr || seen->st_uid != request_.account.uid)
+            return false;
+        const mode_t opening = isOpened(wanted) ? bitsForWebserver(*seen, request_.account.name) : 0;
+        return (seen->st_mode & permissions) == (wanted.mode | opening);
+    }
+
     void addFile(const std::string& path, const PreviewEntry& wanted, const struct stat* seen) {
-        InstalledEntry file{.path = path, .mode = wanted.mode, .sourceTime = nanosecondsOf(wanted.modified)};
-        if (wanted.isInWritableTree && request_.webserverWrite)
-            file.mode = openedMode(wanted.mode, S_IFREG, request_.account, groupBelow(path));
-        const bool isSame = wanted.state == EntryState::Same && seen != nullptr &&
-                            seen->st_uid == request_.account.uid && (seen->st_mode & permissions) == file.mode;
-        if (isSame) {
+        InstalledEntry file{.path = path, .sourceTime = nanosecondsOf(wanted.modified)};
+        if (isAsWanted(wanted, seen)) {
+            file.mode = seen->st_mode & permissions;
             file.size = seen->st_size;
             file.time = modificationOf(*seen);
         } else {
-            const std::string source = joined(request_.packageDir, wanted.source);
-            const std::optional<Entry> entry = tree_.entry(path);
-            // One that came to the store would open the way into it for whoever holds it open.
-            if (entry && S_ISDIR(entry->status.st_mode))
-                throw std::runtime_error(path + ": the package has a file where the site has a directory");
-            addBelow(entry ? moving(StepKind::ExchangeFile, path, *entry)
-                           : Step{.kind = StepKind::AddFile, .path = path},
-                     source);
+            const mode_t opening =
+                isOpened(wanted) ? bitsOfOpened(S_IFREG, request_.account, groupBelow(path)) : mode_t{0};
+            file.mode = wanted.mode | opening;
+            addBringing(path, joined(request_.packageDir, wanted.source));
         }
         plan.files.push_back(std::move(file));
+    }
+
+    void addBringing(const std::string& path, std::string source) {
+        const std::optional<Entry> entry = tree_.entry(path);
+        // One that came to the store would open the way into it for whoever holds it open.
+        if (entry && S_ISDIR(entry->status.st_mode))
+            throw std::runtime_error(path + ": the package has a file where the site has a directory");
+        if (entry)
+            addBelow(moving(StepKind::ExchangeFile, path, *entry), std::move(source));
+        else
+            addBelow({.kind = StepKind::AddFile, .path = path}, std::move(source));
     }
 
     void addTaking(const InstalledEntry& file) {
@@ -243,9 +259,8 @@ private:
         return step;
     }
 
-    void addChangeOfMode(const std::string& path, mode_t standing, mode_t mode) {
-        add({.kind = StepKind::ChangeMode, .path = path, .mode = mode, .before = standing});
-        changeable_.insert(path);
+    static Step changeOfMode(const std::string& path, mode_t standing, mode_t mode) {
+        return {.kind = StepKind::ChangeMode, .path = path, .mode = mode, .before = standing};
     }
 
     /// Adds a step that changes a directory, and before it, where it is missing, the account's right to do so.
@@ -255,15 +270,12 @@ private:
         if (changeable_.insert(parent).second) {
             const std::optional<Entry> entry = tree_.entry(parent);
             const mode_t mode = entry ? entry->status.st_mode & permissions : own;
-            if (entry && entry->status.st_uid == request_.account.uid && (mode & own) != own)
-                open(parent, mode, mode | own);
+            if (entry && entry->status.st_uid == request_.account.uid && (mode & own) != own) {
+                add(changeOfMode(parent, mode, mode | own));
+                closing_.push_back(changeOfMode(parent, mode | own, mode));
+            }
         }
         add(std::move(step), std::move(source));
-    }
-
-    void open(const std::string& path, mode_t standing, mode_t mode) {
-        addChangeOfMode(path, standing, mode);
-        closing_.push_back({.kind = StepKind::ChangeMode, .path = path, .mode = standing, .before = mode});
     }
 
     void add(Step step, std::string source = {}) {
@@ -287,6 +299,7 @@ private:
     const Before& before_;
     SiteTree& tree_;
     std::vector<Step> closing_;
+    std::vector<Step> opening_;
     std::unordered_set<std::string> changeable_; ///< directories in which the account can change something
 };
 
@@ -310,7 +323,7 @@ SitePlan planPresence(const StagingRequest& request, SiteTree& tree) {
     Planning planning(request, before, tree);
     planning.addWanted(comparison);
     planning.addObsolete();
-    planning.addClosing();
+    planning.addModes();
     return std::move(planning.plan);
 }
 
@@ -318,7 +331,7 @@ SitePlan planAbsence(const StagingRequest& request, SiteTree& tree) {
     const Before before(request.before);
     Planning planning(request, before, tree);
     planning.addObsolete();
-    planning.addClosing();
+    planning.addModes();
     return std::move(planning.plan);
 }
 

@@ -41,7 +41,7 @@ private:
         while (!rest_.empty()) {
             if (rest_.front() == '#' || rest_.front() == ';')
                 skipLine();
-            else if (std::string_view(" \t\r\n").find(rest_.front()) != std::string_view::npos)
+            else if (isBlank(rest_.front()) || rest_.front() == '\n')
                 take();
             else
                 return true;
@@ -64,29 +64,42 @@ private:
         return name;
     }
 
+    /// Quoted parts, with blanks between them that do not count, and behind them what stands without quotes, in which a
+    /// quote is a character as any other.
     std::string valueAtHand() {
         std::string value;
-        std::size_t kept = 0; // what stands before this is no blank at the end
+        while (!rest_.empty()) {
+            const char character = rest_.front();
+            if (character == '\'' || character == '"') {
+                appendQuoted(value, take());
+            } else if (isBlank(character)) {
+                take();
+            } else {
+                appendPlain(value);
+                break;
+            }
+        }
+        return value;
+    }
+
+    /// Up to the end of the line, without the blanks before it.
+    void appendPlain(std::string& value) {
+        std::size_t kept = value.size();
         while (!rest_.empty()) {
             const char character = take();
             if (character == '\n')
                 break;
-            if (character == '\'' || character == '"') {
-                appendQuoted(value, character);
-                kept = value.size();
-            } else if (character == '\\') {
+            if (character == '\\')
                 appendEscaped(value);
-                kept = value.size();
-            } else if (character != ' ' && character != '\t' && character != '\r') {
+            else
                 value.push_back(character);
+            if (character == '\\' || !isBlank(character))
                 kept = value.size();
-            } else if (kept > 0) {
-                value.push_back(character);
-            }
         }
         value.resize(kept);
-        return value;
     }
+
+    static bool isBlank(char character) { return character == ' ' || character == '\t' || character == '\r'; }
 
     void appendEscaped(std::string& value) {
         if (rest_.empty())

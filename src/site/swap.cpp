@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
 
 namespace site {
 
@@ -96,7 +97,26 @@ public:
         }
     }
 
-    const std::vector<mode_t>& modesOfMade() const { return modesOfMade_; }
+    /// Opens the new directories that the web server may write.  What they hold has been made in them by now, with the
+    /// group that their set-group-id bit gives, which they may lose.
+    void openMade() {
+        for (auto& [step, mode] : made_) {
+            const bool isOpen = (mode & step->mode) == step->mode;
+            const std::optional<Place> place = isOpen ? std::nullopt : tree_.find(step->path);
+            if (!place)
+                continue;
+            mode |= step->mode;
+            changeMode(place->directory, place->name, mode, step->path);
+        }
+    }
+
+    /// In the order of their steps.
+    std::vector<mode_t> modesOfMade() const {
+        std::vector<mode_t> modes;
+        for (const auto& [step, mode] : made_)
+            modes.push_back(mode);
+        return modes;
+    }
 
 private:
     static constexpr const char* changed = "something else stands there than when the site was looked at";
@@ -110,12 +130,9 @@ private:
     void makeDirectory(const Step& step, const Place& place) {
         if (mkdirat(place.directory, place.name, 0777) != 0)
             failAt(step.path);
-        // The place may have added bits of its own (set-group-id, a default ACL): they stay.
+        // Which bits it has is the place's matter, too (set-group-id, a default ACL).
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
-        const mode_t mode = entry ? entry->status.st_mode & permissions : step.mode;
-        if ((mode & step.mode) != step.mode)
-            changeMode(place.directory, place.name, mode | step.mode, step.path);
-        modesOfMade_.push_back(mode | step.mode);
+        made_.emplace_back(&step, entry ? entry->status.st_mode & permissions : 0);
     }
 
     /// What somebody has put in a directory's place has nothing for which it would need the mode.
@@ -153,7 +170,7 @@ private:
 
     SiteTree& tree_;
     int store_;
-    std::vector<mode_t> modesOfMade_;
+    std::vector<std::pair<const Step*, mode_t>> made_;
 };
 
 /// Takes steps back, in the reverse order of Carrying.
@@ -283,6 +300,7 @@ std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>&
             throw;
         }
     }
+    carrying.openMade();
     return carrying.modesOfMade();
 }
 

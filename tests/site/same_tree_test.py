@@ -1,0 +1,124 @@
+#!/usr/bin/python3
+"""On an empty site larkspur-site leaves byte for byte the tree that `larkspur --extract-application` leaves."""
+
+import grp
+import os
+import pwd
+import subprocess
+from typing import Callable, NamedTuple
+
+from support import BUILD, ROOT, SiteTest, acl, all_facts, differences, main
+
+FILES = {"htdocs/index.php": "page", "htdocs/sub/deep/page": "deep", "htdocs/run.cgi": "#!/bin/sh", "data/.hidden": "",
+         "data/in/entries": "none", "data/closed/settings": "x", "cgi/all": "#!/bin/sh", "cgi/all.cgi": "#!/bin/sh"}
+PHP = "<php:handler><php:extension>php</php:extension></php:handler>"
+CGI = "<cgi:handler><cgi:extension>cgi</cgi:extension></cgi:handler>"
+ALL_CGI = "<cgi:handler><cgi:all-files/></cgi:handler>"
+WRITABLE = "<php:permissions writable='true'/>"
+
+
+def no_change(_):
+    pass
+
+
+def group_of_the_server(root):
+    os.chown(root, -1, grp.getgrnam("kroserv").gr_gid)
+    root.chmod(0o2755)
+
+
+def default_acl(root):
+    os.setxattr(root, "system.posix_acl_default",
+                acl((1, 7, 0xffffffff), (2, 7, 20002), (4, 5, 0xffffffff), (16, 7, 0xffffffff), (32, 1, 0xffffffff)))
+
+
+def links(package):
+    (package / "htdocs/file-link").symlink_to("../data/in/entries")
+    (package / "htdocs/directory-link").symlink_to("sub")
+
+
+def modes(package):
+    (package / "htdocs/index.php").chmod(0o400)
+    (package / "htdocs/sub").chmod(0o700)
+    (package / "htdocs/run.cgi").chmod(0o4755)
+    os.chown(package / "htdocs/index.php", pwd.getpwnam("sitea").pw_uid, 0)
+    os.chown(package / "htdocs/sub", pwd.getpwnam("sitea").pw_uid, 0)
+
+
+class Row(NamedTuple):
+    name: str
+    mappings: str = ROOT
+    place: str = "app"
+    site: Callable = no_change     # changes the document root
+    package: Callable = no_change
+    version: str = "1.1"
+    umask: int = 0o022
+    ignored: tuple = ()
+
+
+ROWS = [
+    Row("one mapping"),
+    Row("a place of several elements", place="a/b c/d"),
+    Row("the document root itself", place="."),
+    Row("handlers", f"<mapping url='/' path='htdocs'>{PHP}{CGI}<mapping url='cgi' path='cgi'>{ALL_CGI}</mapping></mapping>"),
+    Row("a writable tree with a closed one in it", "<mapping url='/' path='htdocs'>"
+        f"<mapping url='d' path='data'>{WRITABLE}<mapping url='closed'/></mapping></mapping>"),
+    Row("a writable tree of all", f"<mapping url='/' path='htdocs'>{WRITABLE}{CGI}</mapping>"),
+    Row("two mappings of one place", "<mapping url='/' path='htdocs'><mapping url='sub' path='data'/></mapping>"
+        f"<mapping url='sub/in' path='cgi'>{WRITABLE}</mapping>", ignored=("shadowed",)),
+    Row("a source that is missing", "<mapping url='/' path='htdocs'><mapping url='no'/></mapping>",
+        ignored=("missing-source",)),
+    Row("links", package=links),
+    Row("an older format", version="1.0", ignored=("no-script",)),
+    Row("a site of the server's group", f"<mapping url='/' path='data'>{WRITABLE}</mapping>", site=group_of_the_server),
+    Row("a site with a default ACL", f"<mapping url='/' path='data'>{WRITABLE}</mapping>", site=default_acl),
+    Row("a caller's umask", f"<mapping url='/' path='data'>{WRITABLE}</mapping>", umask=0o077),
+]
+
+
+def seen(root):
+    """All of a tree but what no two trees have in common."""
+    found = all_facts(root)
+    for facts in found.values():
+        for name in ("inode", "changed", "modified"):
+            del facts[name]
+    return found
+
+
+class SameTreeTest(SiteTest):
+    def extract(self, package, row, root, is_opened):
+        command = [BUILD / "larkspur", "--extract-application", f"--application-full-name=file:///{package}",
+                   f"--vhost-path={root.parent}", f"--www-root={root}", f"--application-subdirectory={row.place}",
+                   "--user-name=sitea", "--metadata-file", ""]
+        if not is_opened:
+            command.append("--skip-webserver-write")
+        done = subprocess.run(command, umask=row.umask, check=False, capture_output=True, text=True)
+        self.assertEqual(done.returncode, 0, done.stderr)
+
+    def test_both_programs_leave_the_same(self):
+        extracted_root = self.host("two.example", "sitea")
+        for number, row in enumerate(ROWS):
+            package = self.package(f"package-{number}", FILES, mappings=row.mappings, version=row.version, script=None)
+            row.package(package)
+            for is_opened in (False, True):
+                with self.subTest(row.name, is_opened=is_opened):
+                    for root in (self.root, extracted_root):
+                        subprocess.run(["rm", "-rf", root.parent], check=True)
+                        self.make_root(root.parent.name, "sitea")
+                        row.site(root)
+                    self.settings(WEBSERVER_WRITE="yes" if is_opened else "no")
+                    self.extract(package, row, extracted_root, is_opened)
+                    options = [f"--ignore={code}" for code in row.ignored]
+                    before = os.umask(row.umask)
+                    outcome = self.present(package, name=row.place, options=options)
+                    os.umask(before)
+                    self.changes(outcome)
+                    self.assertEqual(differences(seen(extracted_root), seen(self.root)), [])
+                    verified = self.call("verify", "one.example")
+                    self.assertEqual((verified.status, verified.output), (0, ""), verified.error)
+                    again = self.present(package, name=row.place, options=[*options, "--repair", "--dry-run"])
+                    self.assertEqual((again.status, again.output), (10, "script   configure\n"))
+                    self.changes(self.absent(name=row.place))
+
+
+if __name__ == "__main__":
+    main()
