@@ -22,6 +22,12 @@ bool isMissing(const std::string& path) {
     return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
 }
 
+/// The package's script has refused the removal, and all is as before.
+class Refused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// The steps of a removal, on the disk before the script is asked: whatever comes then, the next call finishes it.
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
@@ -72,7 +78,6 @@ void endFarewell(const PendingCall& call) {
     const Uninterrupted toTheEnd;
     removeDurably(call.places.journal);
     dropStore(call.journal.store);
-    sayAsBefore(call.application);
 }
 
 /// Forgets an application whose host has gone with all its files, or whose account has gone.
@@ -106,14 +111,23 @@ bool remove(const CallOptions& options, const Application& application) {
     PendingCall call = beginRemoval(options, application, places, *record, lock.descriptor());
     try {
         askForFarewell(call);
-    } catch (const std::exception&) {
+    } catch (const std::exception& failure) {
         endFarewell(call);
-        throw;
+        throw Refused(failure.what());
     }
     // There is no way back any more: the script has removed what it had made.
     noteFarewell(call);
     inStep("files", [&] { finishRemoval(call); });
     return true;
+}
+
+Result failureOf(const Application& application, const std::string& cause, bool isAsBefore) {
+    say(application.title() + ": " + cause);
+    if (isAsBefore)
+        sayAsBefore(application);
+    sayFailed(application.host);
+    logAct(application, "removal failed: " + cause);
+    return {application, Outcome::Failed, cause, {}};
 }
 
 } // namespace
@@ -124,11 +138,10 @@ Result absent(const CallOptions& options, const Application& application) {
             return {application, Outcome::Unchanged, "", {}};
         logAct(application, "removed");
         return {application, Outcome::Changed, "", {}};
+    } catch (const Refused& failure) {
+        return failureOf(application, failure.what(), true);
     } catch (const std::exception& failure) {
-        say(application.title() + ": " + failure.what());
-        sayFailed(application.host);
-        logAct(application, std::string("removal failed: ") + failure.what());
-        return {application, Outcome::Failed, failure.what(), {}};
+        return failureOf(application, failure.what(), false);
     }
 }
 

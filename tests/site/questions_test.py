@@ -1,0 +1,190 @@
+#!/usr/bin/python3
+"""What larkspur-site is asked: list, status, verify and a dry run, and what --repair and --without-script are for.
+Nothing of it changes a site but what is asked to."""
+
+import json
+import os
+import pathlib
+import re
+from typing import Callable, NamedTuple
+
+from support import SiteTest, all_facts, differences, main, mappings
+
+ONE = {"htdocs/index": "one", "htdocs/sub/page": "same", "htdocs/old": "old"}
+TWO = {"htdocs/index": "two", "htdocs/sub/page": "same", "htdocs/new/page": "new"}
+TIME = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ"
+
+
+class Change(NamedTuple):
+    name: str
+    make: Callable  # changes the test's site
+    told: str       # by verify
+
+
+def rewrite(path, text):
+    """Somebody else's content of the same size and time."""
+    status = path.stat()
+    path.write_text(text)
+    os.utime(path, ns=(status.st_atime_ns, status.st_mtime_ns))
+
+
+CHANGES = [
+    Change("a file is gone", lambda test: (test.app / "index").unlink(), "missing: app/index"),
+    Change("a directory is gone", lambda test: ((test.app / "sub/page").unlink(), (test.app / "sub").rmdir()),
+           "missing: app/sub"),
+    Change("a file is edited", lambda test: (test.app / "index").write_text("mine"), "edited: app/index"),
+    Change("a file is a link", lambda test: ((test.app / "index").unlink(), (test.app / "index").symlink_to("old")),
+           "edited: app/index"),
+    Change("a file has another mode", lambda test: (test.app / "index").chmod(0o600), "mode: app/index"),
+    Change("a directory has another mode", lambda test: (test.app / "sub").chmod(0o700), "mode: app/sub"),
+    Change("a file has another owner", lambda test: os.chown(test.app / "index", 20002, -1), "owner: app/index"),
+    Change("a directory is closed", lambda test: (os.chown(test.app / "sub", 0, 0), (test.app / "sub").chmod(0o700)),
+           "unreadable: app/sub/page"),
+    Change("the fragment is gone", lambda test: test.places()[2].unlink(), "fragment-missing: FRAGMENT"),
+    Change("the fragment is edited", lambda test: test.places()[2].write_text("# mine\n"), "fragment-edited: FRAGMENT"),
+]
+
+
+class QuestionsTest(SiteTest):
+    def setUp(self):
+        super().setUp()
+        self.one = self.package("one", ONE, mappings=mappings("one"))
+        self.two = self.package("two", TWO, mappings=mappings("two"))
+        self.changes(self.present(self.one, "a title", "two\nlines"))
+
+    def asked(self, *words, status=0):
+        outcome = self.call(*words)
+        self.assertEqual((outcome.status, outcome.error), (status, ""))
+        return outcome.output
+
+    def applications(self, *words, status=0):
+        return json.loads(self.asked("--json", *words, status=status))["applications"]
+
+    def test_what_is_installed_is_listed_and_told(self):
+        self.host("two.example", "siteb")
+        self.changes(self.present(self.two, host="two.example", account="siteb", name="sub/wiki"))
+        today = json.loads((self.places()[0] / "record.json").read_text())["changed"][:10]
+        self.assertEqual(self.asked("list"),
+                         f"one.example/app       one-1          {today}\n"
+                         f"two.example/sub/wiki  two-1          {today}\n")
+        self.assertEqual(self.asked("list", "two.example"), f"two.example/sub/wiki  two-1          {today}\n")
+        self.assertEqual(self.asked("list", "three.example"), "")
+        status = re.sub(TIME, "TIME", self.asked("status", "one.example", "app"))
+        self.assertEqual(status, f"""\
+application:   one.example/app
+version:       book one-1
+package:       {self.one}
+account:       sitea
+document root: {self.root}
+script:        configure (binary)
+parameter:     a title
+parameter:     two\\nlines
+secrets:       none
+web server:    reads
+installed:     TIME
+changed:       TIME
+fragment:      {self.places()[2]}
+state:         whole
+""")
+        outcome = self.call("status", "one.example", "other")
+        self.assertEqual(outcome, (1, "", "larkspur-site: there is no one.example/other\n"))
+
+    def test_programs_are_told_the_same(self):
+        (told,) = self.applications("list", "one.example")
+        times = {name: told.pop(name) for name in ("installed", "changed")}
+        for time in times.values():
+            self.assertRegex(time, f"^{TIME}$")
+        self.assertEqual(told, {
+            "host": "one.example", "name": "app", "isInstalled": True, "isAtWork": False, "isCutOff": False,
+            "title": "book", "version": "one-1", "package": str(self.one), "account": "sitea",
+            "documentRoot": str(self.root), "script": "configure", "language": "binary",
+            "parameters": ["a title", "two\nlines"], "hasSecrets": False, "webserverWrite": False,
+            "fragment": str(self.places()[2]), "kept": []})
+        self.assertEqual(self.applications("status", "one.example", "app"), [told | times])
+
+    def test_calls_at_work_or_cut_off_and_kept_files_are_listed(self):
+        call = self.start(*self.words(self.two), moment=("swap", 1))
+        self.assertTrue(call.hold())
+        self.assertRegex(self.asked("list"), "at work$")
+        (told,) = self.applications("list")
+        self.assertEqual((told["isAtWork"], told["isCutOff"]), (True, False))
+        os.kill(call.held, 9)
+        os.kill(call.leader, 9)
+        call.end()
+        self.assertRegex(self.asked("list"), "cut off$")
+        (told,) = self.applications("list")
+        self.assertEqual((told["isAtWork"], told["isCutOff"]), (False, True))
+        (self.app / "index").write_text("mine")
+        self.assertEqual(self.call("recover").status, 0)
+        self.changes(self.present(self.two))
+        self.assertRegex(self.asked("list"), "1 kept$")
+        (told,) = self.applications("list")
+        (kept,) = told["kept"]
+        self.assertEqual(pathlib.Path(kept).read_text(), "mine")
+        self.changes(self.absent())
+        self.assertRegex(self.asked("list"), "removed, 1 kept$")
+
+    def test_each_difference_is_told_and_most_are_mended(self):
+        fragment = self.places()[2]
+        for change in CHANGES:
+            with self.subTest(change.name):
+                change.make(self)
+                told = change.told.replace("FRAGMENT", str(fragment))
+                self.assertIn(f"one.example/app: {told}\n", self.asked("verify", status=10))
+                what, path = told.split(": ")
+                (found,) = self.applications("verify", "one.example", "app", status=10)
+                self.assertIn({"what": what, "path": path}, found["differences"])
+                if change.name == "a directory is closed":
+                    os.chown(self.app / "sub", 20001, -1)
+                    (self.app / "sub").chmod(0o755)
+                outcome = self.present(self.one, "a title", "two\nlines", options=["--repair"])
+                self.assertEqual((outcome.status, outcome.output), (0, "changed\n"), outcome.error)
+                self.assertEqual(self.asked("verify"), "")
+
+    def test_content_counts_in_a_repair_where_time_and_size_do_not_tell(self):
+        rewrite(self.app / "index", "own")
+        self.assertEqual(self.asked("verify"), "")
+        self.changes(self.present(self.one, "a title", "two\nlines", options=["--repair"]))
+        self.assertEqual((self.app / "index").read_text(), "one")
+
+    def test_a_dry_run_shows_what_the_call_does_and_does_nothing(self):
+        plan = "changed  app/index\nnew      app/new\nnew      app/new/page\nobsolete app/old\n" \
+               "fragment changes\nscript   upgrade\n"
+        before = {root.name: all_facts(root) for root in (self.vhosts, self.state)}
+        words = self.words(self.two, options=["--dry-run"])
+        self.assertEqual(self.asked(*words, status=10), plan)
+        (told,) = self.applications(*words, status=10)
+        steps = [dict(zip(("what", "path"), line.split())) for line in plan.splitlines()[:4]]
+        self.assertEqual(told, {"host": "one.example", "name": "app", "outcome": "planned", "cause": None,
+                                "action": "upgrade", "changesFragment": True, "isPending": False, "steps": steps})
+        self.assertEqual(self.asked(*self.words(self.one, "a title", "two\nlines", options=["--dry-run"])), "")
+        self.assertEqual(self.asked(*self.words(self.one, options=["--dry-run"]), status=10), "script   configure\n")
+        self.fails(self.present(self.two, account="nobody-here", options=["--dry-run"]), "account: ")
+        after = {root.name: all_facts(root) for root in (self.vhosts, self.state)}
+        self.assertEqual(differences(before, after), [])
+
+    def test_what_an_option_leaves_out_is_as_the_record_has_it(self):
+        for package in (self.one, self.two):
+            (package / "scripts/other").write_text(f"#!/bin/sh\necho $1 >>{self.marks}/other\n")
+            (package / "scripts/other").chmod(0o755)
+        self.changes(self.present(self.one, options=["--script=other"]))
+        self.changes(self.call("present", self.two, "one.example", "sitea", "app"))
+        self.stays(self.call("present", self.two, "one.example", "sitea", "app"))
+        self.assertEqual((self.marks / "other").read_text(), "upgrade\nupgrade\n")
+
+    def test_an_application_goes_without_its_script_or_package(self):
+        before = self.release()
+        (self.one / "scripts/configure").write_text("#!/bin/sh\nexit 7\n")
+        self.fails(self.absent(), "script remove: exit status 7", is_taken_back=True)
+        self.assertEqual((self.app / "index").read_text(), "one")
+        (self.one / "scripts/configure").unlink()
+        self.one.rename(self.base / "moved")
+        self.fails(self.absent(), f"script remove: {self.one}: No such file or directory", is_taken_back=True)
+        self.assertEqual(differences(before["tree"], self.release()["tree"]), [])
+        self.changes(self.absent(options=["--without-script"]))
+        self.assertFalse(self.app.exists())
+        self.stays(self.absent())
+
+
+if __name__ == "__main__":
+    main()
