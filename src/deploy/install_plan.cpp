@@ -61,7 +61,8 @@ fs::file_status statusOf(const std::string& source, const PlanningFailures& fail
     }
 }
 
-void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const PlanningFailures& failures) {
+void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const PlanningFailures& failures,
+                 const EntryFilter& isPlanned) {
     const auto number = static_cast<unsigned>(plan.roots.size());
     plan.roots.push_back({erase_starting_slashes(mapping.path), erase_starting_slashes(mapping.url)});
     if (!mapping.redirect.empty())
@@ -78,7 +79,7 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const 
     add(plan, {url, number, fs::is_directory(source) ? EntryKind::Directory : EntryKind::Unknown, false});
     const CgiRule cgi(mapping.cgiHandlers);
     const auto addEntry = [&](std::string_view entry, EntryKind kind) {
-        if (!entry.empty())
+        if (isPlanned(sourceDirectory, entry, kind) && !entry.empty())
             add(plan, {relativeBelow(url, entry), number, kind, cgi.isProgram(entry)});
     };
     visitDirContent(sourceDirectory, addEntry, failures.unlisted);
@@ -93,14 +94,16 @@ InstallPlan planCopies(const std::string& packageDir, const std::string& destina
         [](const fs::filesystem_error& failure) { throw fs::filesystem_error(failure); },
         printFailure,
     };
-    return planCopies(packageDir, destinationRoot, mappings, told);
+    const auto all = [](const std::string&, std::string_view, EntryKind) { return true; };
+    return planCopies(packageDir, destinationRoot, mappings, told, all);
 }
 
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
-                       const std::list<FSAMetaDataWebContent>& mappings, const PlanningFailures& failures) {
+                       const std::list<FSAMetaDataWebContent>& mappings, const PlanningFailures& failures,
+                       const EntryFilter& isPlanned) {
     InstallPlan plan{packageDir, destinationRoot, {}, {}, {}, {}, {}};
     for (const FSAMetaDataWebContent& mapping : mappings)
-        planMapping(plan, mapping, failures);
+        planMapping(plan, mapping, failures, isPlanned);
     return plan;
 }
 

@@ -79,9 +79,14 @@ struct PlanningFailures {
     FailureVisitor unlisted;                                                              ///< below a mapping's
 };
 
+/// Asked of what a mapping's directory holds, in the order of EntryVisitor and with its arguments, the directory itself
+/// included: whether it is planned.
+using EntryFilter = std::function<bool(const std::string& directory, std::string_view relative, EntryKind kind)>;
+
 /// The same with other answers to these failures than lines on standard error and an exception.
 InstallPlan planCopies(const std::string& packageDir, const std::string& destinationRoot,
-                       const std::list<nimbo::FSAMetaDataWebContent>& mappings, const PlanningFailures& failures);
+                       const std::list<nimbo::FSAMetaDataWebContent>& mappings, const PlanningFailures& failures,
+                       const EntryFilter& isPlanned);
 
 /// The text without its leading slashes.
 std::string erase_starting_slashes(const std::string& text);

@@ -1,6 +1,10 @@
 #include "preview/account_checks.h"
 
+#include "deploy/web_access.h"
+
 #include <cerrno>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <unordered_map>
@@ -8,10 +12,25 @@
 
 namespace {
 
-/// Follows the copying of a plan through the directories of a site.
-class CopyingAsAccount {
+/// True when somebody else's directory has too few rights for the web server: only its owner can add some.
+bool isClosed(const struct stat& status) {
+    static const WebAccessIds ids = [] {
+        const passwd* const apache = getpwnam("www-data");
+        WebAccessIds found{geteuid(), apache == nullptr ? 0 : apache->pw_uid, 0, 0};
+        if (const group* const named = getgrnam("kroserv"))
+            found.kroserv = named->gr_gid;
+        if (const group* const named = getgrnam("krocln"))
+            found.krocln = named->gr_gid;
+        return found;
+    }();
+    const mode_t needed = bitsForWebserver(status, ids);
+    return status.st_uid != geteuid() && (status.st_mode & needed) != needed;
+}
+
+/// Follows an extraction through the directories of a site.
+class ExtractionAsAccount {
 public:
-    explicit CopyingAsAccount(const Site& site) : site_(site) {}
+    explicit ExtractionAsAccount(const Site& site) : site_(site) {}
 
     void copy(const Source& source) {
         const std::string parent(parentOf(joined(site_.destination, source.target)));
@@ -20,6 +39,23 @@ public:
             makeDirectory(site_.at(source.target));
         else
             replaceFile(site_.at(source.target), parent);
+    }
+
+    void open(const Opening::Tree& tree, const Opening& opening, bool isReplaced) {
+        struct stat status {};
+        if (!isReplaced && lstat(tree.path.c_str(), &status) == 0 && isClosed(status))
+            tell(site_.at(tree.place), "only its owner can open it to the web server");
+        const auto fail = [&](const std::string& path, int, const std::string&) {
+            // What is listed has to be found, too.  The account's own directories are opened before.
+            const std::string directory(parentOf(path));
+            const std::string place =
+                placeOf(site_.destination, withElements(tree.place, path.substr(tree.path.size())));
+            const bool isHidden = lstat(path.c_str(), &status) != 0 && opening.openerOf(place) == tree.place;
+            if (isHidden && lstat(directory.c_str(), &status) == 0 && status.st_uid != geteuid())
+                tell(site_.at(std::string(parentOf(place))), "the account may list it but not enter it");
+        };
+        visitDirContent(
+            tree.path, [](std::string_view, EntryKind) {}, fail);
     }
 
     Findings findings;
@@ -100,10 +136,15 @@ private:
 
 } // namespace
 
-Findings checkAccount(const std::vector<Source>& sources, const Site& site) {
-    CopyingAsAccount copying(site);
+Findings checkAccount(const std::vector<Source>& sources, const PreviewEntries& entries, const Site& site,
+                      const Opening& opening) {
+    ExtractionAsAccount extraction(site);
     for (const Source& source : sources)
         if (!source.isTooLong)
-            copying.copy(source);
-    return std::move(copying.findings);
+            extraction.copy(source);
+    for (const Opening::Tree& tree : opening.trees()) {
+        const auto entry = entries.find(tree.place);
+        extraction.open(tree, opening, entry != entries.end() && !entry->second.isDirectory);
+    }
+    return std::move(extraction.findings);
 }

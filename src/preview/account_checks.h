@@ -1,9 +1,8 @@
 #pragma once
 
-#include "preview/findings.h"
-#include "preview/site.h"
-#include "preview/sources.h"
+#include "preview/opening_checks.h"
 
-/// Directories of a site in which the account, as which this process runs, can replace nothing: one finding a cause.
+/// What the account, as which this process runs, can neither replace nor open in a site: one finding a directory.
 /// \param sources in the order in which they are copied.
-Findings checkAccount(const std::vector<Source>& sources, const Site& site);
+Findings checkAccount(const std::vector<Source>& sources, const PreviewEntries& entries, const Site& site,
+                      const Opening& opening);

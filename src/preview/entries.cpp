@@ -101,16 +101,17 @@ const char* wordOf(EntryState state) {
     return words.at(static_cast<std::size_t>(state));
 }
 
+std::string lexicalPath(const std::string& path) {
+    return normalPath(boost::filesystem::path(path).lexically_normal().native());
+}
+
 std::string placeOf(const std::string& destination, const std::string& path) {
     if (!hasDotDot(path))
         return normalPath(path);
-    const auto lexical = [](const std::string& text) {
-        return normalPath(boost::filesystem::path(text).lexically_normal().native());
-    };
-    const std::string root = lexical(destination);
-    const std::string whole = lexical(joined(destination, path));
+    const std::string root = lexicalPath(destination);
+    const std::string whole = lexicalPath(joined(destination, path));
     if (!isSubdir(whole, root))
-        return lexical(path);
+        return lexicalPath(path);
     return std::string(withoutLeadingSlashes(whole.substr(root.size())));
 }
 

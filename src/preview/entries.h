@@ -23,9 +23,6 @@ inline constexpr std::array entryStates{EntryState::New,    EntryState::Same,   
 /// "new", "same", ...
 const char* wordOf(EntryState state);
 
-/// What stands in the site at the place of an entry, links not followed.
-enum class Occupant { Nothing, File, Directory, Link, Other };
-
 /// What an extraction leaves at one place.
 struct PreviewEntry {
     bool isDirectory = true;
@@ -37,7 +34,6 @@ struct PreviewEntry {
     bool isInWritableTree = false;      ///< a mapping opens it to the web server, unless nothing is opened
     bool isOpened = false;              ///< it is opened
     std::optional<EntryState> state;    ///< where there is a site to compare with
-    Occupant occupant = Occupant::Nothing; ///< a directory where a file will be Changed is empty
 };
 
 /// By path below the destination, elements joined by single slashes; the destination itself is "".
@@ -50,8 +46,15 @@ struct PlannedEntries {
     Findings findings; ///< single files that have no directory to go to, and mappings in each other's way
 };
 
+/// Says of a regular file of the site, by its path below the destination, that it has the content of the package's
+/// file, which the entry describes.
+using KnownTest = std::function<bool(const std::string& path, const PreviewEntry& entry, const struct stat& file)>;
+
 /// Asked of a path below the destination.
 using PathTest = std::function<bool(const std::string& path)>;
+
+/// The normal path without ".." as far as its text allows.
+std::string lexicalPath(const std::string& path);
 
 /// Where a path below a destination leads, as text: ".." takes back what stands before it.
 std::string placeOf(const std::string& destination, const std::string& path);

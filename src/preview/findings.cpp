@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace {
@@ -38,6 +39,11 @@ Finding failure(std::string_view code, const std::string& subject, std::string t
 
 void append(Findings& findings, Findings more) {
     findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+}
+
+void removeRepetitions(Findings& findings) {
+    std::set<Finding> known;
+    std::erase_if(findings, [&](const Finding& finding) { return !known.insert(finding).second; });
 }
 
 std::size_t count(const Findings& findings, Severity severity) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <compare>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,8 @@ struct Finding {
     std::string_view code; ///< one of findingCodes
     std::string subject;   ///< what it is about: a source, a target, an element, an attribute, a URL or an option
     std::string text;
+
+    friend auto operator<=>(const Finding&, const Finding&) = default;
 };
 
 using Findings = std::vector<Finding>;
@@ -41,6 +44,9 @@ Finding warning(std::string_view code, const std::string& subject, std::string t
 Finding failure(std::string_view code, const std::string& subject, std::string text);
 
 void append(Findings& findings, Findings more);
+
+/// Leaves the first of those that are the same in everything.
+void removeRepetitions(Findings& findings);
 
 std::size_t count(const Findings& findings, Severity severity);
 

@@ -9,10 +9,19 @@
 /// The trees of writable mappings, which an extraction opens to the web server.
 class Opening {
 public:
-    Opening(const InstallPlan& plan, Site site);
+    struct Tree {
+        std::string path;  ///< as the extraction spells it
+        std::string place; ///< below the destination
+    };
 
-    /// The place of the writable mapping that opens an entry; nothing for a closed one.
+    /// \param isSkipped nothing is opened.
+    Opening(const InstallPlan& plan, Site site, bool isSkipped);
+
+    /// The place of the writable mapping that would open an entry; nothing for a closed one.
     std::optional<std::string> openerOf(const std::string& place) const;
+
+    /// What is opened.
+    const std::vector<Tree>& trees() const { return trees_; }
 
     /// True when an extraction finds what a writable mapping without a source has to open, or need not open it.
     /// \param hasSite the site is looked at.
@@ -22,13 +31,13 @@ public:
     bool isBrokenByLink(const std::string& place) const;
 
     /// What the site has in the trees that fails the extraction.
-    /// \param rights what the account cannot open is only said for those of this process.
-    Findings check(const PreviewEntries& entries, Rights rights) const;
+    Findings check(const PreviewEntries& entries) const;
 
 private:
     Site site_;
+    bool isSkipped_;
     OpenedTrees opened_;
-    std::vector<std::string> targets_;         ///< of the writable mappings that open anything
-    std::vector<std::string> dotted_;          ///< those with ".." in them, below the destination
-    std::unordered_set<std::string> unlinked_; ///< places on the way to these
+    std::vector<Tree> trees_;
+    std::vector<std::string> dotted_;          ///< writable mappings with ".." in them, below the destination
+    std::unordered_set<std::string> unlinked_; ///< places on the way to trees that are opened
 };

@@ -2,6 +2,8 @@
 
 #include "files/paths.h"
 
+#include <algorithm>
+#include <boost/algorithm/string/erase.hpp>
 #include <boost/algorithm/string/predicate.hpp>
 #include <fstream>
 #include <iterator>
@@ -11,13 +13,13 @@ namespace {
 
 constexpr std::uintmax_t mostBytes = 4096; // what closes a directory is short
 
-/// What shows nothing: the marks of PHP and XML, comments, statements that end a program or turn a visitor away, a
-/// refusal in words without any code in it, and tags.
-const std::regex& nothingShown() {
-    static const std::regex pattern(R"(<\?php|\?>|<\?xml[^>]*>|<!--[\s\S]*?-->|/\*[\s\S]*?\*/|(//|#)[^\n]*)"
-                                    R"(|defined\s*\([^()]*\)\s*(or|\|\|)|(die|exit|return|header)\b\s*(\([^()]*\))?)"
-                                    R"(|[^<>;$=]*\b(forbidden|denied|allowed)\b[^<>;$=]*|<[^?<>]*>|[\s;]+)",
-                                    std::regex::icase);
+/// A statement that ends a program or turns a visitor away, or a refusal in words.  It is matched against one statement
+/// or line at a time: against a whole page, the time would grow with the square of its size.
+const std::regex& refusal() {
+    static const std::regex pattern(
+        R"(\s*(defined\s*\([^()]*\)\s*(or|\|\|))?\s*(return|(die|exit|header)\s*(\(.*)?)?\s*)"
+        R"(|[^$=]*\b(forbidden|denied|allowed)\b[^$=]*)",
+        std::regex::icase);
     return pattern;
 }
 
@@ -29,17 +31,41 @@ const std::regex& closingLine() {
     return pattern;
 }
 
-bool showsNothing(std::istream& page) {
-    const std::string content(std::istreambuf_iterator<char>(page), {});
-    return std::regex_replace(content, nothingShown(), "").empty();
+/// True when each part between the separators matches.
+bool allMatch(const std::string& text, const char* separators, const std::regex& pattern) {
+    for (std::size_t begin = 0; begin < text.size();) {
+        const auto end = std::min(text.find_first_of(separators, begin), text.size());
+        const auto at = [&](std::size_t offset) { return text.begin() + static_cast<std::ptrdiff_t>(offset); };
+        if (!std::regex_match(at(begin), at(end), pattern))
+            return false;
+        begin = end + 1;
+    }
+    return true;
 }
 
-bool onlyCloses(std::istream& configuration) {
-    std::string line;
-    while (std::getline(configuration, line))
-        if (!std::regex_match(line, closingLine()))
-            return false;
-    return true;
+/// Takes out what stands between two marks, and the marks.
+void eraseBetween(std::string& text, std::string_view open, std::string_view close) {
+    for (auto begin = text.find(open); begin != std::string::npos; begin = text.find(open, begin)) {
+        const auto end = text.find(close, begin + open.size());
+        if (end == std::string::npos)
+            return;
+        text.erase(begin, end + close.size() - begin);
+    }
+}
+
+/// What is left of a page without comments, tags and the marks of PHP.
+std::string shownBy(std::string page) {
+    eraseBetween(page, "<!--", "-->");
+    eraseBetween(page, "/*", "*/");
+    eraseBetween(page, "<?xml", "?>");
+    boost::erase_all(page, "<?php");
+    boost::erase_all(page, "?>");
+    if (page.find("<?") == std::string::npos)
+        eraseBetween(page, "<", ">");
+    page += '\n';
+    eraseBetween(page, "//", "\n");
+    eraseBetween(page, "#", "\n");
+    return page;
 }
 
 } // namespace
@@ -48,10 +74,11 @@ bool isPlaceholder(const std::string& file, std::uintmax_t size) {
     const std::string name(nameIn(file));
     if (size == 0 || name.starts_with(".git") || boost::istarts_with(name, "readme"))
         return true;
-    if (size > mostBytes)
+    const bool isConfiguration = name == ".htaccess";
+    const bool isPage = boost::istarts_with(name, "index.") || boost::iequals(name, "web.config");
+    if (size > mostBytes || !(isConfiguration || isPage))
         return false;
     std::ifstream in(file);
-    if (name == ".htaccess")
-        return onlyCloses(in);
-    return (boost::istarts_with(name, "index.") || boost::iequals(name, "web.config")) && showsNothing(in);
+    const std::string content(std::istreambuf_iterator<char>(in), {});
+    return isConfiguration ? allMatch(content, "\n", closingLine()) : allMatch(shownBy(content), ";\n", refusal());
 }

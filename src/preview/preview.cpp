@@ -82,27 +82,16 @@ Site siteOf(const PreviewSettings& settings) {
 
 /// A package and how it would be installed.
 struct PackagePlan {
-    std::string packageDir;
     Site site;
-    MappingSources mappingSources;
     PlannedSources planned;
     Opening opening;
-
-    /// False while a part of the package cannot be read.
-    bool isWhole() const {
-        return planned.unlisted.empty() && planned.unread.empty() &&
-               std::ranges::all_of(mappingSources, [](const auto& source) {
-                   return !source || (!source->closed && (source->error == 0 || source->isMissing()));
-               });
-    }
 };
 
 PackagePlan planPackage(const PreviewSettings& settings, const std::string& packageDir, const Mappings& mappings) {
     const Site site = siteOf(settings);
     PlannedSources planned = planSources(packageDir, site.destination, mappings, settings.rights);
-    Opening opening(planned.plan, site);
-    return {packageDir, site, lookAtMappings(packageDir, mappings, settings.rights), std::move(planned),
-            std::move(opening)};
+    Opening opening(planned.plan, site, settings.skipWebserverWrite);
+    return {site, std::move(planned), std::move(opening)};
 }
 
 PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& plan) {
@@ -122,24 +111,25 @@ PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& p
 
 Findings checkPackage(const PreviewSettings& settings, const PackageDocument& document, const PackagePlan& plan,
                       const PlannedEntries& entries) {
-    const auto& [packageDir, site, mappingSources, planned, opening] = plan;
+    const auto& [site, planned, opening] = plan;
+    const std::string& packageDir = planned.plan.packageDir;
     const Mappings& mappings = document.metadata.webContent;
     const bool hasSite = settings.wwwRoot.has_value();
     Findings findings = checkPassedOver(document.passedOver);
     append(findings, checkMappings(mappings, fragmentSettingsOf(settings)));
     append(findings, checkScripts(packageDir, document.metadata.formatVersion));
-    append(findings, checkMappingSources(mappings, mappingSources, [&](const auto& mapping) {
-               return settings.skipWebserverWrite || plan.opening.isThere(mapping, entries.entries, hasSite);
+    append(findings, checkMappingSources(mappings, planned.mappings, [&](const auto& mapping) {
+               return opening.isThere(mapping, entries.entries, hasSite);
            }));
-    append(findings, checkReadable(settings.rights, packageDir, mappingSources, planned));
+    append(findings, checkReadable(settings.rights, planned));
     append(findings, checkKinds(planned.sources));
-    append(findings, checkOutside(packageDir, mappingSources, planned.sources));
+    append(findings, checkOutside(planned));
     append(findings, checkTargets(planned.sources));
     append(findings, checkShadowed(planned.plan.shadowed));
     append(findings, checkShadowed(entries.shadowed));
     append(findings, entries.findings);
     append(findings, checkShippedData(entries.entries, packageDir, hasSite,
-                                      [&](const std::string& place) { return plan.opening.openerOf(place); }));
+                                      [&](const std::string& place) { return opening.openerOf(place); }));
     return findings;
 }
 
@@ -164,19 +154,16 @@ std::unordered_set<std::string> placesOf(const std::vector<InstanceEntry>& list,
 Findings compareWithSite(const PreviewSettings& settings, const PackagePlan& plan,
                          const std::optional<PreviousRelease>& previous, const std::vector<InstanceEntry>& list,
                          Preview& preview) {
-    const auto breaksOpening = [&](const std::string& place) {
-        return !settings.skipWebserverWrite && plan.opening.isBrokenByLink(place);
-    };
-    const Comparison comparison{plan.site,        plan.packageDir, settings.rights, previous, placesOf(list, plan.site),
-                                settings.isKnown, breaksOpening};
+    const Comparison comparison{plan.site,   settings.packageDir,       settings.rights,
+                                previous,    placesOf(list, plan.site), settings.isKnown,
+                                plan.opening};
     Findings findings = preview.entries.empty() ? Findings() : checkAbove(plan.site);
     if (settings.rights == Rights::Own)
-        append(findings, checkAccount(plan.planned.sources, plan.site));
+        append(findings, checkAccount(plan.planned.sources, preview.entries, plan.site, plan.opening));
     append(findings, compareEntries(preview.entries, comparison));
     if (previous && preview.obsolete)
         append(findings, checkObsolete(*preview.obsolete, comparison));
-    if (!settings.skipWebserverWrite)
-        append(findings, plan.opening.check(preview.entries, settings.rights));
+    append(findings, plan.opening.check(preview.entries));
     return findings;
 }
 
@@ -199,17 +186,18 @@ Preview previewPackage(const PreviewSettings& settings, PackageDocument document
     std::string fragment = fragmentOf(document.metadata.webContent, fragmentSettingsOf(settings));
     Preview preview{
         .metadata = std::move(document.metadata),
-        .mappingSources = plan.mappingSources,
+        .mappingSources = plan.planned.mappings,
         .entries = std::move(planned.entries),
         .obsolete = std::nullopt,
         .scripts = scriptsOf(settings.packageDir),
         .fragment = std::move(fragment),
         .findings = std::move(findings),
     };
-    if (list && plan.isWhole())
+    if (list && plan.planned.isWhole())
         preview.obsolete = obsoleteOf(*list, plan.site.destination, preview.entries);
     if (settings.wwwRoot)
         append(preview.findings,
                compareWithSite(settings, plan, previous, list.value_or(std::vector<InstanceEntry>()), preview));
+    removeRepetitions(preview.findings);
     return preview;
 }

@@ -5,9 +5,6 @@
 #include "metadata/passed_over.h"
 #include "preview/entries.h"
 
-#include <functional>
-#include <sys/stat.h>
-
 /// What to preview, and for which site.
 struct PreviewSettings {
     std::string packageDir;
@@ -16,9 +13,7 @@ struct PreviewSettings {
     std::string applicationSubdirectory = ".";
     std::optional<std::vector<InstanceEntry>> previousList; ///< what the release had that the site has now
     std::optional<std::string> previousPackage; ///< that release as it was unpacked; also the list, where there is none
-    /// Says of a regular file of the site, by its path below the destination, that it has the content of the package's
-    /// file, which the entry describes.  Such a file is not read.  Empty for a caller who knows of none.
-    std::function<bool(const std::string& path, const PreviewEntry& entry, const struct stat& file)> isKnown;
+    KnownTest isKnown; ///< files of which it is true are not read; empty for a caller who knows of none
     /// Whose rights the checks are made for.  With Rights::Own, what the account may not do in the site is told, too.
     Rights rights = Rights::Anybody;
     bool skipWebserverWrite = false; ///< nothing is opened, and the site's trees are not looked at for it

@@ -93,32 +93,24 @@ Standing withoutLook(int error) {
     return isNowhere(error) ? isFree : isUnreadable(error);
 }
 
-Occupant occupantOf(mode_t mode) {
-    return S_ISREG(mode)   ? Occupant::File
-           : S_ISDIR(mode) ? Occupant::Directory
-           : S_ISLNK(mode) ? Occupant::Link
-                           : Occupant::Other;
-}
-
-Standing standingAt(const std::string& target, const std::string& path, PreviewEntry& entry,
+Standing standingAt(const std::string& target, const std::string& path, const PreviewEntry& entry,
                     const Comparison& comparison) {
     struct stat here {};
     if (lstat(target.c_str(), &here) != 0)
         return withoutLook(errno);
-    entry.occupant = occupantOf(here.st_mode);
-    const bool isLink = entry.occupant == Occupant::Link;
+    const bool isLink = S_ISLNK(here.st_mode);
     struct stat behind = here;
     if (isLink && stat(target.c_str(), &behind) != 0)
         return isNowhere(errno) ? isDeadLink : comparison.rights == Rights::Own ? isClosedLink : withoutLook(errno);
     if (entry.isDirectory)
         return !S_ISDIR(behind.st_mode) ? isFile : isLink ? isDirectoryLink : isEqual;
-    if (entry.occupant == Occupant::Directory) {
+    if (S_ISDIR(here.st_mode)) {
         boost::system::error_code failure;
         const bool isEmpty = fs::is_empty(target, failure);
         return failure ? withoutLook(failure.value()) : isEmpty ? isEmptyDirectory : isFullDirectory;
     }
     const auto size = static_cast<std::uintmax_t>(here.st_size);
-    const bool isPlain = entry.occupant == Occupant::File;
+    const bool isPlain = S_ISREG(here.st_mode);
     const Standing standing = !isPlain || entry.size != size ? isDifferent
                               : comparison.isKnown && comparison.isKnown(path, entry, here)
                                   ? isEqual
@@ -152,7 +144,7 @@ std::string whereTo(const std::string& link) {
 /// Of a link at the place of a directory.
 Finding linkFinding(const std::string& path, const Comparison& comparison) {
     const std::string text = whereTo(comparison.site.at(path));
-    if (!comparison.breaksOpening(path))
+    if (!comparison.opening.isBrokenByLink(path))
         return warning("leads-elsewhere", path, text);
     return failure("leads-elsewhere", path, text + "; it cannot be opened to the web server: the extraction fails");
 }
@@ -163,7 +155,6 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
     const std::string& destination = comparison.site.destination;
     Findings findings;
     std::unordered_map<std::string, EntryState> obstacles; // directories whose state holds for all that is below
-    std::unordered_set<std::string> unreadable;            // directories that have been told of
     const bool isBlockedAbove = isBlocked(destination);
     for (auto& [path, entry] : entries) {
         const std::string parent(parentOf(path));
@@ -178,7 +169,7 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
             obstacles.emplace(path, standing.state);
         if (standing.isLink)
             findings.push_back(linkFinding(path, comparison));
-        else if (standing.error != 0 && unreadable.insert(parent).second)
+        else if (standing.error != 0)
             findings.push_back(warning("unreadable-site", parent,
                                        std::string("what stands there is unknown: ") + std::strerror(standing.error)));
         else if (standing.text != nullptr)

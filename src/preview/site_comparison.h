@@ -1,10 +1,8 @@
 #pragma once
 
+#include "preview/opening_checks.h"
 #include "preview/previous_release.h"
-#include "preview/site.h"
 
-#include <functional>
-#include <sys/stat.h>
 #include <unordered_set>
 
 /// What a site is compared with.
@@ -14,9 +12,8 @@ struct Comparison {
     Rights rights;
     std::optional<PreviousRelease> previous; ///< as it was unpacked
     std::unordered_set<std::string> listed;  ///< places that the previous release is known to have
-    /// PreviewSettings::isKnown
-    std::function<bool(const std::string& path, const PreviewEntry& entry, const struct stat& file)> isKnown;
-    PathTest breaksOpening; ///< asked of a link at a directory's place: the extraction has to open it
+    KnownTest isKnown;                       ///< as in PreviewSettings
+    const Opening& opening;
 };
 
 /// Looks at the places of all entries, compares contents, and gives each entry its state.

@@ -2,6 +2,7 @@
 
 #include "files/paths.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
@@ -31,7 +32,6 @@ std::string whyUnreadable(Rights rights, const std::string& packageDir, const So
 Findings checkMappingSources(const Mappings& mappings, const MappingSources& sources,
                              const std::function<bool(const nimbo::FSAMetaDataWebContent& mapping)>& willBeThere) {
     Findings findings;
-    std::unordered_set<std::string> closed;
     auto next = sources.begin();
     for (const auto& mapping : mappings) {
         const auto& source = *next++;
@@ -39,53 +39,51 @@ Findings checkMappingSources(const Mappings& mappings, const MappingSources& sou
             continue;
         const auto& path = source->path;
         const std::string missing = "the mapping of URL " + mapping.url + " has no such directory";
-        if (source->closed && closed.insert(*source->closed).second)
+        if (source->closed)
             findings.push_back(failure("unreadable-source", *source->closed, mayNotEnter));
         else if (source->isMissing() && mapping.writable && !willBeThere(mapping))
             findings.push_back(failure("missing-source", path,
                                        missing + ", and nothing makes the one to be opened: the extraction fails"));
         else if (source->isMissing())
             findings.push_back(warning("missing-source", path, missing));
-        else if (!source->closed && isNowhere(source->error))
+        else if (isNowhere(source->error))
             findings.push_back(failure("broken-link", path, leadsNowhere));
-        else if (!source->closed && source->error != 0)
+        else if (source->error != 0)
             findings.push_back(failure("unreadable-source", path, std::strerror(source->error)));
     }
     return findings;
 }
 
-Findings checkReadable(Rights rights, const std::string& packageDir, const MappingSources& mappings,
-                       const PlannedSources& planned) {
+Findings checkReadable(Rights rights, const PlannedSources& planned) {
+    const std::string& packageDir = planned.plan.packageDir;
     Findings findings;
-    std::unordered_set<std::string> told;
-    const auto tell = [&](auto* severity, const std::string& path, const std::string& text) {
-        if (told.insert(path).second)
-            findings.push_back(severity("unreadable-source", path, text));
-    };
     for (const std::string& directory : planned.unlisted)
-        tell(warning, directory, "the site's account may not list it: the extraction leaves its content out");
+        findings.push_back(warning("unreadable-source", directory,
+                                   "the site's account may not list it: the extraction leaves its content out"));
     const std::unordered_set<std::string> unentered(planned.unentered.begin(), planned.unentered.end());
     std::unordered_set<std::string> closed; // what is in these is told with them
     for (const Source& source : planned.sources) {
         const std::string above(parentOf(source.path));
-        if (mappings[source.mapping]->closed)
+        if (planned.mappings[source.mapping]->closed)
             continue;
-        if (unentered.contains(above) && !source.isWholeMapping) {
-            tell(failure, above, mayNotEnter);
+        if (closed.contains(above)) {
+            // nothing more to tell
+        } else if (unentered.contains(above) && !source.isWholeMapping) {
+            findings.push_back(failure("unreadable-source", above, mayNotEnter));
             closed.insert(above);
         } else if (source.error == EACCES && !isThere(joined(packageDir, source.path))) {
-            tell(warning, above, "this preview may not look into it");
+            findings.push_back(warning("unreadable-source", above, "this preview may not look into it"));
             closed.insert(above);
+        } else if (const std::string why = whyUnreadable(rights, packageDir, source); !why.empty()) {
+            findings.push_back(failure("unreadable-source", source.path, why + ": the extraction fails"));
         }
-        if (!closed.contains(above))
-            if (const std::string why = whyUnreadable(rights, packageDir, source); !why.empty())
-                tell(failure, source.path, why + ": the extraction fails");
         if (closed.contains(above) && source.isDirectory())
             closed.insert(source.path);
     }
     for (const auto& [path, error] : planned.unread)
-        if (!closed.contains(std::string(parentOf(path))))
-            tell(warning, path, std::string("this preview cannot list it: ") + std::strerror(error));
+        if (!closed.contains(std::string(parentOf(path))) && !std::ranges::count(planned.unlisted, path))
+            findings.push_back(warning("unreadable-source", path,
+                                       std::string("this preview cannot list it: ") + std::strerror(error)));
     return findings;
 }
 
@@ -104,8 +102,8 @@ Findings checkKinds(const std::vector<Source>& sources) {
     return findings;
 }
 
-Findings checkOutside(const std::string& packageDir, const MappingSources& mappings,
-                      const std::vector<Source>& sources) {
+Findings checkOutside(const PlannedSources& planned) {
+    const std::string& packageDir = planned.plan.packageDir;
     Findings findings;
     const std::string package = realPath(packageDir);
     const auto isOutside = [&](const std::string& path) {
@@ -116,9 +114,9 @@ Findings checkOutside(const std::string& packageDir, const MappingSources& mappi
         return true;
     };
     std::vector<bool> areOutside; // as a whole: what is in them is told with them
-    for (const auto& mapping : mappings)
+    for (const auto& mapping : planned.mappings)
         areOutside.push_back(mapping && isOutside(mapping->path));
-    for (const Source& source : sources)
+    for (const Source& source : planned.sources)
         if (source.mayBeLink() && !source.isWholeMapping && !areOutside[source.mapping])
             isOutside(source.path);
     return findings;

@@ -14,12 +14,10 @@ Findings checkMappingSources(const Mappings& mappings, const MappingSources& sou
                              const std::function<bool(const nimbo::FSAMetaDataWebContent& mapping)>& willBeThere);
 
 /// Sources that the account cannot read.
-Findings checkReadable(Rights rights, const std::string& packageDir, const MappingSources& mappings,
-                       const PlannedSources& planned);
+Findings checkReadable(Rights rights, const PlannedSources& planned);
 
 /// Sources that will not become what they seem to be.
 Findings checkKinds(const std::vector<Source>& sources);
 
 /// Sources that lie elsewhere than in the package.
-Findings checkOutside(const std::string& packageDir, const MappingSources& mappings,
-                      const std::vector<Source>& sources);
+Findings checkOutside(const PlannedSources& planned);

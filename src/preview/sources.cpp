@@ -38,28 +38,75 @@ std::optional<std::string> closedBetween(Rights rights, const std::string& start
     return std::nullopt;
 }
 
-/// What the account cannot list in the package, so that it is planned only for who previews.
-class Unlisted {
-public:
-    explicit Unlisted(std::size_t mappings) : leftOut_(mappings) {}
-
-    void insert(const std::string& directory) { directories_.insert(directory); }
-
-    /// True for a source that is below such a directory, in the listing of the same mapping.
-    bool hides(const Source& source) {
-        auto& leftOut = leftOut_[source.mapping];
-        const std::string above(parentOf(source.path));
-        if (source.isWholeMapping || !(directories_.contains(above) || leftOut.contains(above)))
-            return false;
-        if (source.listed == EntryKind::Directory)
-            leftOut.insert(source.path);
-        return true;
+MappingSources lookAtMappings(const std::string& packageDir, const std::list<FSAMetaDataWebContent>& mappings,
+                              Rights rights) {
+    MappingSources sources;
+    for (const FSAMetaDataWebContent& mapping : mappings) {
+        struct stat status {};
+        const std::string path = joined(packageDir, withoutLeadingSlashes(mapping.path));
+        const std::string inside = inPackage(packageDir, path);
+        if (!mapping.redirect.empty())
+            sources.emplace_back();
+        else
+            sources.push_back(MappingSource{inside, stat(path.c_str(), &status) == 0 ? 0 : errno,
+                                            closedOnTheWay(rights, packageDir, inside)});
     }
+    return sources;
+}
 
-private:
-    std::unordered_set<std::string> directories_;
-    std::vector<std::unordered_set<std::string>> leftOut_; ///< what is below them, one a mapping
-};
+/// Plans what the account can list.
+void planReadable(PlannedSources& planned, const std::string& packageDir, const std::string& destination,
+                  const std::list<FSAMetaDataWebContent>& mappings, Rights rights) {
+    const PlanningFailures failures{
+        [](const std::string&) {}, // lookAtMappings sees these two as well
+        [](const boost::filesystem::filesystem_error&) {},
+        [&](const std::string& path, int error, const std::string&) {
+            planned.unread.emplace_back(inPackage(packageDir, path), error);
+        },
+    };
+    std::unordered_set<std::string> leftOut; // directories of the mapping at hand whose content is not planned
+    const auto isListed = [&](const std::string& directory, std::string_view relative, EntryKind kind) {
+        if (relative.empty()) // a mapping may name what lies in a directory that another one cannot list
+            leftOut.clear();
+        const std::string whole = entryIn(directory, relative);
+        const std::string path = inPackage(packageDir, whole);
+        const bool isPlanned = !leftOut.contains(std::string(parentOf(path)));
+        struct stat status {};
+        const bool isDirectory = kind == EntryKind::Directory || relative.empty();
+        if (!isDirectory || lstat(whole.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+            return isPlanned;
+        const bool mayList = may(rights, whole, status, R_OK);
+        if (!isPlanned || !mayList)
+            leftOut.insert(path);
+        if (isPlanned && !mayList)
+            planned.unlisted.push_back(path);
+        else if (isPlanned && !may(rights, whole, status, X_OK))
+            planned.unentered.push_back(path);
+        return isPlanned;
+    };
+    planned.plan = planCopies(packageDir, destination, mappings, failures, isListed);
+}
+
+Source sourceOf(const InstallPlan& plan, const PlannedCopy& copy, Rights rights) {
+    const std::string path = joined(plan.packageDir, plan.sourcePathOf(copy));
+    struct stat status {};
+    const int error = stat(path.c_str(), &status) == 0 ? 0 : errno;
+    return {
+        .target = normalPath(copy.targetPath),
+        .path = inPackage(plan.packageDir, path),
+        .mapping = copy.mapping,
+        .isWholeMapping = copy.targetPath.size() == plan.roots[copy.mapping].url.size(),
+        .listed = copy.kind,
+        .isTooLong = isTooLong(joined(plan.destinationRoot, copy.targetPath)),
+        .asDirectory = isWrittenAsDirectory("/" + copy.targetPath),
+        .fileMode = copy.fileMode(),
+        .error = error,
+        .mode = status.st_mode,
+        .size = static_cast<std::uintmax_t>(status.st_size),
+        .modified = status.st_mtim,
+        .mayRead = error == 0 && may(rights, path, status, R_OK),
+    };
+}
 
 } // namespace
 
@@ -98,78 +145,20 @@ bool MappingSource::isMissing() const {
     return !closed && isNotFound(error);
 }
 
-MappingSources lookAtMappings(const std::string& packageDir, const std::list<FSAMetaDataWebContent>& mappings,
-                              Rights rights) {
-    MappingSources sources;
-    for (const FSAMetaDataWebContent& mapping : mappings) {
-        struct stat status {};
-        const std::string path = joined(packageDir, withoutLeadingSlashes(mapping.path));
-        const std::string inside = inPackage(packageDir, path);
-        if (!mapping.redirect.empty())
-            sources.emplace_back();
-        else
-            sources.push_back(MappingSource{inside, stat(path.c_str(), &status) == 0 ? 0 : errno,
-                                            closedOnTheWay(rights, packageDir, inside)});
-    }
-    return sources;
+bool PlannedSources::isWhole() const {
+    return unlisted.empty() && unread.empty() && std::ranges::all_of(mappings, [](const auto& mapping) {
+               return !mapping || mapping->isMissing() || (!mapping->closed && mapping->error == 0);
+           });
 }
 
 PlannedSources planSources(const std::string& packageDir, const std::string& destination,
                            const std::list<FSAMetaDataWebContent>& mappings, Rights rights) {
     PlannedSources planned;
-    const PlanningFailures failures{
-        [](const std::string&) {}, // lookAtMappings sees these two as well
-        [](const boost::filesystem::filesystem_error&) {},
-        [&](const std::string& path, int error, const std::string&) {
-            planned.unread.emplace_back(inPackage(packageDir, path), error);
-        },
-    };
-    planned.plan = planCopies(packageDir, destination, mappings, failures);
+    planReadable(planned, packageDir, destination, mappings, rights);
+    planned.mappings = lookAtMappings(packageDir, mappings, rights);
     planned.sources.reserve(planned.plan.copies.size());
-    Unlisted unlisted(planned.plan.roots.size());
-    const auto lookAtDirectory = [&](const std::string& path, const struct stat& status) {
-        const std::string whole = entryIn(packageDir, path);
-        if (!may(rights, whole, status, R_OK)) {
-            unlisted.insert(path);
-            planned.unlisted.push_back(path);
-        } else if (!may(rights, whole, status, X_OK)) {
-            planned.unentered.push_back(path);
-        }
-    };
-    for (const auto& record : planned.plan.shadowed) { // directories that are in no source
-        struct stat status {};
-        const std::string path = normalPath(record.earlierSource);
-        if (lstat(entryIn(packageDir, path).c_str(), &status) == 0 && S_ISDIR(status.st_mode))
-            lookAtDirectory(path, status);
-    }
-    std::vector<bool> areTooLong;
-    for (const InstallPlan::Root& root : planned.plan.roots)
-        areTooLong.push_back(isTooLong(joined(destination, root.url)));
-    for (const PlannedCopy& copy : planned.plan.copies) {
-        const std::string path = joined(packageDir, planned.plan.sourcePathOf(copy));
-        struct stat status {};
-        const int error = stat(path.c_str(), &status) == 0 ? 0 : errno;
-        Source source{
-            .target = normalPath(copy.targetPath),
-            .path = inPackage(packageDir, path),
-            .mapping = copy.mapping,
-            .isWholeMapping = copy.targetPath.size() == planned.plan.roots[copy.mapping].url.size(),
-            .listed = copy.kind,
-            .isTooLong = areTooLong[copy.mapping] || destination.size() + 1 + copy.targetPath.size() >= PATH_MAX,
-            .asDirectory = isWrittenAsDirectory("/" + copy.targetPath),
-            .fileMode = copy.fileMode(),
-            .error = error,
-            .mode = status.st_mode,
-            .size = static_cast<std::uintmax_t>(status.st_size),
-            .modified = status.st_mtim,
-            .mayRead = error == 0 && may(rights, path, status, R_OK),
-        };
-        if (unlisted.hides(source))
-            continue;
-        if (error == 0 && source.listed == EntryKind::Directory)
-            lookAtDirectory(source.path, status);
-        planned.sources.push_back(std::move(source));
-    }
+    for (const PlannedCopy& copy : planned.plan.copies)
+        planned.sources.push_back(sourceOf(planned.plan, copy, rights));
     return planned;
 }
 

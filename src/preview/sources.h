@@ -37,9 +37,6 @@ struct MappingSource {
 /// One a mapping; nothing for a redirect.
 using MappingSources = std::vector<std::optional<MappingSource>>;
 
-MappingSources lookAtMappings(const std::string& packageDir, const std::list<nimbo::FSAMetaDataWebContent>& mappings,
-                              Rights rights);
-
 /// One copy of a plan, and what its source is, links followed.
 struct Source {
     std::string target; ///< below the destination
@@ -64,10 +61,14 @@ struct Source {
 /// A plan without what the account cannot list, and what cannot be read in it.  Paths are relative to the package.
 struct PlannedSources {
     InstallPlan plan;
+    MappingSources mappings;
     std::vector<Source> sources;        ///< in the order of the plan
     std::vector<std::string> unlisted;  ///< directories that the account may not list: nothing of them is planned
     std::vector<std::string> unentered; ///< directories that it may list but not enter
     std::vector<std::pair<std::string, int>> unread; ///< other places that planning could not read, and errno values
+
+    /// False while a part of the package cannot be read.
+    bool isWhole() const;
 };
 
 /// planCopies without a line or an exception for what cannot be read.

@@ -1,4 +1,5 @@
 #include "preview/findings.h"
+#include "preview/placeholders.h"
 #include "tests/support/support.h"
 
 #include <boost/algorithm/string.hpp>
@@ -159,6 +160,7 @@ const std::vector<Row> sourceRows{
      .mappings = rootMapping + "<mapping url='b'/>",
      .entries = {"b -> b"}},
     {.findings = "error: broken-link: htdocs/a: leads nowhere: the extraction fails\n",
+     .mappings = rootMapping + "<mapping url='again' path='htdocs'/>",
      .entries = {"htdocs/a -> nowhere"}},
     {.findings = "error: special-file: htdocs/null: neither a file nor a directory: the extraction fails\n"
                  "warning: outside-package: htdocs/null: leads out of the package, to /dev/null\n",
@@ -178,6 +180,11 @@ const std::vector<Row> sourceRows{
                  "content out\n",
      .entries = {"htdocs/d/e/f"},
      .modes = {{"htdocs/d", 0711}}},
+    {.findings = "warning: unreadable-source: htdocs: the site's account may not list it: the extraction leaves its "
+                 "content out\n",
+     .mappings = rootMapping + "<mapping url='d'/>", // the mapping's own directory does not hide what the other holds
+     .entries = {"htdocs/d/.htaccess", "d/f"},
+     .modes = {{"htdocs", 0711}}},
     {.findings = "error: unreadable-source: htdocs/d: the site's account may not enter it: the extraction fails\n",
      .entries = {"htdocs/d/e/f", "htdocs/d/g"},
      .modes = {{"htdocs/d", 0744}}},
@@ -489,6 +496,12 @@ TEST_F(Agreement, WhatTheAccountMayNotDoIsOneErrorForItsCause) {
          .entries = {"open/"},
          .site = {"w/"},
          .changed = {{"w", 0755}}},
+        {.findings = "note: ships-data: w: 1 file: every upgrade replaces what visitors wrote there\n"
+                     "error: not-permitted: w: the account may not write there: the extraction fails\n",
+         .mappings = open("w"),
+         .entries = {"open/f"},
+         .site = {"w/"},
+         .changed = {{"w", 0755}}},
         {.findings = "error: not-permitted: w/d: the account may list it but not enter it: the extraction fails\n",
          .mappings = open("w"),
          .entries = {"open/"},
@@ -605,6 +618,36 @@ TEST_F(Preview, TextAndJsonAreThoseOfTheExamples) {
   </SECTION>
 </INSTANCE-DATA>
 )")));
+}
+
+TEST_F(Preview, WhatOnlyClosesOrDescribesADirectoryIsKnownByWhatItDoes) {
+    struct File {
+        std::string name;
+        std::string content;
+        bool isPlaceholder = true;
+    };
+    const std::vector<File> files{
+        {.name = "data", .content = ""},
+        {.name = "README", .content = "$x = 1;"},
+        {.name = "index.html", .content = "<!DOCTYPE html><html><body bgcolor=\"#FFFFFF\"></body></html>\n"},
+        {.name = "index.html", .content = "<p>Directory access is forbidden.</p>\n"},
+        {.name = "index.html", .content = "<p>Welcome</p>\n", .isPlaceholder = false},
+        {.name = "index.php", .content = "<?php\n// Silence is golden.\n"},
+        {.name = "index.php", .content = "<?php defined('BASE') or exit('No access'); ?>"},
+        {.name = "index.php", .content = "<?php /* $x */\nheader('Date: ' . date('D') . ' GMT');\nexit;\n"},
+        {.name = "index.php", .content = "<?php return array('a' => 1);\n", .isPlaceholder = false},
+        {.name = "index.php", .content = "<?= $page ?>", .isPlaceholder = false},
+        {.name = "settings.php", .content = "<?php\n", .isPlaceholder = false},
+        {.name = "index.html", .content = std::string(5000, '\n'), .isPlaceholder = false},
+        {.name = "index.html", .content = deep("a ").substr(0, 4096), .isPlaceholder = false},
+        {.name = ".htaccess", .content = "<IfModule x>\n# all\nRequire all denied\n</IfModule>\n"},
+        {.name = ".htaccess", .content = "RewriteEngine on\n", .isPlaceholder = false},
+    };
+    for (const File& file : files) {
+        const fs::path path = base / file.name;
+        writeFile(path, file.content);
+        EXPECT_EQ(isPlaceholder(path.string(), file.content.size()), file.isPlaceholder) << file.content;
+    }
 }
 
 TEST_F(Preview, VersionAndHelpAreForAnybody) {
