@@ -65,8 +65,7 @@ private:
         bool isThere = false;
         bool isOwnAndClosed = false; ///< so that an extraction opens it, if it copies something into it
         bool keepsOthersFiles = false;
-        bool mayEnter = true;
-        bool mayWrite = true;
+        bool mayWrite = true; ///< and enter
     };
 
     void tell(const std::string& path, const std::string& text) {
@@ -89,7 +88,7 @@ private:
             // What the account cannot see is taken for open: it lies in a directory of its own, which will be opened,
             // or in one that is told.
             directory.isThere = errno == EACCES;
-            if (directory.isThere && !at(std::string(parentOf(path))).mayEnter)
+            if (directory.isThere && !at(std::string(parentOf(path))).mayWrite)
                 tell(std::string(parentOf(path)), "the account may not enter it");
             return directory;
         }
@@ -98,7 +97,6 @@ private:
             S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & S_IRWXU) != S_IRWXU;
         if (stat(name, &status) != 0 || !S_ISDIR(status.st_mode))
             return directory;
-        directory.mayEnter = access(name, X_OK) == 0;
         directory.mayWrite = access(name, W_OK | X_OK) == 0;
         directory.keepsOthersFiles = (status.st_mode & S_ISVTX) != 0 && status.st_uid != geteuid();
         return directory;
@@ -107,7 +105,7 @@ private:
     void openOwn(const std::string& path) {
         Directory& directory = at(path);
         if (directory.isOwnAndClosed)
-            directory.mayEnter = directory.mayWrite = true;
+            directory.mayWrite = true;
     }
 
     void makeDirectory(const std::string& path) {

@@ -84,13 +84,26 @@ Standing compareContents(const std::string& source, const std::string& target) {
             return isUnreadable(errno);
         if (there != size || std::memcmp(expected.data(), found.data(), static_cast<std::size_t>(size)) != 0)
             return isDifferent;
-        if (size == 0)
+        if (static_cast<std::size_t>(size) < expected.size()) // the end of both
             return isEqual;
     }
 }
 
 Standing withoutLook(int error) {
     return isNowhere(error) ? isFree : isUnreadable(error);
+}
+
+/// Of what stands at a file's place and is not the same: whose is it?
+/// \param here as of lstat.
+Standing standingOfChanged(const std::string& target, const std::string& path, const PreviewEntry& entry,
+                           const struct stat& here, const Comparison& comparison) {
+    const auto old = comparison.previous ? comparison.previous->fileAt(path) : std::nullopt;
+    if (!old) // visitors may have written it where they can
+        return comparison.listed.contains(path) && !entry.isInWritableTree ? isExpected : isDifferent;
+    const bool mayBeOld = S_ISREG(here.st_mode) && old->second == static_cast<std::uintmax_t>(here.st_size);
+    if (mayBeOld && compareContents(old->first, target).state == EntryState::Same)
+        return isExpected;
+    return entry.isInWritableTree ? isWritten : isEdited;
 }
 
 Standing standingAt(const std::string& target, const std::string& path, const PreviewEntry& entry,
@@ -100,31 +113,26 @@ Standing standingAt(const std::string& target, const std::string& path, const Pr
         return withoutLook(errno);
     const bool isLink = S_ISLNK(here.st_mode);
     struct stat behind = here;
-    if (isLink && stat(target.c_str(), &behind) != 0)
-        return isNowhere(errno) ? isDeadLink : comparison.rights == Rights::Own ? isClosedLink : withoutLook(errno);
+    if (isLink && stat(target.c_str(), &behind) != 0) {
+        if (isNowhere(errno))
+            return isDeadLink;
+        return comparison.rights == Rights::Own ? isClosedLink : isUnreadable(errno);
+    }
+    if (entry.isDirectory && S_ISDIR(behind.st_mode))
+        return isLink ? isDirectoryLink : isEqual;
     if (entry.isDirectory)
-        return !S_ISDIR(behind.st_mode) ? isFile : isLink ? isDirectoryLink : isEqual;
+        return isFile;
     if (S_ISDIR(here.st_mode)) {
         boost::system::error_code failure;
         const bool isEmpty = fs::is_empty(target, failure);
         return failure ? withoutLook(failure.value()) : isEmpty ? isEmptyDirectory : isFullDirectory;
     }
-    const auto size = static_cast<std::uintmax_t>(here.st_size);
-    const bool isPlain = S_ISREG(here.st_mode);
-    const Standing standing = !isPlain || entry.size != size ? isDifferent
-                              : comparison.isKnown && comparison.isKnown(path, entry, here)
-                                  ? isEqual
-                                  : compareContents(joined(comparison.packageDir, entry.source), target);
-    if (standing.state != EntryState::Changed)
-        return standing;
-    // Whose is it?
-    if (const auto old = comparison.previous ? comparison.previous->fileAt(path) : std::nullopt) {
-        const bool isAsInstalled =
-            isPlain && old->second == size && compareContents(old->first, target).state == EntryState::Same;
-        return isAsInstalled ? isExpected : entry.isInWritableTree ? isWritten : isEdited;
-    }
-    // Visitors may have written it where they can.
-    return comparison.listed.contains(path) && !entry.isInWritableTree ? isExpected : isDifferent;
+    Standing standing = isDifferent;
+    if (S_ISREG(here.st_mode) && entry.size == static_cast<std::uintmax_t>(here.st_size))
+        standing = comparison.isKnown && comparison.isKnown(path, entry, here)
+                       ? isEqual
+                       : compareContents(joined(comparison.packageDir, entry.source), target);
+    return standing.state == EntryState::Changed ? standingOfChanged(target, path, entry, here, comparison) : standing;
 }
 
 /// True when the nearest entry above a missing path is no directory, links followed, so that nothing can be made there.

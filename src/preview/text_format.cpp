@@ -123,7 +123,9 @@ std::string fragmentLines(const Preview& preview) {
     return lines;
 }
 
-std::string totalsOf(const Preview& preview) {
+} // namespace
+
+std::string summaryOf(const Preview& preview) {
     const auto& metadata = preview.metadata;
     Counts counts;
     for (const auto& entry : preview.entries)
@@ -140,8 +142,6 @@ std::string totalsOf(const Preview& preview) {
            (states.empty() ? "" : states + '\n') + findings + '\n';
 }
 
-} // namespace
-
 std::string textOf(const Preview& preview, bool all) {
     std::string text;
     for (const Group& group : groupsOf(preview))
@@ -152,11 +152,7 @@ std::string textOf(const Preview& preview, bool all) {
             text += "redirect " + escaped(mapping.url) + " -> " + escaped(mapping.redirect) + '\n';
     for (const std::string& script : preview.scripts)
         text += "script " + escaped(script) + '\n';
-    return text + fragmentLines(preview) + totalsOf(preview);
-}
-
-std::string summaryOf(const Preview& preview) {
-    return totalsOf(preview);
+    return text + fragmentLines(preview) + summaryOf(preview);
 }
 
 std::string mappingCountsOf(const Preview& preview) {
