@@ -3,8 +3,6 @@
 #include "files/paths.h"
 #include "files/subdirectory.h"
 #include "metadata/exceptions.h"
-#include "metadata/package_location.h"
-#include "metadata/passed_over.h"
 #include "preview/account_checks.h"
 #include "preview/metadata_checks.h"
 #include "preview/opening_checks.h"
@@ -14,42 +12,15 @@
 #include "preview/target_checks.h"
 #include "runtime/one_line.h"
 #include "webserver/fragment.h"
-#include "xml/document.h"
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
-#include <libxml/xmlerror.h>
-#include <stdexcept>
 
 namespace fs = boost::filesystem;
 
 namespace {
 
 constexpr const char* usualRoot = "/var/www/vhosts/example.com/httpdocs";
-
-void ignoreXmlError(void* /*context*/, xmlError* /*error*/) {
-}
-void ignoreXmlMessage(void* /*context*/, const char* /*format*/, ...) {
-}
-
-/// The document to read, as a path that the XML library takes for nothing else: not for a URL, nor for standard input.
-std::string documentOf(const std::string& packageDir, const std::string& metadataFile) {
-    if (!fs::is_directory(packageDir))
-        throw std::runtime_error(packageDir + " is not a directory");
-    const std::string own = metadataFileOf(packageDir);
-    const std::string document = metadataFile.empty() ? own : metadataFile;
-    // An extraction wants the package's own document also when it reads another one.
-    for (const std::string& file : {own, document})
-        if (!fs::is_regular_file(file))
-            throw std::runtime_error("Application metadata file " + file + " does not exist or is no file");
-    return document.starts_with('/') ? document : "./" + document;
-}
-
-XmlDocument parseSilently(const std::string& file) {
-    xmlSetStructuredErrorFunc(nullptr, ignoreXmlError);
-    xmlSetGenericErrorFunc(nullptr, ignoreXmlMessage);
-    return parseXmlFile(file);
-}
 
 std::vector<std::string> scriptsOf(const std::string& packageDir) {
     std::vector<std::string> scripts;
@@ -168,13 +139,6 @@ Findings compareWithSite(const PreviewSettings& settings, const PackagePlan& pla
 }
 
 } // namespace
-
-PackageDocument readDocument(const std::string& packageDir, const std::string& metadataFile) {
-    const std::string file = documentOf(packageDir, metadataFile);
-    const XmlDocument document = parseSilently(file);
-    auto passedOver = document == nullptr ? std::vector<nimbo::PassedOver>() : nimbo::passedOver(document.get());
-    return {nimbo::FSAMetaDataReader(document, file), std::move(passedOver)};
-}
 
 Preview previewPackage(const PreviewSettings& settings, PackageDocument document) {
     const PackagePlan plan = planPackage(settings, settings.packageDir, document.metadata.webContent);

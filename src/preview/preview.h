@@ -1,14 +1,12 @@
 #pragma once
 
 #include "cleanup/instance_removal.h"
-#include "metadata/metadata_reader.h"
-#include "metadata/passed_over.h"
 #include "preview/entries.h"
+#include "preview/package_document.h"
 
 /// What to preview, and for which site.
 struct PreviewSettings {
     std::string packageDir;
-    std::string metadataFile;           ///< empty for the package's own document
     std::optional<std::string> wwwRoot; ///< document root of a site to compare with
     std::string applicationSubdirectory = ".";
     std::optional<std::vector<InstanceEntry>> previousList; ///< what the release had that the site has now
@@ -19,12 +17,6 @@ struct PreviewSettings {
     bool skipWebserverWrite = false; ///< nothing is opened, and the site's trees are not looked at for it
     bool php = true;                 ///< the fragment has PHP handlers
     bool cgi = true;                 ///< the fragment has CGI handlers
-};
-
-/// A package's metadata document.
-struct PackageDocument {
-    nimbo::FSAMetaDataReader metadata;
-    std::vector<nimbo::PassedOver> passedOver; ///< findings are made of these; a caller with a reader has none
 };
 
 /// All that is known of a package before it is extracted.  A value, made without changing anything.
@@ -40,17 +32,7 @@ struct Preview {
     Findings findings;
 };
 
-/// Reads a package's document, and switches off for good what libxml2 prints.
-/// \param metadataFile empty for the package's own document, which has to be there in any case.
-/// \throw std::exception or nimbo::FSAXMLException when the package or its document cannot be used.
-PackageDocument readDocument(const std::string& packageDir, const std::string& metadataFile);
-
-/// The same of the package that is to be previewed.
-inline PackageDocument readDocument(const PreviewSettings& settings) {
-    return readDocument(settings.packageDir, settings.metadataFile);
-}
-
 /// Previews a package with the functions that the commands themselves use.  Prints nothing.
-/// \param document as of readDocument; PreviewSettings::metadataFile does not count any more.
+/// \param document the package's, as of readDocument.
 /// \throw std::exception or nimbo::FSAXMLException when the previous package cannot be used.
 Preview previewPackage(const PreviewSettings& settings, PackageDocument document);

@@ -29,6 +29,7 @@ struct Request {
     std::string format = "text";
     bool summary = false;
     bool all = false;
+    std::string metadataFile;                ///< empty for the package's own
     std::optional<std::string> previousList; ///< a file
     std::optional<std::string> user;         ///< the site's account
     std::vector<std::string> ignored;        ///< codes
@@ -56,7 +57,7 @@ po::options_description optionsInto(Request& request) {
         ("summary", po::bool_switch(&request.summary), "with the format text: counts, and findings by their codes")
         ("all", po::bool_switch(&request.all), "with the format text: also what the site has the same")
         ("ignore", po::value(&request.ignored)->composing()->value_name("CODE"), "leave findings of this code out; may be given again")
-        ("metadata-file", po::value(&package.metadataFile)->value_name("FILE"), "metadata document to read instead of the package's own")
+        ("metadata-file", po::value(&request.metadataFile)->value_name("FILE"), "metadata document to read instead of the package's own")
         ("www-root", po::value<std::string>()->value_name("DIR")->notifier([&](const std::string& root) { package.wwwRoot = root; }),
          "document root of the site: stands in the fragment, and is looked at")
         ("application-subdirectory", po::value(&package.applicationSubdirectory)->value_name("SUB"),
@@ -122,7 +123,7 @@ Preview previewOf(Request& request) {
     PreviewSettings& settings = request.package;
     if (request.previousList)
         settings.previousList = readList(*request.previousList);
-    PackageDocument document = readDocument(settings);
+    PackageDocument document = readDocument(settings.packageDir, request.metadataFile);
     if (request.user) {
         // An extraction goes the whole way to the package with these rights, too.
         settings.packageDir = boost::filesystem::absolute(settings.packageDir).native();

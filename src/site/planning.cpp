@@ -93,7 +93,7 @@ Comparison compare(const StagingRequest& request, const Before& before) {
         return request.trustsBefore && before.isUntouched(path, file) &&
                before.comesFrom(path, nanosecondsOf(entry.modified));
     };
-    Preview preview = previewPackage(settings, readDocument(settings));
+    Preview preview = previewPackage(settings, readDocument(settings.packageDir, ""));
     return {std::move(preview), std::move(seen)};
 }
 
