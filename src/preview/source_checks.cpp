@@ -66,16 +66,17 @@ Findings checkReadable(Rights rights, const PlannedSources& planned) {
         const std::string above(parentOf(source.path));
         if (planned.mappings[source.mapping]->closed)
             continue;
-        if (closed.contains(above)) {
-            // nothing more to tell
-        } else if (unentered.contains(above) && !source.isWholeMapping) {
-            findings.push_back(failure("unreadable-source", above, mayNotEnter));
-            closed.insert(above);
-        } else if (source.error == EACCES && !isThere(joined(packageDir, source.path))) {
-            findings.push_back(warning("unreadable-source", above, "this preview may not look into it"));
-            closed.insert(above);
-        } else if (const std::string why = whyUnreadable(rights, packageDir, source); !why.empty()) {
-            findings.push_back(failure("unreadable-source", source.path, why + ": the extraction fails"));
+        if (!closed.contains(above)) {
+            const bool isUnentered = unentered.contains(above) && !source.isWholeMapping;
+            const bool isUnseen = source.error == EACCES && !isThere(joined(packageDir, source.path));
+            if (isUnentered)
+                findings.push_back(failure("unreadable-source", above, mayNotEnter));
+            else if (isUnseen)
+                findings.push_back(warning("unreadable-source", above, "this preview may not look into it"));
+            else if (const std::string why = whyUnreadable(rights, packageDir, source); !why.empty())
+                findings.push_back(failure("unreadable-source", source.path, why + ": the extraction fails"));
+            if (isUnentered || isUnseen)
+                closed.insert(above);
         }
         if (closed.contains(above) && source.isDirectory())
             closed.insert(source.path);
