@@ -6,6 +6,7 @@
 #include <iterator>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -42,8 +43,10 @@ void append(Findings& findings, Findings more) {
 }
 
 void removeRepetitions(Findings& findings) {
-    std::set<Finding> known;
-    std::erase_if(findings, [&](const Finding& finding) { return !known.insert(finding).second; });
+    std::set<std::tuple<Severity, std::string_view, std::string, std::string>> known;
+    std::erase_if(findings, [&](const Finding& finding) {
+        return !known.emplace(finding.severity, finding.code, finding.subject, finding.text).second;
+    });
 }
 
 std::size_t count(const Findings& findings, Severity severity) {

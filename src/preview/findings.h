@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <compare>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,8 +31,6 @@ struct Finding {
     std::string_view code; ///< one of findingCodes
     std::string subject;   ///< what it is about: a source, a target, an element, an attribute, a URL or an option
     std::string text;
-
-    friend auto operator<=>(const Finding&, const Finding&) = default;
 };
 
 using Findings = std::vector<Finding>;

@@ -82,7 +82,7 @@ PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& p
 
 Findings checkPackage(const PreviewSettings& settings, const PackageDocument& document, const PackagePlan& plan,
                       const PlannedEntries& entries) {
-    const auto& [site, planned, opening] = plan;
+    const PlannedSources& planned = plan.planned;
     const std::string& packageDir = planned.plan.packageDir;
     const Mappings& mappings = document.metadata.webContent;
     const bool hasSite = settings.wwwRoot.has_value();
@@ -90,7 +90,7 @@ Findings checkPackage(const PreviewSettings& settings, const PackageDocument& do
     append(findings, checkMappings(mappings, fragmentSettingsOf(settings)));
     append(findings, checkScripts(packageDir, document.metadata.formatVersion));
     append(findings, checkMappingSources(mappings, planned.mappings, [&](const auto& mapping) {
-               return opening.isThere(mapping, entries.entries, hasSite);
+               return plan.opening.isThere(mapping, entries.entries, hasSite);
            }));
     append(findings, checkReadable(settings.rights, planned));
     append(findings, checkKinds(planned.sources));
@@ -100,7 +100,7 @@ Findings checkPackage(const PreviewSettings& settings, const PackageDocument& do
     append(findings, checkShadowed(entries.shadowed));
     append(findings, entries.findings);
     append(findings, checkShippedData(entries.entries, packageDir, hasSite,
-                                      [&](const std::string& place) { return opening.openerOf(place); }));
+                                      [&](const std::string& place) { return plan.opening.openerOf(place); }));
     return findings;
 }
 
