@@ -22,6 +22,7 @@ TEST_F(Extract, GivesOwnersAndModesByTheMappings) {
              "<mapping url='off'><cgi:handler><cgi:all-files/></cgi:handler>"
              "<cgi:handler><cgi:disabled/></cgi:handler></mapping>"
              "<mapping url='old' virtual='redirect' href='http://x/'/><mapping url='gone' path='nowhere'/>");
+    chmod((package / "APP-META.xml").c_str(), 0600); // root reads it
     writeFile(package / "htdocs/index.php", "page", 04644);
     writeFile(package / "programs/run.cgi", "x", 0755);
     writeFile(package / "all/page", "deep");

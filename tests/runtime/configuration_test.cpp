@@ -173,8 +173,10 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
         conf_table table{};
         conf_init_r(&table);
         const nimbo::SystemError failure("unnamed", EIO);
+        const std::string tooLarge(std::size_t{64} << 20, 'x');
         const rlimit none{0, 0};
         setrlimit(RLIMIT_AS, &none);
+        conf_set_r("V", tooLarge.c_str(), &table);         // there is memory for the name still
         void* (*volatile take)(std::size_t) = std::malloc; // a direct call would be dropped
         for (std::size_t size = 1U << 20; size > 0; size -= size > 2048 ? size / 2 : 16) // small ones are kept by size
             while (take(size) != nullptr)
@@ -187,7 +189,8 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
         nimbo_log(1, "%s", failure.what());
         parseXmlMemory("<a/>");
     };
-    EXPECT_THAT(inChild(ask), ended(aborted, "Unable to read configuration: Cannot allocate memory\n-1\n"
+    EXPECT_THAT(inChild(ask), ended(aborted, "Unable to form configuration: Cannot allocate memory\n"
+                                             "Unable to read configuration: Cannot allocate memory\n-1\n"
                                              "Unable to form configuration: Cannot allocate memory\n"
                                              "Can't allocate memory for error message\n"
                                              "Not enough memory to allocate Nimbo runtime configuration structure\n"

@@ -4,8 +4,9 @@ class Script : public SandboxTest {
 protected:
     void prepare() override { describe("1.1", ""); }
 
+    /// A package's document may be for root alone.
     void describe(const std::string& version, const std::string& language) const {
-        writeFile(package / "APP-META.xml", metadata("", version, language));
+        writeFile(package / "APP-META.xml", metadata("", version, language), 0600);
     }
     void script(const std::string& name, const std::string& text, mode_t mode = 0755) const {
         writeFile(package / "scripts" / name, text, mode);

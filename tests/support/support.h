@@ -30,6 +30,11 @@ Matcher<const Outcome&> ended(int status, const Text& error = "", const Text& ou
 /// An alarm ends a child that does not end.
 Outcome inChild(const std::function<void()>& body, const std::string& input = {});
 
+constexpr int notAllowed = 77; ///< the status of a child that cannot arrange what it is to meet
+
+/// From here on the process, a child, gets this error for a system call: ENOSYS is the error of a kernel that lacks it.
+void refuseCall(long call, unsigned error);
+
 /// Runs a program with the given words and standard input and waits for it.
 Outcome run(const Words& words, const std::string& input = {});
 
