@@ -45,10 +45,11 @@ bool Opening::isThere(const nimbo::FSAMetaDataWebContent& mapping, const Preview
     struct stat status {};
     if (!hasSite || lstat(joined(site_.destination, below).c_str(), &status) != 0)
         return false;
-    for (std::string above = place; !above.empty(); above = parentOf(above))
-        if (struct stat link{};
-            unlinked_.contains(above) && lstat(site_.at(above).c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+    for (std::string above = place; !above.empty(); above = parentOf(above)) {
+        struct stat link {};
+        if (unlinked_.contains(above) && lstat(site_.at(above).c_str(), &link) == 0 && S_ISLNK(link.st_mode))
             return false;
+    }
     return S_ISDIR(status.st_mode) || S_ISREG(status.st_mode);
 }
 
@@ -63,10 +64,11 @@ Findings Opening::check(const PreviewEntries& entries) const {
         const auto visit = [&, &root = root](std::string_view relative, EntryKind kind) {
             const std::string place = placeOf(site_.destination, withElements(root, relative));
             // The target itself has been looked at, and what the package has there takes the entry's place.
-            if (kind == EntryKind::Other && !relative.empty() && openerOf(place) == root && !entries.contains(place))
+            if (kind == EntryKind::Other && !relative.empty() && openerOf(place) == root && !entries.contains(place)) {
                 findings.push_back(
                     failure("special-file", place,
                             "neither a file nor a directory in a tree to be opened: the extraction fails"));
+            }
         };
         visitDirContent(path, visit, [](const auto&...) {}); // states tell what cannot be looked at
     }

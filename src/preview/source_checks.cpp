@@ -81,10 +81,12 @@ Findings checkReadable(Rights rights, const PlannedSources& planned) {
         if (closed.contains(above) && source.isDirectory())
             closed.insert(source.path);
     }
-    for (const auto& [path, error] : planned.unread)
-        if (!closed.contains(std::string(parentOf(path))) && !std::ranges::count(planned.unlisted, path))
-            findings.push_back(warning("unreadable-source", path,
-                                       std::string("this preview cannot list it: ") + std::strerror(error)));
+    for (const auto& [path, error] : planned.unread) {
+        if (closed.contains(std::string(parentOf(path))) || std::ranges::count(planned.unlisted, path) > 0)
+            continue;
+        findings.push_back(
+            warning("unreadable-source", path, std::string("this preview cannot list it: ") + std::strerror(error)));
+    }
     return findings;
 }
 

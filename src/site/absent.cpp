@@ -7,6 +7,8 @@
 #include "site/planning.h"
 #include "site/record.h"
 #include "site/report.h"
+#include "site/server.h"
+#include "site/state.h"
 #include "site/state_files.h"
 #include "site/store.h"
 
@@ -41,7 +43,7 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
         .account = account,
         .hosts = options.settings.vhosts,
         .documentRoot = record.documentRoot,
-        .before = readIfThere(places.files).value_or(""),
+        .before = inStep("files", [&] { return listOfFiles(places); }),
         .ignored = {},
         .store = store.get(),
     };
@@ -68,7 +70,10 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
                       .store = places.store,
                       .fragment = {},
                       .steps = std::move(planned.steps)}};
-    inStep("journal", [&] { writeDurably(places.journal, textOf(call.journal)); });
+    inStep("journal", [&] {
+        syncHosts(store.get()); // a journal without its store could not be finished
+        writeDurably(places.journal, textOf(call.journal));
+    });
     cutPoint("journal");
     return call;
 }
@@ -81,13 +86,17 @@ void endFarewell(const PendingCall& call) {
 }
 
 /// Forgets an application whose host has gone with all its files, or whose account has gone.
-bool forget(const Application& application, const Places& places, const Record& record) {
+bool forget(const CallOptions& options, const Application& application, const Places& places, const Record& record) {
     const bool hasHost = !isMissing(places.hostDirectory);
-    if (hasHost && isAccount(record.account))
+    if (hasHost && isAccount(record.account) && accountOf(record.account).uid == record.uid)
         return false;
     say(application.title() + (hasHost ? ": its account has gone: the files stay" : ": the host has gone") +
         "; only fragment and record are removed");
-    for (const std::string& file : {places.fragment, places.record, places.files, places.newFiles, places.journal})
+    const std::optional<std::string> journal = readIfThere(places.journal);
+    if (journal && !isMissing(places.store))
+        (void)emptyStore(places.store, journalOf(*journal, places.journal).steps, Ending::TakenBack);
+    removeFragment(options.settings, places);
+    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
         removeDurably(file);
     (void)rmdir(places.state.c_str());
     return true;
@@ -102,7 +111,7 @@ bool remove(const CallOptions& options, const Application& application) {
         throw std::runtime_error("there is no " + options.settings.vhosts);
     const FileLock lock = inStep("lock", [&] { return lockHost(application, places, options.wait); });
     const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
-    if (record && options.withoutScript && forget(application, places, *record))
+    if (record && options.withoutScript && forget(options, application, places, *record))
         return true;
     const Left left = inStep("recovery", [&] { return settle(options, application, places, lock.descriptor()); });
     if (!record || left == Left::Removed)

@@ -48,10 +48,11 @@ struct ChildRules {
 /// Runs a function in a forked child with a session of its own, in the directory "/", without a keyring of root's.  Its
 /// standard input and output are /dev/null; what it writes to standard error becomes lines.  What it leaves running is
 /// not waited for; where it fails, all that it has started is killed.
+///
 /// \return what the function returned; nothing where it executed a program, which ended with status 0.
-/// \throw std::runtime_error: the message of the function's exception; "exit status N", "killed by signal N" or
-/// "stopped
-///        by signal N" where the child came to another end; "no end within N s".
+/// \throw std::runtime_error with the message of the function's exception, or with how the child ended: "exit status
+/// N",
+///        "killed by signal N", "stopped by signal N", "no end within N s".
 /// \throw Interrupted; nimbo::SystemError
 std::string runInChild(const ChildRules& rules, const std::function<std::string()>& work);
 

@@ -96,7 +96,7 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
     const std::optional<Record> record = readRecord(places.record);
     if (!record)
         return {};
-    const InstalledFiles files = installedFilesOf(readIfThere(places.files).value_or(""), places.files);
+    const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }), places.files);
     const Account account = inStep("account", [&] { return accountOf(record->account); });
     const std::string answer = inStep("files", [&] {
         return asAccount(account, {.limit = settings.timeLimit, .keep = {lock.descriptor()}}, [&] {

@@ -77,12 +77,6 @@ void putFragmentBack(const PendingCall& call) {
     noteReload(call.options.settings); // another call may have read the fragment that went
 }
 
-void removeFragment(const PendingCall& call) {
-    const auto lock = lockServer(call.options.settings);
-    (void)placeFragment(call.places, "");
-    noteReload(call.options.settings);
-}
-
 } // namespace
 
 bool goBack(const PendingCall& call) {
@@ -140,12 +134,12 @@ void finishRemoval(const PendingCall& call) {
     const UniqueFd store = openLeftStore(call.journal.store);
     inSite(call, store.get(), [&](SiteTree* tree) {
         if (tree != nullptr)
-            carryOut(*tree, store.get(), call.journal.steps);
+            takeAway(*tree, store.get(), call.journal.steps);
         return std::string();
     });
     syncHosts(store.get());
     cutPoint("taken");
-    removeFragment(call);
+    removeFragment(call.options.settings, call.places);
     cutPoint("unplaced");
     removeDurably(call.places.record);
     cutPoint("unrecorded");

@@ -10,6 +10,7 @@
 #include "site/script.h"
 #include "site/site_tree.h"
 #include "site/staging.h"
+#include "site/state.h"
 #include "site/store.h"
 #include "site/swap.h"
 #include "webserver/fragment.h"
@@ -143,8 +144,10 @@ Record Presence::wantedRecord() const {
 }
 
 void Presence::refuseWhatCannotBe() const {
-    if (before_ && (before_->account != account_->name || before_->uid != account_->uid))
+    if (before_ && before_->account != account_->name)
         throw std::runtime_error("account: it was installed for " + before_->account + ", not for " + account_->name);
+    if (before_ && before_->uid != account_->uid)
+        throw std::runtime_error("account: " + account_->name + " is another one than it was installed for");
     if (before_ && before_->documentRoot != places_.documentRoot)
         throw std::runtime_error("document root: it was installed in " + before_->documentRoot + ", not in " +
                                  places_.documentRoot);
@@ -185,7 +188,9 @@ void Presence::planFiles() {
         .hosts = options_.settings.vhosts,
         .documentRoot = places_.documentRoot,
         .webserverWrite = options_.settings.webserverWrite,
-        .before = readIfThere(places_.files).value_or(""),
+        // A repair makes the list anew.
+        .before = !before_ || options_.repairs ? readIfThere(places_.files).value_or("")
+                                               : inStep("files", [&] { return listOfFiles(places_); }),
         .trustsBefore = !options_.repairs,
         .ignored = options_.ignored,
         .store = store_.get(),

@@ -148,4 +148,10 @@ bool reloadIfDue(const Settings& settings) {
     return true;
 }
 
+void removeFragment(const Settings& settings, const Places& places) {
+    const auto lock = lockServer(settings);
+    (void)placeFragment(places, "");
+    noteReload(settings);
+}
+
 } // namespace site

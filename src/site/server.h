@@ -25,6 +25,10 @@ struct FragmentChange {
 /// \throw std::exception as FileLock::take.
 std::shared_ptr<FileLock> lockServer(const Settings& settings);
 
+/// Removes an application's fragment, if it has one, and notes that a reload is due.
+/// \throw std::exception
+void removeFragment(const Settings& settings, const Places& places);
+
 /// Puts a fragment into its place, or removes it where the text is empty.
 /// \return false where it is there already.
 /// \throw std::exception

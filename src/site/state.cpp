@@ -1,9 +1,12 @@
 #include "site/state.h"
 
 #include "files/paths.h"
+#include "site/state_files.h"
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <optional>
+#include <stdexcept>
 
 namespace fs = boost::filesystem;
 
@@ -34,6 +37,15 @@ std::vector<Application> applicationsOf(const Settings& settings, const std::str
     for (const std::string& element : directoriesIn(joined(sitesDirectory(settings), host)))
         applications.push_back({host, nameOfElement(element)});
     return applications;
+}
+
+std::string listOfFiles(const Places& places) {
+    std::optional<std::string> list = readIfThere(places.files);
+    if (!list)
+        list = readIfThere(places.newFiles); // of a first call that was cut off behind its record
+    if (!list)
+        throw std::runtime_error("the list of what was installed is missing: " + places.files);
+    return *list;
 }
 
 } // namespace site

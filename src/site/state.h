@@ -16,4 +16,8 @@ std::vector<std::string> hostsOf(const Settings& settings);
 /// \throw nimbo::SystemError when that cannot be read.
 std::vector<Application> applicationsOf(const Settings& settings, const std::string& host);
 
+/// What is recorded of an application's files: a text for installedFilesOf.
+/// \throw std::runtime_error when it is missing, so that nothing would be known of them; nimbo::SystemError
+std::string listOfFiles(const Places& places);
+
 } // namespace site

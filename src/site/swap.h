@@ -17,9 +17,16 @@ namespace site {
 /// \throw std::exception for the first step that cannot be carried out; those before it have been.
 std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps);
 
+/// Carries out the steps of a removal.  What the account may not take is left, and a line on standard error tells so.
+/// \throw std::exception as carryOut, for any other failure.
+void takeAway(SiteTree& tree, int store, const std::vector<Step>& steps);
+
 /// Takes back what was carried out, in the reverse order; can be cut off and begun again.  Only what this call brought
 /// to a place is taken from it.  Where somebody else has put something there, that stays and a line on standard error
-/// tells so. \param tree null where there is no document root any more. \return true when every place is as before.
+/// tells so.
+///
+/// \param tree null where there is no document root any more.
+/// \return true when every place is as before.
 /// \throw std::runtime_error when a step could not be taken back, after all others have been tried.
 bool takeBack(SiteTree* tree, int store, const std::vector<Step>& steps);
 
