@@ -67,8 +67,8 @@ void planMapping(InstallPlan& plan, const FSAMetaDataWebContent& mapping, const 
     plan.roots.push_back({erase_starting_slashes(mapping.path), erase_starting_slashes(mapping.url)});
     if (!mapping.redirect.empty())
         return;
-    const auto& [path, url] = plan.roots.back();
-    const std::string sourceDirectory = joined(plan.packageDir, path);
+    const std::string& url = plan.roots.back().url;
+    const std::string sourceDirectory = joined(plan.packageDir, plan.roots.back().path);
 
     // Listed before the source is looked for: a writable mapping may name a directory that the site already has.
     (mapping.writable ? plan.writableTargets : plan.plainTargets).push_back(entryIn(plan.destinationRoot, url));

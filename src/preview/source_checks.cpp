@@ -39,17 +39,18 @@ Findings checkMappingSources(const Mappings& mappings, const MappingSources& sou
             continue;
         const auto& path = source->path;
         const std::string missing = "the mapping of URL " + mapping.url + " has no such directory";
-        if (source->closed)
+        if (source->closed) {
             findings.push_back(failure("unreadable-source", *source->closed, mayNotEnter));
-        else if (source->isMissing() && mapping.writable && !willBeThere(mapping))
+        } else if (source->isMissing() && mapping.writable && !willBeThere(mapping)) {
             findings.push_back(failure("missing-source", path,
                                        missing + ", and nothing makes the one to be opened: the extraction fails"));
-        else if (source->isMissing())
+        } else if (source->isMissing()) {
             findings.push_back(warning("missing-source", path, missing));
-        else if (isNowhere(source->error))
+        } else if (isNowhere(source->error)) {
             findings.push_back(failure("broken-link", path, leadsNowhere));
-        else if (source->error != 0)
+        } else if (source->error != 0) {
             findings.push_back(failure("unreadable-source", path, std::strerror(source->error)));
+        }
     }
     return findings;
 }

@@ -115,10 +115,11 @@ void askForFarewell(const PendingCall& call) {
             const auto script = scriptOf(examinePackage(record->package), record->script, record->language,
                                          call.options.settings.php, false);
             const ChildRules rules{.limit = call.options.settings.timeLimit, .keep = {call.lock}};
-            if (script)
-                runScriptAsAccount(
-                    {*script, "remove", directoryOf(call.application, record->documentRoot), record->parameters},
-                    secrets, accountOf(call.journal), rules);
+            if (!script)
+                return;
+            const std::string directory = directoryOf(call.application, record->documentRoot);
+            runScriptAsAccount({*script, "remove", directory, record->parameters}, secrets, accountOf(call.journal),
+                               rules);
         });
     }
     cutPoint("script");

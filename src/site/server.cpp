@@ -67,7 +67,7 @@ std::optional<std::string> tryFragments(const Settings& settings, const std::vec
         for (const FragmentChange& change : changes)
             (void)placeFragment(change.places, change.text);
         cutPoint("fragment");
-        const std::optional<std::string> why = refusal(settings);
+        std::optional<std::string> why = refusal(settings);
         if (why)
             putBack(changes);
         return why;

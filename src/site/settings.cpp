@@ -197,14 +197,15 @@ Settings readSettings(const std::string& file, bool hasToExist) {
     const std::optional<std::string> text = readIfThere(file);
     if (!text && hasToExist)
         throw std::runtime_error("no settings: " + file + " is not there");
+    const auto refuse = [&](const std::string& why) { throw std::runtime_error(file + ": " + why); };
     for (const auto& [name, value] : readAssignments(text.value_or(""), file)) {
         const auto* const setting = std::ranges::find(known, name, &Setting::name);
         if (setting == known.end())
-            throw std::runtime_error(file + ": there is no setting " + name);
+            refuse("there is no setting " + name);
         try {
             setting->set(settings, value);
         } catch (const std::runtime_error& failure) {
-            throw std::runtime_error(file + ": " + name + " " + failure.what() + ": " + value);
+            refuse(name + " " + failure.what() + ": " + value);
         }
     }
     if (settings.store.empty())
