@@ -128,10 +128,10 @@ Standing standingAt(const std::string& target, const std::string& path, const Pr
         return failure ? withoutLook(failure.value()) : isEmpty ? isEmptyDirectory : isFullDirectory;
     }
     Standing standing = isDifferent;
-    if (S_ISREG(here.st_mode) && entry.size == static_cast<std::uintmax_t>(here.st_size))
-        standing = comparison.isKnown && comparison.isKnown(path, entry, here)
-                       ? isEqual
-                       : compareContents(joined(comparison.packageDir, entry.source), target);
+    if (S_ISREG(here.st_mode) && entry.size == static_cast<std::uintmax_t>(here.st_size)) {
+        const bool isKnown = comparison.isKnown && comparison.isKnown(path, entry, here);
+        standing = isKnown ? isEqual : compareContents(joined(comparison.packageDir, entry.source), target);
+    }
     return standing.state == EntryState::Changed ? standingOfChanged(target, path, entry, here, comparison) : standing;
 }
 
@@ -175,13 +175,14 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
         entry.state = standing.state;
         if (entry.isDirectory && (standing.state == EntryState::Blocked || standing.state == EntryState::Unknown))
             obstacles.emplace(path, standing.state);
-        if (standing.isLink)
+        if (standing.isLink) {
             findings.push_back(linkFinding(path, comparison));
-        else if (standing.error != 0)
+        } else if (standing.error != 0) {
             findings.push_back(warning("unreadable-site", parent,
                                        std::string("what stands there is unknown: ") + std::strerror(standing.error)));
-        else if (standing.text != nullptr)
+        } else if (standing.text != nullptr) {
             findings.push_back({standing.severity, standing.code, path.empty() ? "." : path, standing.text});
+        }
     }
     return findings;
 }

@@ -112,15 +112,10 @@ std::string textOf(const InstalledFiles& files) {
     std::string text;
     for (const InstalledEntry& entry : files) {
         LineWriter line(text);
-        if (entry.isDirectory)
-            line.word("directory").number(entry.mode).path(entry.path);
-        else
-            line.word("file")
-                .number(entry.mode)
-                .number(entry.size)
-                .number(entry.time)
-                .number(entry.sourceTime)
-                .path(entry.path);
+        line.word(entry.isDirectory ? "directory" : "file").number(entry.mode);
+        if (!entry.isDirectory)
+            line.number(entry.size).number(entry.time).number(entry.sourceTime);
+        line.path(entry.path);
     }
     return text;
 }
@@ -150,7 +145,7 @@ InstalledFiles installedFilesOf(const std::string& text, const std::string& file
 
 std::string textOf(const std::vector<Step>& steps) {
     std::string text;
-    for (const Step& step : steps)
+    for (const Step& step : steps) {
         LineWriter(text)
             .word(stepWords.at(static_cast<std::size_t>(step.kind)))
             .number(step.mode)
@@ -164,6 +159,7 @@ std::string textOf(const std::vector<Step>& steps) {
             .number(step.brought.size)
             .number(step.brought.time)
             .path(step.path);
+    }
     return text;
 }
 

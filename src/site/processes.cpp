@@ -1,6 +1,7 @@
 #include "site/processes.h"
 
 #include <boost/filesystem/operations.hpp>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -52,7 +53,8 @@ std::unordered_map<pid_t, Process> allProcesses() {
     boost::system::error_code none;
     for (fs::directory_iterator entry("/proc", none), end; entry != end; entry.increment(none)) {
         const std::string name = entry->path().filename().native();
-        const int pid = std::atoi(name.c_str());
+        pid_t pid = 0; // of what is no process
+        std::from_chars(name.data(), name.data() + name.size(), pid);
         const auto process = pid > 0 ? readProcess(name) : std::nullopt;
         if (process)
             all.emplace(pid, *process);

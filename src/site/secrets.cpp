@@ -27,13 +27,15 @@ Secrets readSecrets(const Places& places) {
             continue;
         const auto equals = line.find('=');
         const std::string name = line.substr(0, equals);
-        const std::string where = file + ", line " + std::to_string(number) + ": ";
+        const auto refuse = [&](const std::string& why) {
+            throw std::runtime_error(file + ", line " + std::to_string(number) + ": " + why);
+        };
         if (equals == std::string::npos || name.empty())
-            throw std::runtime_error(where + "no NAME=VALUE");
+            refuse("no NAME=VALUE");
         if (name.find_first_of(" \t\r") != std::string::npos) // shells drop it, and "export" is no part of a name
-            throw std::runtime_error(where + "a blank in the name " + name);
+            refuse("a blank in the name " + name);
         if (line.find('\0') != std::string::npos)
-            throw std::runtime_error(where + name + " has a NUL byte, at which the environment would end it");
+            refuse(name + " has a NUL byte, at which the environment would end it");
         secrets.variables.emplace_back(name, line.substr(equals + 1));
     }
     return secrets;

@@ -205,7 +205,7 @@ Settings readSettings(const std::string& file, bool hasToExist) {
         try {
             setting->set(settings, value);
         } catch (const std::runtime_error& failure) {
-            refuse(name + " " + failure.what() + ": " + value);
+            refuse(std::string(name).append(" ").append(failure.what()).append(": ").append(value));
         }
     }
     if (settings.store.empty())
