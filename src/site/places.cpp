@@ -53,17 +53,13 @@ std::string elementOf(const std::string& name) {
 }
 
 std::string nameOfElement(const std::string& element) {
+    constexpr std::size_t codeSize = 3;
     std::string name;
-    for (std::string_view rest = element; !rest.empty();) {
-        if (rest.starts_with("%2F"))
-            name += '/';
-        else if (rest.starts_with("%25"))
-            name += '%';
-        else if (rest.starts_with("%2E"))
-            name += '.';
-        else
-            name += rest.front();
-        rest.remove_prefix(rest.front() == '%' ? std::min<std::size_t>(3, rest.size()) : 1);
+    for (std::size_t at = 0; at < element.size(); ++at) {
+        const std::string_view code = std::string_view(element).substr(at, codeSize);
+        const char byte = code == "%2F" ? '/' : code == "%25" ? '%' : code == "%2E" ? '.' : element[at];
+        name += byte;
+        at += element[at] == '%' ? codeSize - 1 : 0;
     }
     return name;
 }

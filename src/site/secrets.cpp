@@ -28,7 +28,8 @@ Secrets readSecrets(const Places& places) {
         const auto equals = line.find('=');
         const std::string name = line.substr(0, equals);
         const auto refuse = [&](const std::string& why) {
-            throw std::runtime_error(file + ", line " + std::to_string(number) + ": " + why);
+            const std::string place = std::to_string(number);
+            throw std::runtime_error(std::string(file).append(", line ").append(place).append(": ").append(why));
         };
         if (equals == std::string::npos || name.empty())
             refuse("no NAME=VALUE");
