@@ -110,9 +110,14 @@ std::optional<PackageScript> chooseScript(const std::string& fullName, const std
     const std::string packageDir = get_package_script_path(fullName.c_str());
     if (packageDir.empty())
         return std::nullopt;
-    const nimbo::FSAMetaDataReader reader(metadataFileOf(packageDir));
-    const bool callerChooses = reader.formatVersion == "1.1" || reader.formatVersion == "1.2";
-    auto interpreter = chooseInterpreter(callerChooses ? language : reader.scriptLanguage, phpCli);
+    return chooseScript(packageDir, nimbo::FSAMetaDataReader(metadataFileOf(packageDir)), scriptFile, language, phpCli);
+}
+
+std::optional<PackageScript> chooseScript(const std::string& packageDir, const nimbo::FSAMetaDataReader& metadata,
+                                          const std::string& scriptFile, const std::string& language,
+                                          const std::string& phpCli) {
+    const bool callerChooses = metadata.formatVersion == "1.1" || metadata.formatVersion == "1.2";
+    auto interpreter = chooseInterpreter(callerChooses ? language : metadata.scriptLanguage, phpCli);
     if (!interpreter)
         return std::nullopt;
     return PackageScript{.interpreter = std::move(*interpreter),

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "metadata/metadata_reader.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,6 +35,13 @@ int runApplicationScript(int argc, char** argv);
 /// \throw nimbo::FSACommonException; nimbo::FSAXMLException for unusable metadata.
 std::optional<PackageScript> chooseScript(const std::string& fullName, const std::string& scriptFile,
                                           const std::string& language, const std::string& phpCli);
+
+/// The same for metadata that have been read.
+/// \param packageDir the package directory.
+/// \return nothing after a message on standard error: no such interpreter or language.
+std::optional<PackageScript> chooseScript(const std::string& packageDir, const nimbo::FSAMetaDataReader& metadata,
+                                          const std::string& scriptFile, const std::string& language,
+                                          const std::string& phpCli);
 
 /// Runs an action of a script as the account that this process has, in the script's directory, and waits for its end.
 /// The script has empty standard input, this process's standard output and error, a session of its own without a

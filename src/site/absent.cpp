@@ -12,17 +12,12 @@
 #include "site/state_files.h"
 #include "site/store.h"
 
-#include <cerrno>
 #include <stdexcept>
 #include <unistd.h>
 
 namespace site {
 
 namespace {
-
-bool isMissing(const std::string& path) {
-    return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
-}
 
 /// The package's script has refused the removal, and all is as before.
 class Refused : public std::runtime_error {
@@ -33,9 +28,7 @@ public:
 /// The steps of a removal, on the disk before the script is asked: whatever comes then, the next call finishes it.
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
-    const Account account = inStep("account", [&] { return accountOf(record.account); });
-    if (account.uid != record.uid)
-        throw std::runtime_error("account: " + account.name + " is another one than it was installed for");
+    const Account account = inStep("account", [&] { return accountOf(record.account, record.uid); });
     const UniqueFd store = inStep("store", [&] { return openStore(places.store, account); });
     const StagingRequest request{
         .packageDir = {},

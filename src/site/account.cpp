@@ -25,6 +25,13 @@ Account accountOf(const std::string& name) {
     return {name, found->pw_uid, found->pw_gid, found->pw_dir};
 }
 
+Account accountOf(const std::string& name, uid_t uid) {
+    Account account = accountOf(name);
+    if (account.uid != uid)
+        throw std::runtime_error(name + " is another one than it was installed for");
+    return account;
+}
+
 std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work) {
     const pid_t parent = getpid();
     return runInChild(rules, [&] {

@@ -20,6 +20,10 @@ bool isAccount(const std::string& name);
 /// \throw std::runtime_error for an unknown account and for one that is root.
 Account accountOf(const std::string& name);
 
+/// The same for an account that had this number before.
+/// \throw std::runtime_error also where it has another one by now: then it is another account.
+Account accountOf(const std::string& name, uid_t uid);
+
 /// runInChild as the account, with its groups, umask 022 and nothing of root's but what `rules` keeps.  The account can
 /// neither trace the child nor look into it as long as it executes no program.  It is killed when this process ends.
 std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work);

@@ -80,16 +80,14 @@ private:
     std::string_view rest_;
 };
 
-/// Calls `read` with each line, and takes it from the text before.
-template <class Read>
-void eachLine(std::string_view text, const Read& read) {
-    while (!text.empty()) {
-        const auto end = text.find('\n');
-        if (end == std::string_view::npos)
-            throw std::runtime_error("the last line has no end");
-        read(text.substr(0, end));
-        text.remove_prefix(end + 1);
-    }
+/// Takes the first line from a text.
+std::string_view takeLine(std::string_view& text) {
+    const auto end = text.find('\n');
+    if (end == std::string_view::npos)
+        throw std::runtime_error("a line without its end");
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end + 1);
+    return line;
 }
 
 constexpr std::array stepWords{"mkdir", "chmod", "add", "exchange", "take", "rmdir"}; // by StepKind
@@ -124,8 +122,8 @@ InstalledFiles installedFilesOf(const std::string& text, const std::string& file
     InstalledFiles files;
     files.reserve(static_cast<std::size_t>(std::ranges::count(text, '\n')));
     try {
-        eachLine(text, [&](std::string_view words) {
-            LineReader line(words);
+        for (std::string_view rest = text; !rest.empty();) {
+            LineReader line(takeLine(rest));
             InstalledEntry entry;
             entry.isDirectory = line.word() == "directory";
             entry.mode = line.number<mode_t>();
@@ -136,7 +134,7 @@ InstalledFiles installedFilesOf(const std::string& text, const std::string& file
             }
             entry.path = line.path();
             files.push_back(std::move(entry));
-        });
+        }
     } catch (const std::runtime_error& failure) {
         throw std::runtime_error(file + " is no list of files: " + failure.what());
     }
@@ -165,8 +163,8 @@ std::string textOf(const std::vector<Step>& steps) {
 
 std::vector<Step> stepsOf(std::string_view text) {
     std::vector<Step> steps;
-    eachLine(text, [&](std::string_view words) {
-        LineReader line(words);
+    while (!text.empty()) {
+        LineReader line(takeLine(text));
         Step step;
         step.kind = static_cast<StepKind>(positionOf(line.word(), stepWords));
         step.mode = line.number<mode_t>();
@@ -183,7 +181,7 @@ std::vector<Step> stepsOf(std::string_view text) {
         if (step.path.starts_with('/') || hasDotDot(step.path))
             throw std::runtime_error("a path that leads out");
         steps.push_back(std::move(step));
-    });
+    }
     return steps;
 }
 
@@ -205,18 +203,10 @@ std::string textOf(const Journal& journal) {
 Journal journalOf(const std::string& text, const std::string& file) {
     try {
         std::string_view rest = text;
-        const auto takeLine = [&] {
-            const auto end = rest.find('\n');
-            if (end == std::string_view::npos)
-                throw std::runtime_error("it is too short");
-            const std::string_view line = rest.substr(0, end);
-            rest.remove_prefix(end + 1);
-            return line;
-        };
-        if (takeLine() != journalTitle)
+        if (takeLine(rest) != journalTitle)
             throw std::runtime_error("another beginning");
         Journal journal;
-        LineReader line(takeLine());
+        LineReader line(takeLine(rest));
         journal.id = line.word();
         journal.doing = static_cast<Doing>(positionOf(line.word(), doingWords));
         journal.account = line.word();
@@ -224,7 +214,7 @@ Journal journalOf(const std::string& text, const std::string& file) {
         journal.hadFragment = line.word() == "fragment";
         const auto size = line.number<std::size_t>();
         journal.documentRoot = line.path();
-        journal.store = LineReader(takeLine()).path();
+        journal.store = LineReader(takeLine(rest)).path();
         journal.fragment = rest.substr(0, size);
         journal.steps = stepsOf(rest.substr(std::min(size, rest.size())));
         return journal;

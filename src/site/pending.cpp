@@ -24,10 +24,7 @@ namespace site {
 namespace {
 
 Account accountOf(const Journal& journal) {
-    Account account = site::accountOf(journal.account);
-    if (account.uid != journal.uid)
-        throw std::runtime_error("account " + journal.account + " is another one than when the call began");
-    return account;
+    return site::accountOf(journal.account, journal.uid);
 }
 
 /// Runs something as the call's account with the site and the call's store.
@@ -147,8 +144,7 @@ void finishRemoval(const PendingCall& call) {
     removeOldDirectories(call, store.get());
     removeDurably(call.places.files);
     end(call, store.get(), Ending::Final);
-    if (keptFiles(call.places.store).empty())   // by which `list` still knows it
-        (void)rmdir(call.places.state.c_str()); // stays where it has the site's secrets
+    removeState(call.places);
 }
 
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock) {
@@ -180,7 +176,12 @@ Left settle(const CallOptions& options, const Application& application, const Pl
 }
 
 bool hasJournal(const Places& places) {
-    return readIfThere(places.journal).has_value();
+    return !isMissing(places.journal);
+}
+
+void removeState(const Places& places) {
+    if (keptFiles(places.store).empty())   // by which `list` still knows it
+        (void)rmdir(places.state.c_str()); // stays where it has the site's secrets
 }
 
 } // namespace site

@@ -50,4 +50,7 @@ Left settle(const CallOptions& options, const Application& application, const Pl
 /// True where a call is at work or was cut off.
 bool hasJournal(const Places& places);
 
+/// Removes the directory of what is known of an application, unless there is something left in it or in its store.
+void removeState(const Places& places);
+
 } // namespace site

@@ -17,8 +17,6 @@ namespace site {
 
 namespace {
 
-constexpr mode_t permissions = 07777;
-
 /// What the package brought that the site has now, by path.
 class Before {
 public:

@@ -7,16 +7,11 @@
 #include "site/state_files.h"
 #include "site/store.h"
 
-#include <cerrno>
 #include <unistd.h>
 
 namespace site {
 
 namespace {
-
-bool isMissing(const std::string& path) {
-    return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
-}
 
 /// \return false when something could not be ended.
 bool recoverHost(const CallOptions& options, const std::string& host) {
@@ -30,8 +25,8 @@ bool recoverHost(const CallOptions& options, const std::string& host) {
             if (!lock)
                 continue;
             (void)settle(options, application, places, lock->descriptor());
-            if (isMissing(places.record) && keptFiles(places.store).empty())
-                (void)rmdir(places.state.c_str()); // stays where it has the site's secrets
+            if (isMissing(places.record))
+                removeState(places);
         } catch (const Interrupted&) {
             throw;
         } catch (const std::exception& failure) {

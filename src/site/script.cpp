@@ -48,10 +48,7 @@ std::optional<PackageScript> scriptOf(const Package& package, const std::string&
     const std::string others = namesIn(joined(package.directory, "scripts"));
     if (others.empty() && !isWanted)
         return std::nullopt;
-    // It is asked whether there is a mapping for which a reader would end this process, and with it the calls of
-    // others.
-    (void)metadataOf(package);
-    std::optional<PackageScript> found = chooseScript("file:///" + package.directory, script, language, php);
+    std::optional<PackageScript> found = chooseScript(package.directory, metadataOf(package), script, language, php);
     if (!found)
         throw std::runtime_error("nothing can run it");
     if (access(found->path().c_str(), F_OK) != 0)

@@ -10,6 +10,9 @@
 
 namespace site {
 
+/// The bits of a mode that chmod(2) sets.
+inline constexpr mode_t permissions = 07777;
+
 /// What stands at a place, links not followed.
 struct Entry {
     struct stat status {};

@@ -58,6 +58,11 @@ std::optional<std::string> readIfThere(const std::string& file) {
     }
 }
 
+bool isMissing(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
 std::string unfinishedName(const std::string& file) {
     return file + ".new";
 }

@@ -15,6 +15,9 @@ namespace site {
 /// \throw nimbo::SystemError when it cannot be read: "could not look" is not "is not there".
 std::optional<std::string> readIfThere(const std::string& file);
 
+/// True when there is nothing of that name.  What cannot be looked at is not missing.
+bool isMissing(const std::string& path);
+
 /// Writes a file (mode 0600) under unfinishedName, has the disk take it, gives it its name and has the disk take that
 /// too.  After a cut there is the old file or the new one.  No two processes may write the same file at once.
 /// \throw nimbo::SystemError; the old file is then still there.

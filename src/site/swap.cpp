@@ -17,8 +17,6 @@ namespace site {
 
 namespace {
 
-constexpr mode_t permissions = 07777;
-
 /// A link in the store that has the number of the step that was refused.
 constexpr const char* reachedName = "reached";
 

@@ -94,6 +94,17 @@ class AloneTest(SiteTest):
         self.changes(self.call(*self.words_for(other, self.one)))
         self.stays(self.call(*self.words_for(host, self.one)))
 
+    def test_a_package_that_has_been_broken_since_fails_nobody_else(self):
+        package = self.package("broken", {"htdocs/index": "one"})
+        self.changes(self.present(package))
+        document = package / "APP-META.xml"
+        document.write_text(document.read_text().replace("url='/'", ""))
+        self.fails(self.absent(), 'script remove: line 1: a mapping without "url"', is_taken_back=True)
+        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
+        reloaded = self.call("reload")
+        self.assertEqual((reloaded.status, reloaded.output), (0, "changed\n"), reloaded.error)
+        self.assertIn("failed: one.example\n", reloaded.error)
+
     def test_a_configuration_that_was_broken_before_is_told_before_the_script_runs(self):
         host, other = self.hosts(2)
         self.changes(self.call(*self.words_for(host, self.one)))

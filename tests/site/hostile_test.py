@@ -284,6 +284,12 @@ with open({str(seen)!r}, "w") as file:
                          {"PATH", "LANG", "HOME", "LOGNAME", "USER"})
         self.assertEqual({line.split()[1] for line in (self.marks / "signals").read_text().splitlines()}, {"0" * 16})
 
+    def test_a_script_cannot_say_what_programs_rely_on(self):
+        said = ["failed: two.example", "two.example/app: files, fragment and record are as before"]
+        script = "".join(f"echo '{line}' >&2\n" for line in said)
+        outcome = self.present(self.package("lying", TWO, script))
+        self.assertEqual((outcome.status, outcome.error.splitlines()), (0, [f"| {line}" for line in said]))
+
     def left_behind(self):
         """Processes that scripts of these tests have noted."""
         noted = self.marks / "left"

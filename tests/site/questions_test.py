@@ -6,6 +6,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 from typing import Callable, NamedTuple
 
 from support import SiteTest, all_facts, differences, main, mappings
@@ -184,6 +185,37 @@ state:         whole
         self.changes(self.absent(options=["--without-script"]))
         self.assertFalse(self.app.exists())
         self.stays(self.absent())
+
+    def test_a_removal_passes_over_what_the_account_may_not_take(self):
+        os.chown(self.app / "sub", 20002, -1)
+        outcome = self.absent()
+        self.changes(outcome)
+        self.assertIn("left as it is: app/sub/page: Permission denied\n", outcome.error)
+        self.assertEqual([path.name for path in self.app.rglob("*")], ["sub", "page"])
+        self.stays(self.absent())
+
+    def test_what_a_host_or_an_account_leaves_behind_is_forgotten(self):
+        self.changes(self.call("reload"))
+        record = self.places()[0] / "record.json"
+        record.write_text(record.read_text().replace("20001", "20002"))
+        self.fails(self.present(self.two), "account: sitea is another one than it was installed for")
+        self.changes(self.absent(options=["--without-script"]))
+        self.assertTrue((self.app / "index").exists())
+        self.changes(self.present(self.one, options=["--ignore=replaces"]))
+        self.changes(self.call("reload"))
+        shutil.rmtree(self.root.parent)
+        self.fails(self.absent(), "there is no host ")
+        self.changes(self.absent(options=["--without-script"]))
+        self.changes(self.call("reload"))
+        self.assertEqual(self.loaded.read_text(), "")
+
+    def test_a_lost_list_of_files_is_not_an_empty_one(self):
+        (self.places()[0] / "files").unlink()
+        cause = "files: the list of what was installed is missing: "
+        for words in (["verify"], ["absent", "one.example", "app"], self.words(self.two)):
+            self.fails(self.call(*words), cause)
+        self.changes(self.present(self.one, "a title", "two\nlines", options=["--repair"]))
+        self.assertEqual(self.asked("verify"), "")
 
 
 if __name__ == "__main__":
