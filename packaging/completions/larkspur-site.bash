@@ -20,7 +20,9 @@ _larkspur_site_offer_all_hosts() {
     _larkspur_site_read_setting VHOSTS /var/www/vhosts
     _larkspur_find_paths places "" "$setting"
     for host in "${found[@]}"; do
-        [[ $host == system ]] || hosts+=("$host")
+        if [[ $host != system ]]; then
+            hosts+=("$host")
+        fi
     done
     _larkspur_offer "${hosts[@]}"
 }
@@ -42,7 +44,9 @@ _larkspur_site_offer_accounts() {
     mapfile -t accounts < <(
         sed -n 's/.*"account":"\([^"]*\)".*/\1/p' "$setting/sites/$1"/*/record.json 2>/dev/null | sort -u
     )
-    [[ ${#accounts[@]} -gt 0 ]] || mapfile -t accounts < <(compgen -u)
+    if [[ ${#accounts[@]} -eq 0 ]]; then
+        mapfile -t accounts < <(compgen -u)
+    fi
     _larkspur_offer "${accounts[@]}"
 }
 

@@ -9,32 +9,48 @@
 # Fails where a quote begins with "$".
 _larkspur_read_words() {
     local line=$1 word="" begin="" opened=0 i char home
-    words=() quote="" stays=0 typed=""
+    words=()
+    quote=""
+    stays=0
+    typed=""
     for ((i = 0; i < ${#line}; i++)); do
         char=${line:i:1}
         if [[ -z $quote && $char == [[:space:]] ]]; then
-            [[ -z $begin ]] || words+=("$word")
-            word="" begin="" stays=0
+            if [[ -n $begin ]]; then
+                words+=("$word")
+            fi
+            word=""
+            begin=""
+            stays=0
             continue
         fi
-        : "${begin:=$i}"
+        if [[ -z $begin ]]; then
+            begin=$i
+        fi
         if [[ $char == "$quote" ]]; then
             quote=""
         elif [[ -z $quote && $char == [\"\'] ]]; then
-            quote=$char opened=${#word}
+            quote=$char
+            opened=${#word}
         elif [[ -z $quote && $char == \$ && ${line:i+1:1} == [\"\'] ]]; then
             return 1
         elif [[ $quote != \' && $char == \\ ]]; then
             ((++i))
             char=${line:i:1}
-            [[ -z $quote || $char == [\"\\\$\`] ]] || word+=\\
+            if [[ -n $quote && $char != [\"\\\$\`] ]]; then
+                word+=\\
+            fi
             word+=$char
         else
             word+=$char
-            [[ -n $quote || $COMP_WORDBREAKS != *"$char"* ]] || stays=${#word}
+            if [[ -z $quote && $COMP_WORDBREAKS == *"$char"* ]]; then
+                stays=${#word}
+            fi
         fi
     done
-    [[ -z $quote ]] || stays=$opened
+    if [[ -n $quote ]]; then
+        stays=$opened
+    fi
     words+=("$word")
 
     if [[ -n $begin && ${line:begin} =~ ^(~[[:alnum:]_.-]*)/ ]]; then
@@ -96,14 +112,14 @@ _larkspur_find_paths() {
         shopt -s nullglob
         shopt -u dotglob failglob nocaseglob
         unset GLOBIGNORE CDPATH
-        [[ -z $3 ]] || cd -- "$3" || exit
+        if [[ -n $3 ]]; then
+            cd -- "$3" || exit
+        fi
         for path in "$2"*; do
-            if [[ ! -d $path ]]; then
-                [[ $1 != files ]] || printf '%s\0' "$path"
-            elif [[ $1 == places ]]; then
-                printf '%s\0' "$path"
-            else
+            if [[ -d $path && $1 != places ]]; then
                 printf '%s\0' "$path/"
+            elif [[ -d $path || $1 == files ]]; then
+                printf '%s\0' "$path"
             fi
         done
     )
@@ -114,17 +130,21 @@ _larkspur_offer_paths() {
     local found
     _larkspur_find_paths "$1" "${words[-1]#"$2"}" "${3-}"
     _larkspur_offer "${found[@]/#/"$2"}"
-    [[ $1 != places ]] || compopt -o nospace
+    if [[ $1 == places ]]; then
+        compopt -o nospace
+    fi
 }
 
 # Sets "option" to the one whose value is being typed, and "start" to what stands before the value in its word.  The
 # options that take a value are given with a "=" behind them.
 _larkspur_find_option() {
     local name
-    option="" start=""
+    option=""
+    start=""
     for name; do
         if [[ $name == *= && ${words[-1]} == "$name"* ]]; then
-            option=${name%=} start=$name
+            option=${name%=}
+            start=$name
         elif [[ $name == *= && ${words[-2]} == "${name%=}" ]]; then
             option=${name%=}
         fi
