@@ -37,6 +37,7 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
         .hosts = options.settings.vhosts,
         .documentRoot = record.documentRoot,
         .before = inStep("files", [&] { return listOfFiles(places); }),
+        .others = inStep("files", [&] { return listsOfOthers(options.settings, application); }),
         .ignored = {},
         .store = store.get(),
     };

@@ -34,7 +34,9 @@ Account accountOf(const std::string& name, uid_t uid) {
 
 std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work) {
     const pid_t parent = getpid();
-    return runInChild(rules, [&] {
+    ChildRules own = rules;
+    own.account = account.uid;
+    return runInChild(own, [&] {
         p_setuid_ex(account.name.c_str(), 0, 0);
         // The switch of the account takes these settings back, so they stand behind it.  Without the first one the
         // account could trace this process where fs.suid_dumpable says so.

@@ -63,6 +63,10 @@ Result absent(const CallOptions& options, const Application& application);
 /// \throw Interrupted between two applications.
 bool recover(const CallOptions& options);
 
+/// Puts the fragments back that cut-off calls have left, on every host where no call is at work.  What cannot be put
+/// back is told on standard error.
+void recoverFragments(const CallOptions& options);
+
 /// Recovers, then reloads the server if that is due.
 /// \return Failed for a reload that was due and failed; what could not be recovered is told on standard error only.
 Outcome reload(const CallOptions& options);

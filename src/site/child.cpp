@@ -162,26 +162,27 @@ class RunningChild {
 public:
     RunningChild(const ChildRules& rules, const std::function<std::string()>& work)
         : limit_(rules.limit), lines_(rules.lines), deadline_(Clock::now() + rules.limit) {
+        child_.account = rules.account;
         std::cout.flush();
         std::cerr.flush();
-        pid_ = fork();
-        if (pid_ < 0)
+        child_.process = fork();
+        if (child_.process < 0)
             nimbo::throwSystemError("fork", errno);
-        if (pid_ == 0)
+        if (child_.process == 0)
             beChild(rules, result_.writeEnd.get(), messages_.writeEnd.get(), work);
         result_.writeEnd.close();
         messages_.writeEnd.close();
-        start_ = startOf(pid_);
+        child_.start = startOf(child_.process);
     }
 
     /// Reads until the child has ended.
     /// \return how; empty for status 0.
     std::string waitForEnd() {
-        std::optional<std::string> end = endOf(pid_);
+        std::optional<std::string> end = endOf(child_.process);
         while (!end) {
             waitForNews();
             throwIfInterrupted();
-            end = endOf(pid_);
+            end = endOf(child_.process);
         }
         readBoth(); // what has ended has written all it will
         return *end;
@@ -193,7 +194,7 @@ public:
     void endWell() { lines_.end(false); }
 
     void giveUp() {
-        killStarted(start_);
+        killStarted(child_);
         readBoth();
         lines_.end(true);
     }
@@ -220,8 +221,7 @@ private:
     std::string answer_;
     ChildLines lines_;
     Clock::time_point deadline_;
-    pid_t pid_ = -1;
-    StartTime start_ = 0;
+    Child child_;
 };
 
 } // namespace

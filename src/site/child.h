@@ -4,8 +4,10 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 // The processes of a call.  This one is single-threaded and waits for one child at a time.
@@ -40,14 +42,15 @@ public:
 };
 
 struct ChildRules {
-    std::chrono::seconds limit; ///< then the child and all that it has started are killed
+    std::chrono::seconds limit; ///< then the child is killed, as by killStarted
     Lines lines = Lines::Shown;
-    std::vector<int> keep; ///< descriptors that it keeps; it has no others
+    std::vector<int> keep;             ///< descriptors that it keeps; it has no others
+    std::optional<uid_t> account = {}; ///< whose it becomes; asAccount says so
 };
 
 /// Runs a function in a forked child with a session of its own, in the directory "/", without a keyring of root's.  Its
 /// standard input and output are /dev/null; what it writes to standard error becomes lines.  What it leaves running is
-/// not waited for; where it fails, all that it has started is killed.
+/// not waited for; where it fails, that is killed (killStarted).
 ///
 /// \return what the function returned; nothing where it executed a program, which ended with status 0.
 /// \throw std::runtime_error with the message of the function's exception, or with how the child ended: "exit status

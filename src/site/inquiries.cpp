@@ -61,7 +61,7 @@ void compareFragment(const Places& places, const Record& record, std::vector<Dif
 Installation installationOf(const Settings& settings, const Application& application) {
     const Places places(settings, application);
     const bool isPending = hasJournal(places);
-    const bool isAtWork = isPending && !FileLock::tryToTake(places.lock);
+    const bool isAtWork = isPending && FileLock::isHeld(places.lock);
     return {.application = application,
             .record = readRecord(places.record),
             .isAtWork = isAtWork,

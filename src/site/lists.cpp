@@ -110,9 +110,10 @@ std::string textOf(const InstalledFiles& files) {
     std::string text;
     for (const InstalledEntry& entry : files) {
         LineWriter line(text);
-        line.word(entry.isDirectory ? "directory" : "file").number(entry.mode);
-        if (!entry.isDirectory)
-            line.number(entry.size).number(entry.time).number(entry.sourceTime);
+        if (entry.isDirectory)
+            line.word(entry.wasThere ? "place" : "directory").number(entry.mode).number(entry.opened);
+        else
+            line.word("file").number(entry.mode).number(entry.size).number(entry.time).number(entry.sourceTime);
         line.path(entry.path);
     }
     return text;
@@ -125,9 +126,13 @@ InstalledFiles installedFilesOf(const std::string& text, const std::string& file
         for (std::string_view rest = text; !rest.empty();) {
             LineReader line(takeLine(rest));
             InstalledEntry entry;
-            entry.isDirectory = line.word() == "directory";
+            const std::string kind = line.word();
+            entry.isDirectory = kind != "file";
             entry.mode = line.number<mode_t>();
-            if (!entry.isDirectory) {
+            if (entry.isDirectory) {
+                entry.wasThere = kind == "place";
+                entry.opened = line.number<mode_t>();
+            } else {
                 entry.size = line.number<std::int64_t>();
                 entry.time = line.number<Nanoseconds>();
                 entry.sourceTime = line.number<Nanoseconds>();
@@ -191,11 +196,11 @@ std::string textOf(const Journal& journal) {
     LineWriter(text)
         .word(journal.id)
         .word(doingWords.at(static_cast<std::size_t>(journal.doing)))
-        .word(journal.account)
         .number(journal.uid)
-        .word(journal.hadFragment ? "fragment" : "none")
+        .word(journal.isFragmentEdited ? "edited" : "own")
         .number(static_cast<std::int64_t>(journal.fragment.size()))
-        .path(journal.documentRoot);
+        .path(journal.account);
+    LineWriter(text).path(journal.documentRoot);
     LineWriter(text).path(journal.store);
     return text + journal.fragment + textOf(journal.steps);
 }
@@ -209,11 +214,11 @@ Journal journalOf(const std::string& text, const std::string& file) {
         LineReader line(takeLine(rest));
         journal.id = line.word();
         journal.doing = static_cast<Doing>(positionOf(line.word(), doingWords));
-        journal.account = line.word();
         journal.uid = line.number<uid_t>();
-        journal.hadFragment = line.word() == "fragment";
+        journal.isFragmentEdited = line.word() == "edited";
         const auto size = line.number<std::size_t>();
-        journal.documentRoot = line.path();
+        journal.account = line.path();
+        journal.documentRoot = LineReader(takeLine(rest)).path();
         journal.store = LineReader(takeLine(rest)).path();
         journal.fragment = rest.substr(0, size);
         journal.steps = stepsOf(rest.substr(std::min(size, rest.size())));

@@ -17,6 +17,8 @@ struct InstalledEntry {
     std::string path; ///< below the document root, elements joined by single slashes; empty for the root itself
     bool isDirectory = false;
     mode_t mode = 0;            ///< permission bits
+    bool wasThere = false;      ///< of a directory: it is somebody else's, and no removal takes it
+    mode_t opened = 0;          ///< of a directory: the bits of its mode that it was given for the web server
     std::int64_t size = 0;      ///< of a file
     Nanoseconds time = 0;       ///< of a file: its modification
     Nanoseconds sourceTime = 0; ///< of a file: modification of what it was copied from
@@ -83,11 +85,11 @@ struct Journal {
     Doing doing = Doing::Presence;
     std::string account;
     uid_t uid = 0;
-    std::string documentRoot; ///< directory
-    std::string store;        ///< directory
-    bool hadFragment = false;
-    std::string fragment;    ///< text of the fragment before
-    std::vector<Step> steps; ///< their numbers are their names in the store
+    std::string documentRoot;      ///< directory
+    std::string store;             ///< directory
+    std::string fragment;          ///< text of the fragment before; empty for none
+    bool isFragmentEdited = false; ///< somebody has changed it since it was written
+    std::vector<Step> steps;       ///< their numbers are their names in the store
 };
 
 std::string textOf(const Journal& journal);

@@ -2,6 +2,7 @@
 
 #include "site/account.h"
 #include "site/cut_point.h"
+#include "site/fingerprint.h"
 #include "site/in_step.h"
 #include "site/package.h"
 #include "site/record.h"
@@ -63,13 +64,17 @@ void end(const PendingCall& call, int store, Ending ending) {
     dropStore(call.journal.store);
 }
 
+void keepEditedFragment(const PendingCall& call, const std::string& text) {
+    const std::string kept = keepFragment(call.journal.store, text);
+    say(call.application.title() + ": the fragment, which somebody had changed, is kept as " + kept);
+}
+
 void putFragmentBack(const PendingCall& call) {
-    const std::string before = call.journal.hadFragment ? call.journal.fragment : "";
-    if (readIfThere(call.places.fragment).value_or("") == before)
+    if (readIfThere(call.places.fragment).value_or("") == call.journal.fragment)
         return;
     const auto lock = lockServer(call.options.settings);
     noteReload(call.options.settings); // the next call would not know of it after a cut
-    (void)placeFragment(call.places, before);
+    (void)placeFragment(call.places, call.journal.fragment);
     cutPoint("put-back");
     noteReload(call.options.settings); // another call may have read the fragment that went
 }
@@ -97,6 +102,8 @@ void clearUp(const PendingCall& call) {
     renameDurably(call.places.newFiles, call.places.files);
     cutPoint("listed");
     const UniqueFd store = openLeftStore(call.journal.store);
+    if (call.journal.isFragmentEdited)
+        keepEditedFragment(call, call.journal.fragment);
     removeOldDirectories(call, store.get());
     cutPoint("cleared");
     end(call, store.get(), Ending::Final);
@@ -137,6 +144,10 @@ void finishRemoval(const PendingCall& call) {
     });
     syncHosts(store.get());
     cutPoint("taken");
+    const std::optional<Record> record = readRecord(call.places.record);
+    const std::optional<std::string> fragment = readIfThere(call.places.fragment);
+    if (record && fragment && fingerprint(*fragment) != record->fragment)
+        keepEditedFragment(call, *fragment);
     removeFragment(call.options.settings, call.places);
     cutPoint("unplaced");
     removeDurably(call.places.record);
@@ -160,6 +171,7 @@ Left settle(const CallOptions& options, const Application& application, const Pl
     PendingCall call{options, application, places, lock, journalOf(*text, places.journal)};
     if (call.journal.doing != Doing::Presence) {
         say(application.title() + ": finishes a removal that was cut off");
+        (void)openLeftStore(call.journal.store); // while the hosts are not mounted, the script is not asked
         askForFarewell(call);
         noteFarewell(call);
         finishRemoval(call);
@@ -173,6 +185,16 @@ Left settle(const CallOptions& options, const Application& application, const Pl
     say(application.title() + ": takes back a call that was cut off");
     (void)goBack(call);
     return Left::TakenBack;
+}
+
+void settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock) {
+    const std::optional<std::string> text = readIfThere(places.journal);
+    if (!text)
+        return;
+    const PendingCall call{options, application, places, lock, journalOf(*text, places.journal)};
+    const std::optional<Record> record = readRecord(places.record);
+    if (call.journal.doing == Doing::Presence && !(record && record->journal == call.journal.id))
+        putFragmentBack(call);
 }
 
 bool hasJournal(const Places& places) {

@@ -47,6 +47,10 @@ enum class Left { Nothing, TakenBack, ClearedUp, Removed };
 /// \throw std::exception when it cannot be ended.
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock);
 
+/// Of all that a cut-off call has left, puts only the fragment back.  Runs nothing in the account's name, so it takes
+/// no time that others would wait for.  The rest is ended by settle. \throw std::exception when it cannot be put back.
+void settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock);
+
 /// True where a call is at work or was cut off.
 bool hasJournal(const Places& places);
 

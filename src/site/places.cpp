@@ -84,7 +84,7 @@ std::string sitesDirectory(const Settings& settings) {
 Places::Places(const Settings& settings, const Application& application) {
     const std::string element = elementOf(application.name);
     hostDirectory = joined(settings.vhosts, application.host);
-    documentRoot = joined(hostDirectory, settings.documentRoot);
+    documentRoot = entryIn(hostDirectory, settings.documentRoot);
     hostState = joined(sitesDirectory(settings), application.host);
     lock = joined(hostState, ".lock"); // no application has this element
     state = joined(hostState, element);

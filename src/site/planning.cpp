@@ -2,122 +2,18 @@
 
 #include "deploy/web_access.h"
 #include "files/paths.h"
-#include "preview/preview.h"
 #include "runtime/errors.h"
+#include "site/comparison.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <iostream>
 #include <stdexcept>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace site {
 
 namespace {
-
-/// What the package brought that the site has now, by path.
-class Before {
-public:
-    explicit Before(const std::string& text) : files_(installedFilesOf(text, "the list of files")) {
-        byPath_.reserve(files_.size());
-        for (const InstalledEntry& entry : files_) {
-            byPath_.emplace(entry.path, &entry);
-            count_ += entry.isDirectory ? 0 : 1;
-            times_[entry.sourceTime] += entry.isDirectory ? 0 : 1;
-        }
-    }
-
-    const InstalledFiles& all() const { return files_; }
-
-    /// Null for a path that the package did not bring.
-    const InstalledEntry* at(std::string_view path) const {
-        const auto found = byPath_.find(path);
-        return found == byPath_.end() ? nullptr : found->second;
-    }
-
-    /// True for a file that nobody has changed since it was brought.
-    bool isUntouched(const std::string& path, const struct stat& file) const {
-        const InstalledEntry* const entry = at(path);
-        return entry != nullptr && !entry->isDirectory && S_ISREG(file.st_mode) && entry->size == file.st_size &&
-               entry->time == modificationOf(file);
-    }
-
-    /// True where the source of a file has the time that it had when the file was brought, so that it has the same
-    /// content if it has the same size.  The time of half of the files tells nothing: there are archives in which all
-    /// files have one time, in each release the same.
-    bool comesFrom(const std::string& path, Nanoseconds sourceTime) const {
-        const InstalledEntry* const entry = at(path);
-        return entry != nullptr && entry->sourceTime == sourceTime && 2 * times_.at(sourceTime) <= count_;
-    }
-
-private:
-    InstalledFiles files_;
-    std::unordered_map<std::string_view, const InstalledEntry*> byPath_;
-    std::unordered_map<Nanoseconds, std::size_t> times_; ///< how many files have a source of that time
-    std::size_t count_ = 0;                              ///< of files
-};
-
-/// A path below the application as one below the document root.
-std::string sitePath(const std::string& application, const std::string& relative) {
-    return application.empty() ? relative : entryIn(application, relative);
-}
-
-/// A file of the site that has its source's size.
-struct SeenFile {
-    std::string path; ///< below the application
-    struct stat status {};
-};
-
-/// The comparison of package and site.
-struct Comparison {
-    Preview preview;
-    std::vector<SeenFile> seen; ///< in the order of the preview's entries
-};
-
-Comparison compare(const StagingRequest& request, const Before& before) {
-    std::vector<SeenFile> seen;
-    const std::string application = request.application.below();
-    PreviewSettings settings;
-    settings.packageDir = request.packageDir;
-    settings.wwwRoot = request.documentRoot;
-    settings.applicationSubdirectory = request.application.name;
-    // What is opened is opened by steps, and visitors' entries are in none.
-    settings.skipWebserverWrite = true;
-    settings.isKnown = [&](const std::string& relative, const PreviewEntry& entry, const struct stat& file) {
-        seen.push_back({relative, file});
-        const std::string path = sitePath(application, relative);
-        return request.trustsBefore && before.isUntouched(path, file) &&
-               before.comesFrom(path, nanosecondsOf(entry.modified));
-    };
-    Preview preview = previewPackage(settings, readDocument(settings.packageDir, ""));
-    return {std::move(preview), std::move(seen)};
-}
-
-/// Refuses what speaks against a call, and says so; notes do not.  What a package brought may be replaced by its next
-/// release, but not what pages have written since: that is a visitor's.
-void refuseFindings(const StagingRequest& request, const Comparison& comparison, const Before& before) {
-    const auto mayBeReplaced = [&](const Finding& finding) {
-        const InstalledEntry* const brought = before.at(sitePath(request.application.below(), finding.subject));
-        const auto entry = comparison.preview.entries.find(finding.subject);
-        if (finding.code != "replaces" || brought == nullptr || entry == comparison.preview.entries.end())
-            return false;
-        struct stat file {};
-        const std::string path = joined(entryIn(request.documentRoot, request.application.below()), finding.subject);
-        return !entry->second.isInWritableTree ||
-               (lstat(path.c_str(), &file) == 0 && before.isUntouched(brought->path, file));
-    };
-    Findings findings = comparison.preview.findings;
-    std::erase_if(findings, [&](const Finding& finding) {
-        return finding.severity == Severity::Note ||
-               std::ranges::find(request.ignored, finding.code) != request.ignored.end() || mayBeReplaced(finding);
-    });
-    if (findings.empty())
-        return;
-    std::cerr << linesOf(findings);
-    throw std::runtime_error("larkspur-preview is against it; --ignore=CODE passes over a warning");
-}
 
 /// The permission bits that something new needs for the web server to write it.
 mode_t bitsOfOpened(mode_t type, const Account& account, gid_t group) {
@@ -142,7 +38,7 @@ public:
             addDirectory(application.substr(0, end), {});
         auto seen = comparison.seen.begin();
         for (const auto& [relative, entry] : comparison.preview.entries) {
-            const std::string path = sitePath(application, relative);
+            const std::string path = sitePath(request_.application, relative);
             const bool isSeen = seen != comparison.seen.end() && seen->path == relative;
             if (entry.isDirectory)
                 addDirectory(path, entry);
@@ -152,14 +48,17 @@ public:
         }
     }
 
-    /// What was brought before and is no more.
+    /// What was brought before and is no more, but for what another application has there, too.
     void addObsolete() {
-        std::unordered_set<std::string_view> wanted;
+        std::unordered_set<std::string> kept;
         for (const InstalledEntry& entry : plan.files)
-            wanted.insert(entry.path);
+            kept.insert(entry.path);
+        for (const std::string& other : request_.others)
+            for (InstalledEntry& entry : installedFilesOf(other, "the list of another application's files"))
+                kept.insert(std::move(entry.path));
         std::vector<Step> directories;
         for (const InstalledEntry& entry : before_.all()) {
-            if (wanted.contains(entry.path) || entry.path.empty())
+            if (kept.contains(entry.path) || entry.wasThere)
                 continue;
             if (entry.isDirectory)
                 directories.push_back({.kind = StepKind::RemoveDirectory, .path = entry.path});
@@ -171,8 +70,8 @@ public:
     }
 
     /// Gives directories the modes back that kept the account from changing something in them, and opens what the web
-    /// server may write.  By opening, a directory may lose its set-group-id bit, from which what is made in it has its
-    /// group: so this is the last thing.
+    /// server may write.  By a change of its mode, a directory may lose its set-group-id bit, from which what is made
+    /// in it has its group: so this is the last thing.
     void addModes() {
         for (Step& step : closing_)
             add(std::move(step));
@@ -183,20 +82,36 @@ public:
 private:
     void addDirectory(const std::string& path, const PreviewEntry& wanted) {
         const std::optional<Entry> entry = tree_.entry(path);
-        if (entry && !S_ISDIR(entry->status.st_mode))
-            throw std::runtime_error(path + ": the package has a directory where the site has a link or a file");
-        const mode_t standing = entry ? entry->status.st_mode & permissions : 0;
-        mode_t opening = 0;
-        if (isOpened(wanted) && entry)
-            opening = bitsForWebserver(entry->status, request_.account.name);
-        else if (isOpened(wanted))
-            opening = bitsOfOpened(S_IFDIR, request_.account, groupBelow(path));
-        const mode_t mode = (entry ? standing : wanted.mode) | opening;
         if (!entry)
-            addBelow({.kind = StepKind::MakeDirectory, .path = path, .mode = opening});
-        else if (mode != standing && entry->status.st_uid == request_.account.uid)
+            addNewDirectory(path, wanted);
+        else if (S_ISDIR(entry->status.st_mode))
+            addStandingDirectory(path, wanted, entry->status);
+        else
+            throw std::runtime_error(path + ": the package has a directory where the site has a link or a file; move " +
+                                     "that away first");
+    }
+
+    void addNewDirectory(const std::string& path, const PreviewEntry& wanted) {
+        const mode_t opening = isOpened(wanted) ? bitsOfOpened(S_IFDIR, request_.account, groupBelow(path)) : mode_t{0};
+        addBelow({.kind = StepKind::MakeDirectory, .path = path, .mode = opening});
+        plan.files.push_back({.path = path, .isDirectory = true, .mode = wanted.mode | opening, .opened = opening});
+    }
+
+    /// A directory that is there keeps its mode but for the bits of the web server.
+    void addStandingDirectory(const std::string& path, const PreviewEntry& wanted, const struct stat& status) {
+        const InstalledEntry* const brought = before_.directory(path);
+        const mode_t standing = status.st_mode & permissions;
+        const mode_t wereOpened = brought == nullptr ? 0 : brought->opened & standing;
+        const mode_t opening = isOpened(wanted) ? bitsForWebserver(status, request_.account.name) : 0;
+        const bool isOwn = status.st_uid == request_.account.uid;
+        const mode_t mode = isOwn ? (standing & ~wereOpened) | opening : standing;
+        if (mode != standing)
             opening_.push_back(changeOfMode(path, standing, mode));
-        plan.files.push_back({.path = path, .isDirectory = true, .mode = mode});
+        plan.files.push_back({.path = path,
+                              .isDirectory = true,
+                              .mode = mode,
+                              .wasThere = brought == nullptr || brought->wasThere,
+                              .opened = mode & (wereOpened | ~standing)});
     }
 
     bool isOpened(const PreviewEntry& wanted) const { return wanted.isInWritableTree && request_.webserverWrite; }
@@ -228,7 +143,8 @@ private:
         const std::optional<Entry> entry = tree_.entry(path);
         // One that came to the store would open the way into it for whoever holds it open.
         if (entry && S_ISDIR(entry->status.st_mode))
-            throw std::runtime_error(path + ": the package has a file where the site has a directory");
+            throw std::runtime_error(path + ": the package has a file where the site has a directory; move that " +
+                                     "away first");
         if (entry)
             addBelow(moving(StepKind::ExchangeFile, path, *entry), std::move(source));
         else
@@ -251,8 +167,7 @@ private:
     /// A step in which what stands at a place comes to the store.
     Step moving(StepKind kind, const std::string& path, const Entry& entry) const {
         Step step{.kind = kind, .path = path, .standing = entry.identity};
-        const InstalledEntry* const brought = before_.at(path);
-        if (brought != nullptr && !brought->isDirectory)
+        if (const InstalledEntry* const brought = before_.file(path))
             step.brought = {brought->size, brought->time};
         return step;
     }

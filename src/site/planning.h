@@ -1,9 +1,8 @@
 #pragma once
 
-#include "site/account.h"
 #include "site/lists.h"
-#include "site/places.h"
 #include "site/site_tree.h"
+#include "site/staging_request.h"
 
 #include <string>
 #include <vector>
@@ -11,20 +10,6 @@
 // What a call will do to a site, found out as the site's account.  Nothing is changed.
 
 namespace site {
-
-/// What is to come to a site.
-struct StagingRequest {
-    std::string packageDir;
-    Application application;
-    Account account;
-    std::string hosts; ///< directory of all virtual hosts
-    std::string documentRoot;
-    bool webserverWrite = false;
-    std::string before;               ///< text of InstalledFiles: what the package brought that the site has now
-    bool trustsBefore = true;         ///< a file whose size and time are those of `before` is not read
-    std::vector<std::string> ignored; ///< codes of findings that are no reason to refuse
-    int store = -1;                   ///< directory for the staged files; -1 to plan only
-};
 
 /// The steps of a call, and what the package has brought when they are done.
 struct SitePlan {

@@ -66,7 +66,8 @@ Outlook Presence::lookOnly() {
 
 void Presence::begin() {
     journal_.fragment = readIfThere(places_.fragment).value_or("");
-    journal_.hadFragment = !journal_.fragment.empty();
+    journal_.isFragmentEdited = before_ && !journal_.fragment.empty() && journal_.fragment != fragment_ &&
+                                fingerprint(journal_.fragment) != before_->fragment;
     hasBegun_ = true;
     inStep("journal", [&] {
         syncHosts(store_.get());
@@ -191,6 +192,7 @@ void Presence::planFiles() {
         // A repair makes the list anew.
         .before = !before_ || options_.repairs ? readIfThere(places_.files).value_or("")
                                                : inStep("files", [&] { return listOfFiles(places_); }),
+        .others = inStep("files", [&] { return listsOfOthers(options_.settings, wish_.application); }),
         .trustsBefore = !options_.repairs,
         .ignored = options_.ignored,
         .store = store_.get(),
@@ -220,31 +222,34 @@ void Presence::planFiles() {
 
 void Presence::exchangeFiles() {
     sayProgress(wish_.application, "exchanging " + std::to_string(journal_.steps.size()) + " entries");
-    const std::string modes = inStep("files", [&] {
+    const std::string directories = inStep("files", [&] {
         return asAccount(*account_, rules(), [&] {
             SiteTree tree(options_.settings.vhosts, places_.documentRoot);
-            std::string made;
-            for (const mode_t mode : carryOut(tree, store_.get(), journal_.steps))
-                made += std::to_string(mode) + ' ';
-            return made;
+            std::string text;
+            for (const MadeDirectory& made : carryOut(tree, store_.get(), journal_.steps))
+                text += std::to_string(made.mode) + ' ' + std::to_string(made.opened) + ' ';
+            return text;
         });
     });
-    noteModes(modes);
+    noteDirectories(directories);
 }
 
 /// Completes the list of files.
-/// \param modes of the directories that were made, in the order of their steps.
-void Presence::noteModes(const std::string& modes) {
-    if (modes.empty())
+/// \param directories mode and opened bits of those that were made, in the order of their steps.
+void Presence::noteDirectories(const std::string& directories) {
+    if (directories.empty())
         return;
     InstalledFiles files = installedFilesOf(files_, places_.newFiles);
     std::unordered_map<std::string_view, InstalledEntry*> entries;
     for (InstalledEntry& entry : files)
         entries.emplace(entry.path, &entry);
-    std::istringstream made(modes);
-    for (const Step& step : journal_.steps)
-        if (step.kind == StepKind::MakeDirectory)
-            made >> entries.at(step.path)->mode;
+    std::istringstream made(directories);
+    for (const Step& step : journal_.steps) {
+        if (step.kind != StepKind::MakeDirectory)
+            continue;
+        InstalledEntry& entry = *entries.at(step.path);
+        made >> entry.mode >> entry.opened;
+    }
     files_ = textOf(files);
 }
 

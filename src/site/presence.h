@@ -56,7 +56,7 @@ private:
     void readPackage();
     void planFiles();
     void exchangeFiles();
-    void noteModes(const std::string& modes);
+    void noteDirectories(const std::string& directories);
     void runPackageScript();
     void writeRecord() const;
     ChildRules rules() const;

@@ -74,13 +74,13 @@ private:
 
     /// One check for all; where that fails, one for each, so that only those fail whose fragments are refused.
     void placeFragments() {
-        const auto endCutOffCalls = [&] { (void)recover(options_); };
+        const auto putOthersBack = [&] { recoverFragments(options_); };
         std::vector<FragmentChange> all;
         for (const Presence& call : calls_)
             all.push_back(call.fragment());
         if (all.size() > 1) {
             try {
-                placeChecked(options_.settings, all, endCutOffCalls);
+                placeChecked(options_.settings, all, putOthersBack);
                 return;
             } catch (const BrokenBefore& broken) {
                 forEach([&](const Presence&) -> bool {
@@ -91,7 +91,7 @@ private:
             }
         }
         forEach([&](const Presence& call) {
-            inStep("fragment", [&] { placeChecked(options_.settings, {call.fragment()}, endCutOffCalls); });
+            inStep("fragment", [&] { placeChecked(options_.settings, {call.fragment()}, putOthersBack); });
             return true;
         });
     }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -23,6 +24,7 @@ namespace {
 
 struct Process {
     pid_t parent = 0;
+    pid_t session = 0;
     StartTime start = 0;
     bool isDead = false; ///< a zombie
 };
@@ -38,11 +40,11 @@ std::optional<Process> readProcess(const std::string& pid) {
     std::istringstream fields(text.substr(nameEnd + 1));
     Process process;
     char state = 0;
-    fields >> state >> process.parent;
+    std::string skipped;
+    fields >> state >> process.parent >> skipped >> process.session;
     process.isDead = state == 'Z' || state == 'X';
     constexpr int startField = 22;
-    std::string skipped;
-    for (int field = 5; field < startField; ++field)
+    for (int field = 7; field < startField; ++field)
         fields >> skipped;
     fields >> process.start;
     return process;
@@ -62,14 +64,24 @@ std::unordered_map<pid_t, Process> allProcesses() {
     return all;
 }
 
-/// The living processes below this one, on the way to which none is older than the given moment: the others are what an
-/// earlier child has left, and its children.
-std::vector<pid_t> livingBelow(StartTime since) {
+/// A process's real user, which a program that sets its user id keeps.
+std::optional<uid_t> userOf(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/status");
+    constexpr std::string_view name = "Uid:";
+    for (std::string line; std::getline(file, line);)
+        if (line.starts_with(name))
+            return static_cast<uid_t>(std::stoul(line.substr(name.size())));
+    return std::nullopt;
+}
+
+/// The living processes that a child has started, and the child.  On the way from this process to them none is older
+/// than the child: the others are what an earlier child has left, and its children.
+std::vector<pid_t> livingOf(const Child& child) {
     const std::unordered_map<pid_t, Process> all = allProcesses();
     const auto isBelow = [&](pid_t pid) {
         for (std::size_t steps = 0; steps <= all.size(); ++steps) {
             const auto found = all.find(pid);
-            if (found == all.end() || found->second.start < since)
+            if (found == all.end() || found->second.start < child.start)
                 return false;
             pid = found->second.parent;
             if (pid == getpid())
@@ -77,11 +89,16 @@ std::vector<pid_t> livingBelow(StartTime since) {
         }
         return false;
     };
-    std::vector<pid_t> below;
+    const auto isOfChild = [&](pid_t pid, const Process& process) {
+        if (pid == child.process || process.session == child.process)
+            return true;
+        return child.account && userOf(pid) == child.account;
+    };
+    std::vector<pid_t> living;
     for (const auto& [pid, process] : all)
-        if (!process.isDead && isBelow(pid))
-            below.push_back(pid);
-    return below;
+        if (!process.isDead && isBelow(pid) && isOfChild(pid, process))
+            living.push_back(pid);
+    return living;
 }
 
 } // namespace
@@ -91,12 +108,12 @@ StartTime startOf(pid_t process) {
     return found ? found->start : 0;
 }
 
-void killStarted(StartTime since) {
+void killStarted(const Child& child) {
     constexpr std::chrono::seconds patience(5);
     const auto end = std::chrono::steady_clock::now() + patience;
     for (;;) {
         // What starts others meanwhile is caught by the next round.
-        const std::vector<pid_t> living = livingBelow(since);
+        const std::vector<pid_t> living = livingOf(child);
         for (const pid_t pid : living)
             kill(pid, SIGKILL);
         while (waitpid(-1, nullptr, WNOHANG) > 0) {

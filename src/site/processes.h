@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <sys/types.h>
 
 namespace site {
@@ -10,10 +11,18 @@ using StartTime = unsigned long long;
 /// \return 0 for a process that is not there.
 StartTime startOf(pid_t process);
 
-/// Kills the youngest child and all that it has started, whatever sessions these have made.  What such processes left
-/// behind has become this process's child (PR_SET_CHILD_SUBREAPER) and is found by its age; what was left by earlier
-/// children stays.  Waits until they have ended, but not for ever: a process that hangs in a device cannot be killed.
-/// \param since the child's start.
-void killStarted(StartTime since);
+/// A child, which began a session of its own.
+struct Child {
+    pid_t process = -1;
+    StartTime start = 0;
+    std::optional<uid_t> account; ///< whose it became; nothing for one that stays root's
+};
+
+/// Kills a child with what it has started.  Of one that became an account's that is all, whatever sessions they have
+/// made: what they left behind has become this process's child (PR_SET_CHILD_SUBREAPER), and is known by its age and
+/// its account, so that what other accounts' children have left, and what is older, stays.  Of root's it is the
+/// session: a server that has made itself a daemon goes on. Waits until they have ended, but not for ever: a process
+/// that hangs in a device cannot be killed.
+void killStarted(const Child& child);
 
 } // namespace site

@@ -7,26 +7,25 @@
 #include "site/state_files.h"
 #include "site/store.h"
 
-#include <unistd.h>
+#include <functional>
+#include <optional>
 
 namespace site {
 
 namespace {
 
-/// \return false when something could not be ended.
-bool recoverHost(const CallOptions& options, const std::string& host) {
+using Work = std::function<void(const Application&, const Places&, int lock)>;
+
+/// Does something for each application of a host, unless a call is at work there: that ends by itself.
+/// \return false when it failed for one.
+bool forEachOf(const std::string& host, const CallOptions& options, const Work& work) {
     bool isGood = true;
     for (const Application& application : applicationsOf(options.settings, host)) {
         throwIfInterrupted();
         const Places places(options.settings, application);
         try {
-            // A call that is at work ends by itself.
-            const std::optional<FileLock> lock = FileLock::tryToTake(places.lock);
-            if (!lock)
-                continue;
-            (void)settle(options, application, places, lock->descriptor());
-            if (isMissing(places.record))
-                removeState(places);
+            if (const std::optional<FileLock> lock = FileLock::tryToTake(places.lock))
+                work(application, places, lock->descriptor());
         } catch (const Interrupted&) {
             throw;
         } catch (const std::exception& failure) {
@@ -38,13 +37,27 @@ bool recoverHost(const CallOptions& options, const std::string& host) {
     return isGood;
 }
 
+bool forEachFree(const CallOptions& options, const Work& work) {
+    bool isGood = true;
+    for (const std::string& host : hostsOf(options.settings))
+        isGood = forEachOf(host, options, work) && isGood;
+    return isGood;
+}
+
 } // namespace
 
 bool recover(const CallOptions& options) {
-    bool isGood = true;
-    for (const std::string& host : hostsOf(options.settings))
-        isGood = recoverHost(options, host) && isGood;
-    return isGood;
+    return forEachFree(options, [&](const Application& application, const Places& places, int lock) {
+        (void)settle(options, application, places, lock);
+        if (isMissing(places.record))
+            removeState(places);
+    });
+}
+
+void recoverFragments(const CallOptions& options) {
+    (void)forEachFree(options, [&](const Application& application, const Places& places, int lock) {
+        settleFragment(options, application, places, lock);
+    });
 }
 
 Outcome reload(const CallOptions& options) {

@@ -103,14 +103,13 @@ bool placeFragment(const Places& places, const std::string& text) {
     // Whoever may write there configures a server that starts as root, so the mode is the same whatever a default ACL
     // above says.
     const std::string directory = places.fragment.substr(0, places.fragment.rfind('/'));
-    if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST)
-        nimbo::throwSystemError(directory, errno);
+    makeDirectory(directory, 0755);
     writeDurably(places.fragment, text);
     return true;
 }
 
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
-                  const std::function<void()>& endCutOffCalls) {
+                  const std::function<void()>& putOthersBack) {
     if (std::ranges::all_of(changes, [](const FragmentChange& change) { return change.before == change.text; }))
         return;
     const auto lock = lockServer(settings);
@@ -119,7 +118,7 @@ void placeChecked(const Settings& settings, const std::vector<FragmentChange>& c
         return;
     if (refusal(settings)) {
         // It may be the fragment of a call that was cut off during its check.
-        endCutOffCalls();
+        putOthersBack();
         if (const auto still = refusal(settings))
             throw BrokenBefore("the server's configuration was broken before this call: " + *still);
         why = tryFragments(settings, changes);

@@ -42,10 +42,11 @@ public:
 
 /// Puts fragments into their places and has the server check its whole configuration, once, while no other call can.
 /// If it is against it, they go back.  Where all of them are there already, nothing is checked.
-/// \param endCutOffCalls called where the server refuses its configuration without them, too.
+/// \param putOthersBack called where the server refuses its configuration without them, too: puts the fragments of
+///        cut-off calls back.
 /// \throw BrokenBefore; std::runtime_error where the fragments are refused.  All fragments are then as before.
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
-                  const std::function<void()>& endCutOffCalls);
+                  const std::function<void()>& putOthersBack);
 
 /// Notes that the server has to be told.
 void noteReload(const Settings& settings);

@@ -135,10 +135,11 @@ private:
     std::size_t line_ = 1;
 };
 
+/// Without what says nothing, so that two ways to write a directory are one place in records and messages.
 std::string absolutePath(const std::string& value) {
     if (!value.starts_with('/'))
         throw std::runtime_error("is no absolute path");
-    return value;
+    return normalPath(value);
 }
 
 std::string anyText(const std::string& value) {
@@ -150,15 +151,7 @@ std::string anyText(const std::string& value) {
 std::string pathBelow(const std::string& value) {
     if (value.empty() || value.starts_with('/') || hasDotDot(value))
         throw std::runtime_error("is no path below a host's directory");
-    return value;
-}
-
-std::chrono::seconds seconds(const std::string& value) {
-    unsigned number = 0;
-    const auto [end, failure] = std::from_chars(value.data(), value.data() + value.size(), number);
-    if (failure != std::errc() || end != value.data() + value.size() || number == 0)
-        throw std::runtime_error("is no number of seconds");
-    return std::chrono::seconds(number);
+    return normalPath(value);
 }
 
 bool yesOrNo(const std::string& value) {
@@ -180,7 +173,8 @@ constexpr std::array known{
     Setting{"RELOAD", [](Settings& settings, const std::string& value) { settings.reload = anyText(value); }},
     Setting{"STATE", [](Settings& settings, const std::string& value) { settings.state = absolutePath(value); }},
     Setting{"STORE", [](Settings& settings, const std::string& value) { settings.store = absolutePath(value); }},
-    Setting{"TIME_LIMIT", [](Settings& settings, const std::string& value) { settings.timeLimit = seconds(value); }},
+    Setting{"TIME_LIMIT",
+            [](Settings& settings, const std::string& value) { settings.timeLimit = secondsOf(value, 1); }},
     Setting{"VHOSTS", [](Settings& settings, const std::string& value) { settings.vhosts = absolutePath(value); }},
     Setting{"WEBSERVER_WRITE",
             [](Settings& settings, const std::string& value) { settings.webserverWrite = yesOrNo(value); }},
@@ -190,6 +184,16 @@ constexpr std::array known{
 
 std::vector<std::pair<std::string, std::string>> readAssignments(const std::string& text, const std::string& file) {
     return Assignments(text, file).all();
+}
+
+std::chrono::seconds secondsOf(const std::string& text, unsigned least) {
+    constexpr unsigned most = 1'000'000; // eleven days: far from where a clock's nanoseconds end
+    unsigned number = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (failure != std::errc() || end != text.data() + text.size() || number < least || number > most)
+        throw std::runtime_error("is no number of seconds from " + std::to_string(least) + " to " +
+                                 std::to_string(most));
+    return std::chrono::seconds(number);
 }
 
 Settings readSettings(const std::string& file, bool hasToExist) {

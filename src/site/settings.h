@@ -31,6 +31,11 @@ struct Settings {
     bool webserverWrite = false;                     ///< WEBSERVER_WRITE: "yes" or "no"
 };
 
+/// A number of seconds.
+/// \param least 0 or 1.
+/// \throw std::runtime_error that says what it is not.
+std::chrono::seconds secondsOf(const std::string& text, unsigned least);
+
 /// \param file the settings file; one that is not there leaves the defaults, unless it has to exist.
 /// \throw std::runtime_error for a file that cannot be read, an unknown name or an unusable value.
 Settings readSettings(const std::string& file, bool hasToExist);

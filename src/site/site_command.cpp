@@ -42,7 +42,6 @@ struct Request {
     CallOptions call;
     std::string settings = "/etc/larkspur/site.conf";
     std::string list; ///< file of several wishes; empty for none
-    unsigned wait = 0;
     bool wantsJson = false;
 };
 
@@ -109,8 +108,11 @@ Words wordsIn(const std::string& line) {
     if (array->size() < 4)
         throw std::runtime_error("too few words");
     Words words;
-    for (const boost::json::value& word : *array)
+    for (const boost::json::value& word : *array) {
         words.emplace_back(word.get_string());
+        if (words.back().find('\0') != std::string::npos)
+            throw std::runtime_error("a text with a NUL, which no program can be given");
+    }
     return words;
 }
 
@@ -234,7 +236,7 @@ po::options_description optionsInto(Request& request) {
         ("repair", po::bool_switch(&call.repairs), "present: act although the record agrees")
         ("script", po::value<std::string>()->value_name("FILE"), "present: the package's script")
         ("settings", po::value(&request.settings)->value_name("FILE"), "settings in place of /etc/larkspur/site.conf")
-        ("wait", po::value(&request.wait)->value_name("SECONDS"), "how long to wait for another call")
+        ("wait", po::value<std::string>()->value_name("SECONDS"), "how long to wait for another call")
         ("without-script", po::bool_switch(&call.withoutScript), "absent: do not ask the package's script")
         ("help", "print this")
         ("version", "print the version");
@@ -282,6 +284,18 @@ std::optional<std::string> valueOf(const po::variables_map& values, const char* 
     return values.count(name) == 0 ? std::nullopt : std::optional(values[name].as<std::string>());
 }
 
+/// How long to wait, where the command line says so.
+std::optional<std::chrono::seconds> waitIn(const po::variables_map& values) {
+    const std::optional<std::string> text = valueOf(values, "wait");
+    if (!text)
+        return std::nullopt;
+    try {
+        return secondsOf(*text, 0);
+    } catch (const std::exception& failure) {
+        throw Misuse("--wait " + std::string(failure.what()) + ": " + *text);
+    }
+}
+
 int run(Words words) {
     Request request;
     const po::options_description options = optionsInto(request);
@@ -311,8 +325,7 @@ int run(Words words) {
         request.call.script = valueOf(values, "script");
         request.call.language = valueOf(values, "language");
         request.call.settings = readSettings(request.settings, values.count("settings") != 0);
-        request.call.wait =
-            values.count("wait") != 0 ? std::chrono::seconds(request.wait) : request.call.settings.timeLimit;
+        request.call.wait = waitIn(values).value_or(request.call.settings.timeLimit);
         setFixedEnvironment();
         umask(022);
         watchSignals();

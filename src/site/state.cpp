@@ -48,4 +48,15 @@ std::string listOfFiles(const Places& places) {
     return *list;
 }
 
+std::vector<std::string> listsOfOthers(const Settings& settings, const Application& application) {
+    std::vector<std::string> lists;
+    for (const Application& other : applicationsOf(settings, application.host)) {
+        if (other.name == application.name)
+            continue;
+        if (std::optional<std::string> list = readIfThere(Places(settings, other).files))
+            lists.push_back(std::move(*list));
+    }
+    return lists;
+}
+
 } // namespace site

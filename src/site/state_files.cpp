@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <string_view>
-#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace site {
 
@@ -35,6 +35,14 @@ bool writeSynced(const std::string& file, std::string_view text) {
         text.remove_prefix(static_cast<std::size_t>(written));
     }
     return fd.get() >= 0 && fsync(fd.get()) == 0 && fd.close() == 0;
+}
+
+/// An exclusive lock up to the end of a file, wherever that is.
+struct flock wholeFile() {
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return lock;
 }
 
 } // namespace
@@ -101,28 +109,41 @@ void renameDurably(const std::string& from, const std::string& to) {
         fail(from);
 }
 
-void makeDirectories(const std::string& directory) {
-    if (mkdir(directory.c_str(), 0700) == 0) {
+void makeDirectory(const std::string& directory, mode_t mode) {
+    if (mkdir(directory.c_str(), mode) == 0)
         syncDirectory(std::string(parentOf(directory)));
-        return;
-    }
-    if (errno == ENOENT) {
-        makeDirectories(std::string(parentOf(directory)));
-        makeDirectories(directory);
-    } else if (errno != EEXIST) {
+    else if (errno != EEXIST)
         fail(directory);
-    }
+}
+
+void makeDirectories(const std::string& directory) {
+    if (access(directory.c_str(), F_OK) == 0)
+        return;
+    if (errno == ENOENT)
+        makeDirectories(std::string(parentOf(directory)));
+    makeDirectory(directory, 0700);
 }
 
 std::optional<FileLock> FileLock::tryToTake(const std::string& file) {
     UniqueFd fd(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (fd.get() < 0)
         fail(file);
-    if (flock(fd.get(), LOCK_EX | LOCK_NB) == 0)
+    struct flock whole = wholeFile();
+    if (fcntl(fd.get(), F_OFD_SETLK, &whole) == 0)
         return FileLock(std::move(fd));
-    if (errno != EWOULDBLOCK)
+    if (errno != EAGAIN && errno != EACCES)
         fail(file);
     return std::nullopt;
+}
+
+bool FileLock::isHeld(const std::string& file) {
+    const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0 && errno == ENOENT)
+        return false;
+    struct flock found = wholeFile();
+    if (fd.get() < 0 || fcntl(fd.get(), F_OFD_GETLK, &found) != 0)
+        fail(file);
+    return found.l_type != F_UNLCK;
 }
 
 FileLock FileLock::take(const std::string& file, std::chrono::seconds wait, const std::function<void()>& tell) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 
 // What root keeps: files that are whole at any moment of a power cut, and locks.
 
@@ -38,17 +39,27 @@ void removeDurably(const std::string& file);
 /// \throw nimbo::SystemError
 void renameDurably(const std::string& from, const std::string& to);
 
+/// Makes a directory, unless it is there, and has the disk take it.
+/// \throw nimbo::SystemError
+void makeDirectory(const std::string& directory, mode_t mode);
+
 /// Makes a directory (mode 0700) and those above it that are missing, and has the disk take them.
 /// \throw nimbo::SystemError
 void makeDirectories(const std::string& directory);
 
-/// An exclusive lock on a file (flock(2)), which ends with the object and with every process that holds the descriptor.
+/// An exclusive lock on a file (F_OFD_SETLK of fcntl(2)), which ends with the object and with every process that holds
+/// the descriptor.
 class FileLock {
 public:
     /// Takes the lock if it is free.
     /// \return nothing when another process holds it.
     /// \throw nimbo::SystemError when there can be no such lock.
     static std::optional<FileLock> tryToTake(const std::string& file);
+
+    /// True while somebody has the lock.  Does not take it, not even for a moment in which another call would find it
+    /// taken.
+    /// \throw nimbo::SystemError
+    static bool isHeld(const std::string& file);
 
     /// Waits for the lock.
     /// \param wait how long at most.

@@ -3,6 +3,7 @@
 #include "files/directory_walk.h"
 #include "files/paths.h"
 #include "runtime/errors.h"
+#include "site/fingerprint.h"
 #include "site/state_files.h"
 #include "site/swap.h"
 
@@ -115,6 +116,14 @@ std::string emptyStore(const std::string& store, const std::vector<Step>& steps,
             Emptying::remove(call.get(), name);
     }
     return emptying.keptAt();
+}
+
+std::string keepFragment(const std::string& store, const std::string& text) {
+    // Named by its content, so that a call that was cut off keeps it once.
+    const std::string file = joined(store, "kept/fragment-" + fingerprint(text) + ".conf");
+    makeDirectories(std::string(parentOf(file)));
+    writeDurably(file, text);
+    return file;
 }
 
 void dropStore(const std::string& store) {

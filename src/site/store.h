@@ -39,6 +39,11 @@ enum class Ending {
 /// \throw nimbo::SystemError
 std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending);
 
+/// Keeps the text of a fragment that somebody had changed.
+/// \return where.
+/// \throw nimbo::SystemError
+std::string keepFragment(const std::string& store, const std::string& text);
+
 /// Removes the directory of a call with all that it holds, if there is one.  For a call whose steps were never begun or
 /// that has emptied it.
 /// \throw nimbo::SystemError

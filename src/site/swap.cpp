@@ -98,22 +98,22 @@ public:
     /// Opens the new directories that the web server may write.  What they hold has been made in them by now, with the
     /// group that their set-group-id bit gives, which they may lose.
     void openMade() {
-        for (auto& [step, mode] : made_) {
-            const bool isOpen = (mode & step->mode) == step->mode;
-            const std::optional<Place> place = isOpen ? std::nullopt : tree_.find(step->path);
+        for (auto& [step, made] : made_) {
+            made.opened = step->mode & ~made.mode;
+            const std::optional<Place> place = made.opened == 0 ? std::nullopt : tree_.find(step->path);
             if (!place)
                 continue;
-            mode |= step->mode;
-            changeMode(place->directory, place->name, mode, step->path);
+            made.mode |= made.opened;
+            changeMode(place->directory, place->name, made.mode, step->path);
         }
     }
 
     /// In the order of their steps.
-    std::vector<mode_t> modesOfMade() const {
-        std::vector<mode_t> modes;
-        for (const auto& [step, mode] : made_)
-            modes.push_back(mode);
-        return modes;
+    std::vector<MadeDirectory> made() const {
+        std::vector<MadeDirectory> all;
+        for (const auto& [step, made] : made_)
+            all.push_back(made);
+        return all;
     }
 
 private:
@@ -130,7 +130,7 @@ private:
             failAt(step.path);
         // Which bits it has is the place's matter, too (set-group-id, a default ACL).
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
-        made_.emplace_back(&step, entry ? entry->status.st_mode & permissions : 0);
+        made_.emplace_back(&step, MadeDirectory{.mode = entry ? entry->status.st_mode & permissions : 0});
     }
 
     /// What somebody has put in a directory's place has nothing for which it would need the mode.
@@ -168,7 +168,7 @@ private:
 
     SiteTree& tree_;
     int store_;
-    std::vector<std::pair<const Step*, mode_t>> made_;
+    std::vector<std::pair<const Step*, MadeDirectory>> made_;
 };
 
 /// Takes steps back, in the reverse order of Carrying.
@@ -286,7 +286,7 @@ private:
 
 } // namespace
 
-std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps) {
+std::vector<MadeDirectory> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps) {
     Carrying carrying(tree, store);
     for (std::size_t number = 0; number < steps.size(); ++number) {
         cutPoint("swap");
@@ -299,7 +299,7 @@ std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>&
         }
     }
     carrying.openMade();
-    return carrying.modesOfMade();
+    return carrying.made();
 }
 
 void takeAway(SiteTree& tree, int store, const std::vector<Step>& steps) {

@@ -10,12 +10,18 @@
 
 namespace site {
 
+/// What a new directory has become.
+struct MadeDirectory {
+    mode_t mode = 0;
+    mode_t opened = 0; ///< the bits of it that its place had not given it
+};
+
 /// Carries steps out in their order, all but RemoveDirectory.  A file that is to be taken and is not there any more is
 /// none, and what somebody else has put in its place stays; so steps of a removal can be carried out again.
 /// \param store directory of the staged files.
-/// \return the modes of directories that were made, one a step of that kind.
+/// \return one a step that made a directory.
 /// \throw std::exception for the first step that cannot be carried out; those before it have been.
-std::vector<mode_t> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps);
+std::vector<MadeDirectory> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps);
 
 /// Carries out the steps of a removal.  What the account may not take is left, and a line on standard error tells so.
 /// \throw std::exception as carryOut, for any other failure.

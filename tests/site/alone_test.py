@@ -105,9 +105,24 @@ class AloneTest(SiteTest):
         self.assertEqual((reloaded.status, reloaded.output), (0, "changed\n"), reloaded.error)
         self.assertIn("failed: one.example\n", reloaded.error)
 
+    def test_what_another_site_has_started_outlives_a_failure(self):
+        hosts = self.hosts(2)
+        late = self.marks / "late"
+        starting = self.package("starting", {}, f"setsid sh -c 'sleep 0.3; sleep 1000 & echo $! >{late}' &")
+        failing = self.package("late failure", {}, f"while [ ! -s {late} ]; do sleep 0.01; done; sleep 0.1; exit 3")
+        outcome = self.listed(*zip(hosts, [starting, failing]))
+        self.assertEqual((outcome.status, outcome.output), (1, f"changed {hosts[0]}/app\n"), outcome.error)
+        started = int(late.read_text())
+        self.assertFalse(are_gone([started]))
+        os.kill(started, signal.SIGKILL)
+
     def test_a_configuration_that_was_broken_before_is_told_before_the_script_runs(self):
         host, other = self.hosts(2)
         self.changes(self.call(*self.words_for(host, self.one)))
+        removed = "removed.example"
+        self.host(removed, "sitea")
+        self.changes(self.present(self.package("removed", {}, f"touch {self.marks}/ran-$1"), host=removed))
+        self.cut(kill_tree, ("journal", 1), ["absent", removed, "app"])
         broken = self.places(other)[2]
         broken.parent.mkdir()
         broken.write_text("no-such-directive\n")
@@ -116,6 +131,8 @@ class AloneTest(SiteTest):
                    "fragment: the server's configuration was broken before this call: CONFIGTEST: exit status 1",
                    host=host, is_taken_back=True)
         self.assertFalse((self.marks / "ran").exists())
+        # Nor does anybody else's script while all others wait for the server.
+        self.assertFalse((self.marks / "ran-remove").exists())
         # What changes no fragment needs no check, and a removal must not depend on it.
         self.changes(self.call(*self.words_for(host, self.package("same fragment", {}, mappings=mappings("one")))))
         self.changes(self.absent(host))
@@ -133,6 +150,8 @@ class AloneTest(SiteTest):
             ("a reload that hangs", {"RELOAD": '"sleep 1000"'}, "", "RELOAD: no end within 2 s"),
             ("a check that leaves a daemon", {"CONFIGTEST": f'"{daemon}"'}, "", ""),
             ("a reload that leaves a daemon", {"RELOAD": f'"{daemon}"'}, "", ""),
+            ("a reload that starts a daemon and fails", {"RELOAD": f'"{daemon}; sleep 1; exit 3"'}, "",
+             "RELOAD: exit status 3"),
         ]
         for name, settings, present_cause, reload_cause in rows:
             with self.subTest(name):

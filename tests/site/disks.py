@@ -89,13 +89,14 @@ class DiskTest(SiteTest):
                                 mappings=mappings("one"))
         self.two = self.package("two", both | {"htdocs/index": "two", "htdocs/new/page": "two" * 1000},
                                 mappings=mappings("two"))
+        self.is_none = self.release()
         self.changes(self.present(self.two))
         self.is_two = self.release()
         self.changes(self.present(self.one))
         self.is_one = self.release()
 
-    def all_moments(self):
+    def all_moments(self, words):
         """The first and the last arrival at each."""
-        moments = self.moments(*self.words(self.two))
+        moments = self.moments(*words)
         self.changes(self.present(self.one))
         return sorted(dict(reversed(moments)).items() | dict(moments).items(), key=moments.index) + ["script"]

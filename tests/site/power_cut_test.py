@@ -9,9 +9,10 @@ from support import differences, kill_tree, main
 
 class TwoDisksTest(DiskTest):
     def test_power_cut_at_any_moment_of_an_upgrade(self):
-        for moment in [*self.all_moments(), "end"]:
+        words = self.words(self.two)
+        for moment in [*self.all_moments(words), "end"]:
             with self.subTest(moment):
-                self.cut_power(moment)
+                self.cut_power(moment, words)
                 self.assertEqual(self.call("recover").status, 0)
                 now = self.release()
                 wanted = [self.is_two] if moment == "end" else [self.is_one, self.is_two]
@@ -20,14 +21,27 @@ class TwoDisksTest(DiskTest):
                 self.assertEqual(differences(self.is_two, self.release()), [])
                 self.changes(self.present(self.one))
 
-    def cut_power(self, moment):
+    def test_power_cut_at_any_moment_of_a_removal(self):
+        words = ["absent", "one.example", "app"]
+        for moment in [*self.all_moments(words), "end"]:
+            with self.subTest(moment):
+                self.cut_power(moment, words)
+                self.assertEqual(self.call("recover").status, 0)
+                now = self.release()
+                wanted = [self.is_none] if moment == "end" else [self.is_none, self.is_one]
+                self.assertIn([], [differences(release, now) for release in wanted])
+                self.assertEqual(self.absent().status, 0)
+                self.assertEqual(differences(self.is_none, self.release()), [])
+                self.changes(self.present(self.one))
+
+    def cut_power(self, moment, words):
         copies = [(disk, pathlib.Path(f"{disk.image}.copy")) for disk in self.disks]
         if moment == "end":
-            self.changes(self.present(self.two))
+            self.changes(self.call(*words))
             for disk, copy in copies:
                 disk.copy(copy)
         else:
-            call = self.start(*self.words(self.two), moment=moment)
+            call = self.start(*words, moment=moment)
             self.assertTrue(call.hold())
             for disk, copy in copies:
                 disk.copy(copy)

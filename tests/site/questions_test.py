@@ -9,7 +9,7 @@ import re
 import shutil
 from typing import Callable, NamedTuple
 
-from support import SiteTest, all_facts, differences, main, mappings
+from support import SiteTest, all_facts, differences, kill_tree, main, mappings
 
 ONE = {"htdocs/index": "one", "htdocs/sub/page": "same", "htdocs/old": "old"}
 TWO = {"htdocs/index": "two", "htdocs/sub/page": "same", "htdocs/new/page": "new"}
@@ -193,6 +193,45 @@ state:         whole
         self.assertIn("left as it is: app/sub/page: Permission denied\n", outcome.error)
         self.assertEqual([path.name for path in self.app.rglob("*")], ["sub", "page"])
         self.stays(self.absent())
+
+    def test_a_removal_takes_nothing_of_somebody_else_s(self):
+        self.changes(self.absent())
+        (self.root / "mine").mkdir()
+        os.chown(self.root / "mine", 20001, -1)
+        self.changes(self.present(self.one, name="mine/app"))
+        self.changes(self.present(self.package("both", {"htdocs/mine/app/index": "one", "htdocs/other": "other"}),
+                                  name=".", options=["--ignore=replaces"]))
+        self.changes(self.absent(name="."))
+        self.assertEqual((self.root / "mine/app/index").read_text(), "one")
+        self.changes(self.absent(name="mine/app"))
+        self.assertEqual([path.name for path in self.root.rglob("*")], ["mine"])
+
+    def test_a_fragment_that_somebody_has_edited_is_kept(self):
+        fragment = self.places()[2]
+        acts = {"upgrade": self.words(self.two), "removal": ["absent", "one.example", "app"]}
+        for name, words in acts.items():
+            with self.subTest(name):
+                fragment.write_text(f"# before the {name}\n")
+                outcome = self.call(*words)
+                self.changes(outcome)
+                kept = self.applications("list")[0]["kept"]
+                texts = [pathlib.Path(file).read_text() for file in kept]
+                self.assertIn(f"# before the {name}\n", texts)
+                self.assertIn(f"kept as {kept[texts.index(f'# before the {name}' + chr(10))]}", outcome.error)
+
+    def test_a_removal_is_not_finished_while_the_hosts_are_not_mounted(self):
+        (self.one / "scripts/configure").write_text(f"#!/bin/sh\ntouch {self.marks}/ran\n")
+        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
+        away = self.base / "away"
+        self.vhosts.rename(away)
+        self.vhosts.mkdir()
+        self.fails(self.call("recover"), "recovery: ")
+        self.assertFalse((self.marks / "ran").exists())
+        self.vhosts.rmdir()
+        away.rename(self.vhosts)
+        self.stays(self.call("recover"))
+        self.assertTrue((self.marks / "ran").exists())
+        self.assertFalse(self.app.exists())
 
     def test_what_a_host_or_an_account_leaves_behind_is_forgotten(self):
         self.changes(self.call("reload"))

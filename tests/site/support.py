@@ -80,7 +80,10 @@ def kill_tree(call):
     os.kill(call.leader, signal.SIGSTOP)
     family = [*children(call.leader), call.leader]
     for pid in family:
-        os.kill(pid, signal.SIGKILL)
+        try:
+            os.kill(pid, signal.SIGKILL)
+        except ProcessLookupError:
+            continue  # it has ended since
     until(lambda: are_gone(family))
 
 

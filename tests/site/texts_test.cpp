@@ -79,9 +79,10 @@ TEST_F(SettingsFile, WhatCannotBeUsedIsNamed) {
         {"STATE=x\n", ": STATE is no absolute path: x"},
         {"DOCUMENT_ROOT=../x\n", ": DOCUMENT_ROOT is no path below a host's directory: ../x"},
         {"DOCUMENT_ROOT=\n", ": DOCUMENT_ROOT is no path below a host's directory: "},
-        {"TIME_LIMIT=0\n", ": TIME_LIMIT is no number of seconds: 0"},
-        {"TIME_LIMIT=1m\n", ": TIME_LIMIT is no number of seconds: 1m"},
-        {"TIME_LIMIT=-1\n", ": TIME_LIMIT is no number of seconds: -1"},
+        {"TIME_LIMIT=0\n", ": TIME_LIMIT is no number of seconds from 1 to 1000000: 0"},
+        {"TIME_LIMIT=1m\n", ": TIME_LIMIT is no number of seconds from 1 to 1000000: 1m"},
+        {"TIME_LIMIT=4294967295\n", ": TIME_LIMIT is no number of seconds from 1 to 1000000: 4294967295"},
+        {"TIME_LIMIT=-1\n", ": TIME_LIMIT is no number of seconds from 1 to 1000000: -1"},
         {"WEBSERVER_WRITE=true\n", ": WEBSERVER_WRITE is neither yes nor no: true"},
         {"CONFIGTEST=\n", ": CONFIGTEST is empty: "},
     };
@@ -90,7 +91,7 @@ TEST_F(SettingsFile, WhatCannotBeUsedIsNamed) {
         writeFile(file, row.text);
         EXPECT_EQ(failureOf([&] { readSettings(file, true); }), file + row.cause);
     }
-    writeFile(file, "VHOSTS=/srv\nWEBSERVER_WRITE=yes\nTIME_LIMIT=7\n");
+    writeFile(file, "VHOSTS=//srv/./\nWEBSERVER_WRITE=yes\nTIME_LIMIT=7\n");
     const Settings settings = readSettings(file, true);
     EXPECT_EQ(settings.store, "/srv/system");
     EXPECT_EQ(settings.timeLimit.count(), 7);
@@ -113,7 +114,7 @@ TEST(Lists, WhatWasWrittenIsRead) {
     InstalledFiles files;
     std::vector<Step> steps;
     for (const std::string& path : strangePaths) {
-        files.push_back({.path = path, .isDirectory = true, .mode = 0755});
+        files.push_back({.path = path, .isDirectory = true, .mode = 0755, .wasThere = path.empty(), .opened = 02});
         files.push_back({.path = path, .mode = 0644, .size = std::int64_t{1} << 40U, .time = -1, .sourceTime = 2});
         steps.push_back(stepAt(path));
     }
@@ -123,12 +124,12 @@ TEST(Lists, WhatWasWrittenIsRead) {
 
     const Journal journal{.id = "1f",
                           .doing = Doing::Farewell,
-                          .account = "sitea",
+                          .account = "site a",
                           .uid = 20001,
                           .documentRoot = "/srv/h\n/httpdocs",
                           .store = "/srv/ store",
-                          .hadFragment = true,
                           .fragment = "<Directory />\nno end",
+                          .isFragmentEdited = true,
                           .steps = steps};
     const Journal read = journalOf(textOf(journal), "journal");
     EXPECT_EQ(textOf(read), textOf(journal));

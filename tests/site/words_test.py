@@ -135,6 +135,7 @@ class WordsTest(SiteTest):
             (self.words(self.two, name="/app"), "not a place below a document root"),
             (self.words(self.two, name="a\nb"), "not a place below a document root"),
             (["absent", "one.example"], "wrong number of words"),
+            (["--wait=-1", "absent", "one.example", "app"], "--wait is no number of seconds from 0 to 1000000: -1"),
         ]
         before = self.release()
         for words, cause in rows:
@@ -234,6 +235,7 @@ class WordsTest(SiteTest):
             '["no end"': "incomplete",
             '["too", "few", "words"]': "too few words",
             '["/package", "one.example", 5, "app"]': "no array of texts",
+            '["/package", "one.example", "sitea", "app", "a\\u0000b"]': "a text with a NUL",
             '["/package", "../host", "sitea", "app"]': "not the name of a host",
             good: "one.example/app is there already",
         }

@@ -1,0 +1,31 @@
+#include "site/before.h"
+
+namespace site {
+
+Before::Before(const std::string& text) : files_(installedFilesOf(text, "the list of files")) {
+    byPath_.reserve(files_.size());
+    for (const InstalledEntry& entry : files_) {
+        byPath_.emplace(entry.path, &entry);
+        count_ += entry.isDirectory ? 0 : 1;
+        times_[entry.sourceTime] += entry.isDirectory ? 0 : 1;
+    }
+}
+
+bool Before::isUntouched(const std::string& path, const struct stat& standing) const {
+    const InstalledEntry* const brought = file(path);
+    return brought != nullptr && S_ISREG(standing.st_mode) && brought->size == standing.st_size &&
+           brought->time == modificationOf(standing);
+}
+
+bool Before::comesFrom(const std::string& path, Nanoseconds sourceTime) const {
+    const InstalledEntry* const brought = file(path);
+    return brought != nullptr && brought->sourceTime == sourceTime && 2 * times_.at(sourceTime) <= count_;
+}
+
+const InstalledEntry* Before::at(std::string_view path, bool isDirectory) const {
+    const auto found = byPath_.find(path);
+    const bool isSuch = found != byPath_.end() && found->second->isDirectory == isDirectory;
+    return isSuch ? found->second : nullptr;
+}
+
+} // namespace site

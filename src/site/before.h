@@ -1,0 +1,43 @@
+#pragma once
+
+#include "site/lists.h"
+#include "site/times.h"
+
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <unordered_map>
+
+namespace site {
+
+/// What the package brought that the site has now, by path.
+class Before {
+public:
+    /// \param text of InstalledFiles; empty where nothing was brought.
+    /// \throw std::runtime_error for a text that is none.
+    explicit Before(const std::string& text);
+
+    const InstalledFiles& all() const { return files_; }
+
+    /// Null for a path at which the package did not bring such a thing.
+    const InstalledEntry* file(std::string_view path) const { return at(path, false); }
+    const InstalledEntry* directory(std::string_view path) const { return at(path, true); }
+
+    /// True for a file that nobody has changed since it was brought.
+    bool isUntouched(const std::string& path, const struct stat& standing) const;
+
+    /// True where the source of a file has the time that it had when the file was brought, so that it has the same
+    /// content if it has the same size.  The time of half of the files tells nothing: there are archives in which all
+    /// files have one time, in each release the same.
+    bool comesFrom(const std::string& path, Nanoseconds sourceTime) const;
+
+private:
+    const InstalledEntry* at(std::string_view path, bool isDirectory) const;
+
+    InstalledFiles files_;
+    std::unordered_map<std::string_view, const InstalledEntry*> byPath_;
+    std::unordered_map<Nanoseconds, std::size_t> times_; ///< how many files have a source of that time
+    std::size_t count_ = 0;                              ///< of files
+};
+
+} // namespace site
