@@ -28,11 +28,11 @@ bool isSection(const xmlNode* node) {
 /// The section that an element names; nothing for no name and for another one.
 std::optional<InstallSection> sectionOf(const xmlNode* element) {
     const XmlText prefix = attributeOf(element, "PREFIX");
-    const std::string_view name = prefix == nullptr ? "" : plainText(prefix);
-    if (name == "htdocs")
-        return InstallSectionHtdocs;
-    if (name == "cgi-bin")
-        return InstallSectionCgiBin;
+    if (prefix == nullptr)
+        return std::nullopt;
+    for (const InstallSection section : installSections)
+        if (plainText(prefix) == prefixOf(section))
+            return section;
     return std::nullopt;
 }
 
@@ -70,6 +70,10 @@ void requireInstalledFiles(const XmlDocument& document) {
 }
 
 } // namespace
+
+std::string prefixOf(InstallSection section) {
+    return section == InstallSectionCgiBin ? "cgi-bin" : "htdocs";
+}
 
 std::string nimbo::readFile(std::istream& in, std::size_t most) {
     std::string text;

@@ -3,6 +3,7 @@
 #include "cleanup/docroot_cleaning.h"
 #include "xml/document.h"
 
+#include <array>
 #include <boost/filesystem/path.hpp>
 #include <iosfwd>
 #include <string>
@@ -22,6 +23,11 @@ enum InstallSection {
     InstallSectionCgiBin = 0,
     InstallSectionHtdocs = 1,
 };
+
+inline constexpr std::array installSections{InstallSectionHtdocs, InstallSectionCgiBin};
+
+/// The name of a section in an installed-files document, the attribute PREFIX.
+std::string prefixOf(InstallSection section);
 
 /// A file or directory of an installed instance, relative to its section's directory.
 using InstanceEntry = std::pair<InstallSection, boost::filesystem::path>;

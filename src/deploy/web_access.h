@@ -30,7 +30,8 @@ mode_t bitsForWebserver(const struct stat& status, const WebAccessIds& ids);
 /// \param userName the site's account.  The first call decides it for the whole process: look-ups are made once.
 mode_t bitsForWebserver(const struct stat& status, const std::string& userName);
 
-/// Adds these bits to the entry that `path` names, without following a link in its last element.
+/// Adds these bits to the entry that `path` names, without following a link in its last element.  No command calls it:
+/// other tools rely on it.
 /// \param status of `path`, which is a directory or a regular file.
 /// \return 0, or -1 with errno.
 int makeWritableByWebserver(const boost::filesystem::path& path, const struct stat& status,

@@ -82,6 +82,10 @@ std::list<FSAMetaDataWebContent> FSAMetaDataReader::get_web_content_info() const
     return webContent;
 }
 
+bool FSAMetaDataReader::callerChoosesScript() const {
+    return formatVersion == "1.1" || formatVersion == "1.2";
+}
+
 void FSAMetaDataReader::register_namespace(xmlXPathContext* context, const std::string& prefix,
                                            const std::string& uri) {
     admitOnly<FSAXMLException>([&] {

@@ -34,6 +34,9 @@ public:
     /// A deep copy of webContent, in its order.
     std::list<FSAMetaDataWebContent> get_web_content_info() const;
 
+    /// True for a format that leaves the choice of script and language to the caller.
+    bool callerChoosesScript() const;
+
     /// Binds `prefix` to `uri` for queries.
     /// \throw FSAXMLException when libxml2 refuses; every other exception ends the process through std::terminate.
     static void register_namespace(xmlXPathContext* context, const std::string& prefix, const std::string& uri);

@@ -18,6 +18,10 @@ std::string metadataFileOf(const std::string& packageDir) {
     return joined(packageDir, "APP-META.xml");
 }
 
+std::string scriptsDirectoryOf(const std::string& packageDir) {
+    return joined(packageDir, "scripts");
+}
+
 bool get_trx_application_path(char* packageDir, const char* fullName) {
     const std::optional<std::string> directory = packageDirectoryOf(fullName);
     if (!directory || directory->empty())

@@ -11,7 +11,10 @@ std::optional<std::string> packageDirectoryOf(const std::string& fullName);
 /// The metadata document of a package.
 std::string metadataFileOf(const std::string& packageDir);
 
-/// packageDirectoryOf for callers with a buffer.
+/// The directory of a package's scripts.
+std::string scriptsDirectoryOf(const std::string& packageDir);
+
+/// packageDirectoryOf for callers with a buffer; no command is one.
 /// \param packageDir receives at most 4096 bytes with strncpy(3) semantics: a location of 4096 bytes or more is cut
 ///        and not terminated, so a buffer of 4097 zeroed bytes is always a string afterwards.
 /// \return false, with the buffer untouched, when the name does not begin with "file:///" or nothing follows.

@@ -45,17 +45,9 @@ public:
         struct stat status {};
         if (!isReplaced && lstat(tree.path.c_str(), &status) == 0 && isClosed(status))
             tell(site_.at(tree.place), "only its owner can open it to the web server");
-        const auto fail = [&](const std::string& path, int, const std::string&) {
-            // What is listed has to be found, too.  The account's own directories are opened before.
-            const std::string directory(parentOf(path));
-            const std::string place =
-                placeOf(site_.destination, withElements(tree.place, path.substr(tree.path.size())));
-            const bool isHidden = lstat(path.c_str(), &status) != 0 && opening.openerOf(place) == tree.place;
-            if (isHidden && lstat(directory.c_str(), &status) == 0 && status.st_uid != geteuid())
-                tell(site_.at(std::string(parentOf(place))), "the account may list it but not enter it");
-        };
-        visitDirContent(
-            tree.path, [](std::string_view, EntryKind) {}, fail);
+        const auto nothing = [](std::string_view, EntryKind) {};
+        const auto fail = [&](const std::string& path, int, const std::string&) { tellIfHidden(path, tree, opening); };
+        visitDirContent(tree.path, nothing, fail);
     }
 
     Findings findings;
@@ -69,19 +61,38 @@ private:
     };
 
     void tell(const std::string& path, const std::string& text) {
-        if (!told_.insert(path).second)
+        if (told_.insert(path).second)
+            findings.push_back(failure("not-permitted", subjectOf(path), text + ": the extraction fails"));
+    }
+
+    /// A path of the site as findings name it: below the destination, or as it is.
+    std::string subjectOf(const std::string& path) const {
+        if (path == site_.destination)
+            return {};
+        return std::string(partBehind(site_.destination, path).value_or(path));
+    }
+
+    /// An extraction has to find what it lists in a tree.  The account's own directories are opened before.
+    /// \param path could not be examined.
+    void tellIfHidden(const std::string& path, const Opening::Tree& tree, const Opening& opening) {
+        struct stat status {};
+        const std::string place = placeOf(site_.destination, withElements(tree.place, path.substr(tree.path.size())));
+        if (lstat(path.c_str(), &status) == 0 || opening.openerOf(place) != tree.place)
             return;
-        const bool isBelow = path.starts_with(site_.destination + "/");
-        const std::string place = isBelow ? path.substr(site_.destination.size() + 1) : path;
-        findings.push_back(
-            failure("not-permitted", path == site_.destination ? "" : place, text + ": the extraction fails"));
+        const std::string directory(parentOf(path));
+        if (lstat(directory.c_str(), &status) == 0 && status.st_uid != geteuid())
+            tell(site_.at(std::string(parentOf(place))), "the account may list it but not enter it");
     }
 
     Directory& at(const std::string& path) {
         const auto [position, isNew] = known_.try_emplace(path);
-        Directory& directory = position->second;
-        if (!isNew)
-            return directory;
+        Directory& directory = position->second; // stays where it is when others are added
+        if (isNew)
+            lookAt(path, directory);
+        return directory;
+    }
+
+    void lookAt(const std::string& path, Directory& directory) {
         struct stat status {};
         const char* const name = path.empty() ? "." : path.c_str();
         if (lstat(name, &status) != 0) {
@@ -90,16 +101,15 @@ private:
             directory.isThere = errno == EACCES;
             if (directory.isThere && !at(std::string(parentOf(path))).mayWrite)
                 tell(std::string(parentOf(path)), "the account may not enter it");
-            return directory;
+            return;
         }
         directory.isThere = true;
         directory.isOwnAndClosed =
             S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & S_IRWXU) != S_IRWXU;
         if (stat(name, &status) != 0 || !S_ISDIR(status.st_mode))
-            return directory;
+            return;
         directory.mayWrite = access(name, W_OK | X_OK) == 0;
         directory.keepsOthersFiles = (status.st_mode & S_ISVTX) != 0 && status.st_uid != geteuid();
-        return directory;
     }
 
     void openOwn(const std::string& path) {

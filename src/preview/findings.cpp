@@ -12,7 +12,7 @@
 namespace {
 
 Finding finding(Severity severity, std::string_view code, const std::string& subject, std::string text) {
-    return {severity, code, subject.empty() ? "." : subject, std::move(text)};
+    return {severity, code, visible(subject), std::move(text)};
 }
 
 std::string headingOf(Severity severity, std::string_view code) {

@@ -35,7 +35,7 @@ struct Finding {
 
 using Findings = std::vector<Finding>;
 
-/// \param subject an empty one is the path that readers would not see, ".".
+/// \param subject what it is about; an empty path as of visible().
 Finding note(std::string_view code, const std::string& subject, std::string text);
 Finding warning(std::string_view code, const std::string& subject, std::string text);
 Finding failure(std::string_view code, const std::string& subject, std::string text);

@@ -97,8 +97,7 @@ std::string obsoleteOf(const Preview& preview) {
         return "null";
     ArrayText obsolete;
     for (const auto& [section, path] : *preview.obsolete)
-        obsolete.add(
-            {{"section", section == InstallSectionCgiBin ? "cgi-bin" : "htdocs"}, {"path", utf8(path.native())}});
+        obsolete.add({{"section", prefixOf(section)}, {"path", utf8(path.native())}});
     return obsolete.text();
 }
 

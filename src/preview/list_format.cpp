@@ -8,14 +8,13 @@ namespace {
 /// With the paths that such a document can hold.
 std::string documentOf(const std::vector<InstanceEntry>& files) {
     std::string document = "<INSTANCE-DATA>\n";
-    for (const auto& [section, prefix] :
-         {std::pair(InstallSectionHtdocs, "htdocs"), {InstallSectionCgiBin, "cgi-bin"}}) {
+    for (const InstallSection section : installSections) {
         std::string lines;
         for (const auto& [place, path] : files)
             if (place == section && !path.empty() && fitsXml(path.native()))
                 lines += "    <FILE>" + xmlContent(path.native()) + "</FILE>\n";
         if (section == InstallSectionHtdocs || !lines.empty())
-            document += "  <SECTION PREFIX=\"" + std::string(prefix) + "\">\n" + lines + "  </SECTION>\n";
+            document += "  <SECTION PREFIX=\"" + prefixOf(section) + "\">\n" + lines + "  </SECTION>\n";
     }
     return document + "</INSTANCE-DATA>\n";
 }

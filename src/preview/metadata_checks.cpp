@@ -1,6 +1,7 @@
 #include "preview/metadata_checks.h"
 
 #include "files/paths.h"
+#include "metadata/package_location.h"
 #include "runtime/one_line.h"
 
 #include <array>
@@ -84,10 +85,13 @@ Findings checkMappings(const Mappings& mappings, const FragmentSettings& setting
     return findings;
 }
 
-Findings checkScripts(const std::string& packageDir, const std::string& formatVersion) {
-    struct stat status {};
-    if (formatVersion == "1.1" || formatVersion == "1.2" ||
-        stat((packageDir + "/scripts/configure").c_str(), &status) == 0)
+Findings checkScripts(const std::string& packageDir, const nimbo::FSAMetaDataReader& metadata) {
+    if (metadata.callerChoosesScript())
         return {};
-    return {warning("no-script", "scripts/configure", "format version " + formatVersion + " has its script there")};
+    struct stat status {};
+    const std::string script = joined(scriptsDirectoryOf(packageDir), "configure");
+    if (stat(script.c_str(), &status) == 0)
+        return {};
+    return {warning("no-script", "scripts/configure",
+                    "format version " + metadata.formatVersion + " has its script there")};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "metadata/metadata_reader.h"
 #include "metadata/passed_over.h"
 #include "preview/findings.h"
 #include "webserver/fragment.h"
@@ -15,4 +16,4 @@ Findings checkPassedOver(const std::vector<nimbo::PassedOver>& passedOver);
 Findings checkMappings(const Mappings& mappings, const FragmentSettings& settings);
 
 /// A format whose script has a fixed place.
-Findings checkScripts(const std::string& packageDir, const std::string& formatVersion);
+Findings checkScripts(const std::string& packageDir, const nimbo::FSAMetaDataReader& metadata);

@@ -3,6 +3,7 @@
 #include "files/paths.h"
 #include "files/subdirectory.h"
 #include "metadata/exceptions.h"
+#include "metadata/package_location.h"
 #include "preview/account_checks.h"
 #include "preview/metadata_checks.h"
 #include "preview/opening_checks.h"
@@ -25,7 +26,7 @@ constexpr const char* usualRoot = "/var/www/vhosts/example.com/httpdocs";
 std::vector<std::string> scriptsOf(const std::string& packageDir) {
     std::vector<std::string> scripts;
     boost::system::error_code none;
-    for (fs::directory_iterator entry(packageDir + "/scripts", none), end; entry != end; entry.increment(none))
+    for (fs::directory_iterator entry(scriptsDirectoryOf(packageDir), none), end; entry != end; entry.increment(none))
         scripts.push_back(entry->path().filename().native());
     std::ranges::sort(scripts);
     return scripts;
@@ -88,7 +89,7 @@ Findings checkPackage(const PreviewSettings& settings, const PackageDocument& do
     const bool hasSite = settings.wwwRoot.has_value();
     Findings findings = checkPassedOver(document.passedOver);
     append(findings, checkMappings(mappings, fragmentSettingsOf(settings)));
-    append(findings, checkScripts(packageDir, document.metadata.formatVersion));
+    append(findings, checkScripts(packageDir, document.metadata));
     append(findings, checkMappingSources(mappings, planned.mappings, [&](const auto& mapping) {
                return plan.opening.isThere(mapping, entries.entries, hasSite);
            }));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cleanup/instance_removal.h"
+#include "files/subdirectory.h"
 #include "preview/entries.h"
 #include "preview/package_document.h"
 
@@ -8,7 +9,7 @@
 struct PreviewSettings {
     std::string packageDir;
     std::optional<std::string> wwwRoot; ///< document root of a site to compare with
-    std::string applicationSubdirectory = ".";
+    std::string applicationSubdirectory = documentRootItself;
     std::optional<std::vector<InstanceEntry>> previousList; ///< what the release had that the site has now
     std::optional<std::string> previousPackage; ///< that release as it was unpacked; also the list, where there is none
     KnownTest isKnown; ///< files of which it is true are not read; empty for a caller who knows of none

@@ -48,29 +48,45 @@ constexpr std::array formats{
     Format{"fragment", [](const Preview& preview, const Request&) { return preview.fragment; }},
 };
 
+/// A text that may be left out.
+po::typed_value<std::string>* textInto(std::optional<std::string>& target) {
+    return po::value<std::string>()->notifier([&target](const std::string& text) { target = text; });
+}
+
+/// A number that is not 0 turns `target` off.
+po::typed_value<int>* turningOff(bool& target) {
+    return po::value<int>()->value_name("[=N]")->notifier([&target](int number) { target = number == 0; });
+}
+
 po::options_description optionsInto(Request& request) {
     PreviewSettings& package = request.package;
     po::options_description options("Options");
     // clang-format off
     options.add_options()
-        ("format", po::value(&request.format)->value_name("FORMAT"), "what to print: text (the default), json, installed-files, obsolete-files or fragment")
-        ("summary", po::bool_switch(&request.summary), "with the format text: counts, and findings by their codes")
-        ("all", po::bool_switch(&request.all), "with the format text: also what the site has the same")
-        ("ignore", po::value(&request.ignored)->composing()->value_name("CODE"), "leave findings of this code out; may be given again")
-        ("metadata-file", po::value(&request.metadataFile)->value_name("FILE"), "metadata document to read instead of the package's own")
-        ("www-root", po::value<std::string>()->value_name("DIR")->notifier([&](const std::string& root) { package.wwwRoot = root; }),
+        ("format", po::value(&request.format)->value_name("FORMAT"),
+         "what to print: text (the default), json, installed-files, obsolete-files or fragment")
+        ("summary", po::bool_switch(&request.summary),
+         "with the format text: counts, and findings by their codes")
+        ("all", po::bool_switch(&request.all),
+         "with the format text: also what the site has the same")
+        ("ignore", po::value(&request.ignored)->composing()->value_name("CODE"),
+         "leave findings of this code out; may be given again")
+        ("metadata-file", po::value(&request.metadataFile)->value_name("FILE"),
+         "metadata document to read instead of the package's own")
+        ("www-root", textInto(package.wwwRoot)->value_name("DIR"),
          "document root of the site: stands in the fragment, and is looked at")
         ("application-subdirectory", po::value(&package.applicationSubdirectory)->value_name("SUB"),
          "place of the application below the document root (default: \".\", the root itself)")
-        ("previous-list", po::value<std::string>()->value_name("FILE")->notifier([&](const std::string& list) { request.previousList = list; }),
+        ("previous-list", textInto(request.previousList)->value_name("FILE"),
          "installed-files document of the release that the site has now")
-        ("previous-package", po::value<std::string>()->value_name("DIR")->notifier([&](const std::string& directory) { package.previousPackage = directory; }),
+        ("previous-package", textInto(package.previousPackage)->value_name("DIR"),
          "that release as it was unpacked: tells edited files from changed ones")
-        ("user-name", po::value<std::string>()->value_name("USER")->notifier([&](const std::string& user) { request.user = user; }), "the site's account: look with its rights, and tell what it may not do")
+        ("user-name", textInto(request.user)->value_name("USER"),
+         "the site's account: look with its rights, and tell what it may not do")
         ("skip-webserver-write", po::bool_switch(&package.skipWebserverWrite),
          "as for an extraction that opens nothing to the web server")
-        ("disable-php-support", po::value<int>()->value_name("[=N]")->notifier([&](int n) { package.php = n == 0; }), "not 0: no PHP in the fragment")
-        ("disable-cgi-support", po::value<int>()->value_name("[=N]")->notifier([&](int n) { package.cgi = n == 0; }), "not 0: no CGI in the fragment")
+        ("disable-php-support", turningOff(package.php), "not 0: no PHP in the fragment")
+        ("disable-cgi-support", turningOff(package.cgi), "not 0: no CGI in the fragment")
         ("help", "print this")
         ("version", "print the version");
     // clang-format on

@@ -1,6 +1,7 @@
 #include "preview/site_comparison.h"
 
 #include "files/paths.h"
+#include "preview/text.h"
 #include "runtime/handles.h"
 
 #include <array>
@@ -181,7 +182,7 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
             findings.push_back(warning("unreadable-site", parent,
                                        std::string("what stands there is unknown: ") + std::strerror(standing.error)));
         } else if (standing.text != nullptr) {
-            findings.push_back({standing.severity, standing.code, path.empty() ? "." : path, standing.text});
+            findings.push_back({standing.severity, standing.code, visible(path), standing.text});
         }
     }
     return findings;

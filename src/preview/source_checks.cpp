@@ -27,6 +27,51 @@ std::string whyUnreadable(Rights rights, const std::string& packageDir, const So
     return source.isFile() && !source.mayRead ? "the site's account may not read it" : "";
 }
 
+/// Takes the sources in their order: a directory before its content, and what is in a closed one is told with it.
+class ReadableCheck {
+public:
+    ReadableCheck(Rights rights, const PlannedSources& planned)
+        : rights_(rights), planned_(planned), unentered_(planned.unentered.begin(), planned.unentered.end()) {}
+
+    void add(const Source& source) {
+        if (planned_.mappings[source.mapping]->closed) // the finding is the mapping's
+            return;
+        const std::string above(parentOf(source.path));
+        if (!closed_.contains(above))
+            look(source, above);
+        if (closed_.contains(above) && source.isDirectory())
+            closed_.insert(source.path);
+    }
+
+    void addUnread(const std::string& path, int error) {
+        if (closed_.contains(std::string(parentOf(path))) || std::ranges::count(planned_.unlisted, path) > 0)
+            return;
+        findings.push_back(
+            warning("unreadable-source", path, std::string("this preview cannot list it: ") + std::strerror(error)));
+    }
+
+    Findings findings;
+
+private:
+    void look(const Source& source, const std::string& above) {
+        const std::string& packageDir = planned_.plan.packageDir;
+        if (unentered_.contains(above) && !source.isWholeMapping) {
+            findings.push_back(failure("unreadable-source", above, mayNotEnter));
+            closed_.insert(above);
+        } else if (source.error == EACCES && !isThere(joined(packageDir, source.path))) {
+            findings.push_back(warning("unreadable-source", above, "this preview may not look into it"));
+            closed_.insert(above);
+        } else if (const std::string why = whyUnreadable(rights_, packageDir, source); !why.empty()) {
+            findings.push_back(failure("unreadable-source", source.path, why + ": the extraction fails"));
+        }
+    }
+
+    Rights rights_;
+    const PlannedSources& planned_;
+    std::unordered_set<std::string> unentered_;
+    std::unordered_set<std::string> closed_; ///< directories that have their finding, and those in them
+};
+
 } // namespace
 
 Findings checkMappingSources(const Mappings& mappings, const MappingSources& sources,
@@ -56,39 +101,15 @@ Findings checkMappingSources(const Mappings& mappings, const MappingSources& sou
 }
 
 Findings checkReadable(Rights rights, const PlannedSources& planned) {
-    const std::string& packageDir = planned.plan.packageDir;
-    Findings findings;
+    ReadableCheck check(rights, planned);
     for (const std::string& directory : planned.unlisted)
-        findings.push_back(warning("unreadable-source", directory,
-                                   "the site's account may not list it: the extraction leaves its content out"));
-    const std::unordered_set<std::string> unentered(planned.unentered.begin(), planned.unentered.end());
-    std::unordered_set<std::string> closed; // what is in these is told with them
-    for (const Source& source : planned.sources) {
-        const std::string above(parentOf(source.path));
-        if (planned.mappings[source.mapping]->closed)
-            continue;
-        if (!closed.contains(above)) {
-            const bool isUnentered = unentered.contains(above) && !source.isWholeMapping;
-            const bool isUnseen = source.error == EACCES && !isThere(joined(packageDir, source.path));
-            if (isUnentered)
-                findings.push_back(failure("unreadable-source", above, mayNotEnter));
-            else if (isUnseen)
-                findings.push_back(warning("unreadable-source", above, "this preview may not look into it"));
-            else if (const std::string why = whyUnreadable(rights, packageDir, source); !why.empty())
-                findings.push_back(failure("unreadable-source", source.path, why + ": the extraction fails"));
-            if (isUnentered || isUnseen)
-                closed.insert(above);
-        }
-        if (closed.contains(above) && source.isDirectory())
-            closed.insert(source.path);
-    }
-    for (const auto& [path, error] : planned.unread) {
-        if (closed.contains(std::string(parentOf(path))) || std::ranges::count(planned.unlisted, path) > 0)
-            continue;
-        findings.push_back(
-            warning("unreadable-source", path, std::string("this preview cannot list it: ") + std::strerror(error)));
-    }
-    return findings;
+        check.findings.push_back(warning("unreadable-source", directory,
+                                         "the site's account may not list it: the extraction leaves its content out"));
+    for (const Source& source : planned.sources)
+        check.add(source);
+    for (const auto& [path, error] : planned.unread)
+        check.addUnread(path, error);
+    return std::move(check.findings);
 }
 
 Findings checkKinds(const std::vector<Source>& sources) {

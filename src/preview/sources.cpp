@@ -38,6 +38,19 @@ std::optional<std::string> closedBetween(Rights rights, const std::string& start
     return std::nullopt;
 }
 
+/// Where the way to a path of the package leads, links followed, as far as something is there.
+/// \return a path whose last element is not a part of the way, as closedBetween takes it.
+std::string realWay(const std::string& packageDir, const std::string& path) {
+    std::string there = path;
+    std::string real = realPath(entryIn(packageDir, there));
+    while (real.empty() && !there.empty()) {
+        there = parentOf(there);
+        real = realPath(entryIn(packageDir, there));
+    }
+    const bool isWhole = there.size() == path.size();
+    return isWhole ? real : real + "/."; // the directory in which the next element is missing is a part of the way
+}
+
 MappingSources lookAtMappings(const std::string& packageDir, const std::list<FSAMetaDataWebContent>& mappings,
                               Rights rights) {
     MappingSources sources;
@@ -54,9 +67,50 @@ MappingSources lookAtMappings(const std::string& packageDir, const std::list<FSA
     return sources;
 }
 
-/// Plans what the account can list.
-void planReadable(PlannedSources& planned, const std::string& packageDir, const std::string& destination,
-                  const std::list<FSAMetaDataWebContent>& mappings, Rights rights) {
+/// Which entries of a package are planned: those in directories that the account can list.  Notes the directories that
+/// it cannot list or enter.
+class ListableEntries {
+public:
+    ListableEntries(PlannedSources& planned, const std::string& packageDir, Rights rights)
+        : planned_(planned), packageDir_(packageDir), rights_(rights) {}
+
+    /// As an EntryFilter.
+    bool isPlanned(const std::string& directory, std::string_view relative, EntryKind kind) {
+        const bool isMapping = relative.empty();
+        if (isMapping) // it may name what lies in a directory that another mapping cannot list
+            leftOut_.clear();
+        const std::string whole = entryIn(directory, relative);
+        const std::string path = inPackage(packageDir_, whole);
+        const bool isLeftOut = leftOut_.contains(std::string(parentOf(path)));
+        struct stat status {};
+        const bool mayBeDirectory = isMapping || kind == EntryKind::Directory;
+        if (mayBeDirectory && lstat(whole.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+            if (isLeftOut)
+                leftOut_.insert(path);
+            else
+                note(whole, path, status);
+        }
+        return !isLeftOut;
+    }
+
+private:
+    void note(const std::string& whole, const std::string& path, const struct stat& status) {
+        if (!may(rights_, whole, status, R_OK)) {
+            leftOut_.insert(path);
+            planned_.unlisted.push_back(path);
+        } else if (!may(rights_, whole, status, X_OK)) {
+            planned_.unentered.push_back(path);
+        }
+    }
+
+    PlannedSources& planned_;
+    const std::string& packageDir_;
+    Rights rights_;
+    std::unordered_set<std::string> leftOut_; ///< directories of the mapping at hand whose content is not planned
+};
+
+InstallPlan planListable(PlannedSources& planned, const std::string& packageDir, const std::string& destination,
+                         const std::list<FSAMetaDataWebContent>& mappings, Rights rights) {
     const PlanningFailures failures{
         [](const std::string&) {}, // lookAtMappings sees these two as well
         [](const boost::filesystem::filesystem_error&) {},
@@ -64,27 +118,11 @@ void planReadable(PlannedSources& planned, const std::string& packageDir, const 
             planned.unread.emplace_back(inPackage(packageDir, path), error);
         },
     };
-    std::unordered_set<std::string> leftOut; // directories of the mapping at hand whose content is not planned
-    const auto isListed = [&](const std::string& directory, std::string_view relative, EntryKind kind) {
-        if (relative.empty()) // a mapping may name what lies in a directory that another one cannot list
-            leftOut.clear();
-        const std::string whole = entryIn(directory, relative);
-        const std::string path = inPackage(packageDir, whole);
-        const bool isPlanned = !leftOut.contains(std::string(parentOf(path)));
-        struct stat status {};
-        const bool isDirectory = kind == EntryKind::Directory || relative.empty();
-        if (!isDirectory || lstat(whole.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
-            return isPlanned;
-        const bool mayList = may(rights, whole, status, R_OK);
-        if (!isPlanned || !mayList)
-            leftOut.insert(path);
-        if (isPlanned && !mayList)
-            planned.unlisted.push_back(path);
-        else if (isPlanned && !may(rights, whole, status, X_OK))
-            planned.unentered.push_back(path);
-        return isPlanned;
+    ListableEntries entries(planned, packageDir, rights);
+    const auto isPlanned = [&](const std::string& directory, std::string_view relative, EntryKind kind) {
+        return entries.isPlanned(directory, relative, kind);
     };
-    planned.plan = planCopies(packageDir, destination, mappings, failures, isListed);
+    return planCopies(packageDir, destination, mappings, failures, isPlanned);
 }
 
 Source sourceOf(const InstallPlan& plan, const PlannedCopy& copy, Rights rights) {
@@ -126,14 +164,7 @@ std::optional<std::string> closedOnTheWay(Rights rights, const std::string& pack
         return closed;
     if (path.size() >= PATH_MAX)
         return std::nullopt;
-    // Where links lead: as far as something is there, and then what is there is on the way itself.
-    std::string there = path;
-    std::string real = realPath(entryIn(packageDir, there));
-    while (real.empty() && !there.empty()) {
-        there = parentOf(there);
-        real = realPath(entryIn(packageDir, there));
-    }
-    real += there.size() < path.size() ? "/." : "";
+    const std::string real = realWay(packageDir, path);
     const std::string package = realPath(packageDir);
     if (isSubdir(real, package))
         return closedBetween(rights, package, std::string(withoutLeadingSlashes(real.substr(package.size()))));
@@ -154,7 +185,7 @@ bool PlannedSources::isWhole() const {
 PlannedSources planSources(const std::string& packageDir, const std::string& destination,
                            const std::list<FSAMetaDataWebContent>& mappings, Rights rights) {
     PlannedSources planned;
-    planReadable(planned, packageDir, destination, mappings, rights);
+    planned.plan = planListable(planned, packageDir, destination, mappings, rights);
     planned.mappings = lookAtMappings(packageDir, mappings, rights);
     planned.sources.reserve(planned.plan.copies.size());
     for (const PlannedCopy& copy : planned.plan.copies)

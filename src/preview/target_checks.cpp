@@ -10,6 +10,14 @@
 #include <tuple>
 #include <unordered_set>
 
+namespace {
+
+std::string countedFiles(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " file" : " files");
+}
+
+} // namespace
+
 Findings checkTargets(const std::vector<Source>& sources) {
     Findings findings;
     std::unordered_set<std::string> told; // what is below has the same cause
@@ -39,8 +47,8 @@ Findings checkShadowed(const std::vector<InstallPlan::Shadowed>& shadowed) {
         const std::string later = normalPath(record.laterSource);
         const bool isBelow = told.contains({parent(target), parent(earlier), parent(later)});
         told.emplace(target, earlier, later);
-        const std::string text = "planned from " + (earlier.empty() ? "." : earlier) + " and " +
-                                 (later.empty() ? "." : later) + ", of which the second counts";
+        const std::string text =
+            "planned from " + visible(earlier) + " and " + visible(later) + ", of which the second counts";
         if (!isBelow)
             findings.push_back(warning("shadowed", target, text));
     }
@@ -59,17 +67,21 @@ Findings checkShippedData(const PreviewEntries& entries, const std::string& pack
         if (!opener)
             continue;
         Files& files = trees[*opener];
-        ++(isPlaceholder(joined(packageDir, entry.source), entry.size.value_or(0)) ? files.placeholders : files.data);
+        const bool closesDirectory = isPlaceholder(joined(packageDir, entry.source), entry.size.value_or(0));
+        std::size_t& kind = closesDirectory ? files.placeholders : files.data;
+        ++kind;
     }
     Findings findings;
-    const auto add = [&](auto* severity, const std::string& tree, std::size_t count, const std::string& text) {
-        if (count > 0)
-            findings.push_back(
-                severity("ships-data", tree, std::to_string(count) + (count == 1 ? " file" : " files") + text));
-    };
     for (const auto& [tree, files] : trees) {
-        add(hasSite ? note : warning, tree, files.data, ": every upgrade replaces what visitors wrote there");
-        add(note, tree, files.placeholders, " that nobody writes to: they close or describe their directories");
+        if (files.data > 0) {
+            const std::string text = countedFiles(files.data) + ": every upgrade replaces what visitors wrote there";
+            findings.push_back(hasSite ? note("ships-data", tree, text) : warning("ships-data", tree, text));
+        }
+        if (files.placeholders > 0) {
+            const std::string text =
+                countedFiles(files.placeholders) + " that nobody writes to: they close or describe their directories";
+            findings.push_back(note("ships-data", tree, text));
+        }
     }
     return findings;
 }

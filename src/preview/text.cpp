@@ -89,6 +89,10 @@ std::string escaped(std::string_view text) {
     });
 }
 
+std::string visible(const std::string& path) {
+    return path.empty() ? "." : path;
+}
+
 std::string asUtf8(std::string_view text) {
     return changed(text, [](std::string_view bytes, code_point character) {
         return character == illegal ? std::string_view("\uFFFD") : bytes;

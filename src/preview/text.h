@@ -12,6 +12,9 @@
 /// hexadecimal digits for each byte.  A backslash stays as it is, so the result cannot always be read back.
 std::string escaped(std::string_view text);
 
+/// A path for readers, who would not see an empty one: "." in its place.
+std::string visible(const std::string& path);
+
 /// With U+FFFD in the place of each byte that is not UTF-8.
 std::string asUtf8(std::string_view text);
 

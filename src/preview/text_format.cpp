@@ -51,9 +51,8 @@ struct Group {
     std::vector<PreviewEntries::const_pointer> entries;
 };
 
-/// A path for readers, who would not see an empty one.
 std::string shown(const std::string& path) {
-    return path.empty() ? "." : escaped(path);
+    return escaped(visible(path));
 }
 
 std::string headingOf(const nimbo::FSAMetaDataWebContent& mapping, const MappingSource& source) {
@@ -110,7 +109,7 @@ std::string obsoleteLines(const Preview& preview) {
         return {};
     std::string lines = "only in the previous release\n";
     for (const auto& [section, path] : *preview.obsolete)
-        lines += "-              " + std::string(section == InstallSectionCgiBin ? "(cgi-bin) " : "") +
+        lines += "-              " + (section == InstallSectionCgiBin ? "(" + prefixOf(section) + ") " : "") +
                  escaped(path.native()) + '\n';
     return lines;
 }

@@ -65,12 +65,18 @@ void readSome(UniqueFd& end, std::string& text) {
         end.close();
 }
 
+void add(int fd, fd_set& set) {
+    if (fd >= 0)
+        FD_SET(fd, &set);
+}
+
+/// Descriptor 0 is never served: it is the caller's standard input, which has to be open.
+bool isReady(int fd, const fd_set& set) {
+    return fd > 0 && FD_ISSET(fd, &set);
+}
+
 /// Serves the three pipes until each is closed.
 void servePipes(Feed& input, UniqueFd& output, std::string& out, UniqueFd& error, std::string& err) {
-    const auto add = [](int fd, fd_set& set) {
-        if (fd >= 0)
-            FD_SET(fd, &set);
-    };
     for (;;) {
         const int highest = std::max({input.fd(), output.get(), error.get()});
         if (highest < 0)
@@ -88,11 +94,11 @@ void servePipes(Feed& input, UniqueFd& output, std::string& out, UniqueFd& error
         // harm.
         if (select(highest + 1, &readable, &writable, nullptr, nullptr) < 0 && errno != EINTR)
             throwSystemError("forkExecvGetOutErr: select() failed", errno);
-        if (input.fd() > 0 && FD_ISSET(input.fd(), &writable))
+        if (isReady(input.fd(), writable))
             input.feedSome();
-        if (output.get() > 0 && FD_ISSET(output.get(), &readable))
+        if (isReady(output.get(), readable))
             readSome(output, out);
-        if (error.get() > 0 && FD_ISSET(error.get(), &readable))
+        if (isReady(error.get(), readable))
             readSome(error, err);
     }
 }

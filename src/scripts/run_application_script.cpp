@@ -116,12 +116,12 @@ std::optional<PackageScript> chooseScript(const std::string& fullName, const std
 std::optional<PackageScript> chooseScript(const std::string& packageDir, const nimbo::FSAMetaDataReader& metadata,
                                           const std::string& scriptFile, const std::string& language,
                                           const std::string& phpCli) {
-    const bool callerChooses = metadata.formatVersion == "1.1" || metadata.formatVersion == "1.2";
+    const bool callerChooses = metadata.callerChoosesScript();
     auto interpreter = chooseInterpreter(callerChooses ? language : metadata.scriptLanguage, phpCli);
     if (!interpreter)
         return std::nullopt;
     return PackageScript{.interpreter = std::move(*interpreter),
-                         .directory = joined(packageDir, "scripts"),
+                         .directory = scriptsDirectoryOf(packageDir),
                          .file = callerChooses ? scriptFile : "configure"};
 }
 

@@ -10,8 +10,9 @@ struct XmlElementTaker {
 };
 
 /// Hands out chosen elements as soon as they have been read, and drops them from the document, so that a long list of
-/// them takes no memory.  The text in front of such an element goes with it: the parser would append the text that
-/// follows to that one, and at the length that it has noted for the text read last, which was one in the element.
+/// them takes no memory.  The text in front of a dropped element goes, too.  Otherwise the text behind the element
+/// would follow that text directly, and the parser would append the one to the other.  It would do so at a wrong
+/// length: it notes the length of the last text that it has read, and that text stood inside the element.
 class ElementHandout {
 public:
     /// \param taker must outlive the object.

@@ -58,10 +58,9 @@ std::size_t ExpansionMeter::entitySize(const xmlNode* reference) {
     const xmlEntity* entity = xmlGetDocEntity(reference->doc, reference->name);
     if (entity == nullptr || entity->content == nullptr)
         return 0;
-    const auto [known, isNew] = sizes_.try_emplace(entity, 0);
-    if (isNew) {
-        const std::size_t nested = sizeBelow(entity->children);
-        sizes_[entity] = nested + std::strlen(reinterpret_cast<const char*>(entity->content));
-    }
-    return sizes_[entity];
+    if (const auto known = sizes_.find(entity); known != sizes_.end())
+        return known->second;
+    sizes_[entity] = 0; // while it is measured, so that one that refers to itself comes to an end
+    const std::size_t nested = sizeBelow(entity->children);
+    return sizes_[entity] = nested + std::strlen(reinterpret_cast<const char*>(entity->content));
 }
