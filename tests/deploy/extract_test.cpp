@@ -48,7 +48,8 @@ TEST_F(Extract, WritableMappingsAreOpenedButForPlainOnesInside) {
     make(base, {"way -> " + vhost.string()}); // links above a writable mapping are followed
     writeFile(docroot / "apache", "kept", 0600);
     giveTo(docroot / "apache", "www-data", "krocln");
-    const Words closed{"--skip-webserver-write"}, opened{"--www-root=" + base.string() + "/way/httpdocs"};
+    const Words closed{"--skip-webserver-write"};
+    const Words opened{"--www-root=" + base.string() + "/way/httpdocs"};
     for (const bool open : {false, true}) {
         EXPECT_THAT(extract(joined({"--application-subdirectory=/"}, open ? opened : closed)), ended(0));
         const std::string dir = open ? "d 0757 sitea:krocln " : "d 0755 sitea:krocln ";

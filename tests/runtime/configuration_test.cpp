@@ -167,6 +167,17 @@ TEST_F(PanelConfiguration, TellsDetailsOnDemand) {
 }
 
 #ifndef __SANITIZE_ADDRESS__ // it needs memory itself
+/// Takes all memory that malloc(3) has left, down to the smallest pieces, which it keeps by their size.
+static void exhaustMemory() {
+    void* (*volatile take)(std::size_t) = std::malloc; // the compiler would drop a direct call
+    for (std::size_t size = 1U << 20; size > 2048; size /= 2)
+        while (take(size) != nullptr)
+            continue;
+    for (std::size_t size = 2048; size > 0; size -= 16)
+        while (take(size) != nullptr)
+            continue;
+}
+
 TEST_F(Configuration, ALackOfMemoryIsTold) {
     const auto ask = [] {
         LogLevel = 12;
@@ -176,11 +187,8 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
         const std::string tooLarge(std::size_t{64} << 20, 'x');
         const rlimit none{0, 0};
         setrlimit(RLIMIT_AS, &none);
-        conf_set_r("V", tooLarge.c_str(), &table);         // there is memory for the name still
-        void* (*volatile take)(std::size_t) = std::malloc; // a direct call would be dropped
-        for (std::size_t size = 1U << 20; size > 0; size -= size > 2048 ? size / 2 : 16) // small ones are kept by size
-            while (take(size) != nullptr)
-                continue;
+        conf_set_r("V", tooLarge.c_str(), &table); // there is memory for the name still
+        exhaustMemory();
         conf_table another{};
         nimbo_log(1, "%d", conf_set_r("V", "x", &another));
         conf_set_r("V", "x", &table);

@@ -144,9 +144,14 @@ void make(const fs::path& root, const Words& entries) {
 }
 
 std::string namesIn(const fs::path& root) {
+    if (!fs::exists(root))
+        return {};
     std::string names;
-    for (const std::string& line : fs::exists(root) ? tree(root) : Words())
-        names += (names.empty() ? "" : " ") + line.substr(0, 2) + line.substr(line.find(' ', line.find(':')) + 1);
+    for (const std::string& line : tree(root)) { // "TYPE MODE USER:GROUP NAME"
+        const std::string type = line.substr(0, 1);
+        const std::string name = line.substr(line.find(' ', line.find(':')) + 1);
+        names += (names.empty() ? "" : " ") + type + " " + name;
+    }
     return names;
 }
 

@@ -116,19 +116,24 @@ RedirectPermanent / /x
 
 TEST_F(Fragment, HasWhatTheOptionsDoNotDisable) {
     const auto kinds = [&](const std::string& elements, const Words& options) {
-        writeFile(fragments / "app.conf", "php_admin_flag ExecCGI of an earlier version");
+        const fs::path file = fragments / "app.conf";
+        writeFile(file, "php_admin_flag ExecCGI of an earlier version");
         EXPECT_THAT(install(elements, options), ended(0));
-        const std::string text = fs::exists(fragments / "app.conf") ? contentOf(fragments / "app.conf") : "none";
-        return std::string(text.find("php-script .php ..x \n") != std::string::npos ? "php " : "") +
-               (text.find("ExecCGI") != std::string::npos ? "cgi"
-                : text == "none"                          ? text
-                                                          : "");
+        if (!fs::exists(file))
+            return std::string("none");
+        const std::string text = contentOf(file);
+        std::string found;
+        if (text.find("php-script .php ..x \n") != std::string::npos)
+            found += "php ";
+        if (text.find("ExecCGI") != std::string::npos)
+            found += "cgi ";
+        return found;
     };
     const std::string php = "<mapping url='a'>" + onePhp + "</mapping>";
     const std::string both = php + "<mapping url='b'>" + oneCgi + "</mapping>";
     const std::string noPhp = "--disable-php-support=1";
-    EXPECT_EQ(kinds(both, {"--disable-php-support"}), "php cgi"); // without a value it disables nothing
-    EXPECT_EQ(kinds(both, {noPhp, "--disable-cgi-support"}), "cgi");
+    EXPECT_EQ(kinds(both, {"--disable-php-support"}), "php cgi "); // without a value it disables nothing
+    EXPECT_EQ(kinds(both, {noPhp, "--disable-cgi-support"}), "cgi ");
     EXPECT_EQ(kinds(both, {"--disable-cgi-support=-1"}), "php ");
     EXPECT_EQ(kinds(php, {noPhp}), "none");
     EXPECT_EQ(kinds("no document <", {noPhp, "--disable-cgi-support=1"}), "none");
