@@ -17,9 +17,20 @@ begin() {
         name=${1#--}
         name=${name%%=*}
         case $1 in
-            -h | --help) echo "$usage"; exit 0 ;;
-            --) rest+=("${@:2}"); return ;;
-            --*=*) [[ $known == *" $name= "* ]] || refuse "$1"; printf -v "${name//-/_}" %s "${1#*=}" ;;
+            -h | --help)
+                echo "$usage"
+                exit 0
+                ;;
+            --)
+                rest+=("${@:2}")
+                return
+                ;;
+            --*=*)
+                if [[ $known != *" $name= "* ]]; then
+                    refuse "$1"
+                fi
+                printf -v "${name//-/_}" %s "${1#*=}"
+                ;;
             --*)
                 if [[ $known == *" $name= "* && $# -gt 1 ]]; then
                     printf -v "${name//-/_}" %s "$2"
@@ -42,13 +53,21 @@ refuse() {
 }
 
 # no_more_words: for tools that take options only.
-no_more_words() { [[ ${#rest[@]} -eq 0 ]] || { echo "${0##*/}: too many words: ${rest[*]}" >&2; exit 2; }; }
+no_more_words() {
+    if [[ ${#rest[@]} -gt 0 ]]; then
+        echo "${0##*/}: too many words: ${rest[*]}" >&2
+        exit 2
+    fi
+}
 
 # quietly COMMAND...: one line that says what is done; what the command prints is shown only if it fails.
 quietly() {
     local output
     echo "${0##*/}: $*" >&2
-    output=$("$@" 2>&1) || { printf '%s\n' "$output" "${0##*/}: failed: $*" >&2; exit 1; }
+    if ! output=$("$@" 2>&1); then
+        printf '%s\n' "$output" "${0##*/}: failed: $*" >&2
+        exit 1
+    fi
 }
 
 build() { cmake --preset "$1" && cmake --build --preset "$1"; }
