@@ -120,7 +120,7 @@ std::string emptyStore(const std::string& store, const std::vector<Step>& steps,
 
 std::string keepFragment(const std::string& store, const std::string& text) {
     // Named by its content, so that a call that was cut off keeps it once.
-    const std::string file = joined(store, "kept/fragment-" + fingerprint(text) + ".conf");
+    std::string file = joined(store, "kept/fragment-" + fingerprint(text) + ".conf");
     makeDirectories(std::string(parentOf(file)));
     writeDurably(file, text);
     return file;
