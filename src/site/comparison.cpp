@@ -57,7 +57,10 @@ void refuseFindings(const StagingRequest& request, const Comparison& comparison,
     if (findings.empty())
         return;
     std::cerr << linesOf(findings);
-    throw std::runtime_error("larkspur-preview is against it; --ignore=CODE passes over a warning");
+    const bool hasWarning =
+        std::ranges::any_of(findings, [](const Finding& finding) { return finding.severity == Severity::Warning; });
+    throw std::runtime_error(std::string("larkspur-preview is against it") +
+                             (hasWarning ? "; --ignore=CODE passes over a warning" : ""));
 }
 
 } // namespace site

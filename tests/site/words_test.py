@@ -56,9 +56,10 @@ REFUSALS = [
         "files: there is no document root"),
     Row("no place for a fragment", lambda test: (test.vhosts / "system/one.example/conf").rename(
         test.vhosts / "system/one.example/moved"), "fragment: there is no directory "),
-    Row("a warning of the preview", lambda test: (test.app / "new").write_text("mine"), "files: larkspur-preview"),
+    Row("a warning of the preview", lambda test: (test.app / "new").write_text("mine"),
+        "files: larkspur-preview is against it; --ignore=CODE passes over a warning\n"),
     Row("a directory in the place of a file", lambda test: (test.app / "new/mine").mkdir(parents=True),
-        "files: larkspur-preview"),
+        "files: larkspur-preview is against it\n"),
     Row("an unreadable source", lambda test: (test.two / "htdocs/index").chmod(0o600), "files: larkspur-preview"),
     Row("a record that is none", lambda test: (test.places()[0] / "record.json").write_text("{"),
         "record: "),
