@@ -79,13 +79,17 @@ void endFarewell(const PendingCall& call) {
     dropStore(call.journal.store);
 }
 
-/// Forgets an application whose host has gone with all its files, or whose account has gone.
-bool forget(const CallOptions& options, const Application& application, const Places& places, const Record& record) {
-    const bool hasHost = !isMissing(places.hostDirectory);
-    if (hasHost && isAccount(record.account) && accountOf(record.account).uid == record.uid)
-        return false;
-    say(application.title() + (hasHost ? ": its account has gone: the files stay" : ": the host has gone") +
-        "; only fragment and record are removed");
+/// Why nobody can remove an application's files; empty where its account can.
+std::string whatHasGone(const Places& places, const Record& record) {
+    if (isMissing(places.hostDirectory))
+        return "the host has gone";
+    if (!isAccount(record.account) || accountOf(record.account).uid != record.uid)
+        return "its account has gone: the files stay";
+    return "";
+}
+
+/// Removes what root has of an application, and leaves its files.
+void forget(const CallOptions& options, const Places& places) {
     const std::optional<std::string> journal = readIfThere(places.journal);
     if (journal && !isMissing(places.store))
         (void)emptyStore(places.store, journalOf(*journal, places.journal).steps, Ending::TakenBack);
@@ -93,7 +97,6 @@ bool forget(const CallOptions& options, const Application& application, const Pl
     for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
         removeDurably(file);
     (void)rmdir(places.state.c_str());
-    return true;
 }
 
 /// \return false when there was nothing to do.
@@ -105,8 +108,12 @@ bool remove(const CallOptions& options, const Application& application) {
         throw std::runtime_error("there is no " + options.settings.vhosts);
     const FileLock lock = inStep("lock", [&] { return lockHost(application, places, options.wait); });
     const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
-    if (record && options.withoutScript && forget(options, application, places, *record))
+    const std::string gone = record && options.withoutScript ? whatHasGone(places, *record) : "";
+    if (!gone.empty()) {
+        say(application.title() + ": " + gone + "; only fragment and record are removed");
+        forget(options, places);
         return true;
+    }
     const Left left = inStep("recovery", [&] { return settle(options, application, places, lock.descriptor()); });
     if (!record || left == Left::Removed)
         return left == Left::Removed;

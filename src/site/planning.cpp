@@ -73,9 +73,9 @@ public:
     /// server may write.  By a change of its mode, a directory may lose its set-group-id bit, from which what is made
     /// in it has its group: so this is the last thing.
     void addModes() {
-        for (Step& step : closing_)
+        for (Step& step : modesBack_)
             add(std::move(step));
-        for (Step& step : opening_)
+        for (Step& step : modesForServer_)
             add(std::move(step));
     }
 
@@ -106,7 +106,7 @@ private:
         const bool isOwn = status.st_uid == request_.account.uid;
         const mode_t mode = isOwn ? (standing & ~wereOpened) | opening : standing;
         if (mode != standing)
-            opening_.push_back(changeOfMode(path, standing, mode));
+            modesForServer_.push_back(changeOfMode(path, standing, mode));
         plan.files.push_back({.path = path,
                               .isDirectory = true,
                               .mode = mode,
@@ -185,7 +185,7 @@ private:
             const mode_t mode = entry ? entry->status.st_mode & permissions : own;
             if (entry && entry->status.st_uid == request_.account.uid && (mode & own) != own) {
                 add(changeOfMode(parent, mode, mode | own));
-                closing_.push_back(changeOfMode(parent, mode | own, mode));
+                modesBack_.push_back(changeOfMode(parent, mode | own, mode));
             }
         }
         add(std::move(step), std::move(source));
@@ -211,8 +211,8 @@ private:
     const StagingRequest& request_;
     const Before& before_;
     SiteTree& tree_;
-    std::vector<Step> closing_;
-    std::vector<Step> opening_;
+    std::vector<Step> modesBack_;
+    std::vector<Step> modesForServer_;
     std::unordered_set<std::string> changeable_; ///< directories in which the account can change something
 };
 
