@@ -69,9 +69,9 @@ public:
             add(std::move(step));
     }
 
-    /// Gives directories the modes back that kept the account from changing something in them, and opens what the web
-    /// server may write.  By a change of its mode, a directory may lose its set-group-id bit, from which what is made
-    /// in it has its group: so this is the last thing.
+    /// Gives directories the modes back that kept the account from changing something in them, then opens what the web
+    /// server may write, and closes what it may not write any more.  By a change of its mode, a directory may lose its
+    /// set-group-id bit, from which what is made in it has its group: so this is the last thing.
     void addModes() {
         for (Step& step : modesBack_)
             add(std::move(step));
