@@ -71,6 +71,7 @@ class Comparison:
 def compare(rounds, commands, prepare=None, check=None):
     """Runs the COMMANDS (by their names) in turns, ROUNDS times.
 
+    A command that changes from round to round is a function of the round's number, which makes it.
     `prepare` is called before every run, and `check` behind it; it ends the benchmark if the run has not done its work.
     The round before the first one warms up and does not count.
     """
@@ -79,7 +80,7 @@ def compare(rounds, commands, prepare=None, check=None):
         for name, command in commands.items():
             if prepare:
                 prepare()
-            seconds = measure(command)
+            seconds = measure(command(number) if callable(command) else command)
             if check:
                 check()
             if number > 0:

@@ -13,9 +13,9 @@ WHOLE_WRITABLE = '<mapping url="/" path="htdocs"><php:permissions writable="true
 KIBIBYTE = b"<?php // " + b"x" * 1014 + b"\n"
 
 
-def write_metadata(file, mappings):
+def write_metadata(file, mappings, version="1"):
     namespaces = f'xmlns="{NAMESPACE}" xmlns:php="{NAMESPACE}/php"'
-    body = "<name>bench</name><version>1</version><release>1</release>" + "\n".join(mappings)
+    body = f"<name>bench</name><version>{version}</version><release>1</release>" + "\n".join(mappings)
     file.write_text(f'<application version="1.1" {namespaces}>{body}</application>\n')
 
 
