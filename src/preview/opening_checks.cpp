@@ -8,13 +8,15 @@ Opening::Opening(const InstallPlan& plan, Site site, bool isSkipped)
     std::unordered_set<std::string> known;
     for (const std::string& target : plan.writableTargets) {
         const std::string spelled = opened_.belowRoot(target);
-        if (!known.insert(spelled).second || !opened_.openerOf(spelled))
+        const bool isNew = known.insert(spelled).second;
+        if (!isNew || !opened_.openerOf(spelled)) // a plain mapping of the same place closes it
             continue;
         if (hasDotDot(spelled))
             dotted_.push_back(spelled);
         if (isSkipped_)
             continue;
         trees_.push_back({target, placeOf(site_.destination, spelled)});
+        // An extraction follows no link from the outermost tree's directory down to this one.
         const auto [root, below] = outermost.wayTo(target);
         for (std::string way = below; !way.empty(); way = parentOf(way))
             unlinked_.insert(placeOf(site_.destination, opened_.belowRoot(joined(root, way))));

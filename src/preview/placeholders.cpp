@@ -15,20 +15,22 @@ constexpr std::uintmax_t mostBytes = 4096; // what closes a directory is short
 
 /// A statement that ends a program or turns a visitor away, or a refusal in words.  It is matched against one statement
 /// or line at a time: against a whole page, the time would grow with the square of its size.
-const std::regex& refusal() {
-    static const std::regex pattern(
-        R"(\s*(defined\s*\([^()]*\)\s*(or|\|\|))?\s*(return|(die|exit|header)\s*(\(.*)?)?\s*)"
-        R"(|[^$=]*\b(forbidden|denied|allowed)\b[^$=]*)",
-        std::regex::icase);
-    return pattern;
+std::regex refusalPattern() {
+    const std::string unlessCalledByTheApplication = R"((defined\s*\([^()]*\)\s*(or|\|\|))?)";
+    const std::string endOrNothing = R"((return|(die|exit|header)\s*(\(.*)?)?)";
+    const std::string wordsWithoutVariables = R"([^$=]*\b(forbidden|denied|allowed)\b[^$=]*)";
+    const std::string blanks = R"(\s*)";
+    const std::string end = blanks + unlessCalledByTheApplication + blanks + endOrNothing + blanks;
+    return std::regex(end + "|" + wordsWithoutVariables, std::regex::icase);
 }
 
 /// A line of the server's own configuration that opens nothing: a comment, a section, or a directive of access.
-const std::regex& closingLine() {
-    static const std::regex pattern(R"(\s*(#.*|<.*>|(order|deny|allow|require|satisfy|options|indexignore|forcetype|)"
-                                    R"(sethandler|removehandler|removetype|addtype|php_flag)\b.*)?\s*)",
-                                    std::regex::icase);
-    return pattern;
+std::regex closingLinePattern() {
+    const std::string comment = "#.*";
+    const std::string section = "<.*>";
+    const std::string directive = "(order|deny|allow|require|satisfy|options|indexignore|forcetype|sethandler|"
+                                  R"(removehandler|removetype|addtype|php_flag)\b.*)";
+    return std::regex(R"(\s*()" + comment + "|" + section + "|" + directive + R"()?\s*)", std::regex::icase);
 }
 
 /// True when each part between the separators matches.
@@ -78,7 +80,9 @@ bool isPlaceholder(const std::string& file, std::uintmax_t size) {
     const bool isPage = boost::istarts_with(name, "index.") || boost::iequals(name, "web.config");
     if (size > mostBytes || !(isConfiguration || isPage))
         return false;
+    static const std::regex refusal = refusalPattern();
+    static const std::regex closingLine = closingLinePattern();
     std::ifstream in(file);
     const std::string content(std::istreambuf_iterator<char>(in), {});
-    return isConfiguration ? allMatch(content, "\n", closingLine()) : allMatch(shownBy(content), ";\n", refusal());
+    return isConfiguration ? allMatch(content, "\n", closingLine) : allMatch(shownBy(content), ";\n", refusal);
 }
