@@ -85,11 +85,10 @@ private:
     void copyOne(const PlannedCopy& copy) {
         place_ = targets_.of(target_);
         parents_.makeWritable(target_, place_);
-        const EntryKind kind = kindOfSource(copy);
-        if (kind == EntryKind::Directory)
+        if (kindOfSource(copy) == EntryKind::Directory)
             makeDirectory();
         else
-            copyFile(kind, copy.fileMode());
+            copyFile(copy);
     }
 
     [[noreturn]] void fail(int error) const {
@@ -121,41 +120,42 @@ private:
 
     /// What stands at the target goes, whatever the copy comes to.  A copy makes its file only where nothing stands, so
     /// it is tried first, until something was in the way.
-    void copyFile(EntryKind kind, mode_t mode) {
+    void copyFile(const PlannedCopy& copy) {
         if (isFilled_)
             removeStanding();
-        int error = tryToCopy(kind, mode);
-        if (error != 0)
-            removeStanding();
-        if (error == EEXIST)
-            error = tryToCopy(kind, mode);
+        int error = tryToCopy(copy);
+        // The failure that counts is that after the removal: what stood there may have been the source itself.
+        if (error != 0 && removeStanding())
+            error = tryToCopy(copy);
         if (error != 0)
             fail(error);
     }
 
-    int tryToCopy(EntryKind kind, mode_t mode) {
-        if (kind != EntryKind::File)
+    int tryToCopy(const PlannedCopy& copy) {
+        if (kindOfSource(copy) != EntryKind::File)
             return EINVAL; // opening a device could act on it
-        return copyToNewFile(sources_.of(source_), place_, mode);
+        return copyToNewFile(sources_.of(source_), place_, copy.fileMode());
     }
 
     /// Removes one file, link or empty directory at the target.  A link that leads nowhere does not count as standing
     /// there.
-    void removeStanding() {
+    /// \return true when something was removed.
+    bool removeStanding() {
         struct stat standing {};
         const bool isThere = fstatat(place_.directory, place_.name, &standing, AT_SYMLINK_NOFOLLOW) == 0;
         if (!isThere && isNotFound(errno))
-            return;
+            return false;
         const bool isPlainFile = isThere && S_ISREG(standing.st_mode);
         if (!isPlainFile || unlinkat(place_.directory, place_.name, 0) != 0) {
             if (!fs::exists(target_)) // this and the next one fail in the library's words
-                return;
+                return false;
             fs::remove(target_);
             // A way to a directory or a source may have led through the link or the directory that was removed.
             parents_.forget();
             isPlanOutdated_ = true;
         }
         isFilled_ = true;
+        return true;
     }
 
     const InstallPlan& plan_;

@@ -104,6 +104,15 @@ TEST_F(Extract, TakesASourceForWhatTheRunHasPutInItsPlace) {
     put({});
     EXPECT_THAT(extract(), ended(0));
     EXPECT_EQ(namesIn(docroot / "z"), "d . f x");
+    // A source that is its own target is gone when it is to be copied, whatever else is wrong with it.
+    mappings("<mapping url='p/s' path='s'/>");
+    for (const mode_t mode : {S_IFREG | 0644U, S_IFREG | 0U, S_IFIFO | 0644U}) {
+        fs::remove_all(package / "s");
+        make(package, {"s/"});
+        ASSERT_EQ(mknod((package / "s/own").c_str(), mode, 0), 0);
+        giveTo(package / "s", "sitea", "krocln");
+        EXPECT_THAT(extract(), ended(1, HasSubstr("(system:2)"))) << std::oct << mode;
+    }
 }
 
 TEST_F(Extract, FollowsALinkAtAWritableMappingWhoseUrlEndsInASlash) {
