@@ -94,11 +94,6 @@ struct Row {
 
 const std::string handled = "path='htdocs'><php:handler><php:extension>php</php:extension></php:handler></mapping>";
 
-std::string handling(const std::string& extension) {
-    return "<mapping url='/' path='htdocs'><php:handler><php:extension>" + extension +
-           "</php:extension></php:handler></mapping>";
-}
-
 std::string open(const std::string& url, const std::string& path = "open", const std::string& inner = "") {
     return "<mapping url='" + url + "' path='" + path + "'>" + writable + inner + "</mapping>";
 }
@@ -111,92 +106,78 @@ std::string deep(const std::string& element) {
 }
 
 const std::vector<Row> metadataRows{
-    {},
-    {.mappings = "<x:mapping xmlns:x='y'/><summary><name/></summary>" + rootMapping},
-    {.mappings = "<mapping url='a b' path='htdocs'/>"},
-    {.mappings = handling("php "), .options = {"--disable-php-support=1"}},
-    {.findings = "warning: unknown-element: maping: line 1: this element is not read here\n",
-     .mappings = rootMapping + "<maping url='x'/>"},
-    {.findings = "warning: unknown-element: php:handler: line 1: this element is not read here\n",
-     .mappings = rootMapping + "<php:handler/>"},
-    {.findings = "warning: unknown-element: mapping: line 1: this element is not read here\n",
-     .mappings = rootMapping + "<group><mapping url='x'/></group>"},
-    {.findings = "warning: unknown-element: mapping: line 1: this element is not read here\n",
-     .mappings = rootMapping + "<mapping url='x' virtual='x'><mapping/></mapping>"},
-    {.findings = "warning: unknown-element: cgi:disable: line 1: this element is not read here\n",
-     .mappings = "<mapping url='/' path='htdocs'><cgi:handler><cgi:disable/></cgi:handler></mapping>"},
-    {.findings = "warning: unknown-attribute: href: line 1: this attribute is not read here\n",
-     .mappings = "<mapping url='/' path='htdocs' href='x'/>"},
-    {.findings = "warning: unknown-attribute: writeable: line 1: this attribute is not read here\n",
-     .mappings = "<mapping url='/' path='htdocs'><php:permissions writeable='true'/></mapping>"},
-    {.findings = "warning: dotted-extension: /: extension \".php\" gets a second dot\n", .mappings = handling(".php")},
-    {.findings = "warning: url-text: /: extension \"php \" has a blank in it\n", .mappings = handling("php ")},
-    {.findings = "warning: url-text: /: extension \"php \" has a blank in it\n",
-     .mappings = handling("php "),
+    {.mappings = "<x:mapping xmlns:x='y'/><summary><name/></summary><mapping url='a b' path='htdocs'/>"},
+    {.findings = "warning: unknown-element: maping: line 1: this element is not read here\n"
+                 "warning: unknown-element: php:handler: line 2: this element is not read here\n"
+                 "warning: unknown-element: mapping: line 3: this element is not read here\n"
+                 "warning: unknown-element: mapping: line 4: this element is not read here\n"
+                 "warning: unknown-element: cgi:disable: line 5: this element is not read here\n"
+                 "warning: unknown-attribute: href: line 6: this attribute is not read here\n"
+                 "warning: unknown-attribute: writeable: line 7: this attribute is not read here\n",
+     .mappings = "<maping url='x'/>\n<php:handler/>\n<group><mapping url='x'/></group>\n"
+                 "<mapping url='x' virtual='x'><mapping/></mapping>\n"
+                 "<mapping url='/' path='htdocs'><cgi:handler><cgi:disable/></cgi:handler></mapping>\n"
+                 "<mapping url='a' path='htdocs' href='x'/>\n"
+                 "<mapping url='b' path='htdocs'><php:permissions writeable='true'/></mapping>"},
+    {.findings = "warning: empty-redirect: /none: no redirect without a target: the whole package is installed there\n"
+                 "warning: url-text: /old: the redirect has ${ in it\n"
+                 "warning: url-text: /a\\: the URL has a backslash in it\n"
+                 "warning: url-text: /a>: the URL has an angle bracket in it\n"
+                 "warning: url-text: /a b: the URL has a blank in it\n"
+                 "warning: dotted-extension: /: extension \".php\" gets a second dot\n"
+                 "warning: url-text: /: extension \"php \" has a blank in it\n"
+                 "warning: url-text: /: extension \"c'i\" has a quote in it\n"
+                 "warning: url-leaves-root: /../x: \"..\" in the URL or in the path /htdocs\n",
+     .mappings = "<mapping url='/' path='htdocs'><php:handler><php:extension>.php</php:extension>"
+                 "<php:extension>php </php:extension></php:handler><cgi:handler><cgi:extension>c'i</cgi:extension>"
+                 "</cgi:handler></mapping><mapping url='a b' " +
+                 handled + "<mapping url='a>' " + handled + "<mapping url='a\\' " + handled +
+                 "<mapping url='old' virtual='redirect' href='http://${x}'/>"
+                 "<mapping url='none' virtual='redirect' href=''/><mapping url='../x' path='htdocs'/>",
      .options = {"--disable-ph"}}, // a bare switch disables nothing
-    {.findings = "warning: url-text: /: extension \"c'i\" has a quote in it\n",
-     .mappings = "<mapping url='/' path='htdocs'><cgi:handler><cgi:extension>c'i</cgi:extension></cgi:handler>"
-                 "</mapping>"},
-    {.findings = "warning: url-text: /a b: the URL has a blank in it\n", .mappings = "<mapping url='a b' " + handled},
-    {.findings = "warning: url-text: /a>: the URL has an angle bracket in it\n",
-     .mappings = "<mapping url='a>' " + handled},
-    {.findings = "warning: url-text: /a\\: the URL has a backslash in it\n",
-     .mappings = "<mapping url='a\\' " + handled},
+    {.mappings =
+         "<mapping url='/' path='htdocs'><php:handler><php:extension>php </php:extension></php:handler></mapping>",
+     .options = {"--disable-php-support=1"}},
     {.findings = "error: url-text: /a\\nb: the URL has a line break in it; no fragment is written\n",
      .mappings = "<mapping url='a&#10;b' " + handled},
-    {.findings = "warning: url-text: /old: the redirect has ${ in it\n",
-     .mappings = rootMapping + "<mapping url='old' virtual='redirect' href='http://${x}'/>"},
-    {.findings = "warning: empty-redirect: /none: no redirect without a target: the whole package is installed there\n",
-     .mappings = rootMapping + "<mapping url='none' virtual='redirect' href=''/>"},
-    {.findings = "warning: url-leaves-root: /../x: \"..\" in the URL or in the path /htdocs\n",
-     .mappings = rootMapping + "<mapping url='../x' path='htdocs'/>"},
     {.findings = "warning: no-script: scripts/configure: format version 1.0 has its script there\n", .version = "1.0"},
     {.entries = {"scripts/configure"}, .version = "1.0"},
 };
 
 const std::vector<Row> sourceRows{
     {.mappings = rootMapping + "<mapping url='in'/>", .entries = {"in -> inner", "inner/f -> e", "inner/e"}},
-    {.findings = "error: broken-link: b: leads nowhere: the extraction fails\n",
-     .mappings = rootMapping + "<mapping url='b'/>",
-     .entries = {"b -> b"}},
-    {.findings = "error: broken-link: htdocs/a: leads nowhere: the extraction fails\n",
-     .mappings = rootMapping + "<mapping url='again' path='htdocs'/>",
-     .entries = {"htdocs/a -> nowhere"}},
-    {.findings = "error: special-file: htdocs/null: neither a file nor a directory: the extraction fails\n"
-                 "warning: outside-package: htdocs/null: leads out of the package, to /dev/null\n",
-     .entries = {"htdocs/null -> /dev/null"}},
-    {.findings = "warning: outside-package: l: leads out of the package, to /other\n",
-     .mappings = rootMapping + "<mapping url='l'/>",
-     .entries = {"l -> ../other", "../other/a/b"}},
-    {.findings = "note: htaccess: htdocs/.htaccess: counts only where the server allows it: protect nothing with it "
-                 "alone\n",
-     .entries = {"htdocs/.htaccess"}},
-    {.findings = "warning: unrepresentable-name: htdocs/\\x01: no list of installed files can hold this name\n",
-     .entries = {"htdocs/\x01/a/b"}},
-    {.findings = "error: unreadable-source: htdocs/f: the site's account may not read it: the extraction fails\n",
-     .entries = {"htdocs/f"},
-     .modes = {{"htdocs/f", 0640}}},
-    {.findings = "warning: unreadable-source: htdocs/d: the site's account may not list it: the extraction leaves its "
-                 "content out\n",
-     .entries = {"htdocs/d/e/f"},
-     .modes = {{"htdocs/d", 0711}}},
+    {.findings = "error: broken-link: b: leads nowhere: the extraction fails\n"
+                 "note: htaccess: htdocs/.htaccess: counts only where the server allows it: protect nothing with it "
+                 "alone\n"
+                 "error: broken-link: htdocs/a: leads nowhere: the extraction fails\n"
+                 "error: special-file: htdocs/null: neither a file nor a directory: the extraction fails\n"
+                 "warning: outside-package: l: leads out of the package, to /other\n"
+                 "warning: outside-package: htdocs/null: leads out of the package, to /dev/null\n"
+                 "warning: unrepresentable-name: htdocs/\\x01: no list of installed files can hold this name\n",
+     .mappings = rootMapping + "<mapping url='again' path='htdocs'/><mapping url='b'/><mapping url='l'/>",
+     .entries = {"b -> b", "l -> ../other", "../other/a/b", "htdocs/a -> nowhere", "htdocs/null -> /dev/null",
+                 "htdocs/.htaccess", "htdocs/\x01/a/b"}},
+    {.findings = "error: unreadable-source: closed: the site's account may not enter it: the extraction fails\n"
+                 "warning: unreadable-source: htdocs/d: the site's account may not list it: the extraction leaves its "
+                 "content out\n"
+                 "error: unreadable-source: htdocs/f: the site's account may not read it: the extraction fails\n"
+                 "error: unreadable-source: htdocs/g: the site's account may not enter it: the extraction fails\n"
+                 "error: unreadable-source: htdocs/l: leads where the site's account may not go: the extraction "
+                 "fails\n",
+     .mappings = rootMapping + "<mapping url='one' path='closed/one'/><mapping url='two' path='closed/two'/>",
+     .entries = {"htdocs/f", "htdocs/d/e/f", "htdocs/g/e/f", "htdocs/g/h", "htdocs/empty/", "closed/one/f",
+                 "htdocs/l -> ../hidden/f", "hidden/f"},
+     .modes = {{"htdocs/f", 0640},
+               {"htdocs/d", 0711},
+               {"htdocs/g", 0744},
+               {"htdocs/empty", 0744},
+               {"closed", 0700},
+               {"hidden", 0700}}},
     {.findings = "warning: unreadable-source: htdocs: the site's account may not list it: the extraction leaves its "
                  "content out\n",
      .mappings = rootMapping + "<mapping url='d'/>", // the mapping's own directory does not hide what the other holds
      .entries = {"htdocs/d/.htaccess", "d/f"},
      .modes = {{"htdocs", 0711}}},
-    {.findings = "error: unreadable-source: htdocs/d: the site's account may not enter it: the extraction fails\n",
-     .entries = {"htdocs/d/e/f", "htdocs/d/g"},
-     .modes = {{"htdocs/d", 0744}}},
-    {.entries = {"htdocs/d/"}, .modes = {{"htdocs/d", 0744}}},
-    {.findings = "error: unreadable-source: closed: the site's account may not enter it: the extraction fails\n",
-     .mappings = rootMapping + "<mapping url='one' path='closed/one'/><mapping url='two' path='closed/two'/>",
-     .entries = {"closed/one/f"},
-     .modes = {{"closed", 0700}}},
-    {.findings = "error: unreadable-source: htdocs/l: leads where the site's account may not go: the extraction "
-                 "fails\n",
-     .entries = {"htdocs/l -> ../closed/f", "closed/f"},
-     .modes = {{"closed", 0700}}},
 };
 
 const std::vector<Row> targetRows{
@@ -211,22 +192,20 @@ const std::vector<Row> targetRows{
      .entries = {"d/a/f", "htdocs/d/a/f"}},
     {.findings = "error: no-parent: .: a single file cannot go where a directory is named: the extraction fails\n",
      .mappings = "<mapping url='/' path='htdocs/index.php'/>"},
-    {.findings = "error: no-parent: c: a single file cannot go where a directory is named: the extraction fails\n",
-     .mappings = "<mapping url='c/' path='htdocs/index.php'/>"},
-    {.findings = "error: no-parent: s/a: nothing makes the directory of this single file: the extraction fails\n",
-     .mappings = "<mapping url='s/a' path='htdocs/index.php'/><mapping url='s/b' path='htdocs'/>"},
+    {.findings = "error: no-parent: c: a single file cannot go where a directory is named: the extraction fails\n"
+                 "error: no-parent: s/a: nothing makes the directory of this single file: the extraction fails\n",
+     .mappings = "<mapping url='c/' path='htdocs/index.php'/>"
+                 "<mapping url='s/a' path='htdocs/index.php'/><mapping url='s/b' path='htdocs'/>"},
     {.mappings = "<mapping url='s/a' path='htdocs/index.php'/><mapping url='s' path='htdocs'/>"},
-    {.findings = "error: file-occupied: f: a file for one mapping and a directory for another: the extraction fails\n",
-     .mappings = "<mapping url='f' path='htdocs/index.php'/><mapping url='f/g' path='htdocs'/>"},
     {.findings = "warning: url-leaves-root: /p/../q: \"..\" in the URL or in the path /htdocs\n"
+                 "error: file-occupied: f: a file for one mapping and a directory for another: the extraction fails\n"
                  "error: file-occupied: q: a file for one mapping and a directory for another: the extraction fails\n",
-     .mappings = "<mapping url='p/../q' path='htdocs'/><mapping url='q' path='htdocs/index.php'/>"},
-    {.findings = "warning: ships-data: w: 2 files: every upgrade replaces what visitors wrote there\n",
-     .mappings = open("w", "w", "<mapping url='p'/>"),
-     .entries = {"w/a/b", "w/f", "w/p/q"}},
-    {.findings = "note: ships-data: w: 3 files that nobody writes to: they close or describe their directories\n",
-     .mappings = open("w", "w"),
-     .entries = {"w/.gitignore", "w/README.txt", "w/a/.gitignore"}},
+     .mappings = "<mapping url='f' path='htdocs/index.php'/><mapping url='f/g' path='htdocs'/>"
+                 "<mapping url='p/../q' path='htdocs'/><mapping url='q' path='htdocs/index.php'/>"},
+    {.findings = "note: ships-data: v: 3 files that nobody writes to: they close or describe their directories\n"
+                 "warning: ships-data: w: 2 files: every upgrade replaces what visitors wrote there\n",
+     .mappings = open("w", "w", "<mapping url='p'/>") + open("v", "v"),
+     .entries = {"w/a/b", "w/f", "w/p/q", "v/.gitignore", "v/README.txt", "v/a/.gitignore"}},
 };
 
 /// Places to be opened: one that nothing makes, one of another mapping, two of the site, a file's, and a closed one.
@@ -250,10 +229,10 @@ const std::vector<Row> missingRows{
 
 const std::vector<Row> siteRows{
     {.site = {"./"}},
-    {.findings = "warning: replaces: index.php: the site has something else there\n", .site = {"index.php"}},
-    {.findings = "warning: replaces: f: the site has something else there\n",
+    {.findings = "warning: replaces: f: the site has something else there\n"
+                 "warning: replaces: index.php: the site has something else there\n",
      .entries = {"htdocs/f"},
-     .site = {"f -> /usr"}},
+     .site = {"index.php", "f -> /usr"}},
     {.previous = {}, .site = {"index.php"}, .options = {"--previous-package=PREVIOUS"}},
     {.findings = "warning: edited: index.php: it is not what the previous release installed: somebody's changes are "
                  "lost\n",
@@ -297,42 +276,27 @@ const std::vector<Row> siteRows{
      .site = {"f"},
      .options = {"--www-root=SITE/f/www"}},
     {.findings = "error: file-occupied: d: the site has a file where the package has a directory: the extraction "
-                 "fails\n",
-     .entries = {"htdocs/d/e/f"},
-     .site = {"d"}},
-    {.findings = "error: file-occupied: f: the site has a link there that leads nowhere: the extraction fails\n",
-     .entries = {"htdocs/f"},
-     .site = {"f -> nowhere"}},
-    {.findings = "warning: directory-occupied: f: the site has an empty directory there, which will be replaced\n",
-     .entries = {"htdocs/f"},
-     .site = {"f/"}},
-    {.findings = "error: directory-occupied: f: the site has a directory with content where the package has a file: "
-                 "the extraction fails\n",
-     .entries = {"htdocs/f"},
-     .site = {"f/x"}},
+                 "fails\n"
+                 "error: file-occupied: f: the site has a link there that leads nowhere: the extraction fails\n"
+                 "warning: directory-occupied: g: the site has an empty directory there, which will be replaced\n"
+                 "error: directory-occupied: h: the site has a directory with content where the package has a file: "
+                 "the extraction fails\n"
+                 "warning: leads-elsewhere: to: a link: files go to /site/else\n",
+     .entries = {"htdocs/d/e/f", "htdocs/f", "htdocs/g", "htdocs/h", "htdocs/to/f"},
+     .site = {"d", "f -> nowhere", "g/", "h/x", "else/", "to -> else"}},
     {.mappings = rootMapping + "<mapping url='sub/a' path='htdocs/f'/>", .entries = {"htdocs/f"}, .site = {"sub/"}},
-    {.findings = "warning: leads-elsewhere: to: a link: files go to /site/else\n",
-     .entries = {"htdocs/to/f"},
-     .site = {"else/", "to -> else"}},
-    {.findings = "error: leads-elsewhere: w: a link: files go to /site/else; it cannot be opened to the web server: "
-                 "the extraction fails\n",
-     .mappings = open("w"),
-     .entries = {"open/"},
-     .site = {"else/", "w -> else"}},
-    {.findings = "warning: leads-elsewhere: w: a link: files go to /site/else\n",
-     .mappings = open("w/"), // a tree that is written as a directory is opened where the link leads
-     .entries = {"open/"},
-     .site = {"else/", "w -> else"}},
-    {.findings = "error: leads-elsewhere: w/l: a link: files go to /site/else; it cannot be opened to the web server: "
-                 "the extraction fails\n",
-     .mappings = open("w") + "<mapping url='w/l' path='open'/>" + open("w/l/v"),
-     .entries = {"open/"},
-     .site = {"else/", "w/l -> ../else"}},
-    {.findings = "error: special-file: w/a/b: neither a file nor a directory in a tree to be opened: the extraction "
+    {.findings = "error: leads-elsewhere: u/l: a link: files go to /site/else; it cannot be opened to the web server: "
+                 "the extraction fails\n"
+                 "warning: leads-elsewhere: v: a link: files go to /site/else\n"
+                 "error: leads-elsewhere: w: a link: files go to /site/else; it cannot be opened to the web server: "
+                 "the extraction fails\n"
+                 "error: special-file: s/a/b: neither a file nor a directory in a tree to be opened: the extraction "
                  "fails\n",
-     .mappings = open("w", "open", "<mapping url='p'/>"),
+     // "v/" is written as a directory: it is opened where the link leads.
+     .mappings = open("w") + open("v/") + open("u") + "<mapping url='u/l' path='open'/>" + open("u/l/i") +
+                 open("s", "open", "<mapping url='p'/>"),
      .entries = {"open/p/"},
-     .site = {"w/a/b -> c", "w/p/b -> c"}},
+     .site = {"else/", "w -> else", "v -> else", "u/l -> ../else", "s/a/b -> c", "s/p/b -> c"}},
 };
 
 } // namespace
