@@ -1,10 +1,14 @@
 #include "deploy/file_copy.h"
 
+#include "runtime/handles.h"
 #include "tests/support/support.h"
 
+#include <array>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 
 class FileCopy : public DirectoryTest {};
 
@@ -42,4 +46,27 @@ TEST_F(FileCopy, FailsWithTheFirstCallThatMayLoseContent) {
             EXPECT_EQ(contentOf(to), "content");
         }
     }
+}
+
+TEST_F(FileCopy, GoesOnBehindTheBytesOfAWriteThatEndedEarly) {
+    std::string content;
+    for (int i = 0; i < 2000; ++i) // no two pieces are alike
+        content += std::to_string(i) + '\n';
+    writeFile(base / "from", content);
+    // A signal cuts off the write that waits for the pipe; its handler passes on what the pipe holds.
+    const auto copyThroughPipe = [&] {
+        static std::array<int, 2> pipe{};
+        ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+        ASSERT_EQ(fcntl(pipe[1], F_SETPIPE_SZ, 4096), 4096);
+        struct sigaction emptying {};
+        emptying.sa_handler = [](int) { (void)splice(pipe[0], nullptr, 1, nullptr, 4096, SPLICE_F_NONBLOCK); };
+        sigaction(SIGALRM, &emptying, nullptr);
+        const itimerval soon{{0, 20'000}, {0, 20'000}};
+        setitimer(ITIMER_REAL, &soon, nullptr);
+        const UniqueFd from(open((base / "from").c_str(), O_RDONLY | O_CLOEXEC));
+        const int error = copyContent(from.get(), pipe[1], static_cast<off_t>(content.size()));
+        raise(SIGALRM);
+        _exit(error);
+    };
+    EXPECT_THAT(inChild(copyThroughPipe), ended(0, "", content));
 }
