@@ -228,19 +228,16 @@ const std::vector<Row> missingRows{
 };
 
 const std::vector<Row> siteRows{
-    {.site = {"./"}},
     {.findings = "warning: replaces: f: the site has something else there\n"
                  "warning: replaces: index.php: the site has something else there\n",
      .entries = {"htdocs/f"},
      .site = {"index.php", "f -> /usr"}},
     {.previous = {}, .site = {"index.php"}, .options = {"--previous-package=PREVIOUS"}},
     {.findings = "warning: edited: index.php: it is not what the previous release installed: somebody's changes are "
-                 "lost\n",
-     .site = {"index.php -> /usr"},
-     .options = {"--previous-package=PREVIOUS"}},
-    {.findings = "warning: edited: gone: only the previous release has it, and it is not what that installed\n",
+                 "lost\n"
+                 "warning: edited: gone: only the previous release has it, and it is not what that installed\n",
      .previous = {"htdocs/gone", "htdocs/kept"},
-     .site = {"gone -> kept", "kept"},
+     .site = {"index.php -> /usr", "gone -> kept", "kept"},
      .options = {"--previous-package=PREVIOUS"}},
     // What visitors wrote is named whatever a list says, and told from the old release's own where that is there.
     {.findings = "note: ships-data: .: 1 file: every upgrade replaces what visitors wrote there\n"
@@ -259,9 +256,6 @@ const std::vector<Row> siteRows{
      .site = {"index.php -> /usr"},
      .options = {"--previous-package=PREVIOUS"}},
     {.site = {"index.php"}, .options = {"--previous-list=LIST"}},
-    {.findings = "warning: no-document-root: --www-root: there is no /site/none: the extraction makes it\n",
-     .site = {"./"},
-     .options = {"--www-root=SITE/none"}},
     {.findings = "error: no-parent: f: nothing makes the directory of this single file: the extraction fails\n"
                  "warning: no-document-root: --www-root: there is no /site/none: the extraction makes it\n",
      .mappings = "<mapping url='f' path='htdocs/index.php'/>",
