@@ -37,8 +37,10 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIs) {
         EXPECT_EQ(namesIn(vhost), row.left);
     }
     EXPECT_EQ(namesIn(base), "d . d outside f outside/kept d package d site");
-    EXPECT_EQ(vhostUsedDirs(SetupSkeletonExceptHttpdocs).front(), "conf");
-    EXPECT_THAT(vhostAllDirs(), ElementsAre("cgi-bin", "private", "httpsdocs", "httpdocs"));
+    const std::vector<fs::path> exceptHttpdocs = vhostUsedDirs(SetupSkeletonExceptHttpdocs);
+    const std::vector<fs::path>& all = vhostAllDirs();
+    EXPECT_EQ(exceptHttpdocs.front(), "conf");
+    EXPECT_THAT(all, ElementsAre("cgi-bin", "private", "httpsdocs", "httpdocs"));
 }
 
 TEST_F(CleaningByList, TakesAPathFromItsDirectoryAsItIsWritten) {
