@@ -29,7 +29,7 @@ public:
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
     const Account account = inStep("account", [&] { return accountOf(record.account, record.uid); });
-    const UniqueFd store = inStep("store", [&] { return openStore(places.store, account); });
+    const UniqueFd store = inStep("store", [&] { return openStore(places.store); });
     const StagingRequest request{
         .packageDir = {},
         .application = application,
@@ -83,7 +83,7 @@ void endFarewell(const PendingCall& call) {
 std::string whatHasGone(const Places& places, const Record& record) {
     if (isMissing(places.hostDirectory))
         return "the host has gone";
-    if (!isAccount(record.account) || accountOf(record.account).uid != record.uid)
+    if (!isAccount(record.account, record.uid))
         return "its account has gone: the files stay";
     return "";
 }

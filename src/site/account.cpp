@@ -1,23 +1,60 @@
 #include "site/account.h"
 
 #include "runtime/accounts.h"
+#include "runtime/errors.h"
 
+#include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <linux/capability.h>
 #include <pwd.h>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace site {
 
-bool isAccount(const std::string& name) {
-    return getpwnam(name.c_str()) != nullptr;
+namespace {
+
+/// \return null for an account that does not exist.
+const passwd* lookUp(const std::string& name) {
+    errno = 0;
+    const passwd* const found = getpwnam(name.c_str());
+    // Which numbers say "not found" is the name service's own matter (getpwnam(3)).
+    const bool isUnknown = errno == 0 || errno == ENOENT || errno == ESRCH || errno == EBADF || errno == EPERM;
+    if (found == nullptr && !isUnknown)
+        nimbo::throwSystemError("account " + name, errno);
+    return found;
+}
+
+/// Leaves this process, which has become an account's, one of root's rights, and that only while it asks for it.
+/// \param isUsed whether it has it now.
+void haveSetGroupIdKept(bool isUsed) {
+    constexpr std::uint32_t right = std::uint32_t{1} << CAP_FSETID;
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> rights{};
+    rights[0].permitted = right;
+    rights[0].effective = isUsed ? right : 0;
+    if (syscall(SYS_capset, &header, rights.data()) == 0)
+        return;
+    rights[0] = {};
+    if (syscall(SYS_capset, &header, rights.data()) != 0)
+        _exit(1); // it would keep others
+}
+
+} // namespace
+
+bool isAccount(const std::string& name, uid_t uid) {
+    const passwd* const found = lookUp(name);
+    return found != nullptr && found->pw_uid == uid;
 }
 
 Account accountOf(const std::string& name) {
-    const passwd* const found = getpwnam(name.c_str());
+    const passwd* const found = lookUp(name);
     if (found == nullptr)
         throw std::runtime_error("there is no account " + name);
     if (found->pw_uid == 0)
@@ -37,7 +74,9 @@ std::string asAccount(const Account& account, const ChildRules& rules, const std
     ChildRules own = rules;
     own.account = account.uid;
     return runInChild(own, [&] {
+        prctl(PR_SET_KEEPCAPS, 1);
         p_setuid_ex(account.name.c_str(), 0, 0);
+        haveSetGroupIdKept(false);
         // The switch of the account takes these settings back, so they stand behind it.  Without the first one the
         // account could trace this process where fs.suid_dumpable says so.
         prctl(PR_SET_DUMPABLE, 0);
@@ -50,6 +89,14 @@ std::string asAccount(const Account& account, const ChildRules& rules, const std
         setenv("USER", account.name.c_str(), 1);
         return work();
     });
+}
+
+SetGroupIdKept::SetGroupIdKept() {
+    haveSetGroupIdKept(true);
+}
+
+SetGroupIdKept::~SetGroupIdKept() {
+    haveSetGroupIdKept(false);
 }
 
 void setFixedEnvironment() {

@@ -15,9 +15,11 @@ struct Account {
     std::string home;
 };
 
-bool isAccount(const std::string& name);
+/// True where there is an account of that name with that number.
+/// \throw nimbo::SystemError where it cannot be looked up: that is not "there is none".
+bool isAccount(const std::string& name, uid_t uid);
 
-/// \throw std::runtime_error for an unknown account and for one that is root.
+/// \throw std::runtime_error for an unknown account and for one that is root; nimbo::SystemError as isAccount.
 Account accountOf(const std::string& name);
 
 /// The same for an account that had this number before.
@@ -27,6 +29,16 @@ Account accountOf(const std::string& name, uid_t uid);
 /// runInChild as the account, with its groups, umask 022 and nothing of root's but what `rules` keeps.  The account can
 /// neither trace the child nor look into it as long as it executes no program.  It is killed when this process ends.
 std::string asAccount(const Account& account, const ChildRules& rules, const std::function<std::string()>& work);
+
+/// While it lives, a process of asAccount that changes a directory's mode leaves it its set-group-id bit also where the
+/// account is not in the directory's group.  Without effect where root itself may not (CAP_FSETID).
+class SetGroupIdKept {
+public:
+    SetGroupIdKept();
+    SetGroupIdKept(const SetGroupIdKept&) = delete;
+    SetGroupIdKept& operator=(const SetGroupIdKept&) = delete;
+    ~SetGroupIdKept();
+};
 
 /// Replaces the environment by a small fixed one: what root's shell has in it is nobody else's business.
 void setFixedEnvironment();

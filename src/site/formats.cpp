@@ -44,7 +44,7 @@ std::string notesOf(const Installation& installation) {
         add("at work");
     if (installation.isCutOff)
         add("cut off");
-    if (!installation.record)
+    if (!installation.record && !installation.isAtWork && !installation.isCutOff)
         add("removed");
     if (!installation.kept.empty())
         add(std::to_string(installation.kept.size()) + " kept");

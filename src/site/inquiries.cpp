@@ -78,7 +78,8 @@ Inventory inventoryOf(const Settings& settings, const std::optional<std::string>
         for (const Application& application : applicationsOf(settings, name)) {
             try {
                 Installation installation = installationOf(settings, application);
-                if (installation.record || installation.isCutOff || !installation.kept.empty())
+                const bool isPending = installation.isAtWork || installation.isCutOff;
+                if (installation.record || isPending || !installation.kept.empty())
                     inventory.installations.push_back(std::move(installation));
             } catch (const std::exception& failure) {
                 say(application.title() + ": " + failure.what());
@@ -97,7 +98,7 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
     if (!record)
         return {};
     const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }), places.files);
-    const Account account = inStep("account", [&] { return accountOf(record->account); });
+    const Account account = inStep("account", [&] { return accountOf(record->account, record->uid); });
     const std::string answer = inStep("files", [&] {
         return asAccount(account, {.limit = settings.timeLimit, .keep = {lock.descriptor()}}, [&] {
             SiteTree tree(settings.vhosts, record->documentRoot);

@@ -197,6 +197,7 @@ std::string textOf(const Journal& journal) {
         .word(journal.id)
         .word(doingWords.at(static_cast<std::size_t>(journal.doing)))
         .number(journal.uid)
+        .word(journal.newFragment)
         .word(journal.isFragmentEdited ? "edited" : "own")
         .number(static_cast<std::int64_t>(journal.fragment.size()))
         .path(journal.account);
@@ -215,6 +216,7 @@ Journal journalOf(const std::string& text, const std::string& file) {
         journal.id = line.word();
         journal.doing = static_cast<Doing>(positionOf(line.word(), doingWords));
         journal.uid = line.number<uid_t>();
+        journal.newFragment = line.word();
         journal.isFragmentEdited = line.word() == "edited";
         const auto size = line.number<std::size_t>();
         journal.account = line.path();

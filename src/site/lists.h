@@ -85,11 +85,12 @@ struct Journal {
     Doing doing = Doing::Presence;
     std::string account;
     uid_t uid = 0;
-    std::string documentRoot;      ///< directory
-    std::string store;             ///< directory
-    std::string fragment;          ///< text of the fragment before; empty for none
-    bool isFragmentEdited = false; ///< somebody has changed it since it was written
-    std::vector<Step> steps;       ///< their numbers are their names in the store
+    std::string documentRoot;         ///< directory
+    std::string store;                ///< directory
+    std::string fragment;             ///< text of the fragment before; empty for none
+    std::string newFragment = "none"; ///< fingerprint of the text that the call places
+    bool isFragmentEdited = false;    ///< somebody has changed it since it was written
+    std::vector<Step> steps;          ///< their numbers are their names in the store
 };
 
 std::string textOf(const Journal& journal);

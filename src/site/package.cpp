@@ -15,9 +15,12 @@
 #include <climits>
 #include <cstdlib>
 #include <fcntl.h>
+#include <set>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace site {
 
@@ -54,22 +57,55 @@ void append(std::string& facts, const struct stat& status) {
         facts.append(std::to_string(fact)).push_back(' ');
 }
 
-/// A link counts with what it leads to.
-std::string factsOf(const Place& place, const std::string& path, std::string_view relative) {
-    struct stat status {};
-    if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        fail(path);
-    requireRoots(path, status);
-    std::string facts(relative);
-    facts.push_back('\0');
-    append(facts, status);
-    const CMemory<char> target(S_ISLNK(status.st_mode) ? realpath(path.c_str(), nullptr) : nullptr);
-    if (target != nullptr && stat(target.get(), &status) == 0) {
-        requireRootsFrom(target.get());
-        append(facts, status);
+/// All that a package consists of: its directory, and directories elsewhere to which its links lead.
+class Content {
+public:
+    explicit Content(std::string package) : package_(std::move(package)) { visit(package_, ""); }
+
+    /// A sum, so that the order in which a directory is listed does not count.
+    std::uint64_t sum() const { return sum_; }
+
+private:
+    /// \param prefix of the paths in facts; empty for the package's own, which do not depend on where it is.
+    void visit(const std::string& directory, const std::string& prefix) {
+        std::vector<std::string> elsewhere;
+        LastDirectory last;
+        const auto add = [&](std::string_view relative, EntryKind) {
+            const std::string path = entryIn(directory, relative);
+            sum_ += checksum(factsOf(last.of(path), path, prefix + std::string(relative), elsewhere));
+        };
+        const auto refuse = [](const std::string&, int, const std::string& line) { throw std::runtime_error(line); };
+        visitDirContent(directory, add, refuse);
+        for (const std::string& target : elsewhere)
+            visit(target, target + '/');
     }
-    return facts;
-}
+
+    /// A link counts with what it leads to.
+    /// \param elsewhere receives a directory that a link leads to and nobody has visited.
+    std::string factsOf(const Place& place, const std::string& path, const std::string& name,
+                        std::vector<std::string>& elsewhere) {
+        struct stat status {};
+        if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            fail(path);
+        requireRoots(path, status);
+        std::string facts(name);
+        facts.push_back('\0');
+        append(facts, status);
+        const CMemory<char> target(S_ISLNK(status.st_mode) ? realpath(path.c_str(), nullptr) : nullptr);
+        if (target != nullptr && stat(target.get(), &status) == 0) {
+            requireRootsFrom(target.get());
+            append(facts, status);
+            const bool isElsewhere = !pathKey(target.get()).starts_with(pathKey(package_));
+            if (S_ISDIR(status.st_mode) && isElsewhere && visited_.insert(target.get()).second)
+                elsewhere.emplace_back(target.get());
+        }
+        return facts;
+    }
+
+    const std::string package_;
+    std::set<std::string> visited_;
+    std::uint64_t sum_ = 0;
+};
 
 } // namespace
 
@@ -82,17 +118,7 @@ Package examinePackage(const std::string& directory) {
     struct stat status {};
     if (stat(package.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
         throw std::runtime_error(directory + " is not a directory");
-
-    // A sum, so that the order in which a directory is listed does not count.
-    std::uint64_t sum = 0;
-    LastDirectory last;
-    const auto add = [&](std::string_view relative, EntryKind) {
-        const std::string path = relative.empty() ? package.directory : joined(package.directory, relative);
-        sum += checksum(factsOf(last.of(path), path, relative));
-    };
-    const auto refuse = [](const std::string&, int, const std::string& line) { throw std::runtime_error(line); };
-    visitDirContent(package.directory, add, refuse);
-    package.fingerprint = digitsOf(sum);
+    package.fingerprint = digitsOf(Content(package.directory).sum());
     return package;
 }
 

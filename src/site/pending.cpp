@@ -32,7 +32,9 @@ Account accountOf(const Journal& journal) {
 /// \param work gets null where there is no document root any more.
 std::string inSite(const PendingCall& call, int store, const std::function<std::string(SiteTree*)>& work) {
     const ChildRules rules{.limit = call.options.settings.timeLimit, .keep = {call.lock, store}};
-    return asAccount(accountOf(call.journal), rules, [&] {
+    const Account account = accountOf(call.journal);
+    const LentStore lent(store, account);
+    return asAccount(account, rules, [&] {
         try {
             SiteTree tree(call.options.settings.vhosts, call.journal.documentRoot);
             return work(&tree);
@@ -70,8 +72,11 @@ void keepEditedFragment(const PendingCall& call, const std::string& text) {
 }
 
 void putFragmentBack(const PendingCall& call) {
-    if (readIfThere(call.places.fragment).value_or("") == call.journal.fragment)
+    const std::string standing = readIfThere(call.places.fragment).value_or("");
+    if (standing == call.journal.fragment)
         return;
+    if (!standing.empty() && fingerprint(standing) != call.journal.newFragment)
+        keepEditedFragment(call, standing);
     const auto lock = lockServer(call.options.settings);
     noteReload(call.options.settings); // the next call would not know of it after a cut
     (void)placeFragment(call.places, call.journal.fragment);

@@ -46,7 +46,7 @@ bool Presence::prepare() {
     decide();
     if (action_.empty())
         return false;
-    store_ = inStep("store", [&] { return openStore(places_.store, *account_); });
+    store_ = inStep("store", [&] { return openStore(places_.store); });
     planFiles();
     cutPoint("staged");
     return true;
@@ -66,6 +66,7 @@ Outlook Presence::lookOnly() {
 
 void Presence::begin() {
     journal_.fragment = readIfThere(places_.fragment).value_or("");
+    journal_.newFragment = fingerprint(fragment_);
     journal_.isFragmentEdited = before_ && !journal_.fragment.empty() && journal_.fragment != fragment_ &&
                                 fingerprint(journal_.fragment) != before_->fragment;
     hasBegun_ = true;
@@ -166,7 +167,8 @@ void Presence::readPackage() {
                                                   .subdirectoryPath = subdirectoryPathOf(wish_.application.name)});
     });
     const std::optional<std::string> standing = readIfThere(places_.fragment);
-    if (!before_ && standing && *standing != fragment_)
+    // For a look, one that a cut-off call has left may stand there.
+    if (!before_ && standing && *standing != fragment_ && !hasJournal(places_))
         throw std::runtime_error("fragment: " + places_.fragment + " is there already, and is none of this package");
     script_ = inStep("script", [&] {
         return scriptOf(*package_, wanted_.script, wanted_.language, options_.settings.php,
@@ -199,6 +201,7 @@ void Presence::planFiles() {
     };
     sayProgress(wish_.application, "comparing and copying");
     PlanText planned = inStep("files", [&] {
+        const LentStore lent(store_.get(), *account_);
         return planTextOf(asAccount(*account_, rules(), [&] {
             SiteTree tree(request.hosts, request.documentRoot);
             SitePlan plan = planPresence(request, tree);
@@ -223,6 +226,7 @@ void Presence::planFiles() {
 void Presence::exchangeFiles() {
     sayProgress(wish_.application, "exchanging " + std::to_string(journal_.steps.size()) + " entries");
     const std::string directories = inStep("files", [&] {
+        const LentStore lent(store_.get(), *account_);
         return asAccount(*account_, rules(), [&] {
             SiteTree tree(options_.settings.vhosts, places_.documentRoot);
             std::string text;

@@ -53,8 +53,11 @@ std::vector<std::string> listsOfOthers(const Settings& settings, const Applicati
     for (const Application& other : applicationsOf(settings, application.host)) {
         if (other.name == application.name)
             continue;
-        if (std::optional<std::string> list = readIfThere(Places(settings, other).files))
-            lists.push_back(std::move(*list));
+        // Of one that was cut off, either may be the list of what is there.
+        const Places places(settings, other);
+        for (const std::string& file : {places.files, places.newFiles})
+            if (std::optional<std::string> list = readIfThere(file))
+                lists.push_back(std::move(*list));
     }
     return lists;
 }

@@ -20,7 +20,7 @@ std::vector<Application> applicationsOf(const Settings& settings, const std::str
 /// \throw std::runtime_error when it is missing, so that nothing would be known of them; nimbo::SystemError
 std::string listOfFiles(const Places& places);
 
-/// The same of all other applications on the host, as far as it is there.
+/// The same of all other applications on the host, as far as it is there; two of one that was cut off.
 /// \throw nimbo::SystemError
 std::vector<std::string> listsOfOthers(const Settings& settings, const Application& application);
 

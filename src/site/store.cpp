@@ -1,17 +1,20 @@
 #include "site/store.h"
 
-#include "files/directory_walk.h"
 #include "files/paths.h"
 #include "runtime/errors.h"
 #include "site/fingerprint.h"
 #include "site/state_files.h"
 #include "site/swap.h"
 
+#include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <fcntl.h>
+#include <sstream>
 #include <stdexcept>
+#include <tuple>
 #include <unistd.h>
+#include <utility>
 
 namespace fs = boost::filesystem;
 
@@ -43,10 +46,16 @@ bool isToBeKept(const Step& step, const Entry& entry, Ending ending) {
     return true; // it is no file of this call: a visitor's, caught in an exchange
 }
 
-/// Takes entries out of a call's directory.
-class Emptying {
+/// From here on nobody but root changes what is in the directory, whatever descriptors of it others have.
+void takeBack(int call, const std::string& store) {
+    if (fchown(call, 0, 0) != 0)
+        fail(callDirectory(store));
+}
+
+/// Moves entries from a call's directory to where they are kept.
+class Keeping {
 public:
-    explicit Emptying(const std::string& store) : kept_(joined(store, "kept/" + timeStamp())) {
+    explicit Keeping(const std::string& store) : kept_(joined(store, "kept/" + timeStamp())) {
         const std::string now = kept_;
         for (int number = 2; access(kept_.c_str(), F_OK) == 0; ++number) // two calls in one second
             kept_ = now + "." + std::to_string(number);
@@ -56,30 +65,56 @@ public:
     std::string keptAt() const { return hasKept_ ? kept_ : std::string(); }
 
     void keep(int call, const std::string& name, const std::string& path) {
-        const std::string target = joined(kept_, path);
-        makeDirectories(std::string(parentOf(target)));
-        if (renameat2(call, name.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) != 0)
-            fail(target);
+        makeDirectories(kept_);
+        const std::string last = path.substr(path.rfind('/') + 1);
+        const UniqueFd directory = ownDirectory(std::string(parentOf(path)));
+        const bool isKept =
+            directory.get() >= 0 && renameat2(call, name.c_str(), directory.get(), last.c_str(), RENAME_NOREPLACE) == 0;
+        const std::string aside = joined(kept_, "entry-" + name);
+        if (!isKept && renameat2(call, name.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) != 0)
+            fail(aside);
         hasKept_ = true;
     }
 
-    static void remove(int call, const std::string& name) {
-        if (unlinkat(call, name.c_str(), 0) != 0)
-            fail(name);
+private:
+    /// A directory of root's below `kept_`, made where it is missing.  No link is followed: what is kept may be one.
+    /// \return no descriptor where something of an account's is in the way.
+    UniqueFd ownDirectory(const std::string& path) const {
+        UniqueFd directory = openDirectory(kept_);
+        std::istringstream elements(path);
+        for (std::string element; std::getline(elements, element, '/');) {
+            if (mkdirat(directory.get(), element.c_str(), 0700) != 0 && errno != EEXIST)
+                fail(joined(kept_, path));
+            constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+            UniqueFd next(openat(directory.get(), element.c_str(), flags));
+            struct stat status {};
+            if (next.get() < 0 || fstat(next.get(), &status) != 0 || status.st_uid != 0)
+                return UniqueFd();
+            directory = std::move(next);
+        }
+        return directory;
     }
 
-private:
     std::string kept_;
     bool hasKept_ = false;
 };
 
 } // namespace
 
-UniqueFd openStore(const std::string& store, const Account& account) {
+LentStore::LentStore(int call, const Account& account) : call_(call) {
+    if (call >= 0 && fchown(call, account.uid, account.gid) != 0)
+        fail("the store");
+}
+
+LentStore::~LentStore() {
+    std::ignore = fchown(call_, 0, 0); // what failed here fails again before root does anything there
+}
+
+UniqueFd openStore(const std::string& store) {
     dropStore(store);
     makeDirectories(store);
     const std::string directory = callDirectory(store);
-    if (mkdir(directory.c_str(), 0700) != 0 || chown(directory.c_str(), account.uid, account.gid) != 0)
+    if (mkdir(directory.c_str(), 0700) != 0)
         fail(directory);
     return openLeftStore(store);
 }
@@ -106,16 +141,17 @@ void requireSameFileSystem(SiteTree& tree, int call, const std::string& store, c
 
 std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending) {
     const UniqueFd call = openLeftStore(store);
-    Emptying emptying(store);
+    takeBack(call.get(), store);
+    Keeping keeping(store);
     for (std::size_t number = 0; number < steps.size(); ++number) {
         const std::string name = storeName(number);
         const std::optional<Entry> entry = entryAt(call.get(), name.c_str());
         if (entry && isToBeKept(steps[number], *entry, ending))
-            emptying.keep(call.get(), name, steps[number].path);
-        else if (entry)
-            Emptying::remove(call.get(), name);
+            keeping.keep(call.get(), name, steps[number].path);
+        else if (entry && unlinkat(call.get(), name.c_str(), 0) != 0)
+            fail(joined(callDirectory(store), name));
     }
-    return emptying.keptAt();
+    return keeping.keptAt();
 }
 
 std::string keepFragment(const std::string& store, const std::string& text) {
@@ -133,11 +169,14 @@ void dropStore(const std::string& store) {
         return;
     if (call.get() < 0)
         fail(directory);
-    for (fs::directory_iterator entry(directory), end; entry != end; ++entry) {
-        const std::string name = entry->path().filename().native();
-        if (unlinkat(call.get(), name.c_str(), 0) != 0)
-            fail(joined(directory, name));
-    }
+    takeBack(call.get(), store);
+    std::vector<std::string> names;
+    for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
+        names.push_back(entry->path().filename().native());
+    Keeping keeping(store);
+    for (const std::string& name : names)
+        if (unlinkat(call.get(), name.c_str(), 0) != 0 && unlinkat(call.get(), name.c_str(), AT_REMOVEDIR) != 0)
+            keeping.keep(call.get(), name, name);
     if (rmdir(directory.c_str()) != 0)
         fail(directory);
     // Where nothing is kept, nothing is left.
@@ -156,10 +195,15 @@ std::vector<std::string> keptFiles(const std::string& store) {
     struct stat status {};
     if (lstat(kept.c_str(), &status) != 0)
         return files;
-    visitDirContent(kept, [&](std::string_view path, EntryKind kind) {
-        if (kind != EntryKind::Directory && !path.empty()) // the listed directory itself has no kind
-            files.push_back(joined(kept, path));
-    });
+    for (fs::recursive_directory_iterator entry(kept), end; entry != end; ++entry) {
+        const std::string& path = entry->path().native();
+        const bool isOwnDirectory = lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == 0;
+        if (isOwnDirectory)
+            continue;
+        files.push_back(path);
+        entry.disable_recursion_pending();
+    }
+    std::ranges::sort(files);
     return files;
 }
 

@@ -9,7 +9,11 @@
 #include <vector>
 
 // The store of an application: root's directory, which only root can enter.  In it, for the time of a call, a directory
-// of the account's with the files that are coming and going, and for good what customers had changed.
+// with the files that are coming and going, and for good what customers had changed.
+//
+// The call's directory is lent to the account, whose processes may reach it: a directory that somebody puts in a file's
+// place comes to the store for a moment, and the store is then its "..".  So root takes the directory back before it
+// does anything there itself, and follows nothing that it finds.
 
 namespace site {
 
@@ -17,7 +21,21 @@ namespace site {
 /// \param store the application's.
 /// \return the call's descriptor.
 /// \throw nimbo::SystemError
-UniqueFd openStore(const std::string& store, const Account& account);
+UniqueFd openStore(const std::string& store);
+
+/// While it lives, the directory of a call belongs to the account.
+class LentStore {
+public:
+    /// \param call the directory's descriptor; negative for none.
+    /// \throw nimbo::SystemError
+    LentStore(int call, const Account& account);
+    LentStore(const LentStore&) = delete;
+    LentStore& operator=(const LentStore&) = delete;
+    ~LentStore();
+
+private:
+    int call_;
+};
 
 /// The directory of a call that has begun.
 /// \throw nimbo::SystemError where it cannot be opened or is missing: then what it held is missing, too.
@@ -33,10 +51,9 @@ enum class Ending {
 };
 
 /// Empties the directory of a call: what a package brought is removed, and what is somebody else's goes to "kept/TIME",
-/// where root finds it.  Can be cut off and begun again.
-/// \param steps of the call.
-/// \return where something was kept; empty for nothing.
-/// \throw nimbo::SystemError
+/// where root finds it; with a path below it, unless something of the account's is in the way.  Can be cut off and
+/// begun again. \param steps of the call. \return where something was kept; empty for nothing. \throw
+/// nimbo::SystemError
 std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending);
 
 /// Keeps the text of a fragment that somebody had changed.
@@ -44,8 +61,8 @@ std::string emptyStore(const std::string& store, const std::vector<Step>& steps,
 /// \throw nimbo::SystemError
 std::string keepFragment(const std::string& store, const std::string& text);
 
-/// Removes the directory of a call with all that it holds, if there is one.  For a call whose steps were never begun or
-/// that has emptied it.
+/// Removes the directory of a call with all files that it holds, if there is one, and a store in which nothing is left.
+/// For a call whose steps were never begun or that has emptied it.  A directory that is not empty is kept.
 /// \throw nimbo::SystemError
 void dropStore(const std::string& store);
 
@@ -54,7 +71,7 @@ void dropStore(const std::string& store);
 /// \throw nimbo::SystemError
 void syncHosts(int call);
 
-/// The files that are kept.
+/// The files that are kept, and directories of accounts, whose content only they know.
 std::vector<std::string> keptFiles(const std::string& store);
 
 } // namespace site

@@ -1,10 +1,12 @@
 #include "site/swap.h"
 
 #include "runtime/errors.h"
+#include "site/account.h"
 #include "site/cut_point.h"
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <fcntl.h>
 #include <iostream>
@@ -42,6 +44,12 @@ void changeMode(int directory, const char* name, mode_t mode, const std::string&
     const std::string link = "/proc/self/fd/" + std::to_string(fd.get());
     if (fd.get() < 0 || chmod(link.c_str(), mode) != 0)
         fail(path);
+}
+
+/// The same for a directory that is the customer's: it keeps its set-group-id bit, whatever its group.
+void changeModeOfStanding(const Place& place, mode_t mode, const std::string& path) {
+    const SetGroupIdKept kept;
+    changeMode(place.directory, place.name, mode, path);
 }
 
 /// Both ends of a move.
@@ -137,7 +145,7 @@ private:
     static void changeModeOfDirectory(const Step& step, const Place& place) {
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
         if (entry && S_ISDIR(entry->status.st_mode))
-            changeMode(place.directory, place.name, step.mode, step.path);
+            changeModeOfStanding(place, step.mode, step.path);
     }
 
     /// What comes to the store has to be what was planned, also where it changed at the last moment.
@@ -181,22 +189,25 @@ public:
     bool isWhole() const { return isWhole_; }
 
     void takeBack(const Step& step, std::size_t number) {
-        const Identity stored = identityOf(entryAt(store_, storeName(number).c_str()));
-        std::optional<Place> place;
         try {
-            place = tree_ == nullptr ? std::nullopt : tree_->find(step.path);
+            takeBackWhereItIsOpen(step, number);
         } catch (const nimbo::SystemError& failure) {
             if (failure.err != EACCES)
                 throw;
             // Its owner has closed the directory: a call that waited for it would never end.
             leave(step.path, "left as it is: its directory is closed");
-            return;
         }
-        const Ends ends{place.value_or(Place{-1, ""}), store_, storeName(number)};
+    }
+
+private:
+    void takeBackWhereItIsOpen(const Step& step, std::size_t number) {
+        const Identity stored = identityOf(entryAt(store_, storeName(number).c_str()));
+        const std::optional<Place> place = tree_ == nullptr ? std::nullopt : tree_->find(step.path);
         if (!place && step.standing.inode != 0 && stored == step.standing)
             leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
         if (!place)
             return;
+        const Ends ends{*place, store_, storeName(number)};
         switch (step.kind) {
         case StepKind::MakeDirectory:
             if (number < reached_)
@@ -219,14 +230,16 @@ public:
         }
     }
 
-private:
     static Identity identityOf(const std::optional<Entry>& entry) { return entry ? entry->identity : Identity(); }
 
     /// The step that was refused, if one was: the directories of later ones are not this call's.
     std::size_t reachedStep() const {
         std::array<char, 32> digits{};
         const ssize_t length = readlinkat(store_, reachedName, digits.data(), digits.size() - 1);
-        return length > 0 ? std::stoul(digits.data()) : ~std::size_t{0};
+        std::size_t reached = ~std::size_t{0};
+        if (length > 0)
+            std::from_chars(digits.data(), digits.data() + length, reached);
+        return reached;
     }
 
     void leave(const std::string& path, const char* why) {
@@ -246,8 +259,10 @@ private:
 
     static void changeModeBack(const Step& step, const Place& place) {
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
-        if (entry && S_ISDIR(entry->status.st_mode) && (entry->status.st_mode & permissions) == step.mode)
-            changeMode(place.directory, place.name, step.before, step.path);
+        const bool isDirectory = entry && S_ISDIR(entry->status.st_mode);
+        // Without CAP_FSETID the bit may have gone with the change.
+        if (isDirectory && ((entry->status.st_mode ^ step.mode) & permissions & ~mode_t{S_ISGID}) == 0)
+            changeModeOfStanding(place, step.before, step.path);
     }
 
     void addBack(const Step& step, const Ends& ends, const Identity& stored) {
@@ -271,6 +286,9 @@ private:
 
     /// Gives the old entry its name back, if nobody else has taken that.
     void putBack(const Step& step, const Ends& ends, const Identity& stored) {
+        const bool isSomethingElse = stored.inode != 0 && stored != step.standing;
+        if (isSomethingElse)
+            leave(step.path, "the old one is not in the store any more");
         if (stored != step.standing || ends.toSite(RENAME_NOREPLACE))
             return;
         if (errno != EEXIST)

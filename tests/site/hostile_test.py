@@ -5,6 +5,7 @@ waiting."""
 import ctypes
 import errno
 import fcntl
+import grp
 import json
 import os
 import pathlib
@@ -17,7 +18,7 @@ import termios
 import time
 from typing import Callable, NamedTuple
 
-from support import SiteTest, all_facts, are_gone, as_account, children, differences, facts, kill_tree, main, until
+from support import CUT, SiteTest, all_facts, are_gone, as_account, children, differences, facts, main, until
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 AT_FDCWD, RENAME_EXCHANGE, PTRACE_ATTACH = -100, 2, 16
@@ -105,7 +106,8 @@ class HostileTest(SiteTest):
         self.next_root = self.host("two.example", "siteb")
         self.roots = self.base / "roots"
         self.roots.mkdir()
-        (self.roots / "sub").mkdir()
+        for directory in ("sub", "empty"):
+            (self.roots / directory).mkdir()
         for path in ("index", "sub/page", "page"):
             (self.roots / path).write_text("root's")
         self.changes(self.neighbour())
@@ -186,6 +188,64 @@ class HostileTest(SiteTest):
         self.assertLessEqual(set(statuses), {0, 1})
         self.nothing_elsewhere()
         self.start_anew()
+
+    def plant(self, held_directory):
+        """As the account, which has a directory open: puts it into the place of a file between the look at that and its
+        exchange, by which it comes to the store for a moment; and then leaves in the store what leads elsewhere."""
+        time.sleep(0.15)
+        os.rename(self.app / "index", self.app / "away")
+        os.rename(self.app / "mine", self.app / "index")
+        application = os.stat(self.app).st_ino
+        until(lambda: os.stat("..", dir_fd=held_directory).st_ino != application)
+        store = os.open("..", os.O_RDONLY | os.O_DIRECTORY, dir_fd=held_directory)
+        # Step 1 makes the directory new, and step 2 brings new/page.
+        os.symlink(self.roots / "empty", "1", dir_fd=store)
+        staged = os.open("2", os.O_WRONLY | os.O_TRUNC, dir_fd=store)
+        os.write(staged, b"the customer's")
+        os.mkdir("full", dir_fd=store)
+        os.mkdir("full/of-it", dir_fd=store)
+
+    def test_what_is_planted_in_the_store_leads_nowhere(self):
+        # Both system calls of the exchange take so long that the moment between them is met.
+        slow = self.base / "slow"
+        slow.write_text("#!/bin/sh\nexec strace -f -o /dev/null -e trace=renameat2 "
+                        f"-e inject=renameat2:delay_enter=400000:delay_exit=400000:when=1 {CUT} \"$@\"\n")
+        slow.chmod(0o755)
+        (self.app / "mine").mkdir()
+        os.chown(self.app / "mine", 20001, -1)
+        held_directory = os.open(self.app / "mine", os.O_RDONLY | os.O_DIRECTORY)
+        self.addCleanup(os.close, held_directory)
+        call = self.start(*self.words(self.two), moment=("swap", 1), program=slow)
+        self.assertTrue(call.hold())
+        call.go_on()
+        as_account("sitea", lambda: self.plant(held_directory))
+        self.fails(call.end(), "app/index: something else stands there", is_taken_back=True)
+        self.nothing_elsewhere()
+        (told,) = json.loads(self.call("--json", "status", "one.example", "app").output)["applications"]
+        self.assertEqual(sorted(pathlib.Path(file).name for file in told["kept"]), ["entry-2", "full", "new"])
+        self.assertEqual(self.call("recover").status, 0)
+        self.start_anew()
+
+    def test_directories_that_the_customer_has_closed_are_as_before(self):
+        failing = self.package("failing", TWO, "exit 3")
+        sub = self.app / "sub"
+        os.chown(sub, 20001, grp.getgrnam("kroserv").gr_gid)
+        sub.chmod(0o2555)
+        before = facts(sub)["mode"]
+        self.fails(self.present(failing), "script upgrade: exit status 3", is_taken_back=True)
+        self.assertEqual(((sub / "page").read_text(), facts(sub)["mode"]), ("one", before))
+        self.changes(self.present(self.two))
+        self.assertEqual(((sub / "page").read_text(), facts(sub)["mode"]), ("two", before))
+        # What is closed in the middle stays as it is then, and keeps nobody waiting.
+        sub.chmod(0o755)
+        call = self.start(*self.words(self.package("failing too", ONE, "exit 3")), moment="script")
+        self.assertTrue(call.hold())
+        sub.chmod(0o555)
+        call.go_on()
+        outcome = call.end()
+        self.fails(outcome, "script upgrade: exit status 3")
+        self.assertIn("app/sub/page: left as it is: its directory is closed\n", outcome.error)
+        self.stays(self.call("recover"))
 
     def test_processes_that_the_account_stops_or_kills(self):
         def held(call):

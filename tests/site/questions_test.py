@@ -103,6 +103,15 @@ state:         whole
             "fragment": str(self.places()[2]), "kept": []})
         self.assertEqual(self.applications("status", "one.example", "app"), [told | times])
 
+    def test_a_first_installation_at_work_or_cut_off_is_listed(self):
+        self.changes(self.absent())
+        call = self.start(*self.words(self.one), moment=("swap", 1))
+        self.assertTrue(call.hold())
+        self.assertRegex(self.asked("list"), "^one.example/app +at work$")
+        kill_tree(call)
+        call.end()
+        self.assertRegex(self.asked("list"), "^one.example/app +cut off$")
+
     def test_calls_at_work_or_cut_off_and_kept_files_are_listed(self):
         call = self.start(*self.words(self.two), moment=("swap", 1))
         self.assertTrue(call.hold())
@@ -205,9 +214,24 @@ state:         whole
         self.assertEqual((self.root / "mine/app/index").read_text(), "one")
         self.changes(self.absent(name="mine/app"))
         self.assertEqual([path.name for path in self.root.rglob("*")], ["mine"])
+        # The same where the other one is cut off, and its record is written.
+        self.changes(self.present(self.base / "packages/both", name="."))
+        words = self.words(self.one, name="mine/app", options=["--ignore=replaces"])
+        self.cut(kill_tree, ("record", 1), words)
+        self.changes(self.absent(name="."))
+        self.assertEqual((self.root / "mine/app/index").read_text(), "one")
+        self.changes(self.absent(name="mine/app"))
+        self.assertEqual([path.name for path in self.root.rglob("*") if path.is_file()], [])
 
     def test_a_fragment_that_somebody_has_edited_is_kept(self):
         fragment = self.places()[2]
+        call = self.start(*self.words(self.package("failing", TWO, "exit 3", mappings=mappings("two"))), moment="script")
+        self.assertTrue(call.hold())
+        fragment.write_text("# in the middle\n")
+        call.go_on()
+        self.fails(call.end(), "script upgrade: exit status 3", is_taken_back=True)
+        (kept,) = self.applications("list")[0]["kept"]
+        self.assertEqual(pathlib.Path(kept).read_text(), "# in the middle\n")
         acts = {"upgrade": self.words(self.two), "removal": ["absent", "one.example", "app"]}
         for name, words in acts.items():
             with self.subTest(name):

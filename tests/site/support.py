@@ -126,9 +126,9 @@ def as_account(account, work):
 
 class Call:
     """One larkspur-site that runs beside the test.  `moment` is a cut point and its number, or "script", at which the
-    script of a package of these tests waits."""
+    script of a package of these tests waits.  `program` runs one in place of larkspur-site."""
 
-    def __init__(self, test, words, moment=None, **streams):
+    def __init__(self, test, words, moment=None, program=None, **streams):
         self.mark = test.marks / "held"
         self.moment = moment
         environment = dict(os.environ)
@@ -139,7 +139,7 @@ class Call:
             environment["LARKSPUR_CUT"] = f"{moment[0]} {moment[1]} {self.mark}"
         self.files = [tempfile.TemporaryFile(), tempfile.TemporaryFile()]
         streams = {"stdin": subprocess.DEVNULL, "stdout": self.files[0], "stderr": self.files[1], **streams}
-        program = CUT if moment else SITE
+        program = program or (CUT if moment else SITE)
         self.process = subprocess.Popen([program, f"--settings={test.conf}", *words], env=environment, **streams)
         self.leader = self.process.pid
         self.held = None

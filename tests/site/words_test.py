@@ -28,6 +28,14 @@ def nothing(_):
     pass
 
 
+def link_to_shared(test):
+    shared = test.base / "shared"
+    shared.mkdir()
+    (shared / "library").write_text("root's by now")
+    os.chown(shared / "library", 20002, -1)
+    (test.two / "htdocs/shared").symlink_to(shared)
+
+
 REFUSALS = [
     Row("a script that the package has not", nothing, "script: the package has no script other; it has: configure",
         options=("--script=other",)),
@@ -41,6 +49,7 @@ REFUSALS = [
         "package: others than root can write to "),
     Row("a package of the account", lambda test: os.chown(test.two, 20001, 0),
         "package: others than root can write to "),
+    Row("a package with a link to what others may write", link_to_shared, "package: others than root can write to "),
     Row("metadata that are no XML", lambda test: (test.two / "APP-META.xml").write_text("<application"), "package: "),
     Row("an unknown account", nothing, "account: there is no account nobody-here", account="nobody-here"),
     Row("root's account", nothing, "account: account root is root", account="root"),
