@@ -264,7 +264,6 @@ class HostileTest(SiteTest):
             ("script", above_script, signal.SIGSTOP, "script upgrade: stopped by signal 19", True),
             ("script", above_script, signal.SIGKILL, "script upgrade: killed by signal 9", True),
         ]
-        self.settings(TIME_LIMIT=3)
         for moment, whom, number, cause, is_taken_back in rows:
             with self.subTest(f"{whom.__name__} gets {number.name} at {moment}"):
                 call = self.start(*self.words(self.two), moment=moment)
