@@ -53,9 +53,8 @@ struct ChildRules {
 /// not waited for; where it fails, that is killed (killStarted).
 ///
 /// \return what the function returned; nothing where it executed a program, which ended with status 0.
-/// \throw std::runtime_error with the message of the function's exception, or with how the child ended: "exit status
-/// N",
-///        "killed by signal N", "stopped by signal N", "no end within N s".
+/// \throw std::runtime_error with the message of the function's exception, or with how the child ended:
+///        "exit status N", "killed by signal N", "stopped by signal N", "no end within N s".
 /// \throw Interrupted; nimbo::SystemError
 std::string runInChild(const ChildRules& rules, const std::function<std::string()>& work);
 

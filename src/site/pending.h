@@ -43,7 +43,7 @@ void finishRemoval(const PendingCall& call);
 /// What was left by a call that was cut off.
 enum class Left { Nothing, TakenBack, ClearedUp, Removed };
 
-/// Ends what a cut-off call has left, if anything, and says so.
+/// Ends what a cut-off call has left, if anything, and says what it takes back or removes.
 /// \throw std::exception when it cannot be ended.
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock);
 
