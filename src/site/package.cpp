@@ -6,21 +6,23 @@
 #include "metadata/package_location.h"
 #include "metadata/passed_over.h"
 #include "runtime/errors.h"
-#include "runtime/handles.h"
 #include "site/fingerprint.h"
 #include "site/times.h"
 #include "xml/document.h"
 
+#include <boost/filesystem/operations.hpp>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <fcntl.h>
+#include <list>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
+
+namespace fs = boost::filesystem;
 
 namespace site {
 
@@ -38,14 +40,39 @@ void requireRoots(const std::string& path, const struct stat& status) {
         throw std::runtime_error("others than root can write to " + path);
 }
 
-/// Nobody but root can make the path lead to something else.
-void requireRootsFrom(std::string path) {
-    struct stat status {};
-    for (; path != "/"; path = std::string(parentOf(path))) {
-        if (stat(path.c_str(), &status) != 0)
-            fail(path);
-        requireRoots(path, status);
+/// What a path leads to.  Nobody but root can make it lead to something else, neither by an entry on its way nor by one
+/// on the way of its links.
+/// \return nothing, with errno, where it leads nowhere.
+std::optional<std::string> targetOf(const fs::path& path) {
+    constexpr int mostLinks = 40; // as the system's own (path_resolution(7))
+    fs::path reached = "/";
+    std::list<fs::path> ahead(path.begin(), path.end());
+    for (int links = 0; !ahead.empty();) {
+        const fs::path element = ahead.front();
+        ahead.pop_front();
+        if (element == "..")
+            reached = reached == "/" ? reached : reached.parent_path();
+        if (element == "/" || element == "." || element == "..")
+            continue;
+        const fs::path entry = reached / element;
+        struct stat status {};
+        if (lstat(entry.c_str(), &status) != 0)
+            return std::nullopt;
+        requireRoots(entry.native(), status);
+        if (!S_ISLNK(status.st_mode)) {
+            reached = entry;
+            continue;
+        }
+        if (++links > mostLinks) {
+            errno = ELOOP;
+            return std::nullopt;
+        }
+        const fs::path target = fs::read_symlink(entry);
+        if (target.is_absolute())
+            reached = "/";
+        ahead.insert(ahead.begin(), target.begin(), target.end());
     }
+    return reached.native();
 }
 
 /// What tells one state of an entry from all others: which file it is, its mode, size and times.  The device is left
@@ -91,13 +118,12 @@ private:
         std::string facts(name);
         facts.push_back('\0');
         append(facts, status);
-        const CMemory<char> target(S_ISLNK(status.st_mode) ? realpath(path.c_str(), nullptr) : nullptr);
-        if (target != nullptr && stat(target.get(), &status) == 0) {
-            requireRootsFrom(target.get());
+        const auto target = S_ISLNK(status.st_mode) ? targetOf(path) : std::nullopt;
+        if (target && stat(target->c_str(), &status) == 0) {
             append(facts, status);
-            const bool isElsewhere = !pathKey(target.get()).starts_with(pathKey(package_));
-            if (S_ISDIR(status.st_mode) && isElsewhere && visited_.insert(target.get()).second)
-                elsewhere.emplace_back(target.get());
+            const bool isElsewhere = !pathKey(*target).starts_with(pathKey(package_));
+            if (S_ISDIR(status.st_mode) && isElsewhere && visited_.insert(*target).second)
+                elsewhere.push_back(*target);
         }
         return facts;
     }
@@ -110,11 +136,10 @@ private:
 } // namespace
 
 Package examinePackage(const std::string& directory) {
-    const CMemory<char> real(realpath(directory.c_str(), nullptr));
-    if (real == nullptr)
+    const auto target = targetOf(fs::absolute(directory));
+    if (!target)
         fail(directory);
-    Package package{real.get(), {}};
-    requireRootsFrom(package.directory);
+    Package package{*target, {}};
     struct stat status {};
     if (stat(package.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
         throw std::runtime_error(directory + " is not a directory");

@@ -36,6 +36,14 @@ def link_to_shared(test):
     (test.two / "htdocs/shared").symlink_to(shared)
 
 
+def link_through_directory_of_other(test):
+    others = test.base / "others"
+    others.mkdir()
+    os.chown(others, 20002, -1)
+    (others / "link").symlink_to(test.two / "htdocs/index")
+    (test.two / "htdocs/linked").symlink_to(others / "link")
+
+
 REFUSALS = [
     Row("a script that the package has not", nothing, "script: the package has no script other; it has: configure",
         options=("--script=other",)),
@@ -50,6 +58,8 @@ REFUSALS = [
     Row("a package of the account", lambda test: os.chown(test.two, 20001, 0),
         "package: others than root can write to "),
     Row("a package with a link to what others may write", link_to_shared, "package: others than root can write to "),
+    Row("a package with a link through what others may write", link_through_directory_of_other,
+        "package: others than root can write to "),
     Row("metadata that are no XML", lambda test: (test.two / "APP-META.xml").write_text("<application"), "package: "),
     Row("an unknown account", nothing, "account: there is no account nobody-here", account="nobody-here"),
     Row("root's account", nothing, "account: account root is root", account="root"),
