@@ -99,10 +99,4 @@ SetGroupIdKept::~SetGroupIdKept() {
     haveSetGroupIdKept(false);
 }
 
-void setFixedEnvironment() {
-    clearenv();
-    setenv("PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
-    setenv("LANG", "C.UTF-8", 1);
-}
-
 } // namespace site

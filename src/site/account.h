@@ -22,8 +22,9 @@ bool isAccount(const std::string& name, uid_t uid);
 /// \throw std::runtime_error for an unknown account and for one that is root; nimbo::SystemError as isAccount.
 Account accountOf(const std::string& name);
 
-/// The same for an account that had this number before.
-/// \throw std::runtime_error also where it has another one by now: then it is another account.
+/// The same for an account that has to have this number.
+/// \throw std::runtime_error also where it has another one: then it is another account than that with which something
+///        was installed.
 Account accountOf(const std::string& name, uid_t uid);
 
 /// runInChild as the account, with its groups, umask 022 and nothing of root's but what `rules` keeps.  The account can
@@ -39,8 +40,5 @@ public:
     SetGroupIdKept& operator=(const SetGroupIdKept&) = delete;
     ~SetGroupIdKept();
 };
-
-/// Replaces the environment by a small fixed one: what root's shell has in it is nobody else's business.
-void setFixedEnvironment();
 
 } // namespace site

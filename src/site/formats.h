@@ -14,12 +14,6 @@ std::string listOf(const std::vector<Installation>& installations);
 std::string statusOf(const Installation& installation);
 std::string jsonOf(const std::vector<Installation>& installations);
 
-/// What verify has found in one application; differences are empty for nothing.
-struct Verified {
-    Application application;
-    std::vector<Difference> differences;
-};
-
 std::string textOf(const std::vector<Verified>& verified);
 std::string jsonOf(const std::vector<Verified>& verified);
 

@@ -116,4 +116,20 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
     return differences;
 }
 
+Verification verifyAll(const CallOptions& options, const Inventory& inventory) {
+    Verification verification{.verified = {}, .isWhole = inventory.isWhole};
+    for (const Installation& installation : inventory.installations) {
+        try {
+            verification.verified.push_back({installation.application, verify(options, installation)});
+        } catch (const Interrupted&) {
+            throw;
+        } catch (const std::exception& failure) {
+            say(installation.application.title() + ": " + failure.what());
+            sayFailed(installation.application.host);
+            verification.isWhole = false;
+        }
+    }
+    return verification;
+}
+
 } // namespace site

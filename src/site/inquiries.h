@@ -42,4 +42,20 @@ struct Difference {
 /// \throw std::exception when that is not possible.
 std::vector<Difference> verify(const CallOptions& options, const Installation& installation);
 
+/// What verify has found in one application; differences are empty for nothing.
+struct Verified {
+    Application application;
+    std::vector<Difference> differences;
+};
+
+/// What was found in several.
+struct Verification {
+    std::vector<Verified> verified;
+    bool isWhole = true; ///< false where one could not be read or compared, of which standard error tells
+};
+
+/// Compares each installation of an inventory.  One that cannot be compared does not keep the others from it.
+/// \throw Interrupted
+Verification verifyAll(const CallOptions& options, const Inventory& inventory);
+
 } // namespace site

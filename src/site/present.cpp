@@ -72,28 +72,45 @@ private:
         }
     }
 
+    /// Ends all calls for one cause.
+    void failAll(const std::string& cause) {
+        while (!calls_.empty()) {
+            calls_.front().fail(cause);
+            end(calls_.begin(), Outcome::Failed, cause);
+        }
+    }
+
     /// One check for all; where that fails, one for each, so that only those fail whose fragments are refused.
     void placeFragments() {
-        const auto putOthersBack = [&] { recoverFragments(options_); };
-        std::vector<FragmentChange> all;
+        const bool isSettled = calls_.size() > 1 && settleTogether();
+        if (!isSettled)
+            placeOneByOne();
+    }
+
+    /// \return false where checks one by one have to tell whose fragment is refused.
+    bool settleTogether() {
+        std::vector<FragmentChange> changes;
         for (const Presence& call : calls_)
-            all.push_back(call.fragment());
-        if (all.size() > 1) {
-            try {
-                placeChecked(options_.settings, all, putOthersBack);
-                return;
-            } catch (const BrokenBefore& broken) {
-                forEach([&](const Presence&) -> bool {
-                    return inStep("fragment", [&]() -> bool { throw BrokenBefore(broken); });
-                });
-            } catch (const std::exception&) {
-                all.clear(); // the checks that follow tell which it is
-            }
+            changes.push_back(call.fragment());
+        try {
+            place(changes);
+        } catch (const BrokenBefore& broken) {
+            failAll(std::string("fragment: ") + broken.what());
+        } catch (const std::exception&) {
+            return false;
         }
+        return true;
+    }
+
+    void placeOneByOne() {
         forEach([&](const Presence& call) {
-            inStep("fragment", [&] { placeChecked(options_.settings, {call.fragment()}, putOthersBack); });
+            inStep("fragment", [&] { place({call.fragment()}); });
             return true;
         });
+    }
+
+    void place(const std::vector<FragmentChange>& changes) {
+        placeChecked(options_.settings, changes, [&] { recoverFragments(options_); });
     }
 
     const CallOptions& options_;
@@ -106,7 +123,7 @@ private:
 std::vector<const Wish*> takeTogether(std::list<const Wish*>& wishes) {
     constexpr std::size_t most = 100;
     std::vector<const Wish*> together;
-    std::set<std::string> hosts; // all processes lock them in this order, so that no two wait for each other
+    std::set<std::string> hosts;
     for (auto wish = wishes.begin(); wish != wishes.end() && together.size() < most;) {
         const bool isFirst = hosts.insert((*wish)->application.host).second;
         if (isFirst)
@@ -122,6 +139,7 @@ std::vector<Result> present(const CallOptions& options, const std::vector<Wish>&
     std::list<const Wish*> rest;
     for (const Wish& wish : wishes)
         rest.push_back(&wish);
+    // All processes lock hosts in this order, so that no two wait for each other.
     rest.sort([](const Wish* a, const Wish* b) { return a->application.host < b->application.host; });
     std::vector<Result> results;
     while (!rest.empty()) {

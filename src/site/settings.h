@@ -2,21 +2,8 @@
 
 #include <chrono>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace site {
-
-/// Reads NAME=VALUE lines with the quoting of an EnvironmentFile (systemd.exec(5)).  Blank lines and lines that begin
-/// with "#" or ";" are comments.  Where a value begins with a quote, all is as it stands up to the second one; in
-/// double quotes a backslash escapes a double quote, a backslash, a backtick and a dollar.  Without quotes a backslash
-/// escapes any character, quotes are characters, and blanks around the value are no part of it.  A backslash at a
-/// line's end joins the next line to it.  The text is read, never run.
-///
-/// \param file names the text in messages.
-/// \return names and values in their order.
-/// \throw std::runtime_error for what is no such line, and for a quote without its end, with the line's number.
-std::vector<std::pair<std::string, std::string>> readAssignments(const std::string& text, const std::string& file);
 
 /// What the machine's administrator sets; each has its name in the settings file as a comment.
 struct Settings {
@@ -32,7 +19,7 @@ struct Settings {
 };
 
 /// A number of seconds.
-/// \param least 0 or 1.
+/// \param least 0 for how long to wait, where 0 means not at all; 1 for a limit, which nothing could keep if it were 0.
 /// \throw std::runtime_error that says what it is not.
 std::chrono::seconds secondsOf(const std::string& text, unsigned least);
 

@@ -3,20 +3,18 @@
 #include "preview/findings.h"
 #include "preview/text.h"
 #include "runtime/option_errors.h"
-#include "site/account.h"
 #include "site/acts.h"
 #include "site/child.h"
 #include "site/formats.h"
 #include "site/inquiries.h"
-#include "site/report.h"
-#include "site/state_files.h"
+#include "site/misuse.h"
+#include "site/wish_list.h"
 
 #include <algorithm>
 #include <array>
-#include <boost/json.hpp>
 #include <boost/program_options.hpp>
+#include <cstdlib>
 #include <iostream>
-#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -31,12 +29,6 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-/// The command line cannot be used.
-class Misuse : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /// What a command line says beside the words of its act.
 struct Request {
     CallOptions call;
@@ -45,9 +37,10 @@ struct Request {
     bool wantsJson = false;
 };
 
-constexpr int done = 0;
-constexpr int failed = 1;
-constexpr int found = 10; ///< by verify or a look
+constexpr int exitDone = 0;
+constexpr int exitFailed = 1;
+constexpr int exitMisuse = 2;
+constexpr int exitFound = 10; ///< by verify or a look
 
 struct Act {
     std::string_view word;
@@ -59,86 +52,24 @@ struct Act {
 
 constexpr std::size_t anyNumber = ~std::size_t{0};
 
-/// What the words of a command line name.
-template <class Make>
-auto fromWords(const Make& make) {
-    try {
-        return make();
-    } catch (const std::runtime_error& failure) {
-        throw Misuse(failure.what());
-    }
-}
-
 /// Nobody need read it: what was done is done.
 void print(const std::string& text) {
     std::cout << text << std::flush;
 }
 
-int statusOf(const std::vector<Result>& results) {
+int exitStatusOf(const std::vector<Result>& results) {
     const auto isFailed = [](const Result& result) { return result.outcome == Outcome::Failed; };
     const auto wouldAct = [](const Result& result) {
         return result.outlook && (!result.outlook->action.empty() || result.outlook->isPending);
     };
     if (std::ranges::any_of(results, isFailed))
-        return failed;
-    return std::ranges::any_of(results, wouldAct) ? found : done;
+        return exitFailed;
+    return std::ranges::any_of(results, wouldAct) ? exitFound : exitDone;
 }
 
 int tell(const Request& request, const std::vector<Result>& results) {
     print(request.wantsJson ? jsonOf(results) : textOf(results));
-    return statusOf(results);
-}
-
-Wish wishOf(const Words& words) {
-    return {.application = fromWords([&] { return applicationOf(words[1], words[3]); }),
-            .package = words[0],
-            .user = words[2],
-            .parameters = {words.begin() + 4, words.end()}};
-}
-
-/// The words of one call, as a JSON array of strings.
-Words wordsIn(const std::string& line) {
-    boost::json::error_code failure;
-    const boost::json::value value = boost::json::parse(line, failure);
-    if (failure)
-        throw std::runtime_error(failure.message());
-    const boost::json::array* const array = value.if_array();
-    if (array == nullptr || !std::ranges::all_of(*array, &boost::json::value::is_string))
-        throw std::runtime_error("no array of texts");
-    if (array->size() < 4)
-        throw std::runtime_error("too few words");
-    Words words;
-    for (const boost::json::value& word : *array) {
-        words.emplace_back(word.get_string());
-        if (words.back().find('\0') != std::string::npos)
-            throw std::runtime_error("a text with a NUL, which no program can be given");
-    }
-    return words;
-}
-
-/// The wishes in a file, a line each.  Blank lines and lines that begin with "#" are left out.
-std::vector<Wish> wishesIn(const std::string& file) {
-    const std::optional<std::string> text = readIfThere(file);
-    if (!text)
-        throw Misuse("there is no list " + file);
-    std::vector<Wish> wishes;
-    std::set<std::string> titles; // calls that are made together share an application's store
-    std::istringstream lines(*text);
-    int number = 0;
-    for (std::string line; std::getline(lines, line);) {
-        ++number;
-        if (line.empty() || line.front() == '#')
-            continue;
-        try {
-            wishes.push_back(wishOf(wordsIn(line)));
-            if (!titles.insert(wishes.back().application.title()).second)
-                throw std::runtime_error(wishes.back().application.title() + " is there already");
-        } catch (const std::exception& failure) {
-            throw Misuse(file + ", line " + std::to_string(number) + ": " + failure.what() +
-                         "; a line is [\"PACKAGE\", \"HOST\", \"USER\", \"NAME\", ...]");
-        }
-    }
-    return wishes;
+    return exitStatusOf(results);
 }
 
 int runPresent(const Request& request, const Words& words) {
@@ -150,30 +81,30 @@ int runPresent(const Request& request, const Words& words) {
 }
 
 int runAbsent(const Request& request, const Words& words) {
-    const Application application = fromWords([&] { return applicationOf(words[0], words[1]); });
+    const Application application = orMisuse([&] { return applicationOf(words[0], words[1]); });
     return tell(request, {absent(request.call, application)});
 }
 
 int runRecover(const Request& request, const Words& /*words*/) {
-    return recover(request.call) ? done : failed;
+    return recover(request.call) ? exitDone : exitFailed;
 }
 
 int runReload(const Request& request, const Words& /*words*/) {
     const Outcome outcome = reload(request.call);
     print(outcome == Outcome::Changed ? "changed\n" : "");
-    return outcome == Outcome::Failed ? failed : done;
+    return outcome == Outcome::Failed ? exitFailed : exitDone;
 }
 
 std::optional<std::string> hostIn(const Words& words) {
-    return words.empty() ? std::nullopt : std::optional(fromWords([&] { return hostOf(words[0]); }));
+    return words.empty() ? std::nullopt : std::optional(orMisuse([&] { return hostOf(words[0]); }));
 }
 
-/// What the words of a question mean.
-Inventory meant(const Request& request, const Words& words) {
+/// What is known of the applications that the words of a question name.
+Inventory inventoryFor(const Request& request, const Words& words) {
     Inventory inventory = inventoryOf(request.call.settings, hostIn(words));
     if (words.size() < 2)
         return inventory;
-    const Application application = fromWords([&] { return applicationOf(words[0], words[1]); });
+    const Application application = orMisuse([&] { return applicationOf(words[0], words[1]); });
     std::erase_if(inventory.installations,
                   [&](const Installation& one) { return one.application.name != application.name; });
     if (inventory.installations.empty())
@@ -182,35 +113,24 @@ Inventory meant(const Request& request, const Words& words) {
 }
 
 int runList(const Request& request, const Words& words) {
-    const Inventory inventory = meant(request, words);
+    const Inventory inventory = inventoryFor(request, words);
     print(request.wantsJson ? jsonOf(inventory.installations) : listOf(inventory.installations));
-    return inventory.isWhole ? done : failed;
+    return inventory.isWhole ? exitDone : exitFailed;
 }
 
 int runStatus(const Request& request, const Words& words) {
-    const Inventory inventory = meant(request, words);
+    const Inventory inventory = inventoryFor(request, words);
     print(request.wantsJson ? jsonOf(inventory.installations) : site::statusOf(inventory.installations.front()));
-    return done;
+    return exitDone;
 }
 
 int runVerify(const Request& request, const Words& words) {
-    const Inventory inventory = meant(request, words);
-    std::vector<Verified> verified;
-    bool isWhole = inventory.isWhole;
-    for (const Installation& installation : inventory.installations) {
-        try {
-            verified.push_back({installation.application, verify(request.call, installation)});
-        } catch (const Interrupted&) {
-            throw;
-        } catch (const std::exception& failure) {
-            say(installation.application.title() + ": " + failure.what());
-            sayFailed(installation.application.host);
-            isWhole = false;
-        }
-    }
-    print(request.wantsJson ? jsonOf(verified) : textOf(verified));
-    const bool isFound = std::ranges::any_of(verified, [](const Verified& one) { return !one.differences.empty(); });
-    return !isWhole ? failed : isFound ? found : done;
+    const Verification verification = verifyAll(request.call, inventoryFor(request, words));
+    print(request.wantsJson ? jsonOf(verification.verified) : textOf(verification.verified));
+    if (!verification.isWhole)
+        return exitFailed;
+    const auto differs = [](const Verified& one) { return !one.differences.empty(); };
+    return std::ranges::any_of(verification.verified, differs) ? exitFound : exitDone;
 }
 
 constexpr std::array acts{
@@ -266,18 +186,46 @@ std::size_t optionWords(const Words& words, const po::options_description& optio
     return std::min(at, words.size());
 }
 
-po::variables_map parse(const Words& words, const po::options_description& options) {
+/// \param words keeps the act and what stands behind it.
+po::variables_map takeOptions(Words& words, const po::options_description& options) {
+    const auto act = words.begin() + static_cast<std::ptrdiff_t>(optionWords(words, options));
+    const Words own(words.begin(), act);
+    words.erase(words.begin(), act);
     po::variables_map values;
     try {
         withPlainErrors([&] {
             const int style = po::command_line_style::default_style & ~po::command_line_style::allow_guessing;
-            po::store(po::command_line_parser(words).options(options).positional({}).style(style).run(), values);
+            po::store(po::command_line_parser(own).options(options).positional({}).style(style).run(), values);
             po::notify(values);
         });
     } catch (const po::error& failure) {
         throw Misuse(failure.what());
     }
     return values;
+}
+
+/// \param words keeps what stands behind the act.
+const Act& takeAct(Words& words) {
+    if (words.empty())
+        throw Misuse("no act");
+    const auto* const act = std::ranges::find(acts, words.front(), &Act::word);
+    if (act == acts.end())
+        throw Misuse("no such act: " + words.front());
+    words.erase(words.begin());
+    if (words.size() < act->fewest || words.size() > act->most)
+        throw Misuse(std::string(act->word) + ": wrong number of words");
+    return *act;
+}
+
+void requireKnownCodes(const std::vector<std::string>& codes) {
+    for (const std::string& code : codes)
+        if (std::ranges::find(findingCodes, code) == findingCodes.end())
+            throw Misuse("unknown code: " + code);
+}
+
+void requireRoot() {
+    if (geteuid() != 0)
+        throw std::runtime_error("only root can do this");
 }
 
 std::optional<std::string> valueOf(const po::variables_map& values, const char* name) {
@@ -296,43 +244,46 @@ std::optional<std::chrono::seconds> waitIn(const po::variables_map& values) {
     }
 }
 
+/// What the command line leaves to the settings, and what it says in words that options cannot hold as they are.
+void complete(Request& request, const po::variables_map& values) {
+    CallOptions& call = request.call;
+    call.script = valueOf(values, "script");
+    call.language = valueOf(values, "language");
+    call.settings = readSettings(request.settings, values.count("settings") != 0);
+    call.wait = waitIn(values).value_or(call.settings.timeLimit);
+}
+
+/// Replaces the environment by a small fixed one: what root's shell has in it is nobody else's business.
+void setFixedEnvironment() {
+    clearenv();
+    setenv("PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
+    setenv("LANG", "C.UTF-8", 1);
+}
+
 int run(Words words) {
     Request request;
     const po::options_description options = optionsInto(request);
     try {
-        const auto split = words.begin() + static_cast<std::ptrdiff_t>(optionWords(words, options));
-        const po::variables_map values = parse({words.begin(), split}, options);
-        words.erase(words.begin(), split);
+        const po::variables_map values = takeOptions(words, options);
         if (values.count("help") != 0) {
-            std::cout << usageOf(options);
-            return 0;
+            print(usageOf(options));
+            return exitDone;
         }
         if (values.count("version") != 0) {
-            std::cout << "larkspur-site " LARKSPUR_VERSION "\n";
-            return 0;
+            print("larkspur-site " LARKSPUR_VERSION "\n");
+            return exitDone;
         }
-        const auto* const act = words.empty() ? acts.end() : std::ranges::find(acts, words.front(), &Act::word);
-        if (act == acts.end())
-            throw Misuse(words.empty() ? "no act" : "no such act: " + words.front());
-        words.erase(words.begin());
-        if (words.size() < act->fewest || words.size() > act->most)
-            throw Misuse(std::string(act->word) + ": wrong number of words");
-        for (const std::string& code : request.call.ignored)
-            if (std::ranges::find(findingCodes, code) == findingCodes.end())
-                throw Misuse("unknown code: " + code);
-        if (geteuid() != 0)
-            throw std::runtime_error("only root can do this");
-        request.call.script = valueOf(values, "script");
-        request.call.language = valueOf(values, "language");
-        request.call.settings = readSettings(request.settings, values.count("settings") != 0);
-        request.call.wait = waitIn(values).value_or(request.call.settings.timeLimit);
+        const Act& act = takeAct(words);
+        requireKnownCodes(request.call.ignored);
+        requireRoot();
+        complete(request, values);
         setFixedEnvironment();
         umask(022);
         watchSignals();
-        return act->run(request, words);
+        return act.run(request, words);
     } catch (const Misuse& misuse) {
         std::cerr << "larkspur-site: " << escaped(misuse.what()) << "\n" << usageOf(options);
-        return 2;
+        return exitMisuse;
     }
 }
 

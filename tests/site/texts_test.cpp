@@ -1,3 +1,4 @@
+#include "site/assignments.h"
 #include "site/lists.h"
 #include "site/places.h"
 #include "site/record.h"

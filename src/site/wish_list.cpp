@@ -1,0 +1,74 @@
+#include "site/wish_list.h"
+
+#include "site/misuse.h"
+#include "site/state_files.h"
+
+#include <algorithm>
+#include <boost/json.hpp>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+namespace json = boost::json;
+
+namespace site {
+
+namespace {
+
+constexpr std::size_t fewestWords = 4;
+
+std::vector<std::string> wordsIn(const std::string& line) {
+    json::error_code failure;
+    const json::value value = json::parse(line, failure);
+    if (failure)
+        throw std::runtime_error(failure.message());
+    const json::array* const array = value.if_array();
+    if (array == nullptr || !std::ranges::all_of(*array, &json::value::is_string))
+        throw std::runtime_error("no array of texts");
+    if (array->size() < fewestWords)
+        throw std::runtime_error("too few words");
+    std::vector<std::string> words;
+    for (const json::value& word : *array) {
+        words.emplace_back(word.get_string());
+        if (words.back().find('\0') != std::string::npos)
+            throw std::runtime_error("a text with a NUL, which no program can be given");
+    }
+    return words;
+}
+
+} // namespace
+
+Wish wishOf(const std::vector<std::string>& words) {
+    return {.application = orMisuse([&] { return applicationOf(words[1], words[3]); }),
+            .package = words[0],
+            .user = words[2],
+            .parameters = {words.begin() + fewestWords, words.end()}};
+}
+
+std::vector<Wish> wishesIn(const std::string& file) {
+    const std::optional<std::string> text = readIfThere(file);
+    if (!text)
+        throw Misuse("there is no list " + file);
+    std::vector<Wish> wishes;
+    std::set<std::string> titles; // calls that are made together share an application's store
+    std::istringstream lines(*text);
+    int number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        if (line.empty() || line.front() == '#')
+            continue;
+        try {
+            wishes.push_back(wishOf(wordsIn(line)));
+            const std::string title = wishes.back().application.title();
+            if (!titles.insert(title).second)
+                throw std::runtime_error(title + " is there already");
+        } catch (const std::exception& failure) {
+            throw Misuse(file + ", line " + std::to_string(number) + ": " + failure.what() +
+                         "; a line is [\"PACKAGE\", \"HOST\", \"USER\", \"NAME\", ...]");
+        }
+    }
+    return wishes;
+}
+
+} // namespace site

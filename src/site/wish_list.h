@@ -1,0 +1,22 @@
+#pragma once
+
+#include "site/acts.h"
+
+#include <string>
+#include <vector>
+
+namespace site {
+
+/// The words of `present`, PACKAGE HOST USER NAME [PARAMETER]..., without a list.
+/// \param words four at least.
+/// \throw Misuse for words that cannot name an application.
+Wish wishOf(const std::vector<std::string>& words);
+
+/// The wishes in a file: on each line the words of one, as a JSON array of texts.  Blank lines and lines that begin
+/// with
+/// "#" are left out.
+/// \throw Misuse for a file that is not there, for a line that tells no wish and for a second one for an application;
+///        nimbo::SystemError for a file that cannot be read.
+std::vector<Wish> wishesIn(const std::string& file);
+
+} // namespace site
