@@ -62,10 +62,14 @@ Account accountOf(const std::string& name) {
     return {name, found->pw_uid, found->pw_gid, found->pw_dir};
 }
 
+void requireUid(const Account& account, uid_t uid) {
+    if (account.uid != uid)
+        throw std::runtime_error(account.name + " is another one than it was installed for");
+}
+
 Account accountOf(const std::string& name, uid_t uid) {
     Account account = accountOf(name);
-    if (account.uid != uid)
-        throw std::runtime_error(name + " is another one than it was installed for");
+    requireUid(account, uid);
     return account;
 }
 

@@ -22,9 +22,12 @@ bool isAccount(const std::string& name, uid_t uid);
 /// \throw std::runtime_error for an unknown account and for one that is root; nimbo::SystemError as isAccount.
 Account accountOf(const std::string& name);
 
+/// \throw std::runtime_error where an account has not the number with which something was installed: then it is another
+///        account of that name.
+void requireUid(const Account& account, uid_t uid);
+
 /// The same for an account that has to have this number.
-/// \throw std::runtime_error also where it has another one: then it is another account than that with which something
-///        was installed.
+/// \throw std::runtime_error also as requireUid.
 Account accountOf(const std::string& name, uid_t uid);
 
 /// runInChild as the account, with its groups, umask 022 and nothing of root's but what `rules` keeps.  The account can

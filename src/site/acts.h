@@ -1,10 +1,7 @@
 #pragma once
 
-#include "site/lists.h"
-#include "site/places.h"
-#include "site/settings.h"
+#include "site/call.h"
 
-#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,34 +9,6 @@
 // What larkspur-site does to hosts.
 
 namespace site {
-
-/// What a command line says beside the act's own words.
-struct CallOptions {
-    Settings settings;
-    std::vector<std::string> ignored;    ///< codes of findings
-    std::optional<std::string> script;   ///< nothing: as the record has it
-    std::optional<std::string> language; ///< nothing: as the record has it
-    bool looksOnly = false;              ///< present says what it would do
-    bool repairs = false;                ///< acts although the record agrees
-    bool withoutScript = false;
-    std::chrono::seconds wait{600}; ///< for another call
-};
-
-/// An application as it is to be.
-struct Wish {
-    Application application;
-    std::string package; ///< directory
-    std::string user;
-    std::vector<std::string> parameters;
-};
-
-/// What a call would do.
-struct Outlook {
-    std::string action; ///< of the script: "install", "upgrade" or "configure"; empty when there is nothing to do
-    std::vector<Step> steps;
-    bool changesFragment = false;
-    bool isPending = false; ///< another call is at work, or was cut off and would be ended first
-};
 
 enum class Outcome { Unchanged, Changed, Planned, Failed };
 

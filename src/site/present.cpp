@@ -1,6 +1,6 @@
 #include "site/acts.h"
+#include "site/deployment.h"
 #include "site/in_step.h"
-#include "site/presence.h"
 #include "site/report.h"
 
 #include <functional>
@@ -23,26 +23,20 @@ public:
     }
 
     void make() {
-        forEach([](Presence& call) { return call.prepare(); });
-        forEach([](Presence& call) {
-            call.begin();
-            return true;
-        });
+        forEach(&Deployment::prepare);
+        forEach(&Deployment::begin);
         // Before the files: a fragment that is refused has not touched the site, and no visitor sees it before a
         // reload.
         placeFragments();
-        forEach([](Presence& call) {
-            call.finish();
-            return true;
-        });
+        forEach(&Deployment::finish);
         while (!calls_.empty())
             end(calls_.begin(), Outcome::Changed, "");
     }
 
     void look() {
-        for (Presence& call : calls_) {
+        for (Deployment& call : calls_) {
             try {
-                results_.push_back({call.application(), Outcome::Planned, "", call.lookOnly()});
+                results_.push_back({call.application(), Outcome::Planned, "", call.look()});
             } catch (const std::exception& failure) {
                 say(call.application().title() + ": " + failure.what());
                 sayFailed(call.application().host);
@@ -52,19 +46,19 @@ public:
     }
 
 private:
-    using Position = std::list<Presence>::iterator;
+    using Position = std::list<Deployment>::iterator;
 
     Position end(Position call, Outcome outcome, const std::string& cause) {
         results_.push_back({call->application(), outcome, cause, {}});
         return calls_.erase(call);
     }
 
-    /// Does one thing to each call.  One that fails goes back and ends.
-    /// \param work gives false where there is nothing to do.
-    void forEach(const std::function<bool(Presence&)>& work) {
+    /// Does one part of each call.  A call that fails goes back and ends; one that has found nothing to do ends.
+    void forEach(const std::function<void(Deployment&)>& part) {
         for (auto call = calls_.begin(); call != calls_.end();) {
             try {
-                call = work(*call) ? std::next(call) : end(call, Outcome::Unchanged, "");
+                part(*call);
+                call = call->isNeeded() ? std::next(call) : end(call, Outcome::Unchanged, "");
             } catch (const std::exception& failure) {
                 call->fail(failure.what());
                 call = end(call, Outcome::Failed, failure.what());
@@ -90,7 +84,7 @@ private:
     /// \return false where checks one by one have to tell whose fragment is refused.
     bool settleTogether() {
         std::vector<FragmentChange> changes;
-        for (const Presence& call : calls_)
+        for (const Deployment& call : calls_)
             changes.push_back(call.fragment());
         try {
             place(changes);
@@ -103,10 +97,7 @@ private:
     }
 
     void placeOneByOne() {
-        forEach([&](const Presence& call) {
-            inStep("fragment", [&] { place({call.fragment()}); });
-            return true;
-        });
+        forEach([&](const Deployment& call) { inStep("fragment", [&] { place({call.fragment()}); }); });
     }
 
     void place(const std::vector<FragmentChange>& changes) {
@@ -115,7 +106,7 @@ private:
 
     const CallOptions& options_;
     std::vector<Result>& results_;
-    std::list<Presence> calls_;
+    std::list<Deployment> calls_;
 };
 
 /// Takes those wishes that can be fulfilled together: one a host, because one application may lie in another one, and

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "site/acts.h"
+#include "site/call.h"
 
 #include <string>
 #include <vector>

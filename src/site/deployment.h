@@ -1,14 +1,11 @@
 #pragma once
 
-#include "scripts/run_application_script.h"
-#include "site/account.h"
-#include "site/acts.h"
-#include "site/package.h"
+#include "runtime/handles.h"
+#include "site/call.h"
+#include "site/decision.h"
 #include "site/pending.h"
-#include "site/planning.h"
-#include "site/record.h"
-#include "site/secrets.h"
 #include "site/server.h"
+#include "site/staging_request.h"
 #include "site/state_files.h"
 
 #include <optional>
@@ -18,28 +15,30 @@ namespace site {
 
 /// One application's way from what is there to what is wished: prepare, begin, the fragment (placeChecked), finish; and
 /// fail from any of them.
-class Presence {
+class Deployment {
 public:
     /// \param options, wish must outlive the object.
-    Presence(const CallOptions& options, const Wish& wish);
+    Deployment(const CallOptions& options, const Wish& wish);
 
     const Application& application() const { return wish_.application; }
 
-    /// Looks what is to be done, and writes what is new beside the site.
-    /// \return false when there is nothing to do.
+    /// Decides what is to be done, and writes what is new beside the site.
     /// \throw std::exception; nothing has been begun then.
-    bool prepare();
+    void prepare();
 
-    /// Looks what is to be done, and changes nothing, not even for the lock.
+    /// False when prepare has found nothing to do.
+    bool isNeeded() const { return !decision_->action.empty(); }
+
+    /// Decides what is to be done, and changes nothing, not even for the lock.
     /// \throw std::exception
-    Outlook lookOnly();
+    Outlook look();
 
     /// Writes the journal: from here on there is a way back.
     /// \throw std::exception
     void begin();
 
     /// What is to happen to the fragment when the call has begun.
-    FragmentChange fragment() const { return {places_, fragment_, journal_.fragment}; }
+    FragmentChange fragment() const { return {places_, decision_->fragment, journal_.fragment}; }
 
     /// The files, the package's script, then the record, behind which there is no way back and no failure.
     /// \throw std::exception
@@ -50,10 +49,8 @@ public:
     void fail(const std::string& cause);
 
 private:
-    void decide();
-    Record wantedRecord() const;
-    void refuseWhatCannotBe() const;
-    void readPackage();
+    std::string listBefore() const;
+    StagingRequest request() const;
     void planFiles();
     void exchangeFiles();
     void noteDirectories(const std::string& directories);
@@ -65,20 +62,13 @@ private:
     const CallOptions& options_;
     const Wish& wish_;
     const Places places_;
-    std::optional<FileLock> lock_; ///< nothing until then, and for a look
-    std::optional<Record> before_;
-    std::optional<Package> package_;
-    std::optional<Account> account_;
-    Secrets secrets_;
-    Record wanted_;
-    std::string action_; ///< of the script; empty when there is nothing to do
-    std::string fragment_;
-    std::optional<PackageScript> script_; ///< nothing for a package without scripts
-    UniqueFd store_;
-    std::string files_; ///< text of InstalledFiles
+    std::optional<FileLock> lock_;     ///< nothing for a look
+    std::optional<Decision> decision_; ///< nothing before prepare or look
+    UniqueFd store_;                   ///< none for a look
+    std::string files_;                ///< text of InstalledFiles
     Journal journal_;
-    bool isSettled_ = false; ///< there is nothing of an earlier call
-    bool hasBegun_ = false;  ///< there is a journal
+    bool isSettled_ = false;  ///< there is nothing of an earlier call
+    bool hasWayBack_ = false; ///< the journal is written, the record is not
 };
 
 } // namespace site

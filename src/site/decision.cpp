@@ -1,0 +1,123 @@
+#include "site/decision.h"
+
+#include "files/subdirectory.h"
+#include "site/fingerprint.h"
+#include "site/in_step.h"
+#include "site/pending.h"
+#include "site/script.h"
+#include "site/state_files.h"
+#include "site/times.h"
+#include "webserver/fragment.h"
+
+#include <random>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace site {
+
+namespace {
+
+/// What the caller wishes.  What a package says of itself is not read yet.
+Record recordOfWish(const CallOptions& options, const Wish& wish, const Places& places, const Decision& known) {
+    const std::optional<Record>& before = known.before;
+    Record wanted;
+    wanted.package = known.package.directory;
+    wanted.fingerprint = known.package.fingerprint;
+    wanted.account = known.account.name;
+    wanted.uid = known.account.uid;
+    wanted.script = options.script.value_or(before ? before->script : "configure");
+    wanted.language = options.language.value_or(before ? before->language : "php");
+    wanted.parameters = wish.parameters;
+    wanted.secrets = known.secrets.fingerprint;
+    wanted.documentRoot = places.documentRoot;
+    wanted.webserverWrite = options.settings.webserverWrite;
+    return wanted;
+}
+
+/// An installation keeps its account and its document root.
+void refuseMove(const Record& before, const Account& account, const Places& places) {
+    if (before.account != account.name)
+        throw std::runtime_error("account: it was installed for " + before.account + ", not for " + account.name);
+    inStep("account", [&] { requireUid(account, before.uid); });
+    if (before.documentRoot != places.documentRoot)
+        throw std::runtime_error("document root: it was installed in " + before.documentRoot + ", not in " +
+                                 places.documentRoot);
+}
+
+void requireConfigDirectory(const Places& places) {
+    if (access(places.configDirectory.c_str(), F_OK) != 0)
+        throw std::runtime_error("fragment: there is no directory " + places.configDirectory);
+}
+
+std::string fragmentOf(const nimbo::FSAMetaDataReader& metadata, const Wish& wish, const Places& places) {
+    return fragmentText(metadata.webContent, {.php = true,
+                                              .cgi = true,
+                                              .wwwRoot = places.documentRoot,
+                                              .subdirectoryPath = subdirectoryPathOf(wish.application.name)});
+}
+
+/// Where nothing is installed, a fragment is somebody else's.
+void refuseStandingFragment(const Places& places, const std::string& own) {
+    const std::optional<std::string> standing = readIfThere(places.fragment);
+    // For a look, one that a cut-off call has left may stand there.
+    if (standing && *standing != own && !hasJournal(places))
+        throw std::runtime_error("fragment: " + places.fragment + " is there already, and is none of this package");
+}
+
+std::string newId() {
+    std::random_device random;
+    return digitsOf((static_cast<std::uint64_t>(random()) << 32U) | random());
+}
+
+/// When and by which call the record came to be.
+void stamp(Record& wanted, const std::optional<Record>& before) {
+    wanted.changed = timeStamp();
+    wanted.installed = before ? before->installed : wanted.changed;
+    wanted.journal = newId();
+}
+
+std::string actionOf(const std::optional<Record>& before, const Record& wanted) {
+    if (!before)
+        return "install";
+    const bool isSamePackage = before->package == wanted.package && before->fingerprint == wanted.fingerprint;
+    return isSamePackage ? "configure" : "upgrade";
+}
+
+} // namespace
+
+Decision decide(const CallOptions& options, const Wish& wish, const Places& places) {
+    Decision decision{
+        .before = inStep("record", [&] { return readRecord(places.record); }),
+        .package = inStep("package", [&] { return examinePackage(wish.package); }),
+        .account = inStep("account", [&] { return accountOf(wish.user); }),
+        .secrets = inStep("secrets", [&] { return readSecrets(places); }),
+        .wanted = {},
+        .action = {},
+        .fragment = {},
+        .script = {},
+    };
+    const std::optional<Record>& before = decision.before;
+    Record& wanted = decision.wanted;
+    wanted = recordOfWish(options, wish, places, decision);
+    if (before && isSameWish(*before, wanted) && !options.repairs)
+        return decision;
+    if (before)
+        refuseMove(*before, decision.account, places);
+    requireConfigDirectory(places);
+    const nimbo::FSAMetaDataReader metadata = inStep("package", [&] { return metadataOf(decision.package); });
+    decision.fragment = inStep("fragment", [&] { return fragmentOf(metadata, wish, places); });
+    if (!before)
+        refuseStandingFragment(places, decision.fragment);
+    decision.script = inStep("script", [&] {
+        return scriptOf(decision.package, wanted.script, wanted.language, options.settings.php,
+                        options.script.has_value());
+    });
+    wanted.title = metadata.name;
+    wanted.version = versionOf(metadata);
+    wanted.fragment = decision.fragment.empty() ? "" : fingerprint(decision.fragment);
+    stamp(wanted, before);
+    decision.action = actionOf(before, wanted);
+    return decision;
+}
+
+} // namespace site
