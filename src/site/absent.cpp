@@ -1,15 +1,18 @@
 #include "site/account.h"
 #include "site/acts.h"
 #include "site/cut_point.h"
+#include "site/durable_files.h"
+#include "site/file_lock.h"
 #include "site/host_lock.h"
 #include "site/in_step.h"
+#include "site/interruption.h"
+#include "site/journal.h"
+#include "site/known_applications.h"
 #include "site/pending.h"
 #include "site/planning.h"
 #include "site/record.h"
 #include "site/report.h"
 #include "site/server.h"
-#include "site/state.h"
-#include "site/state_files.h"
 #include "site/store.h"
 
 #include <stdexcept>
@@ -30,13 +33,13 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
                          const Record& record, int lock) {
     const Account account = inStep("account", [&] { return accountOf(record.account, record.uid); });
     const UniqueFd store = inStep("store", [&] { return openStore(places.store); });
-    const StagingRequest request{
+    const SiteRequest request{
         .packageDir = {},
         .application = application,
         .account = account,
         .hosts = options.settings.vhosts,
         .documentRoot = record.documentRoot,
-        .before = inStep("files", [&] { return listOfFiles(places); }),
+        .brought = inStep("files", [&] { return listOfFiles(places); }),
         .others = inStep("files", [&] { return listsOfOthers(options.settings, application); }),
         .ignored = {},
         .store = store.get(),

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "site/lists.h"
+#include "site/installed_files.h"
+#include "site/journal.h"
 #include "site/places.h"
 #include "site/settings.h"
 

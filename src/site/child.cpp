@@ -3,21 +3,19 @@
 #include "metadata/exceptions.h"
 #include "runtime/errors.h"
 #include "runtime/handles.h"
+#include "site/interruption.h"
 #include "site/processes.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
-#include <cstring>
 #include <fcntl.h>
 #include <iostream>
 #include <linux/keyctl.h>
 #include <optional>
 #include <poll.h>
+#include <stdexcept>
 #include <string_view>
-#include <sys/prctl.h>
-#include <sys/signalfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,24 +25,6 @@ namespace site {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-int signalDescriptor = -1;
-sigset_t watched;
-int uninterrupted = 0;
-int noted = 0; ///< the signal that came last; from then on nothing new is begun
-
-void noteSignals() {
-    signalfd_siginfo info{};
-    while (read(signalDescriptor, &info, sizeof info) == static_cast<ssize_t>(sizeof info))
-        if (static_cast<int>(info.ssi_signo) != SIGCHLD)
-            noted = static_cast<int>(info.ssi_signo);
-}
-
-bool isIgnored(int signal) {
-    struct sigaction now {};
-    sigaction(signal, nullptr, &now);
-    return now.sa_handler == SIG_IGN;
-}
 
 struct Pipe {
     Pipe() {
@@ -124,10 +104,7 @@ std::string answerOf(const std::function<std::string()>& work) {
     std::vector<int> kept = rules.keep;
     kept.push_back(result);
     closeAllBut(kept);
-    signalDescriptor = -1;
-    for (int signal = 1; signal < NSIG; ++signal) // what the caller has ignored, no script knows of
-        (void)std::signal(signal, SIG_DFL);
-    sigprocmask(SIG_UNBLOCK, &watched, nullptr);
+    unwatchSignals();
     writeAll(result, answerOf(work));
     std::cerr.flush();
     _exit(0);
@@ -150,11 +127,6 @@ std::optional<std::string> endOf(pid_t child) {
     default:
         return "killed by signal " + number;
     }
-}
-
-std::string nameOf(int signal) {
-    const char* const name = sigabbrev_np(signal);
-    return name == nullptr ? std::to_string(signal) : name;
 }
 
 /// A child, its answer and what it writes.
@@ -204,7 +176,7 @@ private:
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
         if (left.count() <= 0)
             throw std::runtime_error("no end within " + std::to_string(limit_.count()) + " s");
-        std::array<pollfd, 3> ready{pollfd{signalDescriptor, POLLIN, 0}, pollfd{result_.readEnd.get(), POLLIN, 0},
+        std::array<pollfd, 3> ready{pollfd{signalDescriptor(), POLLIN, 0}, pollfd{result_.readEnd.get(), POLLIN, 0},
                                     pollfd{messages_.readEnd.get(), POLLIN, 0}};
         poll(ready.data(), ready.size(), static_cast<int>(std::min<long>(left.count(), 60'000)));
         readBoth();
@@ -225,43 +197,6 @@ private:
 };
 
 } // namespace
-
-Interrupted::Interrupted(int signal) : std::runtime_error("interrupted by signal " + nameOf(signal)) {
-}
-
-void watchSignals() {
-    sigemptyset(&watched);
-    // A caller that has one of them ignored (nohup) means that.
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        if (!isIgnored(signal))
-            sigaddset(&watched, signal);
-    sigaddset(&watched, SIGCHLD);
-    std::signal(SIGCHLD, SIG_DFL); // where it is ignored, no child has a status
-    sigprocmask(SIG_BLOCK, &watched, nullptr);
-    signalDescriptor = signalfd(-1, &watched, SFD_NONBLOCK | SFD_CLOEXEC);
-    if (signalDescriptor < 0)
-        nimbo::throwSystemError("signalfd", errno);
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
-}
-
-void throwIfInterrupted() {
-    noteSignals();
-    if (noted != 0 && uninterrupted == 0)
-        throw Interrupted(noted);
-}
-
-void sleepUntilSignal(std::chrono::milliseconds time) {
-    pollfd signals{signalDescriptor, POLLIN, 0};
-    poll(&signals, 1, static_cast<int>(time.count()));
-}
-
-Uninterrupted::Uninterrupted() {
-    ++uninterrupted;
-}
-
-Uninterrupted::~Uninterrupted() {
-    --uninterrupted;
-}
 
 std::string runInChild(const ChildRules& rules, const std::function<std::string()>& work) {
     throwIfInterrupted();

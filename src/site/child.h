@@ -5,7 +5,6 @@
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -14,35 +13,8 @@
 
 namespace site {
 
-/// INT, TERM or HUP has come.
-class Interrupted : public std::runtime_error {
-public:
-    explicit Interrupted(int signal);
-};
-
-/// To be called once, before the first child.  From here on INT, TERM and HUP are noted instead of ending the process,
-/// unless the caller has it ignore them, and what a child leaves behind becomes this process's child, so that it can be
-/// found.
-/// \throw nimbo::SystemError
-void watchSignals();
-
-/// \throw Interrupted when one of the signals has come; not while an Uninterrupted lives.
-void throwIfInterrupted();
-
-/// Sleeps, but not beyond a signal.
-void sleepUntilSignal(std::chrono::milliseconds time);
-
-/// While one lives, signals are noted only: a way back is walked to its end.
-class Uninterrupted {
-public:
-    Uninterrupted();
-    Uninterrupted(const Uninterrupted&) = delete;
-    Uninterrupted& operator=(const Uninterrupted&) = delete;
-    ~Uninterrupted();
-};
-
 struct ChildRules {
-    std::chrono::seconds limit; ///< then the child is killed, as by killStarted
+    std::chrono::seconds limit; ///< then the child is killed with what it has started
     Lines lines = Lines::Shown;
     std::vector<int> keep;             ///< descriptors that it keeps; it has no others
     std::optional<uid_t> account = {}; ///< whose it becomes; asAccount says so
@@ -53,8 +25,13 @@ struct ChildRules {
 /// not waited for; where it fails, that is killed (killStarted).
 ///
 /// \return what the function returned; nothing where it executed a program, which ended with status 0.
-/// \throw std::runtime_error with the message of the function's exception, or with how the child ended:
-///        "exit status N", "killed by signal N", "stopped by signal N", "no end within N s".
+/// \throw std::runtime_error with the message of the function's exception, or with how the child ended, one of these:
+///
+///            exit status N
+///            killed by signal N
+///            stopped by signal N
+///            no end within N s
+///
 /// \throw Interrupted; nimbo::SystemError
 std::string runInChild(const ChildRules& rules, const std::function<std::string()>& work);
 

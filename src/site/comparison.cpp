@@ -11,15 +11,15 @@ namespace site {
 
 namespace {
 
-bool mayBeReplaced(const Finding& finding, const StagingRequest& request, const Comparison& comparison,
-                   const Before& before) {
+bool mayBeReplaced(const Finding& finding, const SiteRequest& request, const Comparison& comparison,
+                   const Brought& brought) {
     const std::string path = sitePath(request.application, finding.subject);
     const auto entry = comparison.preview.entries.find(finding.subject);
-    if (finding.code != "replaces" || before.file(path) == nullptr || entry == comparison.preview.entries.end())
+    if (finding.code != "replaces" || brought.file(path) == nullptr || entry == comparison.preview.entries.end())
         return false;
     struct stat standing {};
     return !entry->second.isInWritableTree ||
-           (lstat(joined(request.documentRoot, path).c_str(), &standing) == 0 && before.isUntouched(path, standing));
+           (lstat(joined(request.documentRoot, path).c_str(), &standing) == 0 && brought.isUntouched(path, standing));
 }
 
 } // namespace
@@ -29,7 +29,7 @@ std::string sitePath(const Application& application, const std::string& relative
     return below.empty() ? relative : entryIn(below, relative);
 }
 
-Comparison compare(const StagingRequest& request, const Before& before) {
+Comparison compare(const SiteRequest& request, const Brought& brought) {
     std::vector<SeenFile> seen;
     PreviewSettings settings;
     settings.packageDir = request.packageDir;
@@ -40,19 +40,19 @@ Comparison compare(const StagingRequest& request, const Before& before) {
     settings.isKnown = [&](const std::string& relative, const PreviewEntry& entry, const struct stat& file) {
         seen.push_back({relative, file});
         const std::string path = sitePath(request.application, relative);
-        return request.trustsBefore && before.isUntouched(path, file) &&
-               before.comesFrom(path, nanosecondsOf(entry.modified));
+        return request.trustsTimes && brought.isUntouched(path, file) &&
+               brought.comesFrom(path, nanosecondsOf(entry.modified));
     };
     Preview preview = previewPackage(settings, readDocument(settings.packageDir, ""));
     return {std::move(preview), std::move(seen)};
 }
 
-void refuseFindings(const StagingRequest& request, const Comparison& comparison, const Before& before) {
+void refuseFindings(const SiteRequest& request, const Comparison& comparison, const Brought& brought) {
     Findings findings = comparison.preview.findings;
     std::erase_if(findings, [&](const Finding& finding) {
         return finding.severity == Severity::Note ||
                std::ranges::find(request.ignored, finding.code) != request.ignored.end() ||
-               mayBeReplaced(finding, request, comparison, before);
+               mayBeReplaced(finding, request, comparison, brought);
     });
     if (findings.empty())
         return;

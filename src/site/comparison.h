@@ -1,8 +1,8 @@
 #pragma once
 
 #include "preview/preview.h"
-#include "site/before.h"
-#include "site/staging_request.h"
+#include "site/brought.h"
+#include "site/site_request.h"
 
 #include <string>
 #include <sys/stat.h>
@@ -27,11 +27,11 @@ struct Comparison {
 std::string sitePath(const Application& application, const std::string& relative);
 
 /// \throw std::exception where something cannot be looked at.
-Comparison compare(const StagingRequest& request, const Before& before);
+Comparison compare(const SiteRequest& request, const Brought& brought);
 
 /// Refuses what speaks against a call, and says so on standard error; notes do not.  What a package brought may be
 /// replaced by its next release, but not what pages have written since: that is a visitor's.
 /// \throw std::runtime_error
-void refuseFindings(const StagingRequest& request, const Comparison& comparison, const Before& before);
+void refuseFindings(const SiteRequest& request, const Comparison& comparison, const Brought& brought);
 
 } // namespace site

@@ -1,11 +1,11 @@
 #include "site/decision.h"
 
 #include "files/subdirectory.h"
+#include "site/durable_files.h"
 #include "site/fingerprint.h"
 #include "site/in_step.h"
 #include "site/pending.h"
 #include "site/script.h"
-#include "site/state_files.h"
 #include "site/times.h"
 #include "webserver/fragment.h"
 

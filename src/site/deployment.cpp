@@ -2,15 +2,18 @@
 
 #include "runtime/errors.h"
 #include "site/cut_point.h"
+#include "site/durable_files.h"
 #include "site/fingerprint.h"
 #include "site/host_lock.h"
 #include "site/in_step.h"
+#include "site/installed_files.h"
+#include "site/interruption.h"
+#include "site/known_applications.h"
 #include "site/planning.h"
 #include "site/report.h"
 #include "site/script.h"
 #include "site/site_tree.h"
 #include "site/staging.h"
-#include "site/state.h"
 #include "site/store.h"
 #include "site/swap.h"
 
@@ -110,7 +113,7 @@ std::string Deployment::listBefore() const {
     return inStep("files", [&] { return listOfFiles(places_); });
 }
 
-StagingRequest Deployment::request() const {
+SiteRequest Deployment::request() const {
     return {
         .packageDir = decision_->package.directory,
         .application = wish_.application,
@@ -118,9 +121,9 @@ StagingRequest Deployment::request() const {
         .hosts = options_.settings.vhosts,
         .documentRoot = places_.documentRoot,
         .webserverWrite = options_.settings.webserverWrite,
-        .before = listBefore(),
+        .brought = listBefore(),
         .others = inStep("files", [&] { return listsOfOthers(options_.settings, wish_.application); }),
-        .trustsBefore = !options_.repairs,
+        .trustsTimes = !options_.repairs,
         .ignored = options_.ignored,
         .store = store_.get(),
     };
@@ -128,7 +131,7 @@ StagingRequest Deployment::request() const {
 
 /// As the account: compares, and, with a store, stages.
 void Deployment::planFiles() {
-    const StagingRequest request = this->request();
+    const SiteRequest request = this->request();
     sayProgress(wish_.application, "comparing and copying");
     PlanText planned = inStep("files", [&] {
         const LentStore lent(store_.get(), decision_->account);

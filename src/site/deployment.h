@@ -3,10 +3,11 @@
 #include "runtime/handles.h"
 #include "site/call.h"
 #include "site/decision.h"
+#include "site/file_lock.h"
+#include "site/journal.h"
 #include "site/pending.h"
 #include "site/server.h"
-#include "site/staging_request.h"
-#include "site/state_files.h"
+#include "site/site_request.h"
 
 #include <optional>
 #include <string>
@@ -50,7 +51,7 @@ public:
 
 private:
     std::string listBefore() const;
-    StagingRequest request() const;
+    SiteRequest request() const;
     void planFiles();
     void exchangeFiles();
     void noteDirectories(const std::string& directories);

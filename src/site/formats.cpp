@@ -1,6 +1,7 @@
 #include "site/formats.h"
 
 #include "preview/text.h"
+#include "site/journal.h"
 
 #include <algorithm>
 #include <array>

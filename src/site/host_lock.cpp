@@ -1,5 +1,6 @@
 #include "site/host_lock.h"
 
+#include "site/durable_files.h"
 #include "site/report.h"
 
 namespace site {

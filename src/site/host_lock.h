@@ -1,7 +1,7 @@
 #pragma once
 
+#include "site/file_lock.h"
 #include "site/places.h"
-#include "site/state_files.h"
 
 #include <chrono>
 

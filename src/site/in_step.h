@@ -1,7 +1,7 @@
 #pragma once
 
 #include "metadata/exceptions.h"
-#include "site/child.h"
+#include "site/interruption.h"
 
 #include <stdexcept>
 #include <string>

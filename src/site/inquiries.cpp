@@ -2,14 +2,17 @@
 
 #include "runtime/errors.h"
 #include "site/account.h"
+#include "site/durable_files.h"
+#include "site/file_lock.h"
 #include "site/fingerprint.h"
 #include "site/host_lock.h"
 #include "site/in_step.h"
+#include "site/installed_files.h"
+#include "site/interruption.h"
+#include "site/known_applications.h"
 #include "site/pending.h"
 #include "site/report.h"
 #include "site/site_tree.h"
-#include "site/state.h"
-#include "site/state_files.h"
 #include "site/store.h"
 
 namespace site {

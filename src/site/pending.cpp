@@ -2,8 +2,10 @@
 
 #include "site/account.h"
 #include "site/cut_point.h"
+#include "site/durable_files.h"
 #include "site/fingerprint.h"
 #include "site/in_step.h"
+#include "site/interruption.h"
 #include "site/package.h"
 #include "site/record.h"
 #include "site/report.h"
@@ -11,7 +13,6 @@
 #include "site/secrets.h"
 #include "site/server.h"
 #include "site/site_tree.h"
-#include "site/state_files.h"
 #include "site/store.h"
 #include "site/swap.h"
 

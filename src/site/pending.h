@@ -1,7 +1,7 @@
 #pragma once
 
 #include "site/call.h"
-#include "site/lists.h"
+#include "site/journal.h"
 #include "site/places.h"
 
 // How a call ends, in its own process or, where that was cut off, in the next one: each of these can be cut off and

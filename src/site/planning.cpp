@@ -27,8 +27,8 @@ mode_t bitsOfOpened(mode_t type, const Account& account, gid_t group) {
 /// Puts a plan together, directory by directory and file by file.
 class Planning {
 public:
-    Planning(const StagingRequest& request, const Before& before, SiteTree& tree)
-        : request_(request), before_(before), tree_(tree) {}
+    Planning(const SiteRequest& request, const Brought& brought, SiteTree& tree)
+        : request_(request), brought_(brought), tree_(tree) {}
 
     SitePlan plan;
 
@@ -57,7 +57,7 @@ public:
             for (InstalledEntry& entry : installedFilesOf(other, "the list of another application's files"))
                 kept.insert(std::move(entry.path));
         std::vector<Step> directories;
-        for (const InstalledEntry& entry : before_.all()) {
+        for (const InstalledEntry& entry : brought_.all()) {
             if (kept.contains(entry.path) || entry.wasThere)
                 continue;
             if (entry.isDirectory)
@@ -99,7 +99,7 @@ private:
 
     /// A directory that is there keeps its mode but for the bits of the web server.
     void addStandingDirectory(const std::string& path, const PreviewEntry& wanted, const struct stat& status) {
-        const InstalledEntry* const brought = before_.directory(path);
+        const InstalledEntry* const brought = brought_.directory(path);
         const mode_t standing = status.st_mode & permissions;
         const mode_t wereOpened = brought == nullptr ? 0 : brought->opened & standing;
         const mode_t opening = isOpened(wanted) ? bitsForWebserver(status, request_.account.name) : 0;
@@ -167,13 +167,13 @@ private:
     /// A step in which what stands at a place comes to the store.
     Step moving(StepKind kind, const std::string& path, const Entry& entry) const {
         Step step{.kind = kind, .path = path, .standing = entry.identity};
-        if (const InstalledEntry* const brought = before_.file(path))
+        if (const InstalledEntry* const brought = brought_.file(path))
             step.brought = {brought->size, brought->time};
         return step;
     }
 
     static Step changeOfMode(const std::string& path, mode_t standing, mode_t mode) {
-        return {.kind = StepKind::ChangeMode, .path = path, .mode = mode, .before = standing};
+        return {.kind = StepKind::ChangeMode, .path = path, .mode = mode, .formerMode = standing};
     }
 
     /// Adds a step that changes a directory, and before it, where it is missing, the account's right to do so.
@@ -208,8 +208,8 @@ private:
         return isHandedDown ? entry->status.st_gid : request_.account.gid;
     }
 
-    const StagingRequest& request_;
-    const Before& before_;
+    const SiteRequest& request_;
+    const Brought& brought_;
     SiteTree& tree_;
     std::vector<Step> modesBack_;
     std::vector<Step> modesForServer_;
@@ -229,20 +229,20 @@ PlanText planTextOf(const std::string& text) {
     return {stepsOf(std::string_view(text).substr(start, size)), text.substr(start + size)};
 }
 
-SitePlan planPresence(const StagingRequest& request, SiteTree& tree) {
-    const Before before(request.before);
-    const Comparison comparison = compare(request, before);
-    refuseFindings(request, comparison, before);
-    Planning planning(request, before, tree);
+SitePlan planPresence(const SiteRequest& request, SiteTree& tree) {
+    const Brought brought(request.brought);
+    const Comparison comparison = compare(request, brought);
+    refuseFindings(request, comparison, brought);
+    Planning planning(request, brought, tree);
     planning.addWanted(comparison);
     planning.addObsolete();
     planning.addModes();
     return std::move(planning.plan);
 }
 
-SitePlan planAbsence(const StagingRequest& request, SiteTree& tree) {
-    const Before before(request.before);
-    Planning planning(request, before, tree);
+SitePlan planAbsence(const SiteRequest& request, SiteTree& tree) {
+    const Brought brought(request.brought);
+    Planning planning(request, brought, tree);
     planning.addObsolete();
     planning.addModes();
     return std::move(planning.plan);

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "site/lists.h"
+#include "site/installed_files.h"
+#include "site/journal.h"
+#include "site/site_request.h"
 #include "site/site_tree.h"
-#include "site/staging_request.h"
 
 #include <string>
 #include <vector>
@@ -29,10 +30,10 @@ PlanText planTextOf(const std::string& text);
 
 /// Plans an installation or upgrade.  Findings that speak against it are lines on standard error.
 /// \throw std::exception when something speaks against it or cannot be looked at.
-SitePlan planPresence(const StagingRequest& request, SiteTree& tree);
+SitePlan planPresence(const SiteRequest& request, SiteTree& tree);
 
 /// Plans the removal of all that was brought.  A visitor's entries are in no step.
 /// \throw std::exception
-SitePlan planAbsence(const StagingRequest& request, SiteTree& tree);
+SitePlan planAbsence(const SiteRequest& request, SiteTree& tree);
 
 } // namespace site

@@ -1,6 +1,6 @@
 #include "site/record.h"
 
-#include "site/state_files.h"
+#include "site/durable_files.h"
 
 #include <array>
 #include <boost/json.hpp>

@@ -1,10 +1,11 @@
 #include "site/acts.h"
-#include "site/child.h"
+#include "site/durable_files.h"
+#include "site/file_lock.h"
+#include "site/interruption.h"
+#include "site/known_applications.h"
 #include "site/pending.h"
 #include "site/report.h"
 #include "site/server.h"
-#include "site/state.h"
-#include "site/state_files.h"
 #include "site/store.h"
 
 #include <functional>

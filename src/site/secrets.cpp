@@ -1,7 +1,7 @@
 #include "site/secrets.h"
 
+#include "site/durable_files.h"
 #include "site/fingerprint.h"
-#include "site/state_files.h"
 
 #include <optional>
 #include <sstream>

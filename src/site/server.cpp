@@ -4,8 +4,10 @@
 #include "runtime/scoped_disposition.h"
 #include "site/child.h"
 #include "site/cut_point.h"
+#include "site/durable_files.h"
+#include "site/file_lock.h"
+#include "site/interruption.h"
 #include "site/report.h"
-#include "site/state_files.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -53,7 +55,7 @@ void putBack(const std::vector<FragmentChange>& changes) {
     const Uninterrupted toTheEnd;
     for (const FragmentChange& change : changes) {
         try {
-            (void)placeFragment(change.places, change.before);
+            (void)placeFragment(change.places, change.formerText);
         } catch (const std::exception& failure) {
             say(std::string("fragment: ") + failure.what());
         }
@@ -110,7 +112,7 @@ bool placeFragment(const Places& places, const std::string& text) {
 
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
                   const std::function<void()>& putOthersBack) {
-    if (std::ranges::all_of(changes, [](const FragmentChange& change) { return change.before == change.text; }))
+    if (std::ranges::all_of(changes, [](const FragmentChange& change) { return change.formerText == change.text; }))
         return;
     const auto lock = lockServer(settings);
     std::optional<std::string> why = tryFragments(settings, changes);

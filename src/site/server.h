@@ -1,8 +1,8 @@
 #pragma once
 
+#include "site/file_lock.h"
 #include "site/places.h"
 #include "site/settings.h"
-#include "site/state_files.h"
 
 #include <functional>
 #include <memory>
@@ -17,8 +17,8 @@ namespace site {
 /// A fragment on its way.
 struct FragmentChange {
     Places places;
-    std::string text;   ///< empty for no fragment
-    std::string before; ///< what was there before the call; empty for none
+    std::string text;       ///< empty for no fragment
+    std::string formerText; ///< what was there before the call; empty for none
 };
 
 /// The lock of the server's configuration, which ends with the last of the objects that share it.

@@ -2,7 +2,7 @@
 
 #include "files/paths.h"
 #include "site/assignments.h"
-#include "site/state_files.h"
+#include "site/durable_files.h"
 
 #include <algorithm>
 #include <array>

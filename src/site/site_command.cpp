@@ -4,9 +4,9 @@
 #include "preview/text.h"
 #include "runtime/option_errors.h"
 #include "site/acts.h"
-#include "site/child.h"
 #include "site/formats.h"
 #include "site/inquiries.h"
+#include "site/interruption.h"
 #include "site/misuse.h"
 #include "site/wish_list.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "files/no_links_below.h"
-#include "site/lists.h"
+#include "site/journal.h"
 
 #include <optional>
 #include <stdexcept>

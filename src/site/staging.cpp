@@ -4,7 +4,8 @@
 #include "files/paths.h"
 #include "runtime/errors.h"
 #include "site/cut_point.h"
-#include "site/swap.h"
+#include "site/installed_files.h"
+#include "site/journal.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -86,7 +87,7 @@ private:
 
 } // namespace
 
-void stage(const StagingRequest& request, SiteTree& tree, SitePlan& plan) {
+void stage(const SiteRequest& request, SiteTree& tree, SitePlan& plan) {
     std::unordered_map<std::string_view, InstalledEntry*> files;
     for (InstalledEntry& file : plan.files)
         files.emplace(file.path, &file);

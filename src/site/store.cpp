@@ -2,9 +2,8 @@
 
 #include "files/paths.h"
 #include "runtime/errors.h"
+#include "site/durable_files.h"
 #include "site/fingerprint.h"
-#include "site/state_files.h"
-#include "site/swap.h"
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>

@@ -2,7 +2,7 @@
 
 #include "runtime/handles.h"
 #include "site/account.h"
-#include "site/lists.h"
+#include "site/journal.h"
 #include "site/site_tree.h"
 
 #include <string>

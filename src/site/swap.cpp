@@ -253,7 +253,7 @@ private:
             return;
         // One that holds something is a visitor's by now.
         if (unlinkat(place.directory, place.name, AT_REMOVEDIR) != 0 && errno != ENOTEMPTY && errno != EEXIST &&
-            errno != ENOENT && errno != ENOTDIR)
+            !isNotFound(errno))
             fail(step.path);
     }
 
@@ -262,7 +262,7 @@ private:
         const bool isDirectory = entry && S_ISDIR(entry->status.st_mode);
         // Without CAP_FSETID the bit may have gone with the change.
         if (isDirectory && ((entry->status.st_mode ^ step.mode) & permissions & ~mode_t{S_ISGID}) == 0)
-            changeModeOfStanding(place, step.before, step.path);
+            changeModeOfStanding(place, step.formerMode, step.path);
     }
 
     void addBack(const Step& step, const Ends& ends, const Identity& stored) {
@@ -364,10 +364,6 @@ void removeDirectories(SiteTree& tree, const std::vector<Step>& steps) {
             continue; // its owner has closed what holds it
         }
     }
-}
-
-std::string storeName(std::size_t step) {
-    return std::to_string(step);
 }
 
 } // namespace site

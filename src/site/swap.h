@@ -1,6 +1,6 @@
 #pragma once
 
-#include "site/lists.h"
+#include "site/journal.h"
 #include "site/site_tree.h"
 
 #include <string>
@@ -38,8 +38,5 @@ bool takeBack(SiteTree* tree, int store, const std::vector<Step>& steps);
 
 /// Removes the directories of RemoveDirectory steps, contents before what holds them, those that are empty.
 void removeDirectories(SiteTree& tree, const std::vector<Step>& steps);
-
-/// The name of a step's file in the store.
-std::string storeName(std::size_t step);
 
 } // namespace site

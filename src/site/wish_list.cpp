@@ -1,7 +1,7 @@
 #include "site/wish_list.h"
 
+#include "site/durable_files.h"
 #include "site/misuse.h"
-#include "site/state_files.h"
 
 #include <algorithm>
 #include <boost/json.hpp>

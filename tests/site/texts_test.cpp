@@ -1,5 +1,6 @@
 #include "site/assignments.h"
-#include "site/lists.h"
+#include "site/installed_files.h"
+#include "site/journal.h"
 #include "site/places.h"
 #include "site/record.h"
 #include "site/settings.h"
@@ -25,7 +26,7 @@ Step stepAt(const std::string& path) {
     return {.kind = StepKind::ExchangeFile,
             .path = path,
             .mode = 0755,
-            .before = 0711,
+            .formerMode = 0711,
             .staged = {1, 2},
             .standing = {std::uint64_t{1} << 63U, -3},
             .brings = {4, -5},

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "site/lists.h"
+#include "site/installed_files.h"
 #include "site/times.h"
 
 #include <string>
@@ -11,11 +11,11 @@
 namespace site {
 
 /// What the package brought that the site has now, by path.
-class Before {
+class Brought {
 public:
     /// \param text of InstalledFiles; empty where nothing was brought.
     /// \throw std::runtime_error for a text that is none.
-    explicit Before(const std::string& text);
+    explicit Brought(const std::string& text);
 
     const InstalledFiles& all() const { return files_; }
 

@@ -9,16 +9,16 @@
 namespace site {
 
 /// What is to come to a site.
-struct StagingRequest {
+struct SiteRequest {
     std::string packageDir;
     Application application;
     Account account;
     std::string hosts; ///< directory of all virtual hosts
     std::string documentRoot;
     bool webserverWrite = false;
-    std::string before;               ///< text of InstalledFiles: what the package brought that the site has now
+    std::string brought;              ///< text of InstalledFiles: what the package brought that the site has now
     std::vector<std::string> others;  ///< the same of the other applications on the host
-    bool trustsBefore = true;         ///< a file whose size and time are those of `before` is not read
+    bool trustsTimes = true;          ///< a file whose size and time are as recorded is not read
     std::vector<std::string> ignored; ///< codes of findings that are no reason to refuse
     int store = -1;                   ///< directory for the staged files; -1 to plan only
 };

@@ -8,31 +8,9 @@
 #include <sys/types.h>
 #include <vector>
 
-// The two texts that a call writes for the next one: what the package brought, and what this call is doing.
+// What a call is doing, and the steps in which it changes a site, as they are written before the first one.
 
 namespace site {
-
-/// One directory or file that a package brought.
-struct InstalledEntry {
-    std::string path; ///< below the document root, elements joined by single slashes; empty for the root itself
-    bool isDirectory = false;
-    mode_t mode = 0;            ///< permission bits
-    bool wasThere = false;      ///< of a directory: it is somebody else's, and no removal takes it
-    mode_t opened = 0;          ///< of a directory: the bits of its mode that it was given for the web server
-    std::int64_t size = 0;      ///< of a file
-    Nanoseconds time = 0;       ///< of a file: its modification
-    Nanoseconds sourceTime = 0; ///< of a file: modification of what it was copied from
-};
-
-/// In ascending order of paths, so that a directory stands before what it holds.
-using InstalledFiles = std::vector<InstalledEntry>;
-
-/// One line an entry.
-std::string textOf(const InstalledFiles& files);
-
-/// \param file names the text in messages.
-/// \throw std::runtime_error for a text that is no such list.
-InstalledFiles installedFilesOf(const std::string& text, const std::string& file);
 
 /// Which file it is, beyond its name.  Two files of one file system never agree, not even when a number is used again,
 /// where the file system knows when a file was made.
@@ -65,7 +43,7 @@ struct Step {
     StepKind kind = StepKind::AddFile;
     std::string path;       ///< below the document root
     mode_t mode = 0;        ///< that a directory gets; of a new one what it gets beside what its place gives it
-    mode_t before = 0;      ///< that a directory has had, for ChangeMode
+    mode_t formerMode = 0;  ///< that a directory has had, for ChangeMode
     Identity staged = {};   ///< of what comes from the store
     Identity standing = {}; ///< of what is at the place before
     Written brings = {};    ///< what comes from the store, as it was put there
@@ -90,8 +68,12 @@ struct Journal {
     std::string fragment;             ///< text of the fragment before; empty for none
     std::string newFragment = "none"; ///< fingerprint of the text that the call places
     bool isFragmentEdited = false;    ///< somebody has changed it since it was written
-    std::vector<Step> steps;          ///< their numbers are their names in the store
+    std::vector<Step> steps;
 };
+
+/// The name of a step's file in the store.
+/// \param step position in the list of steps.
+std::string storeName(std::size_t step);
 
 std::string textOf(const Journal& journal);
 

@@ -1,8 +1,8 @@
-#include "site/state_files.h"
+#include "site/durable_files.h"
 
 #include "files/paths.h"
 #include "runtime/errors.h"
-#include "site/child.h"
+#include "runtime/handles.h"
 
 #include <array>
 #include <cerrno>
@@ -37,20 +37,12 @@ bool writeSynced(const std::string& file, std::string_view text) {
     return fd.get() >= 0 && fsync(fd.get()) == 0 && fd.close() == 0;
 }
 
-/// An exclusive lock up to the end of a file, wherever that is.
-struct flock wholeFile() {
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    return lock;
-}
-
 } // namespace
 
 std::optional<std::string> readIfThere(const std::string& file) {
     const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0) {
-        if (errno == ENOENT || errno == ENOTDIR)
+        if (isNotFound(errno))
             return std::nullopt;
         fail(file);
     }
@@ -68,7 +60,7 @@ std::optional<std::string> readIfThere(const std::string& file) {
 
 bool isMissing(const std::string& path) {
     struct stat status {};
-    return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+    return lstat(path.c_str(), &status) != 0 && isNotFound(errno);
 }
 
 std::string unfinishedName(const std::string& file) {
@@ -122,44 +114,6 @@ void makeDirectories(const std::string& directory) {
     if (errno == ENOENT)
         makeDirectories(std::string(parentOf(directory)));
     makeDirectory(directory, 0700);
-}
-
-std::optional<FileLock> FileLock::tryToTake(const std::string& file) {
-    UniqueFd fd(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (fd.get() < 0)
-        fail(file);
-    struct flock whole = wholeFile();
-    if (fcntl(fd.get(), F_OFD_SETLK, &whole) == 0)
-        return FileLock(std::move(fd));
-    if (errno != EAGAIN && errno != EACCES)
-        fail(file);
-    return std::nullopt;
-}
-
-bool FileLock::isHeld(const std::string& file) {
-    const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0 && errno == ENOENT)
-        return false;
-    struct flock found = wholeFile();
-    if (fd.get() < 0 || fcntl(fd.get(), F_OFD_GETLK, &found) != 0)
-        fail(file);
-    return found.l_type != F_UNLCK;
-}
-
-FileLock FileLock::take(const std::string& file, std::chrono::seconds wait, const std::function<void()>& tell) {
-    const auto end = std::chrono::steady_clock::now() + wait;
-    bool isTold = false;
-    for (;;) {
-        if (std::optional<FileLock> lock = tryToTake(file))
-            return std::move(*lock);
-        throwIfInterrupted();
-        if (std::chrono::steady_clock::now() >= end)
-            throw std::runtime_error("another call has not ended within " + std::to_string(wait.count()) + " s");
-        if (!isTold)
-            tell();
-        isTold = true;
-        sleepUntilSignal(std::chrono::milliseconds(20));
-    }
 }
 
 } // namespace site

@@ -1,8 +1,8 @@
-#include "site/before.h"
+#include "site/brought.h"
 
 namespace site {
 
-Before::Before(const std::string& text) : files_(installedFilesOf(text, "the list of files")) {
+Brought::Brought(const std::string& text) : files_(installedFilesOf(text, "the list of files")) {
     byPath_.reserve(files_.size());
     for (const InstalledEntry& entry : files_) {
         byPath_.emplace(entry.path, &entry);
@@ -11,18 +11,18 @@ Before::Before(const std::string& text) : files_(installedFilesOf(text, "the lis
     }
 }
 
-bool Before::isUntouched(const std::string& path, const struct stat& standing) const {
+bool Brought::isUntouched(const std::string& path, const struct stat& standing) const {
     const InstalledEntry* const brought = file(path);
     return brought != nullptr && S_ISREG(standing.st_mode) && brought->size == standing.st_size &&
            brought->time == modificationOf(standing);
 }
 
-bool Before::comesFrom(const std::string& path, Nanoseconds sourceTime) const {
+bool Brought::comesFrom(const std::string& path, Nanoseconds sourceTime) const {
     const InstalledEntry* const brought = file(path);
     return brought != nullptr && brought->sourceTime == sourceTime && 2 * times_.at(sourceTime) <= count_;
 }
 
-const InstalledEntry* Before::at(std::string_view path, bool isDirectory) const {
+const InstalledEntry* Brought::at(std::string_view path, bool isDirectory) const {
     const auto found = byPath_.find(path);
     const bool isSuch = found != byPath_.end() && found->second->isDirectory == isDirectory;
     return isSuch ? found->second : nullptr;

@@ -1,7 +1,7 @@
-#include "site/state.h"
+#include "site/known_applications.h"
 
 #include "files/paths.h"
-#include "site/state_files.h"
+#include "site/durable_files.h"
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>

@@ -1,0 +1,130 @@
+#include "site/journal.h"
+
+#include "files/paths.h"
+#include "site/text_lines.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+namespace site {
+
+namespace {
+
+constexpr std::array stepWords{"mkdir", "chmod", "add", "exchange", "take", "rmdir"}; // by StepKind
+
+constexpr std::array doingWords{"presence", "farewell", "absence"}; // by Doing
+
+constexpr std::string_view editedWord = "edited"; // the fragment
+constexpr std::string_view ownWord = "own";
+
+constexpr std::string_view journalTitle = "larkspur-site journal";
+
+template <std::size_t Size>
+std::size_t positionOf(const std::string& word, const std::array<const char*, Size>& words) {
+    const auto* const found = std::ranges::find(words, word);
+    if (found == words.end())
+        throw std::runtime_error("an unknown word: " + word);
+    return static_cast<std::size_t>(found - words.begin());
+}
+
+void write(LineWriter& line, const Identity& identity) {
+    line.number(static_cast<std::int64_t>(identity.inode)).number(identity.birth);
+}
+
+Identity readIdentity(LineReader& line) {
+    const auto inode = static_cast<std::uint64_t>(line.number<std::int64_t>());
+    return {.inode = inode, .birth = line.number<Nanoseconds>()};
+}
+
+void write(LineWriter& line, const Written& written) {
+    line.number(written.size).number(written.time);
+}
+
+Written readWritten(LineReader& line) {
+    const auto size = line.number<std::int64_t>();
+    return {.size = size, .time = line.number<Nanoseconds>()};
+}
+
+} // namespace
+
+std::string textOf(const std::vector<Step>& steps) {
+    std::string text;
+    for (const Step& step : steps) {
+        LineWriter line(text);
+        line.word(stepWords.at(static_cast<std::size_t>(step.kind))).number(step.mode).number(step.formerMode);
+        write(line, step.staged);
+        write(line, step.standing);
+        write(line, step.brings);
+        write(line, step.brought);
+        line.path(step.path);
+    }
+    return text;
+}
+
+std::vector<Step> stepsOf(std::string_view text) {
+    std::vector<Step> steps;
+    while (!text.empty()) {
+        LineReader line(takeLine(text));
+        Step step;
+        step.kind = static_cast<StepKind>(positionOf(line.word(), stepWords));
+        step.mode = line.number<mode_t>();
+        step.formerMode = line.number<mode_t>();
+        step.staged = readIdentity(line);
+        step.standing = readIdentity(line);
+        step.brings = readWritten(line);
+        step.brought = readWritten(line);
+        step.path = line.path();
+        if (step.path.starts_with('/') || hasDotDot(step.path))
+            throw std::runtime_error("a path that leads out");
+        steps.push_back(std::move(step));
+    }
+    return steps;
+}
+
+std::string storeName(std::size_t step) {
+    return std::to_string(step);
+}
+
+std::string textOf(const Journal& journal) {
+    std::string text;
+    text.append(journalTitle).push_back('\n');
+    LineWriter(text)
+        .word(journal.id)
+        .word(doingWords.at(static_cast<std::size_t>(journal.doing)))
+        .number(journal.uid)
+        .word(journal.newFragment)
+        .word(journal.isFragmentEdited ? editedWord : ownWord)
+        .number(static_cast<std::int64_t>(journal.fragment.size()))
+        .path(journal.account);
+    LineWriter(text).path(journal.documentRoot);
+    LineWriter(text).path(journal.store);
+    return text + journal.fragment + textOf(journal.steps);
+}
+
+Journal journalOf(const std::string& text, const std::string& file) {
+    try {
+        std::string_view rest = text;
+        if (takeLine(rest) != journalTitle)
+            throw std::runtime_error("another beginning");
+        Journal journal;
+        LineReader line(takeLine(rest));
+        journal.id = line.word();
+        journal.doing = static_cast<Doing>(positionOf(line.word(), doingWords));
+        journal.uid = line.number<uid_t>();
+        journal.newFragment = line.word();
+        journal.isFragmentEdited = line.word() == editedWord;
+        const auto size = line.number<std::size_t>();
+        journal.account = line.path();
+        journal.documentRoot = LineReader(takeLine(rest)).path();
+        journal.store = LineReader(takeLine(rest)).path();
+        journal.fragment = rest.substr(0, size);
+        journal.steps = stepsOf(rest.substr(std::min(size, rest.size())));
+        return journal;
+    } catch (const std::exception& failure) {
+        throw std::runtime_error(file + " is no journal: " + failure.what());
+    }
+}
+
+} // namespace site
