@@ -36,8 +36,8 @@ struct Wish {
 
 /// What a call would do.
 struct Outlook {
-    std::string action; ///< of the script: "install", "upgrade" or "configure"; empty when there is nothing to do
-    std::vector<Step> steps;
+    std::string action;      ///< of the script: "install", "upgrade" or "configure"; empty when there is nothing to do
+    std::vector<Step> steps; ///< none where isPending: they cannot be told
     bool changesFragment = false;
     bool isPending = false; ///< another call is at work, or was cut off and would be ended first
 };

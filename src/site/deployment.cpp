@@ -45,13 +45,14 @@ void Deployment::prepare() {
 Outlook Deployment::look() {
     requireHost(places_);
     decision_ = decide(options_, wish_, places_);
-    if (isNeeded())
+    const bool isPending = hasJournal(places_);
+    if (isNeeded() && !isPending) // what a call has brought and not recorded would count as a visitor's
         planFiles();
     const std::string standing = readIfThere(places_.fragment).value_or("");
     return {.action = decision_->action,
             .steps = journal_.steps,
             .changesFragment = isNeeded() && standing != decision_->fragment,
-            .isPending = hasJournal(places_)};
+            .isPending = isPending};
 }
 
 void Deployment::begin() {

@@ -85,10 +85,17 @@ class CutOffTest(SiteTest):
                     with self.subTest(f"{act} over {release}, {who} killed at {moment}, then {following}"):
                         self.begin(release)
                         self.cut(end, moment, self.acts[act])
+                        if act == following:
+                            self.looks()
                         outcome = self.call(*self.acts[following])
                         self.assertEqual(outcome.status, 0, outcome.error)
                         self.be(*results)
                         self.reloaded()
+
+    def looks(self):
+        """A look at what a call would do fails at nothing that was cut off."""
+        outcome = self.call("--dry-run", *self.words(self.two))
+        self.assertIn(outcome.status, (0, 10), outcome.error)
 
     def reload_and_kill(self, call):
         """The server reads what the call has placed so far."""
