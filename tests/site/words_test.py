@@ -6,7 +6,6 @@ import os
 import pathlib
 import signal
 import subprocess
-import time
 from typing import Callable, NamedTuple
 
 from support import PATIENCE, SITE, SiteTest, differences, main, until
@@ -196,19 +195,15 @@ class WordsTest(SiteTest):
     def test_a_signal_ends_a_call_with_its_way_back(self):
         before = self.release()
         for moment in [("stage", 1), ("swap", 2), "script"]:
-            seconds = []
             for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
                 with self.subTest(f"{number.name} at {moment}"):
+                    # What is held would not end by itself.
                     call = self.start(*self.words(self.two), moment=moment)
                     self.assertTrue(call.hold())
-                    begin = time.monotonic()
                     os.kill(call.leader, number)
-                    outcome = call.end()
-                    seconds.append(time.monotonic() - begin)
-                    self.fails(outcome, f"interrupted by signal {number.name[3:]}",
+                    self.fails(call.end(), f"interrupted by signal {number.name[3:]}",
                                is_taken_back=moment != ("stage", 1))
                     self.assertEqual(differences(before, self.release()), [])
-            self.assertLess(min(seconds), 1)  # of three, because the machine may be busy
 
     def test_a_signal_ends_a_call_while_the_server_hangs_and_while_it_waits(self):
         running = self.base / "running"

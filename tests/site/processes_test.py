@@ -1,0 +1,179 @@
+#!/usr/bin/python3
+"""The processes of a call that are the account's: what that does to them, what they get to see, what they leave."""
+
+import ctypes
+import errno
+import fcntl
+import json
+import os
+import pathlib
+import pty
+import signal
+import subprocess
+import termios
+from typing import Callable, NamedTuple
+
+from support import SiteTest, are_gone, as_account, children, differences, main
+
+LIBC = ctypes.CDLL(None, use_errno=True)
+PTRACE_ATTACH = 16
+LOOK = pathlib.Path(__file__).resolve().parent / "look.py"
+ONE = {"htdocs/index": "one", "htdocs/old/page": "one"}
+TWO = {"htdocs/index": "two", "htdocs/new/page": "two"}
+
+
+def held(call):
+    return call.held
+
+
+def above_script(call):
+    return children(call.leader)[0]
+
+
+class Victim(NamedTuple):
+    moment: tuple | str
+    whom: Callable
+    signal: signal.Signals
+    cause: str
+    is_taken_back: bool = True
+
+
+VICTIMS = [
+    Victim(("stage", 1), held, signal.SIGSTOP, "files: stopped by signal 19", is_taken_back=False),
+    Victim(("stage", 2), held, signal.SIGKILL, "files: killed by signal 9", is_taken_back=False),
+    Victim(("swap", 1), held, signal.SIGSTOP, "files: stopped by signal 19"),
+    Victim(("swap", 4), held, signal.SIGKILL, "files: killed by signal 9"),
+    Victim("script", held, signal.SIGSTOP, "script upgrade: it did not end by itself"),
+    Victim("script", held, signal.SIGKILL, "script upgrade: it did not end by itself"),
+    Victim("script", above_script, signal.SIGSTOP, "script upgrade: stopped by signal 19"),
+    Victim("script", above_script, signal.SIGKILL, "script upgrade: killed by signal 9"),
+]
+
+
+class ProcessesTest(SiteTest):
+    def setUp(self):
+        super().setUp()
+        self.one = self.package("one", ONE)
+        self.two = self.package("two", TWO)
+        self.host("two.example", "siteb")
+        self.changes(self.neighbour())
+        self.changes(self.present(self.one))
+        self.is_one = self.release()
+
+    def neighbour(self):
+        return self.present(self.one, host="two.example", account="siteb")
+
+    def test_processes_that_the_account_stops_or_kills(self):
+        for row in VICTIMS:
+            with self.subTest(f"{row.whom.__name__} gets {row.signal.name} at {row.moment}"):
+                call = self.start(*self.words(self.two), moment=row.moment)
+                self.assertTrue(call.hold())
+                self.stays(self.neighbour())
+                family = children(call.leader)
+                target = row.whom(call)
+                as_account("sitea", lambda: os.kill(target, row.signal))
+                self.fails(call.end(), row.cause, is_taken_back=row.is_taken_back)
+                self.assertTrue(are_gone(family))
+                self.assertEqual(differences(self.is_one, self.release()), [])
+
+    @staticmethod
+    def looks_into(pid):
+        """What a process gets to see of another one."""
+        seen = []
+        for name in ("environ", "maps", "mem", "fd/0", "cwd", "root", "exe"):
+            try:
+                with open(f"/proc/{pid}/{name}", "rb"):
+                    seen.append(name)
+            except PermissionError:
+                pass
+        ctypes.set_errno(0)
+        if LIBC.ptrace(PTRACE_ATTACH, pid, None, None) == 0 or ctypes.get_errno() != errno.EPERM:
+            seen.append("traced")
+        return seen
+
+    def test_no_process_lets_itself_be_traced_or_looked_into(self):
+        for moment in (("stage", 1), ("swap", 2), "script"):
+            with self.subTest(moment):
+                call = self.start(*self.words(self.two), moment=moment)
+                self.assertTrue(call.hold())
+                above_script = children(call.leader)[0]
+                for pid in (call.leader, above_script):
+                    self.assertEqual(as_account("sitea", lambda: self.looks_into(pid)), [])
+                call.go_on()
+                self.changes(call.end())
+                self.changes(self.present(self.one))
+
+    def test_a_script_gets_nothing_of_its_caller_s(self):
+        seen = self.marks / "seen"
+        signals = self.marks / "signals"
+        package = self.package("looking", TWO,
+                               f"grep -E 'Sig(Blk|Ign)' /proc/self/status >{signals}\nexec {LOOK} {seen}")
+        master, slave = pty.openpty()
+        descriptor = os.open(self.conf, os.O_RDONLY)
+        os.environ["ROOTS_OWN"] = "secret"
+        self.addCleanup(os.environ.pop, "ROOTS_OWN")
+        signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        self.addCleanup(signal.signal, signal.SIGHUP, signal.SIG_DFL)
+        call = self.start(*self.words(package), stdin=slave, stderr=slave, pass_fds=[descriptor],
+                          start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+        self.changes(call.end())
+        self.assertIn(b"one.example/app: script upgrade\r\n", os.read(master, 1 << 16))
+        for fd in (master, slave, descriptor):
+            os.close(fd)
+        found = json.loads(seen.read_text())
+        self.assertEqual(found["descriptors"], {"0": "/dev/null", "1": "pipe", "2": "pipe"})
+        self.assertEqual(found["terminal"], errno.ENXIO)
+        self.assertEqual(found["ids"], [20001] * 3)
+        self.assertNotIn(0, found["groups"])
+        self.assertEqual(found["mask"], 0o22)
+        self.assertEqual(found["environment"].keys() - {"PWD", "OLDPWD", "SHLVL", "_", "LC_CTYPE"},
+                         {"PATH", "LANG", "HOME", "LOGNAME", "USER"})
+        self.assertEqual({line.split()[1] for line in signals.read_text().splitlines()}, {"0" * 16})
+
+    def test_a_script_cannot_say_what_programs_rely_on(self):
+        said = ["failed: two.example", "two.example/app: files, fragment and record are as before"]
+        script = "".join(f"echo '{line}' >&2\n" for line in said)
+        outcome = self.present(self.package("lying", TWO, script))
+        self.assertEqual((outcome.status, outcome.error.splitlines()), (0, [f"| {line}" for line in said]))
+
+    def left_behind(self):
+        """Processes that scripts of these tests have noted."""
+        noted = self.marks / "left"
+        return [int(pid) for pid in noted.read_text().split()] if noted.exists() else []
+
+    def test_what_a_script_leaves_running_is_not_waited_for(self):
+        note = f"echo $! >>{self.marks}/left"
+        rows = [  # name, script, and its failure
+            ("a child", f"sleep 1000 & {note}", ""),
+            ("a daemon", f"setsid sh -c 'sleep 1000; :' & {note}", ""),
+            ("a daemon that writes",
+             f"setsid sh -c 'trap \"\" PIPE; while :; do echo x; sleep 0.01; done' & {note}", ""),
+            ("new files", f"(i=0; while :; do : >{self.app}/$i; i=$((i + 1)); done) & {note}", ""),
+            ("a daemon of a failure", f"setsid sh -c 'sleep 1000; :' & {note}; exit 3", "exit status 3"),
+            ("descendants without end", f"sh -c 'while :; do setsid sleep 1000 & sleep 0.01; done' & {note}; exit 3",
+             "exit status 3"),
+            ("output without end", "yes", "no end within 3 s"),
+        ]
+        self.settings(TIME_LIMIT=3)
+        for name, script, cause in rows:
+            with self.subTest(name):
+                (self.marks / "left").unlink(missing_ok=True)
+                outcome = self.present(self.package(f"leaving {name}", TWO, script))
+                self.assertLess(len(outcome.error), 3 << 20)
+                if cause:
+                    self.fails(outcome, f"script upgrade: {cause}", is_taken_back=True)
+                    self.assertTrue(are_gone(self.left_behind()))
+                else:
+                    self.changes(outcome)
+                    self.stays(self.neighbour())
+                    self.assertFalse(are_gone(self.left_behind()))
+                    self.call("verify")
+                    self.changes(self.present(self.one))
+                for pid in self.left_behind():
+                    if not are_gone([pid]):
+                        os.kill(pid, signal.SIGKILL)
+                subprocess.run(["find", self.app, "-name", "[0-9]*", "-delete"], check=True)
+
+
+if __name__ == "__main__":
+    main()
