@@ -28,6 +28,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+Journal journalOfRemoval(const Places& places, const Record& record, std::vector<Step> steps) {
+    return {.id = {},
+            .doing = Doing::Farewell,
+            .account = record.account,
+            .uid = record.uid,
+            .documentRoot = record.documentRoot,
+            .store = places.store,
+            .fragment = {},
+            .steps = std::move(steps)};
+}
+
 /// The steps of a removal, on the disk before the script is asked: whatever comes then, the next call finishes it.
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
@@ -55,18 +66,7 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
             }
         }));
     });
-    PendingCall call{options,
-                     application,
-                     places,
-                     lock,
-                     {.id = {},
-                      .doing = Doing::Farewell,
-                      .account = account.name,
-                      .uid = account.uid,
-                      .documentRoot = record.documentRoot,
-                      .store = places.store,
-                      .fragment = {},
-                      .steps = std::move(planned.steps)}};
+    PendingCall call{options, application, places, lock, journalOfRemoval(places, record, std::move(planned.steps))};
     inStep("journal", [&] {
         syncHosts(store.get()); // a journal without its store could not be finished
         writeDurably(places.journal, textOf(call.journal));
@@ -92,14 +92,32 @@ std::string whatHasGone(const Places& places, const Record& record) {
 }
 
 /// Removes what root has of an application, and leaves its files.
-void forget(const CallOptions& options, const Places& places) {
+/// \param why nobody can remove those.
+void forget(const CallOptions& options, const Application& application, const Places& places, const std::string& why) {
+    say(application.title() + ": " + why + "; only fragment and record are removed");
     const std::optional<std::string> journal = readIfThere(places.journal);
     if (journal && !isMissing(places.store))
         (void)emptyStore(places.store, journalOf(*journal, places.journal).steps, Ending::TakenBack);
     removeFragment(options.settings, places);
     for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
         removeDurably(file);
-    (void)rmdir(places.state.c_str());
+    (void)rmdir(places.state.c_str()); // also where files are kept: it is forgotten, so `list` does not show it
+}
+
+/// Removes all of an application, its files as its account.
+/// \throw Refused; std::exception
+void removeInstallation(const CallOptions& options, const Application& application, const Places& places,
+                        const Record& record, int lock) {
+    PendingCall call = beginRemoval(options, application, places, record, lock);
+    try {
+        askForFarewell(call);
+    } catch (const std::exception& failure) {
+        endFarewell(call);
+        throw Refused(failure.what());
+    }
+    // There is no way back any more: the script has removed what it had made.
+    noteFarewell(call);
+    inStep("files", [&] { finishRemoval(call); });
 }
 
 /// \return false when there was nothing to do.
@@ -113,24 +131,16 @@ bool remove(const CallOptions& options, const Application& application) {
     const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
     const std::string gone = record && options.withoutScript ? whatHasGone(places, *record) : "";
     if (!gone.empty()) {
-        say(application.title() + ": " + gone + "; only fragment and record are removed");
-        forget(options, places);
+        forget(options, application, places, gone);
         return true;
     }
     const Left left = inStep("recovery", [&] { return settle(options, application, places, lock.descriptor()); });
-    if (!record || left == Left::Removed)
-        return left == Left::Removed;
+    if (left == Left::Removed)
+        return true;
+    if (!record)
+        return false;
     requireHost(places);
-    PendingCall call = beginRemoval(options, application, places, *record, lock.descriptor());
-    try {
-        askForFarewell(call);
-    } catch (const std::exception& failure) {
-        endFarewell(call);
-        throw Refused(failure.what());
-    }
-    // There is no way back any more: the script has removed what it had made.
-    noteFarewell(call);
-    inStep("files", [&] { finishRemoval(call); });
+    removeInstallation(options, application, places, *record, lock.descriptor());
     return true;
 }
 

@@ -97,6 +97,7 @@ std::string textOf(const Journal& journal) {
         .word(journal.newFragment)
         .word(journal.isFragmentEdited ? editedWord : ownWord)
         .number(static_cast<std::int64_t>(journal.fragment.size()))
+        .number(static_cast<std::int64_t>(journal.steps.size()))
         .path(journal.account);
     LineWriter(text).path(journal.documentRoot);
     LineWriter(text).path(journal.store);
@@ -116,11 +117,14 @@ Journal journalOf(const std::string& text, const std::string& file) {
         journal.newFragment = line.word();
         journal.isFragmentEdited = line.word() == editedWord;
         const auto size = line.number<std::size_t>();
+        const auto count = line.number<std::size_t>();
         journal.account = line.path();
         journal.documentRoot = LineReader(takeLine(rest)).path();
         journal.store = LineReader(takeLine(rest)).path();
         journal.fragment = rest.substr(0, size);
         journal.steps = stepsOf(rest.substr(std::min(size, rest.size())));
+        if (journal.steps.size() != count) // the files of those that are missing would count as nobody's
+            throw std::runtime_error("it has not all its steps");
         return journal;
     } catch (const std::exception& failure) {
         throw std::runtime_error(file + " is no journal: " + failure.what());

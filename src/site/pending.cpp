@@ -18,12 +18,17 @@
 
 #include <algorithm>
 #include <functional>
-#include <stdexcept>
 #include <unistd.h>
 
 namespace site {
 
 namespace {
+
+/// True where the call has written its record, behind which it is final.
+bool isRecorded(const PendingCall& call) {
+    const std::optional<Record> record = readRecord(call.places.record);
+    return record && record->journal == call.journal.id;
+}
 
 Account accountOf(const Journal& journal) {
     return site::accountOf(journal.account, journal.uid);
@@ -183,8 +188,7 @@ Left settle(const CallOptions& options, const Application& application, const Pl
         finishRemoval(call);
         return Left::Removed;
     }
-    const std::optional<Record> record = readRecord(places.record);
-    if (record && record->journal == call.journal.id) {
+    if (isRecorded(call)) {
         clearUp(call);
         return Left::ClearedUp;
     }
@@ -198,8 +202,7 @@ void settleFragment(const CallOptions& options, const Application& application, 
     if (!text)
         return;
     const PendingCall call{options, application, places, lock, journalOf(*text, places.journal)};
-    const std::optional<Record> record = readRecord(places.record);
-    if (call.journal.doing == Doing::Presence && !(record && record->journal == call.journal.id))
+    if (call.journal.doing == Doing::Presence && !isRecorded(call))
         putFragmentBack(call);
 }
 
@@ -208,8 +211,10 @@ bool hasJournal(const Places& places) {
 }
 
 void removeState(const Places& places) {
-    if (keptFiles(places.store).empty())   // by which `list` still knows it
-        (void)rmdir(places.state.c_str()); // stays where it has the site's secrets
+    // Kept files make `list` show the application, so its directory stays.  It stays with the site's secrets in it,
+    // too: then rmdir fails.
+    if (keptFiles(places.store).empty())
+        (void)rmdir(places.state.c_str());
 }
 
 } // namespace site

@@ -43,8 +43,8 @@ void finishRemoval(const PendingCall& call);
 /// What was left by a call that was cut off.
 enum class Left { Nothing, TakenBack, ClearedUp, Removed };
 
-/// Ends what a cut-off call has left, if anything, and says what it takes back or removes.
-/// \throw std::exception when it cannot be ended.
+/// Ends what a cut-off call has left, if anything.  Says so where it takes the call back or goes on with a removal;
+/// where only clearing up was left, there is nothing to say. \throw std::exception when it cannot be ended.
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock);
 
 /// Of all that a cut-off call has left, puts only the fragment back.  Runs nothing in the account's name, so it takes

@@ -19,7 +19,7 @@ using Work = std::function<void(const Application&, const Places&, int lock)>;
 
 /// Does something for each application of a host, unless a call is at work there: that ends by itself.
 /// \return false when it failed for one.
-bool forEachOf(const std::string& host, const CallOptions& options, const Work& work) {
+bool forEachOnHost(const std::string& host, const CallOptions& options, const Work& work) {
     bool isGood = true;
     for (const Application& application : applicationsOf(options.settings, host)) {
         throwIfInterrupted();
@@ -38,17 +38,18 @@ bool forEachOf(const std::string& host, const CallOptions& options, const Work& 
     return isGood;
 }
 
-bool forEachFree(const CallOptions& options, const Work& work) {
+/// The same on every host.
+bool forEachApplication(const CallOptions& options, const Work& work) {
     bool isGood = true;
     for (const std::string& host : hostsOf(options.settings))
-        isGood = forEachOf(host, options, work) && isGood;
+        isGood = forEachOnHost(host, options, work) && isGood;
     return isGood;
 }
 
 } // namespace
 
 bool recover(const CallOptions& options) {
-    return forEachFree(options, [&](const Application& application, const Places& places, int lock) {
+    return forEachApplication(options, [&](const Application& application, const Places& places, int lock) {
         (void)settle(options, application, places, lock);
         if (isMissing(places.record))
             removeState(places);
@@ -56,7 +57,7 @@ bool recover(const CallOptions& options) {
 }
 
 void recoverFragments(const CallOptions& options) {
-    (void)forEachFree(options, [&](const Application& application, const Places& places, int lock) {
+    (void)forEachApplication(options, [&](const Application& application, const Places& places, int lock) {
         settleFragment(options, application, places, lock);
     });
 }

@@ -30,6 +30,7 @@ void sayProgress(const Application& application, const std::string& step) {
 void logAct(const Application& application, const std::string& what) {
     nimbo_log_init(nullptr, LOG_INFO, LOG_DAEMON, 0, "larkspur-site");
     nimbo_log(LOG_INFO, "%s: %s", escaped(application.title()).c_str(), escaped(what).c_str());
+    // What other rooms log in this process is for the person who has called it.
     nimbo_log_init("console", LOG_INFO, LOG_DAEMON, 0, nullptr);
 }
 

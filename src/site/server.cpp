@@ -39,7 +39,7 @@ void runCommand(const Settings& settings, const std::string& name, const std::st
 }
 
 /// What the server says against its configuration; nothing when it takes it.
-std::optional<std::string> refusal(const Settings& settings) {
+std::optional<std::string> refusalOf(const Settings& settings) {
     try {
         runCommand(settings, "CONFIGTEST", settings.configTest);
         return std::nullopt;
@@ -69,7 +69,7 @@ std::optional<std::string> tryFragments(const Settings& settings, const std::vec
         for (const FragmentChange& change : changes)
             (void)placeFragment(change.places, change.text);
         cutPoint("fragment");
-        std::optional<std::string> why = refusal(settings);
+        std::optional<std::string> why = refusalOf(settings);
         if (why)
             putBack(changes);
         return why;
@@ -86,13 +86,20 @@ std::shared_ptr<FileLock> lockServer(const Settings& settings) {
     std::shared_ptr<FileLock> lock = held.lock();
     if (lock == nullptr) {
         makeDirectories(settings.state);
-        // Whoever has it runs a few commands, each with this limit.
+        // Whoever has it runs CONFIGTEST four times at most (placeChecked), or CONFIGTEST and RELOAD, each with this
+        // limit.  Twice that is for another one that waits, too, and comes first.
         const std::chrono::seconds wait = 8 * settings.timeLimit;
         const auto tell = [] { say("waits for another call's check of the server"); };
         lock = std::make_shared<FileLock>(FileLock::take(settings.state + "/server.lock", wait, tell));
         held = lock;
     }
     return lock;
+}
+
+void removeFragment(const Settings& settings, const Places& places) {
+    const auto lock = lockServer(settings);
+    (void)placeFragment(places, "");
+    noteReload(settings);
 }
 
 bool placeFragment(const Places& places, const std::string& text) {
@@ -118,10 +125,10 @@ void placeChecked(const Settings& settings, const std::vector<FragmentChange>& c
     std::optional<std::string> why = tryFragments(settings, changes);
     if (!why)
         return;
-    if (refusal(settings)) {
+    if (refusalOf(settings)) {
         // It may be the fragment of a call that was cut off during its check.
         putOthersBack();
-        if (const auto still = refusal(settings))
+        if (const auto still = refusalOf(settings))
             throw BrokenBefore("the server's configuration was broken before this call: " + *still);
         why = tryFragments(settings, changes);
     }
@@ -147,12 +154,6 @@ bool reloadIfDue(const Settings& settings) {
     runCommand(settings, "RELOAD", settings.reload);
     removeDurably(running);
     return true;
-}
-
-void removeFragment(const Settings& settings, const Places& places) {
-    const auto lock = lockServer(settings);
-    (void)placeFragment(places, "");
-    noteReload(settings);
 }
 
 } // namespace site

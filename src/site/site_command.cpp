@@ -107,7 +107,7 @@ Inventory inventoryFor(const Request& request, const Words& words) {
     const Application application = orMisuse([&] { return applicationOf(words[0], words[1]); });
     std::erase_if(inventory.installations,
                   [&](const Installation& one) { return one.application.name != application.name; });
-    if (inventory.installations.empty())
+    if (inventory.installations.empty() && inventory.isWhole) // else it has been told why one is missing
         throw std::runtime_error("there is no " + application.title());
     return inventory;
 }
@@ -120,6 +120,8 @@ int runList(const Request& request, const Words& words) {
 
 int runStatus(const Request& request, const Words& words) {
     const Inventory inventory = inventoryFor(request, words);
+    if (inventory.installations.empty())
+        return exitFailed;
     print(request.wantsJson ? jsonOf(inventory.installations) : site::statusOf(inventory.installations.front()));
     return exitDone;
 }

@@ -144,10 +144,12 @@ TEST(Lists, WhatWasWrittenIsRead) {
 TEST(Lists, WhatIsCutOffOrOfSomebodyElseIsRefused) {
     const std::string line = textOf(InstalledFiles{{.path = "a b", .mode = 0644, .size = 1}});
     for (std::size_t length = 1; length < line.size(); ++length)
-        EXPECT_NE(failureOf([&] { installedFilesOf(line.substr(0, length), "files"); }), "none") << length;
-    const std::string step = textOf(std::vector{stepAt("a b")});
-    for (std::size_t length = 1; length < step.size(); ++length)
-        EXPECT_NE(failureOf([&] { stepsOf(step.substr(0, length)); }), "none") << length;
+        EXPECT_THROW(installedFilesOf(line.substr(0, length), "files"), std::runtime_error) << length;
+    Journal doing{.id = "1", .account = "a", .documentRoot = "/d", .store = "/s", .fragment = "text\n", .steps = {}};
+    doing.steps = {stepAt("a b"), stepAt("c")};
+    const std::string journal = textOf(doing);
+    for (std::size_t length = 0; length < journal.size(); ++length)
+        EXPECT_THROW(journalOf(journal.substr(0, length), "journal"), std::runtime_error) << length;
     EXPECT_EQ(failureOf([] { installedFilesOf("file x 1 2 3 a\n", "files"); }),
               "files is no list of files: no number: x");
     EXPECT_EQ(failureOf([] { journalOf("", "journal"); }), "journal is no journal: a line without its end");
