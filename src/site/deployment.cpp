@@ -1,6 +1,7 @@
 #include "site/deployment.h"
 
 #include "runtime/errors.h"
+#include "site/carrying_out.h"
 #include "site/cut_point.h"
 #include "site/durable_files.h"
 #include "site/fingerprint.h"
@@ -15,9 +16,8 @@
 #include "site/site_tree.h"
 #include "site/staging.h"
 #include "site/store.h"
-#include "site/swap.h"
+#include "site/text_lines.h"
 
-#include <sstream>
 #include <string_view>
 #include <unistd.h>
 #include <unordered_map>
@@ -165,7 +165,7 @@ void Deployment::exchangeFiles() {
             SiteTree tree(options_.settings.vhosts, places_.documentRoot);
             std::string text;
             for (const MadeDirectory& made : carryOut(tree, store_.get(), journal_.steps))
-                text += std::to_string(made.mode) + ' ' + std::to_string(made.opened) + ' ';
+                LineWriter(text).number(made.mode).number(made.opened).path(made.path);
             return text;
         });
     });
@@ -173,7 +173,7 @@ void Deployment::exchangeFiles() {
 }
 
 /// Completes the list of files.
-/// \param directories mode and opened bits of those that were made, in the order of their steps.
+/// \param directories lines with mode, opened bits and path of those that were made.
 void Deployment::noteDirectories(const std::string& directories) {
     if (directories.empty())
         return;
@@ -181,12 +181,13 @@ void Deployment::noteDirectories(const std::string& directories) {
     std::unordered_map<std::string_view, InstalledEntry*> entries;
     for (InstalledEntry& entry : files)
         entries.emplace(entry.path, &entry);
-    std::istringstream made(directories);
-    for (const Step& step : journal_.steps) {
-        if (step.kind != StepKind::MakeDirectory)
-            continue;
-        InstalledEntry& entry = *entries.at(step.path);
-        made >> entry.mode >> entry.opened;
+    for (std::string_view rest = directories; !rest.empty();) {
+        LineReader line(takeLine(rest));
+        const auto mode = line.number<mode_t>();
+        const auto opened = line.number<mode_t>();
+        InstalledEntry& entry = *entries.at(line.path());
+        entry.mode = mode;
+        entry.opened = opened;
     }
     files_ = textOf(files);
 }

@@ -14,6 +14,7 @@
 #include "site/report.h"
 #include "site/site_tree.h"
 #include "site/store.h"
+#include "site/text_lines.h"
 
 namespace site {
 
@@ -44,11 +45,9 @@ std::string differenceAt(SiteTree& tree, const InstalledEntry& wanted, uid_t own
 std::vector<Difference> differencesOf(std::string_view text) {
     std::vector<Difference> differences;
     while (!text.empty()) {
-        const auto blank = text.find(' ');
-        const auto end = text.find('\0');
-        differences.push_back(
-            {std::string(text.substr(0, blank)), std::string(text.substr(blank + 1, end - blank - 1))});
-        text.remove_prefix(end + 1);
+        LineReader line(takeLine(text));
+        const std::string what = line.word();
+        differences.push_back({what, line.path()});
     }
     return differences;
 }
@@ -109,7 +108,7 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
             for (const InstalledEntry& entry : files) {
                 const std::string what = differenceAt(tree, entry, account.uid);
                 if (!what.empty())
-                    text.append(what).append(" ").append(entry.path).append(1, '\0');
+                    LineWriter(text).word(what).path(entry.path);
             }
             return text;
         });

@@ -1,6 +1,7 @@
 #include "site/pending.h"
 
 #include "site/account.h"
+#include "site/carrying_out.h"
 #include "site/cut_point.h"
 #include "site/durable_files.h"
 #include "site/fingerprint.h"
@@ -14,7 +15,7 @@
 #include "site/server.h"
 #include "site/site_tree.h"
 #include "site/store.h"
-#include "site/swap.h"
+#include "site/taking_back.h"
 
 #include <algorithm>
 #include <functional>
