@@ -59,8 +59,14 @@ _larkspur_site() {
     _larkspur_read_line || return
     _larkspur_find_option "${options[@]}"
     case $option in
-        --settings | --list) _larkspur_offer_paths files "$start"; return ;;
-        --language) _larkspur_offer "$start"{php,perl,binary,zt-engine-nimborun}; return ;;
+        --settings | --list)
+            _larkspur_offer_paths files "$start"
+            return
+            ;;
+        --language)
+            _larkspur_offer "$start"{php,perl,binary,zt-engine-nimborun}
+            return
+            ;;
         --ignore | --script | --wait) return ;;
     esac
     _larkspur_find_given --settings

@@ -8,7 +8,7 @@
 #   typed   what readline has to be given of that beginning all the same: somebody's home directory
 # Fails where a quote begins with "$".
 _larkspur_read_words() {
-    local line=$1 word="" begin="" opened=0 i char home
+    local line=$1 word="" begin="" opened=0 i char
     words=()
     quote=""
     stays=0
@@ -28,13 +28,17 @@ _larkspur_read_words() {
             begin=$i
         fi
         if [[ $char == "$quote" ]]; then
+            # The open quote ends.
             quote=""
         elif [[ -z $quote && $char == [\"\'] ]]; then
+            # A quote begins.
             quote=$char
             opened=${#word}
         elif [[ -z $quote && $char == \$ && ${line:i+1:1} == [\"\'] ]]; then
+            # $'...' or $"..."
             return 1
         elif [[ $quote != \' && $char == \\ ]]; then
+            # A backslash: in double quotes it stands for itself before all but four characters.
             ((++i))
             char=${line:i:1}
             if [[ -n $quote && $char != [\"\\\$\`] ]]; then
@@ -42,6 +46,7 @@ _larkspur_read_words() {
             fi
             word+=$char
         else
+            # A character that stands for itself, behind which readline may begin a word of its own.
             word+=$char
             if [[ -z $quote && $COMP_WORDBREAKS == *"$char"* ]]; then
                 stays=${#word}
@@ -52,11 +57,18 @@ _larkspur_read_words() {
         stays=$opened
     fi
     words+=("$word")
+    if [[ -n $begin ]]; then
+        _larkspur_expand_home "${line:begin}"
+    fi
+}
 
-    if [[ -n $begin && ${line:begin} =~ ^(~[[:alnum:]_.-]*)/ ]]; then
+# Puts the home directory into the last word, which is given as it is typed, in place of "~" or "~somebody".
+_larkspur_expand_home() {
+    local home
+    if [[ $1 =~ ^(~[[:alnum:]_.-]*)/ ]]; then
         typed=${BASH_REMATCH[1]}
         eval "home=$typed"
-        words[-1]=$home${word#"$typed"}
+        words[-1]=$home${words[-1]#"$typed"}
         if ((stays > 0)); then
             ((stays += ${#home} - ${#typed}))
             typed=""
