@@ -5,7 +5,9 @@ import json
 import os
 import signal
 
-from support import SiteTest, are_gone, differences, kill_tree, main, mappings
+from calls import are_gone, kill_tree
+from support import SiteTest, main, mappings
+from trees import differences
 
 
 class AloneTest(SiteTest):
@@ -17,25 +19,28 @@ class AloneTest(SiteTest):
                                     mappings=mappings("no-such-directive"))
         self.failing = self.package("failing", {"htdocs/index": "two"}, "exit 3", mappings=mappings("failing"))
 
+        self.accounts = {}  # of the hosts that a test has made
+
     def hosts(self, number):
         names = [f"host{at}.example" for at in range(number)]
         for at, name in enumerate(names):
-            self.host(name, "sitea" if at % 2 == 0 else "siteb")
+            self.accounts[name] = "sitea" if at % 2 == 0 else "siteb"
+            self.host(name, self.accounts[name])
         return names
 
-    @staticmethod
-    def account(host):
-        return "sitea" if int(host[4:-8]) % 2 == 0 else "siteb"
-
     def words_for(self, host, package):
-        return self.words(package, host=host, account=self.account(host))
+        return self.words(package, host=host, account=self.accounts[host])
 
     def listed(self, *wishes):
         """A list of (host, package)."""
         file = self.base / "list"
-        file.write_text("".join(json.dumps([str(package), host, self.account(host), "app"]) + "\n"
+        file.write_text("".join(json.dumps([str(package), host, self.accounts[host], "app"]) + "\n"
                                 for host, package in wishes))
         return self.call("--language=binary", f"--list={file}", "present")
+
+    def changes_all(self, outcome, hosts):
+        changed = "".join(f"changed {host}/app\n" for host in hosts)
+        self.assertEqual((outcome.status, outcome.output), (0, changed), outcome.error)
 
     def index(self, host):
         return (self.vhosts / host / "httpdocs/app/index").read_text()
@@ -62,10 +67,6 @@ class AloneTest(SiteTest):
             self.assertEqual(differences(release, self.release(host)), [])
         self.assertEqual([self.index(host) for host in hosts], ["one", "one", "one", "two", "one", "two"])
         self.the_server_has_all_fragments()
-
-    def changes_all(self, outcome, hosts):
-        self.assertEqual((outcome.status, outcome.output), (0, "".join(f"changed {host}/app\n" for host in hosts)),
-                         outcome.error)
 
     def test_fifty_calls_at_once_over_ten_sites(self):
         hosts = self.hosts(10)

@@ -1,15 +1,12 @@
 #!/usr/bin/python3
 """Each step of each act is ended by SIGKILL; then the same call, another call, or recover leaves one release."""
 
-from support import SiteTest, differences, kill_child, kill_leader, kill_tree, main
+from calls import kill_child, kill_leader, kill_tree
+from support import SiteTest, main, mappings
+from trees import differences
 
 HANDLER = "<php:handler><php:extension>php</php:extension></php:handler>"
 ENDS = [("the whole tree", kill_tree), ("the leader", kill_leader), ("the child", kill_child)]
-
-
-def mappings(target):
-    return (f"<mapping url='/' path='htdocs'>{HANDLER}</mapping>"
-            f"<mapping url='r' virtual='redirect' href='http://{target}'/>")
 
 
 class CutOffTest(SiteTest):
@@ -19,9 +16,9 @@ class CutOffTest(SiteTest):
         super().setUp()
         both = {"htdocs/same": "same", "htdocs/sub/page": ""}
         self.one = self.package("one", both | {"htdocs/index": "one", "htdocs/old/page": "one"},
-                                mappings=mappings("one"))
+                                mappings=mappings("one", HANDLER))
         self.two = self.package("two", both | {"htdocs/index": "two", "htdocs/new/page": "two"},
-                                mappings=mappings("two"))
+                                mappings=mappings("two", HANDLER))
         self.acts = {"install": self.words(self.one), "upgrade": self.words(self.two),
                      "remove": ["absent", "one.example", "app"], "recover": ["recover"]}
         self.releases = {"nothing": self.release()}
@@ -36,12 +33,6 @@ class CutOffTest(SiteTest):
         """Whatever is there, the release is installed by calls that nobody cuts."""
         outcome = self.absent() if release == "nothing" else self.present(self.one if release == "one" else self.two)
         self.assertEqual(outcome.status, 0, outcome.error)
-
-    def be(self, *releases):
-        """The site is one of the releases, in every respect."""
-        now = self.release()
-        differing = {release: differences(self.releases[release], now) for release in releases}
-        self.assertIn([], differing.values(), differing)
 
     def reloaded(self):
         """After the next reload the server has read what there is."""
@@ -89,7 +80,7 @@ class CutOffTest(SiteTest):
                             self.looks()
                         outcome = self.call(*self.acts[following])
                         self.assertEqual(outcome.status, 0, outcome.error)
-                        self.be(*results)
+                        self.is_one_of({name: self.releases[name] for name in results})
                         self.reloaded()
 
     def looks(self):
@@ -103,23 +94,27 @@ class CutOffTest(SiteTest):
         kill_tree(call)
 
     def test_every_moment_of_every_way_back_and_clearing_up(self):
-        rows = [("one", "upgrade", ("script", 1)), ("one", "upgrade", ("record", 1)), ("one", "remove", ("journal", 1))]
-        for release, act, first in rows:
+        rows = [  # what is there, what is cut off and where, and what recover alone makes of it
+            ("one", "upgrade", ("script", 1), "one"),
+            ("one", "upgrade", ("record", 1), "two"),
+            ("one", "remove", ("journal", 1), "nothing"),
+        ]
+        for release, act, first, recovered in rows:
+            results = {"recover": recovered, "upgrade": "two", "remove": "nothing"}
             self.begin(release)
             self.cut(self.reload_and_kill, first, self.acts[act])
             moments = self.moments("recover")
             self.assertGreater(len(moments), 2)
-            self.be("one", "two", "nothing")
+            self.is_one_of(self.releases)
             for moment in moments:
-                for following in ("recover", "upgrade", "remove"):
+                for following, result in results.items():
                     with self.subTest(f"{act}, cut off at {first}, then at {moment}, then {following}"):
                         self.begin(release)
                         self.cut(self.reload_and_kill, first, self.acts[act])
                         self.cut(kill_tree, moment, ["recover"])
                         outcome = self.call(*self.acts[following])
                         self.assertEqual(outcome.status, 0, outcome.error)
-                        self.be({"upgrade": "two", "remove": "nothing"}.get(
-                            following, {"script": "one", "record": "two", "journal": "nothing"}[first[0]]))
+                        self.assertEqual(differences(self.releases[result], self.release()), [])
                         self.reloaded()
 
     def test_a_reload_in_the_middle_and_a_cut_reload_are_done_again(self):

@@ -30,8 +30,8 @@ class Disk:
         subprocess.run(["umount", self.directory], check=True)
 
     def copy(self, copy):
-        """What the disk has, if the power is cut now: also what others have it write before that, which is what
-        their fsync needs and no more."""
+        """What the disk has if the power is cut now.  Others' fsync has it write before that what this needs; so what
+        larkspur-site does not have written itself may be there in part, and in any order."""
         fd = os.open(self.directory / "another-file", os.O_WRONLY)
         os.write(fd, b".")
         os.fsync(fd)
@@ -99,4 +99,6 @@ class DiskTest(SiteTest):
         """The first and the last arrival at each."""
         moments = self.moments(*words)
         self.changes(self.present(self.one))
-        return sorted(dict(reversed(moments)).items() | dict(moments).items(), key=moments.index) + ["script"]
+        first = dict(reversed(moments))
+        last = dict(moments)
+        return sorted(first.items() | last.items(), key=moments.index) + ["script"]

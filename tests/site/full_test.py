@@ -1,24 +1,35 @@
 #!/usr/bin/python3
 """A disk that becomes full at any moment: a call does all or nothing, and the next one needs no hand."""
 
+from typing import NamedTuple
+
 from disks import DiskTest
-from support import differences, main
+from support import main
+from trees import differences
+
+
+class Act(NamedTuple):
+    words: list
+    done: dict    # the release that there is after it
+    failed: dict  # the releases that there may be when it has failed
 
 
 class FullTest(DiskTest):
     def full(self, fill, disk):
         """Fills a disk at each moment.  A call that ends well has done all; the next one is made when there is room."""
-        failures = self.full_during(self.words(self.two), self.is_two, [self.is_one], fill, disk)
+        upgrade = Act(self.words(self.two), done=self.is_two, failed={"one": self.is_one})
+        failures = self.full_during(upgrade, fill, disk)
         self.assertGreater(failures, 0)
         # A removal whose script has ended has no way back, and needs so little that it may succeed at each moment.
-        removal = ["absent", "one.example", "app"]
-        self.full_during(removal, self.is_none, [self.is_one, self.is_none], fill, disk)
+        removal = Act(["absent", "one.example", "app"], done=self.is_none,
+                      failed={"one": self.is_one, "none": self.is_none})
+        self.full_during(removal, fill, disk)
 
-    def full_during(self, words, done, failed, fill, disk):
+    def full_during(self, act, fill, disk):
         failures = 0
-        for moment in self.all_moments(words):
-            with self.subTest(f"{moment} of {words}"):
-                call = self.start(*words, moment=moment)
+        for moment in self.all_moments(act.words):
+            with self.subTest(f"{moment} of {act.words}"):
+                call = self.start(*act.words, moment=moment)
                 self.assertTrue(call.hold())
                 fill()
                 call.go_on()
@@ -29,11 +40,9 @@ class FullTest(DiskTest):
                     self.assertEqual(differences(self.is_one, self.release()), [])
                 disk.make_room()
                 self.assertEqual(self.call("recover").status, 0)
-                now = self.release()
-                wanted = [done] if outcome.status == 0 else failed
-                self.assertIn([], [differences(release, now) for release in wanted])
-                self.assertEqual(self.call(*words).status, 0)
-                self.assertEqual(differences(done, self.release()), [])
+                self.is_one_of({"done": act.done} if outcome.status == 0 else act.failed)
+                self.assertEqual(self.call(*act.words).status, 0)
+                self.assertEqual(differences(act.done, self.release()), [])
                 self.changes(self.present(self.one))
                 failures += outcome.status
         return failures

@@ -13,7 +13,9 @@ import subprocess
 import time
 from typing import Callable, NamedTuple
 
-from support import CUT, SiteTest, all_facts, as_account, differences, facts, main, until
+from calls import CUT, as_account, until
+from support import SiteTest, main
+from trees import all_facts, differences, facts
 
 LIBC = ctypes.CDLL(None)
 AT_FDCWD, RENAME_EXCHANGE = -100, 2

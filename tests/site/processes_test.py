@@ -13,7 +13,9 @@ import subprocess
 import termios
 from typing import Callable, NamedTuple
 
-from support import SiteTest, are_gone, as_account, children, differences, main
+from calls import are_gone, as_account, children
+from support import SiteTest, main
+from trees import differences
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 PTRACE_ATTACH = 16

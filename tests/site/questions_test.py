@@ -1,25 +1,31 @@
 #!/usr/bin/python3
-"""What larkspur-site is asked: list, status, verify and a dry run, and what --repair and --without-script are for.
-Nothing of it changes a site but what is asked to."""
+"""What larkspur-site is asked: list, status, verify and a dry run, and what --repair mends.  No question changes a
+site."""
 
 import json
 import os
 import pathlib
 import re
-import shutil
 from typing import Callable, NamedTuple
 
-from support import SiteTest, all_facts, differences, kill_tree, main, mappings
+from calls import kill_tree
+from support import SiteTest, main, mappings
+from trees import all_facts, differences
 
 ONE = {"htdocs/index": "one", "htdocs/sub/page": "same", "htdocs/old": "old"}
 TWO = {"htdocs/index": "two", "htdocs/sub/page": "same", "htdocs/new/page": "new"}
 TIME = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ"
 
 
+def no_change(_):
+    pass
+
+
 class Change(NamedTuple):
     name: str
     make: Callable  # changes the test's site
     told: str       # by verify
+    mend: Callable = no_change  # what the repair cannot do
 
 
 def rewrite(path, text):
@@ -29,18 +35,35 @@ def rewrite(path, text):
     os.utime(path, ns=(status.st_atime_ns, status.st_mtime_ns))
 
 
+def take_directory(test):
+    (test.app / "sub/page").unlink()
+    (test.app / "sub").rmdir()
+
+
+def put_link(test):
+    (test.app / "index").unlink()
+    (test.app / "index").symlink_to("old")
+
+
+def close_directory(test):
+    os.chown(test.app / "sub", 0, 0)
+    (test.app / "sub").chmod(0o700)
+
+
+def open_directory(test):
+    os.chown(test.app / "sub", 20001, -1)
+    (test.app / "sub").chmod(0o755)
+
+
 CHANGES = [
     Change("a file is gone", lambda test: (test.app / "index").unlink(), "missing: app/index"),
-    Change("a directory is gone", lambda test: ((test.app / "sub/page").unlink(), (test.app / "sub").rmdir()),
-           "missing: app/sub"),
+    Change("a directory is gone", take_directory, "missing: app/sub"),
     Change("a file is edited", lambda test: (test.app / "index").write_text("mine"), "edited: app/index"),
-    Change("a file is a link", lambda test: ((test.app / "index").unlink(), (test.app / "index").symlink_to("old")),
-           "edited: app/index"),
+    Change("a file is a link", put_link, "edited: app/index"),
     Change("a file has another mode", lambda test: (test.app / "index").chmod(0o600), "mode: app/index"),
     Change("a directory has another mode", lambda test: (test.app / "sub").chmod(0o700), "mode: app/sub"),
     Change("a file has another owner", lambda test: os.chown(test.app / "index", 20002, -1), "owner: app/index"),
-    Change("a directory is closed", lambda test: (os.chown(test.app / "sub", 0, 0), (test.app / "sub").chmod(0o700)),
-           "unreadable: app/sub/page"),
+    Change("a directory is closed", close_directory, "unreadable: app/sub/page", mend=open_directory),
     Change("the fragment is gone", lambda test: test.places()[2].unlink(), "fragment-missing: FRAGMENT"),
     Change("the fragment is edited", lambda test: test.places()[2].write_text("# mine\n"), "fragment-edited: FRAGMENT"),
 ]
@@ -52,14 +75,6 @@ class QuestionsTest(SiteTest):
         self.one = self.package("one", ONE, mappings=mappings("one"))
         self.two = self.package("two", TWO, mappings=mappings("two"))
         self.changes(self.present(self.one, "a title", "two\nlines"))
-
-    def asked(self, *words, status=0):
-        outcome = self.call(*words)
-        self.assertEqual((outcome.status, outcome.error), (status, ""))
-        return outcome.output
-
-    def applications(self, *words, status=0):
-        return json.loads(self.asked("--json", *words, status=status))["applications"]
 
     def test_what_is_installed_is_listed_and_told(self):
         self.host("two.example", "siteb")
@@ -144,9 +159,7 @@ state:         whole
                 what, path = told.split(": ")
                 (found,) = self.applications("verify", "one.example", "app", status=10)
                 self.assertIn({"what": what, "path": path}, found["differences"])
-                if change.name == "a directory is closed":
-                    os.chown(self.app / "sub", 20001, -1)
-                    (self.app / "sub").chmod(0o755)
+                change.mend(self)
                 outcome = self.present(self.one, "a title", "two\nlines", options=["--repair"])
                 self.assertEqual((outcome.status, outcome.output), (0, "changed\n"), outcome.error)
                 self.assertEqual(self.asked("verify"), "")
@@ -181,96 +194,6 @@ state:         whole
         self.changes(self.call("present", self.two, "one.example", "sitea", "app"))
         self.stays(self.call("present", self.two, "one.example", "sitea", "app"))
         self.assertEqual((self.marks / "other").read_text(), "upgrade\nupgrade\n")
-
-    def test_an_application_goes_without_its_script_or_package(self):
-        before = self.release()
-        (self.one / "scripts/configure").write_text("#!/bin/sh\nexit 7\n")
-        self.fails(self.absent(), "script remove: exit status 7", is_taken_back=True)
-        self.assertEqual((self.app / "index").read_text(), "one")
-        (self.one / "scripts/configure").unlink()
-        self.one.rename(self.base / "moved")
-        self.fails(self.absent(), f"script remove: {self.one}: No such file or directory", is_taken_back=True)
-        self.assertEqual(differences(before["tree"], self.release()["tree"]), [])
-        self.changes(self.absent(options=["--without-script"]))
-        self.assertFalse(self.app.exists())
-        self.stays(self.absent())
-
-    def test_a_removal_passes_over_what_the_account_may_not_take(self):
-        os.chown(self.app / "sub", 20002, -1)
-        outcome = self.absent()
-        self.changes(outcome)
-        self.assertIn("left as it is: app/sub/page: Permission denied\n", outcome.error)
-        self.assertEqual([path.name for path in self.app.rglob("*")], ["sub", "page"])
-        self.stays(self.absent())
-
-    def test_a_removal_takes_nothing_of_somebody_else_s(self):
-        self.changes(self.absent())
-        (self.root / "mine").mkdir()
-        os.chown(self.root / "mine", 20001, -1)
-        self.changes(self.present(self.one, name="mine/app"))
-        self.changes(self.present(self.package("both", {"htdocs/mine/app/index": "one", "htdocs/other": "other"}),
-                                  name=".", options=["--ignore=replaces"]))
-        self.changes(self.absent(name="."))
-        self.assertEqual((self.root / "mine/app/index").read_text(), "one")
-        self.changes(self.absent(name="mine/app"))
-        self.assertEqual([path.name for path in self.root.rglob("*")], ["mine"])
-        # The same where the other one is cut off, and its record is written.
-        self.changes(self.present(self.base / "packages/both", name="."))
-        words = self.words(self.one, name="mine/app", options=["--ignore=replaces"])
-        self.cut(kill_tree, ("record", 1), words)
-        self.changes(self.absent(name="."))
-        self.assertEqual((self.root / "mine/app/index").read_text(), "one")
-        self.changes(self.absent(name="mine/app"))
-        self.assertEqual([path.name for path in self.root.rglob("*") if path.is_file()], [])
-
-    def test_a_fragment_that_somebody_has_edited_is_kept(self):
-        fragment = self.places()[2]
-        call = self.start(*self.words(self.package("failing", TWO, "exit 3", mappings=mappings("two"))), moment="script")
-        self.assertTrue(call.hold())
-        fragment.write_text("# in the middle\n")
-        call.go_on()
-        self.fails(call.end(), "script upgrade: exit status 3", is_taken_back=True)
-        (kept,) = self.applications("list")[0]["kept"]
-        self.assertEqual(pathlib.Path(kept).read_text(), "# in the middle\n")
-        acts = {"upgrade": self.words(self.two), "removal": ["absent", "one.example", "app"]}
-        for name, words in acts.items():
-            with self.subTest(name):
-                fragment.write_text(f"# before the {name}\n")
-                outcome = self.call(*words)
-                self.changes(outcome)
-                kept = self.applications("list")[0]["kept"]
-                texts = [pathlib.Path(file).read_text() for file in kept]
-                self.assertIn(f"# before the {name}\n", texts)
-                self.assertIn(f"kept as {kept[texts.index(f'# before the {name}' + chr(10))]}", outcome.error)
-
-    def test_a_removal_is_not_finished_while_the_hosts_are_not_mounted(self):
-        (self.one / "scripts/configure").write_text(f"#!/bin/sh\ntouch {self.marks}/ran\n")
-        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
-        away = self.base / "away"
-        self.vhosts.rename(away)
-        self.vhosts.mkdir()
-        self.fails(self.call("recover"), "recovery: ")
-        self.assertFalse((self.marks / "ran").exists())
-        self.vhosts.rmdir()
-        away.rename(self.vhosts)
-        self.stays(self.call("recover"))
-        self.assertTrue((self.marks / "ran").exists())
-        self.assertFalse(self.app.exists())
-
-    def test_what_a_host_or_an_account_leaves_behind_is_forgotten(self):
-        self.changes(self.call("reload"))
-        record = self.places()[0] / "record.json"
-        record.write_text(record.read_text().replace("20001", "20002"))
-        self.fails(self.present(self.two), "account: sitea is another one than it was installed for")
-        self.changes(self.absent(options=["--without-script"]))
-        self.assertTrue((self.app / "index").exists())
-        self.changes(self.present(self.one, options=["--ignore=replaces"]))
-        self.changes(self.call("reload"))
-        shutil.rmtree(self.root.parent)
-        self.fails(self.absent(), "there is no host ")
-        self.changes(self.absent(options=["--without-script"]))
-        self.changes(self.call("reload"))
-        self.assertEqual(self.loaded.read_text(), "")
 
     def test_a_lost_list_of_files_is_not_an_empty_one(self):
         (self.places()[0] / "files").unlink()

@@ -3,7 +3,8 @@
 
 import pathlib
 
-from support import SiteTest, children, main, mappings
+from calls import children
+from support import SiteTest, main, mappings
 
 FIXED = {b"PATH", b"LANG", b"HOME", b"LOGNAME", b"USER"}
 
@@ -45,7 +46,7 @@ class SecretsTest(SiteTest):
                     lines = [key + b"=" + value for key, value in variables.items()]
                     self.own.write_bytes(b"# a note\n\n" + b"\n".join(lines) + end)
                     self.changes(self.present(self.one))
-                    self.assertEqual(self.given(), self.given() | variables)
+                    self.assertLessEqual(variables.items(), self.given().items())
                     self.assertEqual(self.given().keys(), variables.keys() | FIXED)
 
     def test_lines_that_cannot_be_variables_are_refused_by_name(self):

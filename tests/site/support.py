@@ -1,32 +1,19 @@
-"""What the tests of larkspur-site share: hosts and accounts of their own, packages in one line, all that a site can
-hold, a visitor who never rests, and calls that are held at a moment and ended there.
+"""The case that the tests of larkspur-site share: a host and an account of its own, packages in one line, the acts,
+what has to come of them, and all that a site can hold.
 
 Each file of tests here runs by itself: tests/support/sandbox tests/site/FILE [CLASS.CASE]."""
 
-import errno
-import hashlib
 import json
 import os
 import pathlib
 import pwd
-import signal
-import stat
-import struct
 import subprocess
-import sys
 import tempfile
-import time
-import traceback
 import unittest
-from typing import NamedTuple
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from testing import IN_SANDBOX, NO_SANDBOX, ROOT as SOURCE, SANDBOX, main, skip
-
-BUILD = pathlib.Path(os.environ.get("LARKSPUR_BUILD", SOURCE / "build/release"))
-SITE = BUILD / "larkspur-site"
-CUT = BUILD / "tests/larkspur-site-cut"
-PATIENCE = 60  # seconds, after which a test does not wait any longer
+from calls import CUT, PATIENCE, Call
+from testing import IN_SANDBOX, NO_SANDBOX, SANDBOX, main, skip
+from trees import differences, tree
 
 NAMESPACE = "http://nimbo.example/ns/wtx/1"
 ROOT = "<mapping url='/' path='htdocs'/>"
@@ -35,220 +22,18 @@ if not IN_SANDBOX:
     skip(NO_SANDBOX)
 
 
-class Outcome(NamedTuple):
-    status: int
-    output: str
-    error: str
-
-
-def until(condition):
-    """Waits for a moment that has to come, and returns what the condition then is."""
-    end = time.monotonic() + PATIENCE
-    while not (value := condition()):
-        if time.monotonic() > end:
-            raise TimeoutError("what is waited for does not come")
-        time.sleep(0.001)
-    return value
-
-
-def children(pid):
-    """All processes below one, in no order."""
-    found = []
-    for task in pathlib.Path(f"/proc/{pid}/task").glob("*/children"):
-        try:
-            names = task.read_text().split()
-        except (FileNotFoundError, ProcessLookupError):
-            continue  # it has ended since
-        for child in map(int, names):
-            found += [child, *children(child)]
-    return found
-
-
-def are_gone(pids):
-    """True when none of the processes holds anything any more."""
-    for pid in pids:
-        try:
-            if pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX":
-                return False
-        except (FileNotFoundError, ProcessLookupError):
-            pass
-    return True
-
-
-def kill_tree(call):
-    """Nobody of a call sees another one die."""
-    os.kill(call.leader, signal.SIGSTOP)
-    family = [*children(call.leader), call.leader]
-    for pid in family:
-        try:
-            os.kill(pid, signal.SIGKILL)
-        except ProcessLookupError:
-            continue  # it has ended since
-    until(lambda: are_gone(family))
-
-
-def kill_leader(call):
-    """The others have to end as well, and at once: the next call must not meet them."""
-    family = [*children(call.leader), call.leader]
-    os.kill(call.leader, signal.SIGKILL)
-    until(lambda: are_gone(family))
-
-
-def kill_child(call):
-    os.kill(call.held, signal.SIGKILL)
-
-
-def become(account):
-    entry = pwd.getpwnam(account)
-    os.setgroups([])
-    os.setgid(entry.pw_gid)
-    os.setuid(entry.pw_uid)
-
-
-def as_account(account, work):
-    """What a function returns that runs in a process of an account."""
-    reading, writing = os.pipe()
-    pid = os.fork()
-    if pid == 0:
-        try:
-            become(account)
-            os.write(writing, json.dumps(work()).encode())
-        except BaseException:
-            traceback.print_exc()
-        finally:
-            os._exit(0)
-    os.close(writing)
-    with open(reading, "rb") as answer:
-        said = answer.read()
-    os.waitpid(pid, 0)
-    return json.loads(said)
-
-
-class Call:
-    """One larkspur-site that runs beside the test.  `moment` is a cut point and its number, or "script", at which the
-    script of a package of these tests waits.  `program` runs one in place of larkspur-site."""
-
-    def __init__(self, test, words, moment=None, program=None, **streams):
-        self.mark = test.marks / "held"
-        self.moment = moment
-        environment = dict(os.environ)
-        if moment == "script":
-            self.mark.touch()
-            self.mark.chmod(0o666)
-        elif moment:
-            environment["LARKSPUR_CUT"] = f"{moment[0]} {moment[1]} {self.mark}"
-        self.files = [tempfile.TemporaryFile(), tempfile.TemporaryFile()]
-        streams = {"stdin": subprocess.DEVNULL, "stdout": self.files[0], "stderr": self.files[1], **streams}
-        program = program or (CUT if moment else SITE)
-        self.process = subprocess.Popen([program, f"--settings={test.conf}", *words], env=environment, **streams)
-        self.leader = self.process.pid
-        self.held = None
-        test.addCleanup(self.abandon)
-
-    def hold(self):
-        """Waits for the moment.  Returns False when the call has ended without it."""
-        def look():
-            if self.process.poll() is not None:
-                return "ended"
-            return self.mark.read_text() if self.mark.exists() else ""
-        said = until(look)
-        self.held = None if said == "ended" else int(said)
-        return self.held is not None
-
-    def wait_for(self, words):
-        """Waits until the call has said something."""
-        until(lambda: words in os.pread(self.files[1].fileno(), 1 << 20, 0).decode())
-
-    def go_on(self):
-        self.mark.unlink(missing_ok=True)
-
-    def abandon(self):
-        """A failed test does not end its calls."""
-        if self.process.poll() is None:
-            kill_tree(self)
-            self.process.wait()
-        for file in self.files:
-            file.close()
-
-    def end(self):
-        try:
-            status = self.process.wait(PATIENCE)
-        finally:
-            if self.moment:
-                self.go_on()
-        texts = []
-        for file in self.files:
-            file.seek(0)
-            texts.append(file.read().decode(errors="backslashreplace"))
-            file.close()
-        return Outcome(status, *texts)
-
-
-def facts(path):
-    """All that can be told of one entry without following it, but its access time."""
-    path = os.fspath(path)
-    status = os.lstat(path)
-    told = {
-        "mode": oct(status.st_mode),
-        "owner": (status.st_uid, status.st_gid),
-        "inode": status.st_ino,
-        "links": status.st_nlink,
-        "changed": status.st_ctime_ns,
-        "modified": status.st_mtime_ns,
-        "attributes": {name: os.getxattr(path, name, follow_symlinks=False)
-                       for name in os.listxattr(path, follow_symlinks=False)},
-    }
-    if stat.S_ISLNK(status.st_mode):
-        told["target"] = os.readlink(path)
-    elif stat.S_ISREG(status.st_mode):
-        told["size"] = (status.st_size, status.st_blocks)
-        if status.st_size < 1 << 20:
-            told["content"] = pathlib.Path(os.fsdecode(path)).read_bytes()
-    return told
-
-
-def all_facts(root):
-    found = {}
-    for directory, directories, files in os.walk(os.fsencode(root)):
-        for name in [b".", *files, *(name for name in directories if os.path.islink(os.path.join(directory, name)))]:
-            path = os.path.normpath(os.path.join(directory, name))
-            found[os.fsdecode(os.path.relpath(path, os.fsencode(root)))] = facts(path)
-    return found
-
-
-def differences(before, after):
-    """Of two values of all_facts or release, a line a difference."""
-    lines = []
-    for path in sorted(before.keys() | after.keys()):
-        was, now = before.get(path), after.get(path)
-        if isinstance(was, dict) and isinstance(now, dict):
-            lines += [f"{path}: {line}" for line in differences(was, now)]
-        elif was != now:
-            lines.append(f"{path}: {was} is {now}")
-    return lines
-
-
-def tree(root):
-    """What a person sees of a tree: path to kind, mode, owner and group, and content."""
-    seen = {}
-    for path, told in all_facts(root).items():
-        uid, gid = told["owner"]
-        seen[path] = (told["mode"], uid, gid, told.get("content", told.get("target")))
-    return seen
-
-
-def acl(*entries):
-    """The value of a POSIX ACL's attribute, of (tag, rights, id)."""
-    return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)
-
-
-def mappings(target):
-    """Of a package whose fragment names a place of its own."""
-    return f"{ROOT}<mapping url='r' virtual='redirect' href='http://{target}'/>"
+def mappings(target, inner="", beside=""):
+    """Of a package whose fragment names a place of its own.  `inner` is put into the mapping of htdocs, and `beside` in
+    the same row."""
+    return (f"<mapping url='/' path='htdocs'>{inner}</mapping>{beside}"
+            f"<mapping url='r' virtual='redirect' href='http://{target}'/>")
 
 
 class SiteTest(unittest.TestCase):
+    """`asked`, `changes`, `stays`, `fails` and `is_one_of` assert what has come of a call."""
+
     maxDiff = None
+
     def setUp(self):
         self.base = pathlib.Path(tempfile.mkdtemp(dir=SANDBOX))
         self.addCleanup(subprocess.run, ["rm", "-rf", self.base], check=True)
@@ -329,6 +114,16 @@ class SiteTest(unittest.TestCase):
     def absent(self, host="one.example", name="app", options=(), moment=None):
         return self.call(*options, "absent", host, name, moment=moment)
 
+    def asked(self, *words, status=0):
+        """The answer to a question."""
+        outcome = self.call(*words)
+        self.assertEqual((outcome.status, outcome.error), (status, ""))
+        return outcome.output
+
+    def applications(self, *words, status=0):
+        """The same as what programs are told."""
+        return json.loads(self.asked("--json", *words, status=status))["applications"]
+
     def changes(self, outcome):
         self.assertEqual((outcome.status, outcome.output), (0, "changed\n"), outcome.error)
         self.assertNotIn("failed:", outcome.error)
@@ -346,6 +141,12 @@ class SiteTest(unittest.TestCase):
         self.assertEqual([line for line in lines if "as before" in line], [as_before] if is_taken_back else [])
         if is_taken_back:
             self.assertEqual(lines[-2], as_before)
+
+    def is_one_of(self, releases):
+        """The site is one of the releases (their names to what `release` said of them), in every respect."""
+        now = self.release()
+        differing = {name: differences(release, now) for name, release in releases.items()}
+        self.assertIn([], differing.values(), differing)
 
     def cut(self, end, moment, words):
         """Ends a call at a moment, to which it has to come."""
@@ -396,60 +197,3 @@ class SiteTest(unittest.TestCase):
             "files": sorted(line.split(" ")[-1] for line in (state / "files").read_text().splitlines())
                      if "files" in left else None,
         }
-
-
-class Visitor:
-    """A process of the site's account that appends, creates, renames and deletes all the time.  What it has been told
-    to be done it writes down elsewhere; at the end all of that has to be true."""
-
-    def __init__(self, test, directory):
-        self.test = test
-        self.directory = pathlib.Path(directory)
-        self.done = test.base / f"done-{self.directory.name}"
-
-    def __enter__(self):
-        self.pid = os.fork()
-        if self.pid == 0:
-            try:
-                self.live()
-            finally:
-                os._exit(1)
-        until(lambda: self.done.exists() and self.done.stat().st_size > 0)
-        return self
-
-    def live(self):
-        done = os.open(self.done, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
-        become(pwd.getpwuid(self.directory.stat().st_uid).pw_name)
-        os.chdir(self.directory)
-        number = 0
-        while True:
-            number += 1
-            with open("log", "a", encoding="ascii") as log:
-                log.write(f"{number}\n")
-            os.write(done, f"append {number}\n".encode())
-            pathlib.Path(f"new-{number}").write_text(str(number), encoding="ascii")
-            os.rename(f"new-{number}", f"page-{number}")
-            os.write(done, f"page {number}\n".encode())
-            if number % 3 == 0:
-                os.unlink(f"page-{number - 1}")
-                os.write(done, f"delete {number - 1}\n".encode())
-            time.sleep(0.001)
-
-    def __exit__(self, *failure):
-        os.kill(self.pid, signal.SIGTERM)
-        status = os.waitpid(self.pid, 0)[1]
-        if failure[0] is not None:
-            return
-        self.test.assertEqual(os.WTERMSIG(status), signal.SIGTERM, "the visitor met an error")
-        expected = {"append": [], "page": [], "delete": []}
-        for line in self.done.read_text().splitlines():
-            what, number = line.split()
-            expected[what].append(int(number))
-        lines = list(map(int, (self.directory / "log").read_text().split()))
-        self.test.assertEqual(lines[:len(expected["append"])], expected["append"])
-        pages = set(expected["page"]) - set(expected["delete"])
-        there = {int(path.name[5:]): path.read_text() for path in self.directory.glob("page-*")}
-        missing = [number for number in pages if there.get(number) != str(number)]
-        # The last thing that it did may be done and not written down.
-        self.test.assertLessEqual(set(missing), {max(expected["page"]) - 1})
-        self.test.assertLessEqual(len(there.keys() - pages), 1)

@@ -3,53 +3,125 @@
 
 import os
 import pathlib
+import pwd
+import signal
 import socket
 import subprocess
+import time
 
-from support import SiteTest, Visitor, acl, all_facts, differences, kill_child, kill_leader, kill_tree, main
-
-def mappings(target):
-    """Of one release: its fragment has a redirect to a place of its own."""
-    return ("<mapping url='/' path='htdocs'/><mapping url='data' path='data'/>"
-            f"<mapping url='r' virtual='redirect' href='http://{target}'/>")
-
-
+from calls import as_account, become, kill_child, kill_leader, kill_tree, until
+from support import SiteTest, main, mappings
+from trees import acl, all_facts, differences
+DATA = "<mapping url='data' path='data'/>"
 OLD = {"htdocs/index": "one", "htdocs/same": "same", "htdocs/gone": "one", "htdocs/old/page": "one",
        "data/book": "first\n", "data/same": "same"}
 NEW = {"htdocs/index": "two", "htdocs/same": "same", "htdocs/new/page": "two", "data/book": "first of two\n",
        "data/same": "same"}
 USER_OBJ, USER, GROUP_OBJ, MASK, OTHER = 0x01, 0x02, 0x04, 0x10, 0x20
 ALL = 0xFFFFFFFF
+SITEA, NOBODY = 20001, 65534
+
+
+class Visitor:
+    """A process of the site's account that appends, creates, renames and deletes all the time.  What it has been told
+    to be done it writes down elsewhere; at the end all of that has to be true."""
+
+    def __init__(self, test, directory):
+        self.test = test
+        self.directory = pathlib.Path(directory)
+        self.done = test.base / f"done-{self.directory.name}"
+
+    def __enter__(self):
+        self.pid = os.fork()
+        if self.pid == 0:
+            try:
+                self.live()
+            finally:
+                os._exit(1)
+        until(lambda: self.done.exists() and self.done.stat().st_size > 0)
+        return self
+
+    def live(self):
+        done = os.open(self.done, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
+        become(pwd.getpwuid(self.directory.stat().st_uid).pw_name)
+        os.chdir(self.directory)
+        number = 0
+        while True:
+            number += 1
+            with open("log", "a", encoding="ascii") as log:
+                log.write(f"{number}\n")
+            os.write(done, f"append {number}\n".encode())
+            pathlib.Path(f"new-{number}").write_text(str(number), encoding="ascii")
+            os.rename(f"new-{number}", f"page-{number}")
+            os.write(done, f"page {number}\n".encode())
+            if number % 3 == 0:
+                os.unlink(f"page-{number - 1}")
+                os.write(done, f"delete {number - 1}\n".encode())
+            time.sleep(0.001)
+
+    def __exit__(self, *failure):
+        os.kill(self.pid, signal.SIGTERM)
+        status = os.waitpid(self.pid, 0)[1]
+        if failure[0] is not None:
+            return
+        self.test.assertEqual(os.WTERMSIG(status), signal.SIGTERM, "the visitor met an error")
+        expected = {"append": [], "page": [], "delete": []}
+        for line in self.done.read_text().splitlines():
+            what, number = line.split()
+            expected[what].append(int(number))
+        lines = list(map(int, (self.directory / "log").read_text().split()))
+        self.test.assertEqual(lines[:len(expected["append"])], expected["append"])
+        pages = set(expected["page"]) - set(expected["delete"])
+        there = {int(path.name[5:]): path.read_text() for path in self.directory.glob("page-*")}
+        missing = [number for number in pages if there.get(number) != str(number)]
+        # The last thing that it did may be done and not written down.
+        self.test.assertLessEqual(set(missing), {max(expected["page"]) - 1})
+        self.test.assertLessEqual(len(there.keys() - pages), 1)
+
+
+def append(path, text):
+    with open(path, "a", encoding="ascii") as file:
+        file.write(text)
 
 
 class VisitorsTest(SiteTest):
     def setUp(self):
         super().setUp()
-        self.one = self.package("one", OLD, mappings=mappings("one"))
-        self.two = self.package("two", NEW, mappings=mappings("two"))
-        self.failing = self.package("failing", NEW, "exit 3", mappings=mappings("two"))
-        self.refused = self.package("refused", NEW, mappings=mappings("no-such-directive"))
+        self.one = self.package("one", OLD, mappings=mappings("one", beside=DATA))
+        self.two = self.package("two", NEW, mappings=mappings("two", beside=DATA))
+        self.failing = self.package("failing", NEW, "exit 3", mappings=mappings("two", beside=DATA))
+        self.refused = self.package("refused", NEW, mappings=mappings("no-such-directive", beside=DATA))
         self.changes(self.present(self.one))
 
     def zoo(self):
-        """What visitors and the customer have beside and in the package's entries."""
-        sitea, nobody = 20001, 65534
+        """What visitors and the customer have beside and in the package's entries.  Returns their own directory."""
         own = self.app / "data/own"
         own.mkdir()
+        self.set_rights_and_attributes(own)
+        self.make_strange_entries(own)
+        for path in (own, *own.iterdir()):
+            os.lchown(path, SITEA, NOBODY)
+        (self.app / "same").chmod(0o640)
+        (self.app / "data").chmod(0o2775)
+        return own
+
+    def set_rights_and_attributes(self, own):
         private = own / "private"
         private.write_text("secret")
         private.chmod(0o600)
-        rights = acl((USER_OBJ, 6, ALL), (USER, 4, nobody), (GROUP_OBJ, 0, ALL), (MASK, 4, ALL), (OTHER, 0, ALL))
+        rights = acl((USER_OBJ, 6, ALL), (USER, 4, NOBODY), (GROUP_OBJ, 0, ALL), (MASK, 4, ALL), (OTHER, 0, ALL))
         for path in (private, self.app / "index"):
             os.setxattr(path, "system.posix_acl_access", rights)
             os.setxattr(path, "user.note", b"\0mine")
         os.setxattr(own, "system.posix_acl_default", rights)
         own.chmod(0o2751)
+
+    def make_strange_entries(self, own):
         with open(own / "holes", "wb") as holes:
             holes.write(b"begin")
             holes.truncate(1 << 40)
         os.utime(own / "holes", ns=(0, 86_400_000_000_123))
-        os.link(private, self.root / "other-name")
+        os.link(own / "private", self.root / "other-name")
         os.link(self.app / "same", own / "name-of-same")
         os.symlink("/etc/shadow", own / "link")
         os.mkfifo(own / "pipe", 0o640)
@@ -60,17 +132,14 @@ class VisitorsTest(SiteTest):
         (own / "closed").write_text("closed")
         (own / "closed").chmod(0)
         (own / "line\nfeed").write_text("")
-        for path in (own, *own.iterdir()):
-            os.lchown(path, sitea, nobody)
-        (self.app / "same").chmod(0o640)
-        (self.app / "data").chmod(0o2775)
-        return own
 
-    def untouched(self, own):
+    def comparable_facts(self, own):
         """Everything but what a way back cannot give back: when names of the package were last changed."""
+        visitors = {own, *own.iterdir(), self.root / "other-name"}
+        visitors.discard(own / "name-of-same")
         told = all_facts(self.root)
         for path, entry in told.items():
-            if (self.root / path) not in {own, *own.iterdir(), self.root / "other-name"} - {own / "name-of-same"}:
+            if self.root / path not in visitors:
                 del entry["changed"]
                 if (self.root / path).is_dir():
                     del entry["modified"]
@@ -78,7 +147,7 @@ class VisitorsTest(SiteTest):
 
     def test_every_entry_is_the_same_in_every_respect_after_every_way_back(self):
         own = self.zoo()
-        before = self.untouched(own)
+        before = self.comparable_facts(own)
         rows = [
             ("script", lambda: self.present(self.failing)),
             ("fragment", lambda: self.present(self.refused)),
@@ -91,7 +160,7 @@ class VisitorsTest(SiteTest):
         for name, act in rows:
             with self.subTest(name):
                 act()
-                self.assertEqual(differences(before, self.untouched(own)), [])
+                self.assertEqual(differences(before, self.comparable_facts(own)), [])
 
     def cut_and_recover(self, end, moment):
         self.cut(end, moment, self.words(self.two))
@@ -156,8 +225,7 @@ class VisitorsTest(SiteTest):
         kept = self.places()[1] / "kept"
 
         def write(text):
-            subprocess.run(["setpriv", "--reuid=sitea", "--clear-groups", "sh", "-c", 'printf %s "$1" >>"$2"', "sh", text,
-                            book], check=True)
+            as_account("sitea", lambda: append(book, text))
 
         def kept_text():
             return "".join(path.read_text() for path in kept.rglob("book"))

@@ -8,9 +8,9 @@ import signal
 import subprocess
 from typing import Callable, NamedTuple
 
-from support import PATIENCE, SITE, SiteTest, differences, main, until
-
-WRITABLE = "<php:permissions writable='true'/>"
+from calls import PATIENCE, SITE, until
+from support import SiteTest, main, mappings
+from trees import differences
 
 
 class Row(NamedTuple):
@@ -43,14 +43,38 @@ def link_through_directory_of_other(test):
     (test.two / "htdocs/linked").symlink_to(others / "link")
 
 
+def let_group_write(test):
+    os.chown(test.two / "htdocs", 0, 20100)
+    (test.two / "htdocs").chmod(0o775)
+
+
+def put_link_for_root(test):
+    test.root.rename(test.root.parent / "moved")
+    test.root.symlink_to("moved")
+
+
+def take_place_of_fragments(test):
+    system = test.vhosts / "system/one.example"
+    (system / "conf").rename(system / "moved")
+
+
+def put_file_for_state(test):
+    test.state.rename(test.base / "moved")
+    test.state.touch()
+
+
+def run_without_end(test):
+    test.script("sleep 1000")
+    test.settings(TIME_LIMIT=1)
+
+
 REFUSALS = [
     Row("a script that the package has not", nothing, "script: the package has no script other; it has: configure",
         options=("--script=other",)),
     Row("a package that is not there", nothing, "package: ", package="none"),
     Row("a package that others may write", lambda test: (test.two / "htdocs/index").chmod(0o646),
         "package: others than root can write to "),
-    Row("a package that its group may write", lambda test: (os.chown(test.two / "htdocs", 0, 20100),
-                                                            (test.two / "htdocs").chmod(0o775)),
+    Row("a package that its group may write", let_group_write,
         "package: others than root can write to "),
     Row("a package below a directory that others may write", lambda test: test.two.parent.chmod(0o777),
         "package: others than root can write to "),
@@ -67,13 +91,11 @@ REFUSALS = [
         "secrets: "),
     Row("a document root that the account cannot enter", lambda test: test.root.chmod(0),
         "files: the account cannot enter the document root"),
-    Row("a document root that is a link", lambda test: (test.root.rename(test.root.parent / "moved"),
-                                                        test.root.symlink_to("moved")),
+    Row("a document root that is a link", put_link_for_root,
         "files: the account cannot enter the document root"),
     Row("no document root", lambda test: test.root.rename(test.root.parent / "moved"),
         "files: there is no document root"),
-    Row("no place for a fragment", lambda test: (test.vhosts / "system/one.example/conf").rename(
-        test.vhosts / "system/one.example/moved"), "fragment: there is no directory "),
+    Row("no place for a fragment", take_place_of_fragments, "fragment: there is no directory "),
     Row("a warning of the preview", lambda test: (test.app / "new").write_text("mine"),
         "files: larkspur-preview is against it; --ignore=CODE passes over a warning\n"),
     Row("a directory in the place of a file", lambda test: (test.app / "new/mine").mkdir(parents=True),
@@ -81,7 +103,7 @@ REFUSALS = [
     Row("an unreadable source", lambda test: (test.two / "htdocs/index").chmod(0o600), "files: larkspur-preview"),
     Row("a record that is none", lambda test: (test.places()[0] / "record.json").write_text("{"),
         "record: "),
-    Row("state that is a file", lambda test: (test.state.rename(test.base / "moved"), test.state.touch()), "lock: "),
+    Row("state that is a file", put_file_for_state, "lock: "),
     Row("a store that is a file", lambda test: (test.vhosts / "system/one.example/larkspur").touch(), "recovery: "),
 ]
 FAILURES = [
@@ -89,11 +111,10 @@ FAILURES = [
     Row("a script that is killed", lambda test: test.script("kill -KILL $$"), "script upgrade: it did not end", True),
     Row("a script that cannot be executed", lambda test: test.script("", "#!/no/such/interpreter"),
         "script upgrade: exit status 255", True),
-    Row("a script without end", lambda test: (test.script("sleep 1000"), test.settings(TIME_LIMIT=1)),
-        "script upgrade: no end within 1 s", True),
-    Row("a refused fragment", lambda test: test.refusal.write_text("once"),
+    Row("a script without end", run_without_end, "script upgrade: no end within 1 s", True),
+    Row("a refused fragment", lambda test: test.refuse_two.touch(),
         "fragment: the server refuses the fragment: CONFIGTEST: exit status 3", True),
-    Row("a configuration that is broken", lambda test: test.refusal.write_text("always"),
+    Row("a configuration that is broken", lambda test: test.refuse_all.touch(),
         "fragment: the server's configuration was broken before this call: CONFIGTEST: exit status 3", True),
 ]
 
@@ -102,21 +123,25 @@ class WordsTest(SiteTest):
     def setUp(self):
         super().setUp()
         self.two = self.two_of("two")
-        self.changes(self.present(self.package("one", {"htdocs/index": "one"}, mappings=self.mappings("one"))))
-
-    @staticmethod
-    def mappings(target):
-        return ("<mapping url='/' path='htdocs'><php:handler><php:extension>php</php:extension></php:handler></mapping>"
-                f"<mapping url='r' virtual='redirect' href='http://{target}'/>")
+        self.changes(self.present(self.package("one", {"htdocs/index": "one"}, mappings=mappings("one"))))
 
     def two_of(self, name):
-        return self.package(name, {"htdocs/index": "two", "htdocs/new": "new"}, mappings=self.mappings("two"))
+        return self.package(name, {"htdocs/index": "two", "htdocs/new": "new"}, mappings=mappings("two"))
 
     def settings(self, **others):
-        """The server refuses what two brings, or everything, as the file says."""
-        check = (f'"case $(cat {self.refusal} 2>&1) in always) exit 3;; once) ! grep -q two '
-                 f'{self.vhosts}/system/*/conf/siteapp.d/* || exit 3;; esac"')
-        super().settings(CONFIGTEST=check, **others)
+        """The server refuses everything, or what two brings, while there is a file that says so."""
+        self.refuse_all = self.base / "refuse-all"
+        self.refuse_two = self.base / "refuse-two"
+        check = self.base / "check"
+        check.write_text(f"""\
+if [ -e {self.refuse_all} ]; then
+    exit 3
+fi
+if [ -e {self.refuse_two} ] && grep -q two {self.vhosts}/system/*/conf/siteapp.d/*; then
+    exit 3
+fi
+""")
+        super().settings(CONFIGTEST=f'"sh {check}"', **others)
 
     def script(self, text, first="#!/bin/sh"):
         (self.two / "scripts/configure").write_text(f"{first}\n{text}\n")
@@ -180,17 +205,22 @@ class WordsTest(SiteTest):
     def test_output_that_nobody_takes_changes_no_result(self):
         reader, closed_pipe = os.pipe()
         os.close(reader)
-        for name in ("/dev/full", "closed pipe", "closed"):
-            with self.subTest(name), open("/dev/full", "wb") as full:
-                to = {"/dev/full": full, "closed pipe": closed_pipe}.get(name)
-                closing = ["sh", "-c", 'exec "$0" "$@" <&- >&- 2>&-'] if name == "closed" else []
+        full = os.open("/dev/full", os.O_WRONLY)
+        rows = [  # name, where to, and what closes the streams before
+            ("a full disk", full, []),
+            ("a closed pipe", closed_pipe, []),
+            ("closed streams", None, ["sh", "-c", 'exec "$0" "$@" <&- >&- 2>&-']),
+        ]
+        for name, stream, closing in rows:
+            with self.subTest(name):
                 for package in (self.two, self.base / "packages/one"):
                     (package / "scripts/configure").write_text("#!/bin/sh\necho said; echo >&2 said\n")
                     command = [*closing, SITE, f"--settings={self.conf}", *self.words(package)]
-                    done = subprocess.run(command, check=False, timeout=PATIENCE, stdout=to, stderr=to)
+                    done = subprocess.run(command, check=False, timeout=PATIENCE, stdout=stream, stderr=stream)
                     self.assertEqual(done.returncode, 0)
                     self.assertEqual((self.app / "index").read_text(), package.name)
         os.close(closed_pipe)
+        os.close(full)
 
     def test_a_signal_ends_a_call_with_its_way_back(self):
         before = self.release()

@@ -1,0 +1,116 @@
+#!/usr/bin/python3
+"""A removal takes what was installed and nothing of anybody else's, and what is gone already can be forgotten."""
+
+import os
+import pathlib
+import shutil
+
+from calls import kill_tree
+from support import SiteTest, main, mappings
+from trees import differences
+
+ONE = {"htdocs/index": "one", "htdocs/sub/page": "same", "htdocs/old": "old"}
+TWO = {"htdocs/index": "two", "htdocs/sub/page": "same", "htdocs/new/page": "new"}
+
+
+class RemovalTest(SiteTest):
+    def setUp(self):
+        super().setUp()
+        self.one = self.package("one", ONE, mappings=mappings("one"))
+        self.two = self.package("two", TWO, mappings=mappings("two"))
+        self.changes(self.present(self.one))
+
+    def test_an_application_goes_without_its_script_or_package(self):
+        before = self.release()
+        (self.one / "scripts/configure").write_text("#!/bin/sh\nexit 7\n")
+        self.fails(self.absent(), "script remove: exit status 7", is_taken_back=True)
+        self.assertEqual((self.app / "index").read_text(), "one")
+        (self.one / "scripts/configure").unlink()
+        self.one.rename(self.base / "moved")
+        self.fails(self.absent(), f"script remove: {self.one}: No such file or directory", is_taken_back=True)
+        self.assertEqual(differences(before["tree"], self.release()["tree"]), [])
+        self.changes(self.absent(options=["--without-script"]))
+        self.assertFalse(self.app.exists())
+        self.stays(self.absent())
+
+    def test_a_removal_passes_over_what_the_account_may_not_take(self):
+        os.chown(self.app / "sub", 20002, -1)
+        outcome = self.absent()
+        self.changes(outcome)
+        self.assertIn("left as it is: app/sub/page: Permission denied\n", outcome.error)
+        self.assertEqual([path.name for path in self.app.rglob("*")], ["sub", "page"])
+        self.stays(self.absent())
+
+    def test_a_removal_takes_nothing_of_somebody_else_s(self):
+        self.changes(self.absent())
+        (self.root / "mine").mkdir()
+        os.chown(self.root / "mine", 20001, -1)
+        self.changes(self.present(self.one, name="mine/app"))
+        self.changes(self.present(self.package("both", {"htdocs/mine/app/index": "one", "htdocs/other": "other"}),
+                                  name=".", options=["--ignore=replaces"]))
+        self.changes(self.absent(name="."))
+        self.assertEqual((self.root / "mine/app/index").read_text(), "one")
+        self.changes(self.absent(name="mine/app"))
+        self.assertEqual([path.name for path in self.root.rglob("*")], ["mine"])
+        # The same where the other one is cut off, and its record is written.
+        self.changes(self.present(self.base / "packages/both", name="."))
+        words = self.words(self.one, name="mine/app", options=["--ignore=replaces"])
+        self.cut(kill_tree, ("record", 1), words)
+        self.changes(self.absent(name="."))
+        self.assertEqual((self.root / "mine/app/index").read_text(), "one")
+        self.changes(self.absent(name="mine/app"))
+        self.assertEqual([path.name for path in self.root.rglob("*") if path.is_file()], [])
+
+    def test_a_fragment_that_somebody_has_edited_is_kept(self):
+        fragment = self.places()[2]
+        failing = self.package("failing", TWO, "exit 3", mappings=mappings("two"))
+        call = self.start(*self.words(failing), moment="script")
+        self.assertTrue(call.hold())
+        fragment.write_text("# in the middle\n")
+        call.go_on()
+        self.fails(call.end(), "script upgrade: exit status 3", is_taken_back=True)
+        (kept,) = self.applications("list")[0]["kept"]
+        self.assertEqual(pathlib.Path(kept).read_text(), "# in the middle\n")
+        acts = {"upgrade": self.words(self.two), "removal": ["absent", "one.example", "app"]}
+        for name, words in acts.items():
+            with self.subTest(name):
+                text = f"# before the {name}\n"
+                fragment.write_text(text)
+                outcome = self.call(*words)
+                self.changes(outcome)
+                kept_by_text = {pathlib.Path(file).read_text(): file for file in self.applications("list")[0]["kept"]}
+                self.assertIn(text, kept_by_text)
+                self.assertIn(f"kept as {kept_by_text[text]}", outcome.error)
+
+    def test_a_removal_is_not_finished_while_the_hosts_are_not_mounted(self):
+        (self.one / "scripts/configure").write_text(f"#!/bin/sh\ntouch {self.marks}/ran\n")
+        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
+        away = self.base / "away"
+        self.vhosts.rename(away)
+        self.vhosts.mkdir()
+        self.fails(self.call("recover"), "recovery: ")
+        self.assertFalse((self.marks / "ran").exists())
+        self.vhosts.rmdir()
+        away.rename(self.vhosts)
+        self.stays(self.call("recover"))
+        self.assertTrue((self.marks / "ran").exists())
+        self.assertFalse(self.app.exists())
+
+    def test_what_a_host_or_an_account_leaves_behind_is_forgotten(self):
+        self.changes(self.call("reload"))
+        record = self.places()[0] / "record.json"
+        record.write_text(record.read_text().replace("20001", "20002"))
+        self.fails(self.present(self.two), "account: sitea is another one than it was installed for")
+        self.changes(self.absent(options=["--without-script"]))
+        self.assertTrue((self.app / "index").exists())
+        self.changes(self.present(self.one, options=["--ignore=replaces"]))
+        self.changes(self.call("reload"))
+        shutil.rmtree(self.root.parent)
+        self.fails(self.absent(), "there is no host ")
+        self.changes(self.absent(options=["--without-script"]))
+        self.changes(self.call("reload"))
+        self.assertEqual(self.loaded.read_text(), "")
+
+
+if __name__ == "__main__":
+    main()
