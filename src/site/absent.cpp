@@ -55,9 +55,9 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
         .ignored = {},
         .store = store.get(),
     };
-    PlanText planned = inStep("files", [&] {
+    PlannedCall planned = inStep("files", [&] {
         const ChildRules rules{.limit = options.settings.timeLimit, .keep = {lock, store.get()}};
-        return planTextOf(asAccount(account, rules, [&] {
+        return plannedCallOf(asAccount(account, rules, [&] {
             try {
                 SiteTree tree(request.hosts, request.documentRoot);
                 return textOf(planAbsence(request, tree));

@@ -134,9 +134,9 @@ SiteRequest Deployment::request() const {
 void Deployment::planFiles() {
     const SiteRequest request = this->request();
     sayProgress(wish_.application, "comparing and copying");
-    PlanText planned = inStep("files", [&] {
+    PlannedCall planned = inStep("files", [&] {
         const LentStore lent(store_.get(), decision_->account);
-        return planTextOf(asAccount(decision_->account, rules(), [&] {
+        return plannedCallOf(asAccount(decision_->account, rules(), [&] {
             SiteTree tree(request.hosts, request.documentRoot);
             SitePlan plan = planPresence(request, tree);
             if (request.store >= 0) {

@@ -4,6 +4,7 @@
 #include "files/paths.h"
 #include "runtime/errors.h"
 #include "site/comparison.h"
+#include "site/step_list.h"
 
 #include <iostream>
 #include <stdexcept>
@@ -16,7 +17,7 @@ namespace site {
 namespace {
 
 /// The permission bits that something new needs for the web server to write it.
-mode_t bitsOfOpened(mode_t type, const Account& account, gid_t group) {
+mode_t bitsToOpenNew(mode_t type, const Account& account, gid_t group) {
     struct stat status {};
     status.st_mode = type;
     status.st_uid = account.uid;
@@ -24,34 +25,35 @@ mode_t bitsOfOpened(mode_t type, const Account& account, gid_t group) {
     return bitsForWebserver(status, account.name);
 }
 
-/// Puts a plan together, directory by directory and file by file.
+/// Decides what becomes of each directory and file.
 class Planning {
 public:
     Planning(const SiteRequest& request, const Brought& brought, SiteTree& tree)
-        : request_(request), brought_(brought), tree_(tree) {}
-
-    SitePlan plan;
+        : request_(request), brought_(brought), tree_(tree), steps_(tree, request.account.uid) {}
 
     void addWanted(const Comparison& comparison) {
         const std::string application = request_.application.below();
-        for (auto end = application.find('/'); end != std::string::npos; end = application.find('/', end + 1))
-            addDirectory(application.substr(0, end), {});
-        auto seen = comparison.seen.begin();
+        std::string above;
+        for (const std::string_view element : ElementsOf(parentOf(application))) {
+            above = relativeBelow(above, element);
+            addDirectory(above, {});
+        }
+        auto seen = comparison.seen.begin(); // in the order of the entries
         for (const auto& [relative, entry] : comparison.preview.entries) {
             const std::string path = sitePath(request_.application, relative);
             const bool isSeen = seen != comparison.seen.end() && seen->path == relative;
+            const struct stat* const standing = isSeen ? &(seen++)->status : nullptr;
             if (entry.isDirectory)
                 addDirectory(path, entry);
             else
-                addFile(path, entry, isSeen ? &seen->status : nullptr);
-            seen += isSeen ? 1 : 0;
+                addFile(path, entry, standing);
         }
     }
 
     /// What was brought before and is no more, but for what another application has there, too.
     void addObsolete() {
         std::unordered_set<std::string> kept;
-        for (const InstalledEntry& entry : plan.files)
+        for (const InstalledEntry& entry : files_)
             kept.insert(entry.path);
         for (const std::string& other : request_.others)
             for (InstalledEntry& entry : installedFilesOf(other, "the list of another application's files"))
@@ -66,17 +68,12 @@ public:
                 addTaking(entry);
         }
         for (Step& step : directories)
-            add(std::move(step));
+            steps_.add(std::move(step));
     }
 
-    /// Gives directories the modes back that kept the account from changing something in them, then opens what the web
-    /// server may write, and closes what it may not write any more.  By a change of its mode, a directory may lose its
-    /// set-group-id bit, from which what is made in it has its group: so this is the last thing.
-    void addModes() {
-        for (Step& step : modesBack_)
-            add(std::move(step));
-        for (Step& step : modesForServer_)
-            add(std::move(step));
+    SitePlan take() {
+        steps_.addModes();
+        return {.steps = steps_.takeSteps(), .sources = steps_.takeSources(), .files = std::move(files_)};
     }
 
 private:
@@ -92,9 +89,10 @@ private:
     }
 
     void addNewDirectory(const std::string& path, const PreviewEntry& wanted) {
-        const mode_t opening = isOpened(wanted) ? bitsOfOpened(S_IFDIR, request_.account, groupBelow(path)) : mode_t{0};
-        addBelow({.kind = StepKind::MakeDirectory, .path = path, .mode = opening});
-        plan.files.push_back({.path = path, .isDirectory = true, .mode = wanted.mode | opening, .opened = opening});
+        const mode_t opening =
+            isOpened(wanted) ? bitsToOpenNew(S_IFDIR, request_.account, groupOfNew(path)) : mode_t{0};
+        steps_.addChanging({.kind = StepKind::MakeDirectory, .path = path, .mode = opening});
+        files_.push_back({.path = path, .isDirectory = true, .mode = wanted.mode | opening, .opened = opening});
     }
 
     /// A directory that is there keeps its mode but for the bits of the web server.
@@ -106,12 +104,12 @@ private:
         const bool isOwn = status.st_uid == request_.account.uid;
         const mode_t mode = isOwn ? (standing & ~wereOpened) | opening : standing;
         if (mode != standing)
-            modesForServer_.push_back(changeOfMode(path, standing, mode));
-        plan.files.push_back({.path = path,
-                              .isDirectory = true,
-                              .mode = mode,
-                              .wasThere = brought == nullptr || brought->wasThere,
-                              .opened = mode & (wereOpened | ~standing)});
+            steps_.addModeForServer(path, standing, mode);
+        files_.push_back({.path = path,
+                          .isDirectory = true,
+                          .mode = mode,
+                          .wasThere = brought == nullptr || brought->wasThere,
+                          .opened = mode & (wereOpened | ~standing)});
     }
 
     bool isOpened(const PreviewEntry& wanted) const { return wanted.isInWritableTree && request_.webserverWrite; }
@@ -132,11 +130,11 @@ private:
             file.time = modificationOf(*seen);
         } else {
             const mode_t opening =
-                isOpened(wanted) ? bitsOfOpened(S_IFREG, request_.account, groupBelow(path)) : mode_t{0};
+                isOpened(wanted) ? bitsToOpenNew(S_IFREG, request_.account, groupOfNew(path)) : mode_t{0};
             file.mode = wanted.mode | opening;
             addBringing(path, joined(request_.packageDir, wanted.source));
         }
-        plan.files.push_back(std::move(file));
+        files_.push_back(std::move(file));
     }
 
     void addBringing(const std::string& path, std::string source) {
@@ -146,9 +144,9 @@ private:
             throw std::runtime_error(path + ": the package has a file where the site has a directory; move that " +
                                      "away first");
         if (entry)
-            addBelow(moving(StepKind::ExchangeFile, path, *entry), std::move(source));
+            steps_.addChanging(moving(StepKind::ExchangeFile, path, *entry), std::move(source));
         else
-            addBelow({.kind = StepKind::AddFile, .path = path}, std::move(source));
+            steps_.addChanging({.kind = StepKind::AddFile, .path = path}, std::move(source));
     }
 
     void addTaking(const InstalledEntry& file) {
@@ -161,7 +159,7 @@ private:
         if (entry && !S_ISREG(entry->status.st_mode))
             std::cerr << file.path << ": left as it is: it is no file any more\n";
         else if (entry)
-            addBelow(moving(StepKind::TakeFile, file.path, *entry));
+            steps_.addChanging(moving(StepKind::TakeFile, file.path, *entry));
     }
 
     /// A step in which what stands at a place comes to the store.
@@ -172,32 +170,8 @@ private:
         return step;
     }
 
-    static Step changeOfMode(const std::string& path, mode_t standing, mode_t mode) {
-        return {.kind = StepKind::ChangeMode, .path = path, .mode = mode, .formerMode = standing};
-    }
-
-    /// Adds a step that changes a directory, and before it, where it is missing, the account's right to do so.
-    void addBelow(Step step, std::string source = {}) {
-        constexpr mode_t own = 0700;
-        const std::string parent(parentOf(step.path));
-        if (changeable_.insert(parent).second) {
-            const std::optional<Entry> entry = tree_.entry(parent);
-            const mode_t mode = entry ? entry->status.st_mode & permissions : own;
-            if (entry && entry->status.st_uid == request_.account.uid && (mode & own) != own) {
-                add(changeOfMode(parent, mode, mode | own));
-                modesBack_.push_back(changeOfMode(parent, mode | own, mode));
-            }
-        }
-        add(std::move(step), std::move(source));
-    }
-
-    void add(Step step, std::string source = {}) {
-        plan.steps.push_back(std::move(step));
-        plan.sources.push_back(std::move(source));
-    }
-
     /// The group of what will be made at a path.
-    gid_t groupBelow(const std::string& path) {
+    gid_t groupOfNew(const std::string& path) {
         std::string above(parentOf(path));
         std::optional<Entry> entry = tree_.entry(above);
         while (!entry && !above.empty()) {
@@ -211,9 +185,8 @@ private:
     const SiteRequest& request_;
     const Brought& brought_;
     SiteTree& tree_;
-    std::vector<Step> modesBack_;
-    std::vector<Step> modesForServer_;
-    std::unordered_set<std::string> changeable_; ///< directories in which the account can change something
+    StepList steps_;
+    InstalledFiles files_; ///< what the package has brought when the steps are done
 };
 
 } // namespace
@@ -223,7 +196,7 @@ std::string textOf(const SitePlan& plan) {
     return std::to_string(steps.size()) + '\n' + steps + textOf(plan.files);
 }
 
-PlanText planTextOf(const std::string& text) {
+PlannedCall plannedCallOf(const std::string& text) {
     const auto start = text.find('\n') + 1;
     const std::size_t size = std::stoul(text);
     return {stepsOf(std::string_view(text).substr(start, size)), text.substr(start + size)};
@@ -236,16 +209,14 @@ SitePlan planPresence(const SiteRequest& request, SiteTree& tree) {
     Planning planning(request, brought, tree);
     planning.addWanted(comparison);
     planning.addObsolete();
-    planning.addModes();
-    return std::move(planning.plan);
+    return planning.take();
 }
 
 SitePlan planAbsence(const SiteRequest& request, SiteTree& tree) {
     const Brought brought(request.brought);
     Planning planning(request, brought, tree);
     planning.addObsolete();
-    planning.addModes();
-    return std::move(planning.plan);
+    return planning.take();
 }
 
 } // namespace site

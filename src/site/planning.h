@@ -20,13 +20,13 @@ struct SitePlan {
 };
 
 /// A plan on its way to the process that keeps the journal.  That one needs no look into the list of files.
-struct PlanText {
+struct PlannedCall {
     std::vector<Step> steps;
     std::string files; ///< text of InstalledFiles
 };
 
 std::string textOf(const SitePlan& plan);
-PlanText planTextOf(const std::string& text);
+PlannedCall plannedCallOf(const std::string& text);
 
 /// Plans an installation or upgrade.  Findings that speak against it are lines on standard error.
 /// \throw std::exception when something speaks against it or cannot be looked at.
