@@ -109,8 +109,10 @@ Decision decide(const CallOptions& options, const Wish& wish, const Places& plac
     if (!before)
         refuseStandingFragment(places, decision.fragment);
     decision.script = inStep("script", [&] {
-        return scriptOf(decision.package, wanted.script, wanted.language, options.settings.php,
-                        options.script.has_value());
+        return scriptOf(decision.package, {.script = wanted.script,
+                                           .language = wanted.language,
+                                           .php = options.settings.php,
+                                           .isWanted = options.script.has_value()});
     });
     wanted.title = metadata.name;
     wanted.version = versionOf(metadata);

@@ -6,13 +6,19 @@
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
-#include <sstream>
 
 namespace json = boost::json;
 
 namespace site {
 
 namespace {
+
+// Columns of what is printed for a person.
+constexpr std::size_t widestTitle = 40; // a longer one has a line of its own
+constexpr std::size_t versionWidth = 14;
+constexpr std::size_t dayWidth = 12;
+constexpr std::size_t nameWidth = 15; // of a line of `status`
+constexpr std::size_t wordWidth = 9;  // of a line of a look
 
 json::string utf8(const std::string& text) {
     return json::string(asUtf8(text));
@@ -24,6 +30,10 @@ std::string document(json::array applications) {
 
 json::object named(const Application& application) {
     return {{"host", utf8(application.host)}, {"name", utf8(application.name)}};
+}
+
+json::value textOrNull(const std::string& text) {
+    return text.empty() ? json::value(nullptr) : json::value(utf8(text));
 }
 
 json::array arrayOf(const std::vector<std::string>& texts) {
@@ -78,7 +88,7 @@ std::string wordOf(Outcome outcome) {
 std::string planText(const Application& application, const Outlook& plan) {
     std::string text;
     const auto add = [&](const std::string& word, const std::string& what) {
-        text += padded(word, 9) + escaped(what) + '\n';
+        text += padded(word, wordWidth) + escaped(what) + '\n';
     };
     if (plan.isPending)
         add("recover", application.title());
@@ -94,11 +104,10 @@ std::string planText(const Application& application, const Outlook& plan) {
 } // namespace
 
 std::string listOf(const std::vector<Installation>& installations) {
-    constexpr std::size_t widest = 40;
     std::size_t width = 0;
     for (const Installation& installation : installations)
         width = std::max(width, escaped(installation.application.title()).size());
-    width = std::min(width, widest) + 2;
+    width = std::min(width, widestTitle) + 2;
     std::string text;
     for (const Installation& installation : installations) {
         const std::string title = escaped(installation.application.title());
@@ -106,7 +115,8 @@ std::string listOf(const std::vector<Installation>& installations) {
         std::string line = padded(title, width);
         if (title.size() + 2 > width)
             line += "\n" + std::string(width, ' ');
-        line += padded(escaped(record.version), 14) + ' ' + padded(dayOf(record.changed), 12) + notesOf(installation);
+        line += padded(escaped(record.version), versionWidth) + ' ' + padded(dayOf(record.changed), dayWidth) +
+                notesOf(installation);
         text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
     }
     return text;
@@ -115,7 +125,7 @@ std::string listOf(const std::vector<Installation>& installations) {
 std::string statusOf(const Installation& installation) {
     std::string text;
     const auto add = [&](const std::string& name, const std::string& value) {
-        text += padded(name + ':', 15) + escaped(value) + '\n';
+        text += padded(name + ':', nameWidth) + escaped(value) + '\n';
     };
     add("application", installation.application.title());
     if (installation.record) {
@@ -146,8 +156,7 @@ std::string jsonOf(const std::vector<Installation>& installations) {
         object["isInstalled"] = installation.record.has_value();
         object["isAtWork"] = installation.isAtWork;
         object["isCutOff"] = installation.isCutOff;
-        object["fragment"] =
-            installation.fragment.empty() ? json::value(nullptr) : json::value(utf8(installation.fragment));
+        object["fragment"] = textOrNull(installation.fragment);
         object["kept"] = arrayOf(installation.kept);
         if (installation.record) {
             const Record& record = *installation.record;
@@ -209,13 +218,12 @@ std::string jsonOf(const std::vector<Result>& results) {
     for (const Result& result : results) {
         json::object object = named(result.application);
         object["outcome"] = wordOf(result.outcome);
-        object["cause"] = result.cause.empty() ? json::value(nullptr) : json::value(utf8(result.cause));
+        object["cause"] = textOrNull(result.cause);
         if (result.outlook) {
             json::array steps;
             for (const Step& step : result.outlook->steps)
                 steps.push_back(json::object{{"what", wordOf(step.kind)}, {"path", utf8(step.path)}});
-            object["action"] =
-                result.outlook->action.empty() ? json::value(nullptr) : json::value(result.outlook->action);
+            object["action"] = textOrNull(result.outlook->action);
             object["changesFragment"] = result.outlook->changesFragment;
             object["isPending"] = result.outlook->isPending;
             object["steps"] = std::move(steps);

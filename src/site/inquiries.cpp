@@ -20,6 +20,18 @@ namespace site {
 
 namespace {
 
+Installation installationOf(const Settings& settings, const Application& application) {
+    const Places places(settings, application);
+    const bool isPending = hasJournal(places);
+    const bool isAtWork = isPending && FileLock::isHeld(places.lock);
+    return {.application = application,
+            .record = readRecord(places.record),
+            .isAtWork = isAtWork,
+            .isCutOff = isPending && !isAtWork,
+            .kept = keptFiles(places.store),
+            .fragment = readIfThere(places.fragment) ? places.fragment : ""};
+}
+
 /// What is wrong with the entry at a recorded path; empty for nothing.
 std::string differenceAt(SiteTree& tree, const InstalledEntry& wanted, uid_t owner) {
     constexpr mode_t shown = 0777;
@@ -52,24 +64,29 @@ std::vector<Difference> differencesOf(std::string_view text) {
     return differences;
 }
 
+std::vector<Difference> differencesAsAccount(const Settings& settings, const Record& record,
+                                             const InstalledFiles& files, int lock) {
+    const Account account = inStep("account", [&] { return accountOf(record.account, record.uid); });
+    return inStep("files", [&] {
+        return differencesOf(asAccount(account, {.limit = settings.timeLimit, .keep = {lock}}, [&] {
+            SiteTree tree(settings.vhosts, record.documentRoot);
+            std::string text;
+            for (const InstalledEntry& entry : files) {
+                const std::string what = differenceAt(tree, entry, account.uid);
+                if (!what.empty())
+                    LineWriter(text).word(what).path(entry.path);
+            }
+            return text;
+        }));
+    });
+}
+
 void compareFragment(const Places& places, const Record& record, std::vector<Difference>& differences) {
     const std::optional<std::string> text = readIfThere(places.fragment);
     const std::string standing = text ? fingerprint(*text) : "";
     if (standing == record.fragment)
         return;
     differences.push_back({text ? "fragment-edited" : "fragment-missing", places.fragment});
-}
-
-Installation installationOf(const Settings& settings, const Application& application) {
-    const Places places(settings, application);
-    const bool isPending = hasJournal(places);
-    const bool isAtWork = isPending && FileLock::isHeld(places.lock);
-    return {.application = application,
-            .record = readRecord(places.record),
-            .isAtWork = isAtWork,
-            .isCutOff = isPending && !isAtWork,
-            .kept = keptFiles(places.store),
-            .fragment = readIfThere(places.fragment) ? places.fragment : ""};
 }
 
 } // namespace
@@ -100,20 +117,7 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
     if (!record)
         return {};
     const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }), places.files);
-    const Account account = inStep("account", [&] { return accountOf(record->account, record->uid); });
-    const std::string answer = inStep("files", [&] {
-        return asAccount(account, {.limit = settings.timeLimit, .keep = {lock.descriptor()}}, [&] {
-            SiteTree tree(settings.vhosts, record->documentRoot);
-            std::string text;
-            for (const InstalledEntry& entry : files) {
-                const std::string what = differenceAt(tree, entry, account.uid);
-                if (!what.empty())
-                    LineWriter(text).word(what).path(entry.path);
-            }
-            return text;
-        });
-    });
-    std::vector<Difference> differences = differencesOf(answer);
+    std::vector<Difference> differences = differencesAsAccount(settings, *record, files, lock.descriptor());
     compareFragment(places, *record, differences);
     return differences;
 }

@@ -33,7 +33,7 @@ namespace {
 }
 
 /// \param status of the path, links not followed.
-void requireRoots(const std::string& path, const struct stat& status) {
+void requireOnlyRootWrites(const std::string& path, const struct stat& status) {
     // With an access control list, the group's bits are what any entry of the list may have (acl(5)).
     const bool othersCanWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     if (!S_ISLNK(status.st_mode) && (status.st_uid != 0 || othersCanWrite))
@@ -58,7 +58,7 @@ std::optional<std::string> targetOf(const fs::path& path) {
         struct stat status {};
         if (lstat(entry.c_str(), &status) != 0)
             return std::nullopt;
-        requireRoots(entry.native(), status);
+        requireOnlyRootWrites(entry.native(), status);
         if (!S_ISLNK(status.st_mode)) {
             reached = entry;
             continue;
@@ -114,7 +114,7 @@ private:
         struct stat status {};
         if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
             fail(path);
-        requireRoots(path, status);
+        requireOnlyRootWrites(path, status);
         std::string facts(name);
         facts.push_back('\0');
         append(facts, status);
@@ -151,7 +151,7 @@ nimbo::FSAMetaDataReader metadataOf(const Package& package) {
     const std::string file = metadataFileOf(package.directory);
     const XmlDocument document = parseXmlFile(file);
     if (document != nullptr)
-        (void)nimbo::passedOver(document.get()); // names a mapping that the reader would end the process for
+        (void)nimbo::passedOver(document.get()); // throws for a mapping for which the reader would end the process
     return {document, file};
 }
 

@@ -128,8 +128,11 @@ void askForFarewell(const PendingCall& call) {
     if (record && !call.options.withoutScript) {
         const Secrets secrets = inStep("secrets", [&] { return readSecrets(call.places); });
         inStep("script remove", [&] {
-            const auto script = scriptOf(examinePackage(record->package), record->script, record->language,
-                                         call.options.settings.php, false);
+            const ScriptChoice choice{.script = record->script,
+                                      .language = record->language,
+                                      .php = call.options.settings.php,
+                                      .isWanted = false};
+            const auto script = scriptOf(examinePackage(record->package), choice);
             const ChildRules rules{.limit = call.options.settings.timeLimit, .keep = {call.lock}};
             if (!script)
                 return;

@@ -43,12 +43,12 @@ void endWithParent() {
 
 } // namespace
 
-std::optional<PackageScript> scriptOf(const Package& package, const std::string& script, const std::string& language,
-                                      const std::string& php, bool isWanted) {
+std::optional<PackageScript> scriptOf(const Package& package, const ScriptChoice& choice) {
     const std::string others = namesIn(joined(package.directory, "scripts"));
-    if (others.empty() && !isWanted)
+    if (others.empty() && !choice.isWanted)
         return std::nullopt;
-    std::optional<PackageScript> found = chooseScript(package.directory, metadataOf(package), script, language, php);
+    std::optional<PackageScript> found =
+        chooseScript(package.directory, metadataOf(package), choice.script, choice.language, choice.php);
     if (!found)
         throw std::runtime_error("nothing can run it");
     if (access(found->path().c_str(), F_OK) != 0)
@@ -66,10 +66,11 @@ void runScriptAsAccount(const ScriptRun& run, const Secrets& secrets, const Acco
         for (const auto& [name, value] : secrets.variables)
             if (setenv(name.c_str(), value.c_str(), 1) != 0)
                 nimbo::throwSystemError(name, errno);
+        // runScript returns twice where the script cannot be executed: in its own child, too.
         const pid_t self = getpid();
         const int status = runScript(run.script, run.action, words);
         if (getpid() != self)
-            _exit(255); // a child that could not execute the script
+            _exit(255);
         if (status != 0)
             throw std::runtime_error(status < 0 ? "it did not end by itself" : "exit status " + std::to_string(status));
         return std::string();

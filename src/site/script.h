@@ -11,13 +11,18 @@
 
 namespace site {
 
+/// Which of a package's scripts is to run, and by what.
+struct ScriptChoice {
+    std::string script;    ///< as the record has it
+    std::string language;  ///< as the record has it
+    std::string php;       ///< the interpreter of scripts in PHP
+    bool isWanted = false; ///< the caller has named it, so that it has to be there
+};
+
 /// A script of a package.
-/// \param script, language as the record has them.
-/// \param isWanted the caller has named it, so that it has to be there.
 /// \return nothing for a package that has no scripts.
 /// \throw std::exception when the package has others but not this one, or nothing can run it.
-std::optional<PackageScript> scriptOf(const Package& package, const std::string& script, const std::string& language,
-                                      const std::string& php, bool isWanted);
+std::optional<PackageScript> scriptOf(const Package& package, const ScriptChoice& choice);
 
 /// One run of a script, for the time of the call that it is given to.
 struct ScriptRun {

@@ -9,37 +9,47 @@
 
 namespace site {
 
-Secrets readSecrets(const Places& places) {
-    std::string file = places.secrets;
-    std::optional<std::string> text = readIfThere(file);
-    if (!text) {
-        file = places.commonSecrets;
-        text = readIfThere(file);
-    }
-    if (!text)
-        return {};
-    Secrets secrets{{}, fingerprint(*text)};
-    std::istringstream lines(*text);
+namespace {
+
+/// A line that is no comment: name and value.
+/// \throw std::runtime_error for a line that can be no variable.
+std::pair<std::string, std::string> variableOf(const std::string& line) {
+    const auto equals = line.find('=');
+    const std::string name = line.substr(0, equals);
+    if (equals == std::string::npos || name.empty())
+        throw std::runtime_error("no NAME=VALUE");
+    if (name.find_first_of(" \t\r") != std::string::npos) // shells drop it, and "export" is no part of a name
+        throw std::runtime_error("a blank in the name " + name);
+    if (line.find('\0') != std::string::npos)
+        throw std::runtime_error(name + " has a NUL byte, at which the environment would end it");
+    return {name, line.substr(equals + 1)};
+}
+
+/// \param file names the text in messages.
+std::vector<std::pair<std::string, std::string>> variablesOf(const std::string& text, const std::string& file) {
+    std::vector<std::pair<std::string, std::string>> variables;
+    std::istringstream lines(text);
     int number = 0;
     for (std::string line; std::getline(lines, line);) {
         ++number;
         if (line.empty() || line.front() == '#')
             continue;
-        const auto equals = line.find('=');
-        const std::string name = line.substr(0, equals);
-        const auto refuse = [&](const std::string& why) {
-            const std::string place = std::to_string(number);
-            throw std::runtime_error(std::string(file).append(", line ").append(place).append(": ").append(why));
-        };
-        if (equals == std::string::npos || name.empty())
-            refuse("no NAME=VALUE");
-        if (name.find_first_of(" \t\r") != std::string::npos) // shells drop it, and "export" is no part of a name
-            refuse("a blank in the name " + name);
-        if (line.find('\0') != std::string::npos)
-            refuse(name + " has a NUL byte, at which the environment would end it");
-        secrets.variables.emplace_back(name, line.substr(equals + 1));
+        try {
+            variables.push_back(variableOf(line));
+        } catch (const std::runtime_error& failure) {
+            throw std::runtime_error(file + ", line " + std::to_string(number) + ": " + failure.what());
+        }
     }
-    return secrets;
+    return variables;
+}
+
+} // namespace
+
+Secrets readSecrets(const Places& places) {
+    for (const std::string& file : {places.secrets, places.commonSecrets})
+        if (const std::optional<std::string> text = readIfThere(file))
+            return {variablesOf(*text, file), fingerprint(*text)};
+    return {};
 }
 
 } // namespace site
