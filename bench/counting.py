@@ -31,7 +31,8 @@ def system_calls(command):
 def peak_kibibytes(command):
     """The greatest resident memory.
 
-    For a small process to start the command: what it starts counts the memory of its parent until it is a program.
+    time(1) starts the command, and not this process: a child counts with its parent's memory until it has become the
+    program, and that of a small parent is less than the program's own.
     """
     peak = scratch_file("peak")
     run(command, ["/usr/bin/time", "-q", "-f", "%M", "-o", peak])

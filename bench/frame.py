@@ -15,7 +15,6 @@ from aims import Aims
 from programs import LARKSPUR, ROOT, STORE
 
 SANDBOX = ROOT / "tests/support/sandbox"
-TOOLS = ["rsync", "strace", "valgrind", "/usr/bin/time"]
 
 
 @dataclass(frozen=True)
@@ -34,10 +33,11 @@ class Bench:
         return 2 if self.quick else count
 
 
-def main(description, measure, trees=(), against_another_build=False):
-    """Calls `measure` with a Bench and prints the aims.  TREES are the packages of Debian that it works on."""
+def main(description, measure, trees=(), against_another_build=False, tools=()):
+    """Calls `measure` with a Bench and prints the aims.  TREES are the packages of Debian that it works on, and TOOLS
+    what it runs beside larkspur's programs."""
     options = parse_arguments(description, against_another_build)
-    check_requirements()
+    check_requirements(tools)
     for package in trees:
         debian_trees.fetch(package)
     if "LARKSPUR_SANDBOX" not in os.environ:
@@ -63,12 +63,12 @@ def parse_arguments(description, against_another_build):
     return options
 
 
-def check_requirements():
+def check_requirements(tools):
     if os.geteuid() != 0:
         sys.exit("needs root, for the site accounts of the sandbox")
     if not LARKSPUR.exists():
         sys.exit(f"{LARKSPUR} is missing; tools/bench builds it")
-    for tool in TOOLS:
+    for tool in tools:
         if not shutil.which(tool):
             sys.exit(f"{tool} is missing; tools/bench installs it")
 
