@@ -31,9 +31,9 @@ public:
 Journal journalOfRemoval(const Places& places, const Record& record, std::vector<Step> steps) {
     return {.id = {},
             .doing = Doing::Farewell,
-            .account = record.account,
-            .uid = record.uid,
-            .documentRoot = record.documentRoot,
+            .account = record.terms.account,
+            .uid = record.terms.uid,
+            .documentRoot = record.terms.documentRoot,
             .store = places.store,
             .fragment = {},
             .steps = std::move(steps)};
@@ -42,14 +42,14 @@ Journal journalOfRemoval(const Places& places, const Record& record, std::vector
 /// The steps of a removal, on the disk before the script is asked: whatever comes then, the next call finishes it.
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
-    const Account account = inStep("account", [&] { return accountOf(record.account, record.uid); });
+    const Account account = inStep("account", [&] { return accountOf(record.terms.account, record.terms.uid); });
     const UniqueFd store = inStep("store", [&] { return openStore(places.store); });
     const SiteRequest request{
         .packageDir = {},
         .application = application,
         .account = account,
         .hosts = options.settings.vhosts,
-        .documentRoot = record.documentRoot,
+        .documentRoot = record.terms.documentRoot,
         .brought = inStep("files", [&] { return listOfFiles(places); }),
         .others = inStep("files", [&] { return listsOfOthers(options.settings, application); }),
         .ignored = {},
@@ -86,7 +86,7 @@ void endFarewell(const PendingCall& call) {
 std::string whatHasGone(const Places& places, const Record& record) {
     if (isMissing(places.hostDirectory))
         return "the host has gone";
-    if (!isAccount(record.account, record.uid))
+    if (!isAccount(record.terms.account, record.terms.uid))
         return "its account has gone: the files stay";
     return "";
 }

@@ -18,29 +18,29 @@ namespace site {
 namespace {
 
 /// What the caller wishes.  What a package says of itself is not read yet.
-Record recordOfWish(const CallOptions& options, const Wish& wish, const Places& places, const Decision& known) {
+Record::Terms termsOf(const CallOptions& options, const Wish& wish, const Places& places, const Decision& known) {
     const std::optional<Record>& before = known.before;
-    Record wanted;
-    wanted.package = known.package.directory;
-    wanted.fingerprint = known.package.fingerprint;
-    wanted.account = known.account.name;
-    wanted.uid = known.account.uid;
-    wanted.script = options.script.value_or(before ? before->script : "configure");
-    wanted.language = options.language.value_or(before ? before->language : "php");
-    wanted.parameters = wish.parameters;
-    wanted.secrets = known.secrets.fingerprint;
-    wanted.documentRoot = places.documentRoot;
-    wanted.webserverWrite = options.settings.webserverWrite;
-    return wanted;
+    return {
+        .package = known.package.directory,
+        .fingerprint = known.package.fingerprint,
+        .account = known.account.name,
+        .uid = known.account.uid,
+        .script = options.script.value_or(before ? before->terms.script : "configure"),
+        .language = options.language.value_or(before ? before->terms.language : "php"),
+        .parameters = wish.parameters,
+        .secrets = known.secrets.fingerprint,
+        .documentRoot = places.documentRoot,
+        .webserverWrite = options.settings.webserverWrite,
+    };
 }
 
 /// An installation keeps its account and its document root.
 void refuseMove(const Record& before, const Account& account, const Places& places) {
-    if (before.account != account.name)
-        throw std::runtime_error("account: it was installed for " + before.account + ", not for " + account.name);
-    inStep("account", [&] { requireUid(account, before.uid); });
-    if (before.documentRoot != places.documentRoot)
-        throw std::runtime_error("document root: it was installed in " + before.documentRoot + ", not in " +
+    if (before.terms.account != account.name)
+        throw std::runtime_error("account: it was installed for " + before.terms.account + ", not for " + account.name);
+    inStep("account", [&] { requireUid(account, before.terms.uid); });
+    if (before.terms.documentRoot != places.documentRoot)
+        throw std::runtime_error("document root: it was installed in " + before.terms.documentRoot + ", not in " +
                                  places.documentRoot);
 }
 
@@ -79,7 +79,8 @@ void stamp(Record& wanted, const std::optional<Record>& before) {
 std::string actionOf(const std::optional<Record>& before, const Record& wanted) {
     if (!before)
         return "install";
-    const bool isSamePackage = before->package == wanted.package && before->fingerprint == wanted.fingerprint;
+    const bool isSamePackage =
+        before->terms.package == wanted.terms.package && before->terms.fingerprint == wanted.terms.fingerprint;
     return isSamePackage ? "configure" : "upgrade";
 }
 
@@ -98,8 +99,8 @@ Decision decide(const CallOptions& options, const Wish& wish, const Places& plac
     };
     const std::optional<Record>& before = decision.before;
     Record& wanted = decision.wanted;
-    wanted = recordOfWish(options, wish, places, decision);
-    if (before && isSameWish(*before, wanted) && !options.repairs)
+    wanted.terms = termsOf(options, wish, places, decision);
+    if (before && before->terms == wanted.terms && !options.repairs)
         return decision;
     if (before)
         refuseMove(*before, decision.account, places);
@@ -109,8 +110,8 @@ Decision decide(const CallOptions& options, const Wish& wish, const Places& plac
     if (!before)
         refuseStandingFragment(places, decision.fragment);
     decision.script = inStep("script", [&] {
-        return scriptOf(decision.package, {.script = wanted.script,
-                                           .language = wanted.language,
+        return scriptOf(decision.package, {.script = wanted.terms.script,
+                                           .language = wanted.terms.language,
                                            .php = options.settings.php,
                                            .isWanted = options.script.has_value()});
     });

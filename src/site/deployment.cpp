@@ -86,7 +86,7 @@ void Deployment::finish() {
     } catch (const std::exception& failure) {
         say(wish_.application.title() + ": installed; the next call clears up: " + failure.what());
     }
-    logAct(wish_.application, "changed to " + decision_->wanted.package);
+    logAct(wish_.application, "changed to " + decision_->wanted.terms.package);
 }
 
 void Deployment::fail(const std::string& cause) {
@@ -199,7 +199,7 @@ void Deployment::runPackageScript() {
     sayProgress(wish_.application, step);
     inStep(step, [&] {
         const ScriptRun run{*decision_->script, decision_->action, directoryOf(wish_.application, places_.documentRoot),
-                            decision_->wanted.parameters};
+                            decision_->wanted.terms.parameters};
         const ChildRules withoutStore{.limit = options_.settings.timeLimit, .keep = {lock_->descriptor()}};
         runScriptAsAccount(run, decision_->secrets, decision_->account, withoutStore);
     });

@@ -131,14 +131,14 @@ std::string statusOf(const Installation& installation) {
     if (installation.record) {
         const Record& record = *installation.record;
         add("version", record.title + " " + record.version);
-        add("package", record.package);
-        add("account", record.account);
-        add("document root", record.documentRoot);
-        add("script", record.script + " (" + record.language + ")");
-        for (const std::string& parameter : record.parameters)
+        add("package", record.terms.package);
+        add("account", record.terms.account);
+        add("document root", record.terms.documentRoot);
+        add("script", record.terms.script + " (" + record.terms.language + ")");
+        for (const std::string& parameter : record.terms.parameters)
             add("parameter", parameter);
-        add("secrets", record.secrets.empty() ? "none" : "given");
-        add("web server", record.webserverWrite ? "writes" : "reads");
+        add("secrets", record.terms.secrets.empty() ? "none" : "given");
+        add("web server", record.terms.webserverWrite ? "writes" : "reads");
         add("installed", record.installed);
         add("changed", record.changed);
     }
@@ -162,14 +162,14 @@ std::string jsonOf(const std::vector<Installation>& installations) {
             const Record& record = *installation.record;
             object["title"] = utf8(record.title);
             object["version"] = utf8(record.version);
-            object["package"] = utf8(record.package);
-            object["account"] = utf8(record.account);
-            object["documentRoot"] = utf8(record.documentRoot);
-            object["script"] = utf8(record.script);
-            object["language"] = utf8(record.language);
-            object["parameters"] = arrayOf(record.parameters);
-            object["hasSecrets"] = !record.secrets.empty();
-            object["webserverWrite"] = record.webserverWrite;
+            object["package"] = utf8(record.terms.package);
+            object["account"] = utf8(record.terms.account);
+            object["documentRoot"] = utf8(record.terms.documentRoot);
+            object["script"] = utf8(record.terms.script);
+            object["language"] = utf8(record.terms.language);
+            object["parameters"] = arrayOf(record.terms.parameters);
+            object["hasSecrets"] = !record.terms.secrets.empty();
+            object["webserverWrite"] = record.terms.webserverWrite;
             object["installed"] = record.installed;
             object["changed"] = record.changed;
         }

@@ -66,10 +66,10 @@ std::vector<Difference> differencesOf(std::string_view text) {
 
 std::vector<Difference> differencesAsAccount(const Settings& settings, const Record& record,
                                              const InstalledFiles& files, int lock) {
-    const Account account = inStep("account", [&] { return accountOf(record.account, record.uid); });
+    const Account account = inStep("account", [&] { return accountOf(record.terms.account, record.terms.uid); });
     return inStep("files", [&] {
         return differencesOf(asAccount(account, {.limit = settings.timeLimit, .keep = {lock}}, [&] {
-            SiteTree tree(settings.vhosts, record.documentRoot);
+            SiteTree tree(settings.vhosts, record.terms.documentRoot);
             std::string text;
             for (const InstalledEntry& entry : files) {
                 const std::string what = differenceAt(tree, entry, account.uid);

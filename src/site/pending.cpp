@@ -128,17 +128,17 @@ void askForFarewell(const PendingCall& call) {
     if (record && !call.options.withoutScript) {
         const Secrets secrets = inStep("secrets", [&] { return readSecrets(call.places); });
         inStep("script remove", [&] {
-            const ScriptChoice choice{.script = record->script,
-                                      .language = record->language,
+            const ScriptChoice choice{.script = record->terms.script,
+                                      .language = record->terms.language,
                                       .php = call.options.settings.php,
                                       .isWanted = false};
-            const auto script = scriptOf(examinePackage(record->package), choice);
+            const auto script = scriptOf(examinePackage(record->terms.package), choice);
             const ChildRules rules{.limit = call.options.settings.timeLimit, .keep = {call.lock}};
             if (!script)
                 return;
-            const std::string directory = directoryOf(call.application, record->documentRoot);
-            runScriptAsAccount({*script, "remove", directory, record->parameters}, secrets, accountOf(call.journal),
-                               rules);
+            const std::string directory = directoryOf(call.application, record->terms.documentRoot);
+            runScriptAsAccount({*script, "remove", directory, record->terms.parameters}, secrets,
+                               accountOf(call.journal), rules);
         });
     }
     cutPoint("script");

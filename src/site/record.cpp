@@ -12,36 +12,38 @@ namespace site {
 
 namespace {
 
+template <class Owner>
 struct TextField {
     const char* name;
-    std::string Record::*member;
+    std::string Owner::*member;
 };
 
-constexpr std::array textFields{
-    TextField{"package", &Record::package},           TextField{"fingerprint", &Record::fingerprint},
-    TextField{"account", &Record::account},           TextField{"script", &Record::script},
-    TextField{"language", &Record::language},         TextField{"secrets", &Record::secrets},
-    TextField{"documentRoot", &Record::documentRoot}, TextField{"title", &Record::title},
-    TextField{"version", &Record::version},           TextField{"fragment", &Record::fragment},
-    TextField{"installed", &Record::installed},       TextField{"changed", &Record::changed},
-    TextField{"journal", &Record::journal},
+using Terms = Record::Terms;
+
+constexpr std::array termFields{
+    TextField<Terms>{"package", &Terms::package},           TextField<Terms>{"fingerprint", &Terms::fingerprint},
+    TextField<Terms>{"account", &Terms::account},           TextField<Terms>{"script", &Terms::script},
+    TextField<Terms>{"language", &Terms::language},         TextField<Terms>{"secrets", &Terms::secrets},
+    TextField<Terms>{"documentRoot", &Terms::documentRoot},
+};
+
+constexpr std::array otherFields{
+    TextField<Record>{"title", &Record::title},       TextField<Record>{"version", &Record::version},
+    TextField<Record>{"fragment", &Record::fragment}, TextField<Record>{"installed", &Record::installed},
+    TextField<Record>{"changed", &Record::changed},   TextField<Record>{"journal", &Record::journal},
 };
 
 } // namespace
 
-bool isSameWish(const Record& a, const Record& b) {
-    return a.package == b.package && a.fingerprint == b.fingerprint && a.account == b.account && a.uid == b.uid &&
-           a.script == b.script && a.language == b.language && a.parameters == b.parameters && a.secrets == b.secrets &&
-           a.documentRoot == b.documentRoot && a.webserverWrite == b.webserverWrite;
-}
-
 std::string textOf(const Record& record) {
     json::object object;
-    for (const TextField& field : textFields)
+    for (const auto& field : termFields)
+        object[field.name] = record.terms.*field.member;
+    for (const auto& field : otherFields)
         object[field.name] = record.*field.member;
-    object["uid"] = record.uid;
-    object["parameters"] = json::array(record.parameters.begin(), record.parameters.end());
-    object["webserverWrite"] = record.webserverWrite;
+    object["uid"] = record.terms.uid;
+    object["parameters"] = json::array(record.terms.parameters.begin(), record.terms.parameters.end());
+    object["webserverWrite"] = record.terms.webserverWrite;
     return json::serialize(object) + '\n';
 }
 
@@ -53,12 +55,14 @@ Record recordOf(const std::string& text, const std::string& file) {
     try {
         const json::value value = json::parse(text, {}, bytes);
         const json::object& object = value.as_object();
-        for (const TextField& field : textFields)
+        for (const auto& field : termFields)
+            record.terms.*field.member = std::string(object.at(field.name).as_string());
+        for (const auto& field : otherFields)
             record.*field.member = std::string(object.at(field.name).as_string());
-        record.uid = object.at("uid").to_number<uid_t>();
+        record.terms.uid = object.at("uid").to_number<uid_t>();
         for (const json::value& parameter : object.at("parameters").as_array())
-            record.parameters.emplace_back(parameter.as_string());
-        record.webserverWrite = object.at("webserverWrite").as_bool();
+            record.terms.parameters.emplace_back(parameter.as_string());
+        record.terms.webserverWrite = object.at("webserverWrite").as_bool();
     } catch (const boost::system::system_error& failure) { // whose text names the library's own sources
         throw std::runtime_error(file + " is no record: " + failure.code().message());
     } catch (const std::exception& failure) {

@@ -7,21 +7,25 @@
 
 namespace site {
 
-/// What is installed at one place: all that decides whether there is something to do, and what a person asks for.
+/// What is installed at one place.
 struct Record {
-    // The wish: two records with the same one need nothing done.
-    std::string package;     ///< directory, without links
-    std::string fingerprint; ///< of the package, as of examinePackage
-    std::string account;
-    uid_t uid = 0;
-    std::string script; ///< its name; a package without scripts has none to run
-    std::string language;
-    std::vector<std::string> parameters;
-    std::string secrets;      ///< fingerprint of what the script was given
-    std::string documentRoot; ///< directory
-    bool webserverWrite = false;
+    /// What decides whether there is something to do: there is not where all of it is as before.
+    struct Terms {
+        std::string package;     ///< directory, without links
+        std::string fingerprint; ///< of the package, as of examinePackage
+        std::string account;
+        uid_t uid = 0;
+        std::string script; ///< its name; a package without scripts has none to run
+        std::string language;
+        std::vector<std::string> parameters;
+        std::string secrets;      ///< fingerprint of what the script was given
+        std::string documentRoot; ///< directory
+        bool webserverWrite = false;
 
-    // The rest.
+        bool operator==(const Terms&) const = default;
+    };
+
+    Terms terms;
     std::string title;     ///< the application's name, as the package tells it
     std::string version;   ///< version and release, joined by "-"
     std::string fragment;  ///< fingerprint; empty for no fragment
@@ -29,8 +33,6 @@ struct Record {
     std::string changed;   ///< when it was last changed
     std::string journal;   ///< the call that wrote this record
 };
-
-bool isSameWish(const Record& a, const Record& b);
 
 std::string textOf(const Record& record);
 

@@ -159,12 +159,12 @@ TEST(Lists, WhatIsCutOffOrOfSomebodyElseIsRefused) {
 
 TEST(Records, WhatWasWrittenIsReadAndNothingElse) {
     Record record;
-    record.package = "/opt/\xff";
-    record.uid = 20001;
-    record.parameters = {"", "a\n\"b\""};
+    record.terms.package = "/opt/\xff";
+    record.terms.uid = 20001;
+    record.terms.parameters = {"", "a\n\"b\""};
     const std::string text = textOf(record);
     EXPECT_EQ(textOf(recordOf(text, "record.json")), text);
-    EXPECT_TRUE(isSameWish(recordOf(text, "record.json"), record));
+    EXPECT_EQ(recordOf(text, "record.json").terms, record.terms);
     for (const std::string bad : {"", "{", "[]", "{}", "{\"package\":5}"})
         EXPECT_THAT(failureOf([&] { recordOf(bad, "record.json"); }), StartsWith("record.json is no record: ")) << bad;
 }
