@@ -114,7 +114,7 @@ std::string Deployment::listBefore() const {
     return inStep("files", [&] { return listOfFiles(places_); });
 }
 
-SiteRequest Deployment::request() const {
+SiteRequest Deployment::siteRequest() const {
     return {
         .packageDir = decision_->package.directory,
         .application = wish_.application,
@@ -132,7 +132,7 @@ SiteRequest Deployment::request() const {
 
 /// As the account: compares, and, with a store, stages.
 void Deployment::planFiles() {
-    const SiteRequest request = this->request();
+    const SiteRequest request = siteRequest();
     sayProgress(wish_.application, "comparing and copying");
     PlannedCall planned = inStep("files", [&] {
         const LentStore lent(store_.get(), decision_->account);

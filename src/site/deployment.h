@@ -51,7 +51,7 @@ public:
 
 private:
     std::string listBefore() const;
-    SiteRequest request() const;
+    SiteRequest siteRequest() const;
     void planFiles();
     void exchangeFiles();
     void noteDirectories(const std::string& directories);

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <sstream>

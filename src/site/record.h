@@ -2,7 +2,7 @@
 
 #include <optional>
 #include <string>
-#include <sys/stat.h>
+#include <sys/types.h>
 #include <vector>
 
 namespace site {
