@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import pwd
+import select
 import signal
 import subprocess
 import sys
@@ -156,9 +157,20 @@ class Call:
         for file in self.files:
             file.close()
 
+    def wait(self):
+        """The status.  The end itself is waited for: Popen.wait with a limit asks in steps of up to 50 ms, which is
+        longer than most calls take."""
+        if self.process.poll() is None:
+            descriptor = os.pidfd_open(self.leader)
+            ended, _, _ = select.select([descriptor], [], [], PATIENCE)
+            os.close(descriptor)
+            if not ended:
+                raise TimeoutError(f"a call does not end: {self.process.args}")
+        return self.process.wait()
+
     def end(self):
         try:
-            status = self.process.wait(PATIENCE)
+            status = self.wait()
         finally:
             if self.moment:
                 self.go_on()
