@@ -172,8 +172,9 @@ class ProcessesTest(SiteTest):
                     self.call("verify")
                     self.changes(self.present(self.one))
                 for pid in self.left_behind():
-                    if not are_gone([pid]):
-                        os.kill(pid, signal.SIGKILL)
+                    for process in (*children(pid), pid):
+                        if not are_gone([process]):
+                            os.kill(process, signal.SIGKILL)
                 subprocess.run(["find", self.app, "-name", "[0-9]*", "-delete"], check=True)
 
 
