@@ -62,7 +62,7 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
                 SiteTree tree(request.hosts, request.documentRoot);
                 return textOf(planAbsence(request, tree));
             } catch (const NoDocumentRoot&) {
-                return textOf(SitePlan());
+                return textOf(SitePlan()); // finishRemoval says so
             }
         }));
     });
@@ -83,25 +83,15 @@ void endFarewell(const PendingCall& call) {
 }
 
 /// Why nobody can remove an application's files; empty where its account can.
-std::string whatHasGone(const Places& places, const Record& record) {
+std::string whatHasGone(const Places& places, const std::optional<Record>& record) {
     if (isMissing(places.hostDirectory))
         return "the host has gone";
-    if (!isAccount(record.terms.account, record.terms.uid))
+    if (record && !isAccount(record->terms.account, record->terms.uid))
         return "its account has gone: the files stay";
-    return "";
-}
-
-/// Removes what root has of an application, and leaves its files.
-/// \param why nobody can remove those.
-void forget(const CallOptions& options, const Application& application, const Places& places, const std::string& why) {
-    say(application.title() + ": " + why + "; only fragment and record are removed");
     const std::optional<std::string> journal = readIfThere(places.journal);
-    if (journal && !isMissing(places.store))
-        (void)emptyStore(places.store, journalOf(*journal, places.journal).steps, Ending::TakenBack);
-    removeFragment(options.settings, places);
-    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
-        removeDurably(file);
-    (void)rmdir(places.state.c_str()); // also where files are kept: it is forgotten, so `list` does not show it
+    if (journal && !isStoreThere(journalOf(*journal, places.journal).store))
+        return "the store of a call that was cut off has gone: the files stay";
+    return "";
 }
 
 /// Removes all of an application, its files as its account.
@@ -129,12 +119,17 @@ bool remove(const CallOptions& options, const Application& application) {
         throw std::runtime_error("there is no " + options.settings.vhosts);
     const FileLock lock = inStep("lock", [&] { return lockHost(application, places, options.wait); });
     const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
-    const std::string gone = record && options.withoutScript ? whatHasGone(places, *record) : "";
-    if (!gone.empty()) {
-        forget(options, application, places, gone);
+    const std::string gone = options.withoutScript ? whatHasGone(places, record) : "";
+    if (!gone.empty() && (record || hasJournal(places))) {
+        say(application.title() + ": " + gone + "; only fragment and record are removed");
+        forget(options, application, places);
         return true;
     }
-    const Left left = inStep("recovery", [&] { return settle(options, application, places, lock.descriptor()); });
+    const Left left = inStep("recovery", [&] {
+        const Left own = settle(options, application, places, lock.descriptor());
+        settleOthers(options, application, lock.descriptor());
+        return own;
+    });
     if (left == Left::Removed)
         return true;
     if (!record)

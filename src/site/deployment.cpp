@@ -31,7 +31,10 @@ Deployment::Deployment(const CallOptions& options, const Wish& wish)
 void Deployment::prepare() {
     requireHost(places_);
     lock_ = inStep("lock", [&] { return lockHost(wish_.application, places_, options_.wait); });
-    inStep("recovery", [&] { settle(options_, wish_.application, places_, lock_->descriptor()); });
+    inStep("recovery", [&] {
+        settle(options_, wish_.application, places_, lock_->descriptor());
+        settleOthers(options_, wish_.application, lock_->descriptor());
+    });
     makeDirectories(places_.state);
     isSettled_ = true;
     decision_ = decide(options_, wish_, places_);
@@ -45,7 +48,7 @@ void Deployment::prepare() {
 Outlook Deployment::look() {
     requireHost(places_);
     decision_ = decide(options_, wish_, places_);
-    const bool isPending = hasJournal(places_);
+    const bool isPending = hasPendingCall(options_.settings, wish_.application.host);
     if (isNeeded() && !isPending) // what a call has brought and not recorded would count as a visitor's
         planFiles();
     const std::string standing = readIfThere(places_.fragment).value_or("");
@@ -97,7 +100,7 @@ void Deployment::fail(const std::string& cause) {
             sayAsBefore(wish_.application);
         if (!hasWayBack_ && isSettled_) {
             dropStore(places_.store);
-            (void)rmdir(places_.state.c_str());
+            removeState(places_);
         }
     } catch (const std::exception& again) {
         say(wish_.application.title() + ": way back: " + again.what() + "; the next call tries again");

@@ -1,12 +1,15 @@
 #include "site/pending.h"
 
+#include "files/paths.h"
 #include "site/account.h"
 #include "site/carrying_out.h"
 #include "site/cut_point.h"
 #include "site/durable_files.h"
 #include "site/fingerprint.h"
 #include "site/in_step.h"
+#include "site/installed_files.h"
 #include "site/interruption.h"
+#include "site/known_applications.h"
 #include "site/package.h"
 #include "site/record.h"
 #include "site/report.h"
@@ -19,6 +22,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <iostream>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace site {
@@ -62,20 +67,53 @@ void removeOldDirectories(const PendingCall& call, int store) {
     });
 }
 
+void emptyStoreOf(const Application& application, const Journal& journal, Ending ending) {
+    const std::string kept = emptyStore(journal.store, journal.steps, ending);
+    if (!kept.empty())
+        say(application.title() + ": files that somebody had changed are kept in " + kept);
+}
+
+/// Not all of the way back could be walked, so record and list of files are not true any more.  Without the package's
+/// fingerprint the next call finds something to do, and what may stand there of the new release counts as brought.
+void noteDoubt(const PendingCall& call) {
+    std::optional<Record> record = readRecord(call.places.record);
+    if (!record)
+        return;
+    InstalledFiles files = installedFilesOf(readIfThere(call.places.files).value_or(""), call.places.files);
+    for (const Step& step : call.journal.steps) {
+        const bool isDirectory = step.kind == StepKind::MakeDirectory;
+        if (isDirectory || step.kind == StepKind::AddFile)
+            files.push_back(
+                {.path = step.path, .isDirectory = isDirectory, .size = step.brings.size, .time = step.brings.time});
+    }
+    std::ranges::stable_sort(files, {}, &InstalledEntry::path);
+    const auto twice = std::ranges::unique(files, {}, &InstalledEntry::path); // where this was cut off, too
+    files.erase(twice.begin(), twice.end());
+    writeDurably(call.places.files, textOf(files));
+    record->terms.fingerprint.clear();
+    writeDurably(call.places.record, textOf(*record));
+}
+
 /// Empties the store and ends the journal, in this order: a journal without its store could not be taken back, and a
 /// store without a journal is dropped by the next call.
 void end(const PendingCall& call, int store, Ending ending) {
-    const std::string kept = emptyStore(call.journal.store, call.journal.steps, ending);
-    if (!kept.empty())
-        say(call.application.title() + ": files that somebody had changed are kept in " + kept);
+    emptyStoreOf(call.application, call.journal, ending);
     syncHosts(store);
     removeDurably(call.places.journal);
     dropStore(call.journal.store);
 }
 
-void keepEditedFragment(const PendingCall& call, const std::string& text) {
-    const std::string kept = keepFragment(call.journal.store, text);
-    say(call.application.title() + ": the fragment, which somebody had changed, is kept as " + kept);
+void keepEditedFragment(const Application& application, const std::string& store, const std::string& text) {
+    const std::string kept = keepFragment(store, text);
+    say(application.title() + ": the fragment, which somebody had changed, is kept as " + kept);
+}
+
+/// Keeps the standing fragment if it is not the one that was recorded.
+void keepUnknownFragment(const Application& application, const Places& places, const std::string& store) {
+    const std::optional<Record> record = readRecord(places.record);
+    const std::optional<std::string> fragment = readIfThere(places.fragment);
+    if (record && fragment && fingerprint(*fragment) != record->fragment)
+        keepEditedFragment(application, store, *fragment);
 }
 
 void putFragmentBack(const PendingCall& call) {
@@ -83,7 +121,7 @@ void putFragmentBack(const PendingCall& call) {
     if (standing == call.journal.fragment)
         return;
     if (!standing.empty() && fingerprint(standing) != call.journal.newFragment)
-        keepEditedFragment(call, standing);
+        keepEditedFragment(call.application, call.journal.store, standing);
     const auto lock = lockServer(call.options.settings);
     noteReload(call.options.settings); // the next call would not know of it after a cut
     (void)placeFragment(call.places, call.journal.fragment);
@@ -102,9 +140,12 @@ bool goBack(const PendingCall& call) {
     syncHosts(store.get());
     putFragmentBack(call);
     cutPoint("taken-back");
+    const bool isWhole = answer == "whole";
+    if (!isWhole)
+        noteDoubt(call);
     removeDurably(call.places.newFiles);
     end(call, store.get(), Ending::TakenBack);
-    return answer == "whole";
+    return isWhole;
 }
 
 void clearUp(const PendingCall& call) {
@@ -115,7 +156,7 @@ void clearUp(const PendingCall& call) {
     cutPoint("listed");
     const UniqueFd store = openLeftStore(call.journal.store);
     if (call.journal.isFragmentEdited)
-        keepEditedFragment(call, call.journal.fragment);
+        keepEditedFragment(call.application, call.journal.store, call.journal.fragment);
     removeOldDirectories(call, store.get());
     cutPoint("cleared");
     end(call, store.get(), Ending::Final);
@@ -155,14 +196,13 @@ void finishRemoval(const PendingCall& call) {
     inSite(call, store.get(), [&](SiteTree* tree) {
         if (tree != nullptr)
             takeAway(*tree, store.get(), call.journal.steps);
+        else
+            std::cerr << "there is no document root: its files stay\n";
         return std::string();
     });
     syncHosts(store.get());
     cutPoint("taken");
-    const std::optional<Record> record = readRecord(call.places.record);
-    const std::optional<std::string> fragment = readIfThere(call.places.fragment);
-    if (record && fragment && fingerprint(*fragment) != record->fragment)
-        keepEditedFragment(call, *fragment);
+    keepUnknownFragment(call.application, call.places, call.journal.store);
     removeFragment(call.options.settings, call.places);
     cutPoint("unplaced");
     removeDurably(call.places.record);
@@ -208,6 +248,47 @@ void settleFragment(const CallOptions& options, const Application& application, 
     const PendingCall call{options, application, places, lock, journalOf(*text, places.journal)};
     if (call.journal.doing == Doing::Presence && !isRecorded(call))
         putFragmentBack(call);
+}
+
+void settleOthers(const CallOptions& options, const Application& application, int lock) {
+    CallOptions ofOthers = options;
+    ofOthers.withoutScript = false; // which was said for this application
+    for (const Application& other : applicationsOf(options.settings, application.host)) {
+        const Places places(options.settings, other);
+        if (other.name == application.name || !hasJournal(places))
+            continue;
+        try {
+            (void)settle(ofOthers, other, places, lock);
+        } catch (const Interrupted&) {
+            throw;
+        } catch (const std::exception& failure) {
+            throw std::runtime_error(other.title() + ": " + failure.what());
+        }
+    }
+}
+
+void forget(const CallOptions& options, const Application& application, const Places& places) {
+    const Uninterrupted toTheEnd;
+    const bool canKeep = !isMissing(std::string(parentOf(places.hostStore))); // not of a host that has gone
+    if (canKeep)
+        keepUnknownFragment(application, places, places.store);
+    if (const auto text = readIfThere(places.journal)) {
+        const Journal journal = journalOf(*text, places.journal);
+        if (isStoreThere(journal.store))
+            emptyStoreOf(application, journal, Ending::TakenBack);
+        dropStore(journal.store);
+        if (canKeep && journal.isFragmentEdited)
+            keepEditedFragment(application, places.store, journal.fragment);
+    }
+    removeFragment(options.settings, places);
+    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
+        removeDurably(file);
+    removeState(places);
+}
+
+bool hasPendingCall(const Settings& settings, const std::string& host) {
+    const auto isPending = [&](const Application& application) { return hasJournal(Places(settings, application)); };
+    return std::ranges::any_of(applicationsOf(settings, host), isPending);
 }
 
 bool hasJournal(const Places& places) {

@@ -47,12 +47,24 @@ enum class Left { Nothing, TakenBack, ClearedUp, Removed };
 /// where only clearing up was left, there is nothing to say. \throw std::exception when it cannot be ended.
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock);
 
+/// Ends what cut-off calls have left for the other applications of a host.  A call that passed them over could bring a
+/// file that is there already, and the way back of the other call would take it.
+/// \throw std::runtime_error when one cannot be ended; it names the application.
+void settleOthers(const CallOptions& options, const Application& application, int lock);
+
 /// Of all that a cut-off call has left, puts only the fragment back.  Runs nothing in the account's name, so it takes
 /// no time that others would wait for.  The rest is ended by settle. \throw std::exception when it cannot be put back.
 void settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock);
 
+/// Removes what root has of an application whose files nobody can remove, and keeps what of them lies in its store.
+/// \throw std::exception; the next call goes on.
+void forget(const CallOptions& options, const Application& application, const Places& places);
+
 /// True where a call is at work or was cut off.
 bool hasJournal(const Places& places);
+
+/// The same for any application of a host.
+bool hasPendingCall(const Settings& settings, const std::string& host);
 
 /// Removes the directory of what is known of an application, unless there is something left in it or in its store.
 void removeState(const Places& places);

@@ -31,35 +31,36 @@ bool forEachOnHost(const std::string& host, const CallOptions& options, const Wo
             throw;
         } catch (const std::exception& failure) {
             say(application.title() + ": recovery: " + failure.what());
-            sayFailed(host);
             isGood = false;
         }
     }
     return isGood;
 }
 
-/// The same on every host.
-bool forEachApplication(const CallOptions& options, const Work& work) {
-    bool isGood = true;
-    for (const std::string& host : hostsOf(options.settings))
-        isGood = forEachOnHost(host, options, work) && isGood;
-    return isGood;
-}
-
 } // namespace
 
 bool recover(const CallOptions& options) {
-    return forEachApplication(options, [&](const Application& application, const Places& places, int lock) {
+    const auto end = [&](const Application& application, const Places& places, int lock) {
         (void)settle(options, application, places, lock);
         if (isMissing(places.record))
             removeState(places);
-    });
+    };
+    bool isGood = true;
+    for (const std::string& host : hostsOf(options.settings)) {
+        if (forEachOnHost(host, options, end))
+            continue;
+        sayFailed(host);
+        isGood = false;
+    }
+    return isGood;
 }
 
 void recoverFragments(const CallOptions& options) {
-    (void)forEachApplication(options, [&](const Application& application, const Places& places, int lock) {
+    const auto putBack = [&](const Application& application, const Places& places, int lock) {
         settleFragment(options, application, places, lock);
-    });
+    };
+    for (const std::string& host : hostsOf(options.settings))
+        (void)forEachOnHost(host, options, putBack); // the host at hand has not failed
 }
 
 Outcome reload(const CallOptions& options) {

@@ -181,7 +181,8 @@ std::size_t optionWords(const Words& words, const po::options_description& optio
     std::size_t at = 0;
     while (at < words.size() && words[at].starts_with('-')) {
         const bool hasValue = words[at].find('=') != std::string::npos;
-        const auto* const option = options.find_nothrow(words[at].substr(words[at].find_first_not_of('-')), false);
+        const std::string name = words[at].substr(std::min(words[at].find_first_not_of('-'), words[at].size()));
+        const auto* const option = name.empty() ? nullptr : options.find_nothrow(name, false);
         const bool takesValue = option != nullptr && option->semantic()->max_tokens() > 0;
         at += takesValue && !hasValue ? 2 : 1;
     }

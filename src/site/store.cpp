@@ -118,6 +118,10 @@ UniqueFd openStore(const std::string& store) {
     return openLeftStore(store);
 }
 
+bool isStoreThere(const std::string& store) {
+    return !isMissing(callDirectory(store));
+}
+
 UniqueFd openLeftStore(const std::string& store) {
     const std::string directory = callDirectory(store);
     UniqueFd call = openDirectory(directory);

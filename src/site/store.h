@@ -61,6 +61,10 @@ std::string emptyStore(const std::string& store, const std::vector<Step>& steps,
 /// \throw nimbo::SystemError
 std::string keepFragment(const std::string& store, const std::string& text);
 
+/// True where the directory of a call is in the store.
+/// \throw nimbo::SystemError where that cannot be looked at.
+bool isStoreThere(const std::string& store);
+
 /// Removes the directory of a call with all files that it holds, if there is one, and a store in which nothing is left.
 /// For a call whose steps were never begun or that has emptied it.  A directory that is not empty is kept.
 /// \throw nimbo::SystemError

@@ -117,6 +117,44 @@ class CutOffTest(SiteTest):
                         self.assertEqual(differences(self.releases[result], self.release()), [])
                         self.reloaded()
 
+    def test_what_another_application_brings_is_not_taken(self):
+        """A call that was cut off is ended before another one for the host begins, whatever application that is for."""
+        both = self.package("both", {"htdocs/mine/app/index": "one", "htdocs/other": "other"})
+        less = self.package("less", {"htdocs/other": "other"})
+        inner = self.package("inner", {"htdocs/index": "one"})
+        rows = [  # what is there before, and what is cut off where
+            ("a removal", both, ["absent", "one.example", "."], ("swap", 1)),
+            ("an installation", None, self.words(both, name="."), ("swapped", 1)),
+            ("an upgrade", less, self.words(both, name="."), ("swapped", 1)),
+        ]
+        for name, before, words, moment in rows:
+            with self.subTest(name):
+                if before:
+                    self.changes(self.present(before, name="."))
+                self.cut(kill_tree, moment, words)
+                self.changes(self.present(inner, name="mine/app", options=["--ignore=replaces"]))
+                self.stays(self.call("recover"))
+                self.stays(self.call("verify", "one.example", "mine/app"))
+                self.changes(self.absent(name="mine/app"))
+                self.assertEqual(self.absent(name=".").status, 0)
+
+    def test_a_way_back_that_leaves_something_is_not_the_end(self):
+        """The files that could not be reached then are not taken for the release of the record."""
+        away = self.root / "away"
+        rows = [
+            ("closed", lambda: self.app.chmod(0), lambda: self.app.chmod(0o755)),
+            ("of another name", lambda: self.app.rename(away), lambda: away.rename(self.app)),
+        ]
+        for name, bar, unbar in rows:
+            with self.subTest(name):
+                self.begin("one")
+                self.cut(kill_tree, ("swapped", 1), self.acts["upgrade"])
+                bar()
+                self.stays(self.call("recover"))
+                unbar()
+                self.changes(self.present(self.one))
+                self.assertEqual(differences(self.releases["one"]["tree"], self.release()["tree"]), [])
+
     def test_a_reload_in_the_middle_and_a_cut_reload_are_done_again(self):
         for moment in [("swapped", 1), ("script", 1), "script", ("record", 1), ("noted", 1)]:
             with self.subTest(moment):

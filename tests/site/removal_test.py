@@ -81,6 +81,9 @@ class RemovalTest(SiteTest):
                 kept_by_text = {pathlib.Path(file).read_text(): file for file in self.applications("list")[0]["kept"]}
                 self.assertIn(text, kept_by_text)
                 self.assertIn(f"kept as {kept_by_text[text]}", outcome.error)
+        kept = self.applications("list")[0]["kept"]
+        self.fails(self.present(self.one, account="nobody-here"), "account: ")
+        self.assertEqual(self.applications("list")[0]["kept"], kept)
 
     def test_a_removal_is_not_finished_while_the_hosts_are_not_mounted(self):
         (self.one / "scripts/configure").write_text(f"#!/bin/sh\ntouch {self.marks}/ran\n")
@@ -101,8 +104,11 @@ class RemovalTest(SiteTest):
         record = self.places()[0] / "record.json"
         record.write_text(record.read_text().replace("20001", "20002"))
         self.fails(self.present(self.two), "account: sitea is another one than it was installed for")
+        self.places()[2].write_text("# mine\n")
         self.changes(self.absent(options=["--without-script"]))
         self.assertTrue((self.app / "index").exists())
+        (kept,) = self.applications("list")[0]["kept"]
+        self.assertEqual(pathlib.Path(kept).read_text(), "# mine\n")
         self.changes(self.present(self.one, options=["--ignore=replaces"]))
         self.changes(self.call("reload"))
         shutil.rmtree(self.root.parent)
@@ -110,6 +116,15 @@ class RemovalTest(SiteTest):
         self.changes(self.absent(options=["--without-script"]))
         self.changes(self.call("reload"))
         self.assertEqual(self.loaded.read_text(), "")
+
+    def test_a_host_that_is_made_anew_does_not_stay_barred(self):
+        self.cut(kill_tree, ("swapped", 1), self.words(self.two))
+        for directory in (self.root.parent, self.vhosts / "system/one.example"):
+            shutil.rmtree(directory)
+        self.host("one.example", "sitea")
+        self.fails(self.present(self.one), "recovery: ")
+        self.changes(self.absent(options=["--without-script"]))
+        self.changes(self.present(self.one))
 
 
 if __name__ == "__main__":
