@@ -19,16 +19,22 @@
 #include "site/site_tree.h"
 #include "site/store.h"
 #include "site/taking_back.h"
+#include "site/text_lines.h"
 
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
+#include <string_view>
 #include <unistd.h>
+#include <unordered_set>
 
 namespace site {
 
 namespace {
+
+constexpr std::string_view wholeWord = "whole";
 
 /// True where the call has written its record, behind which it is final.
 bool isRecorded(const PendingCall& call) {
@@ -73,19 +79,49 @@ void emptyStoreOf(const Application& application, const Journal& journal, Ending
         say(application.title() + ": files that somebody had changed are kept in " + kept);
 }
 
-/// Not all of the way back could be walked, so record and list of files are not true any more.  Without the package's
+/// A way back on its way to the process that keeps record and list.
+std::string textOf(const WayBack& back) {
+    std::string text;
+    LineWriter(text).word(back.isWhole ? wholeWord : "part").path("");
+    for (const std::size_t step : back.unreached)
+        LineWriter(text).number(static_cast<std::int64_t>(step)).path("");
+    return text;
+}
+
+WayBack wayBackOf(std::string_view text) {
+    WayBack back;
+    back.isWhole = LineReader(takeLine(text)).word() == wholeWord;
+    while (!text.empty())
+        back.unreached.push_back(LineReader(takeLine(text)).number<std::size_t>());
+    return back;
+}
+
+/// The files that some steps brought, with the directories that were made for them.
+InstalledFiles filesOf(const std::vector<Step>& steps, const std::vector<std::size_t>& chosen) {
+    std::unordered_set<std::string_view> made;
+    for (const Step& step : steps)
+        if (step.kind == StepKind::MakeDirectory)
+            made.insert(step.path);
+    InstalledFiles files;
+    for (const std::size_t number : chosen) {
+        const Step& step = steps.at(number);
+        if (step.kind != StepKind::AddFile)
+            continue; // its place had a file before, and has its line
+        files.push_back({.path = step.path, .size = step.brings.size, .time = step.brings.time});
+        for (std::string_view above = parentOf(step.path); made.erase(above) > 0; above = parentOf(above))
+            files.push_back({.path = std::string(above), .isDirectory = true});
+    }
+    return files;
+}
+
+/// Record and list of files are not true any more where steps could not be taken back.  Without the package's
 /// fingerprint the next call finds something to do, and what may stand there of the new release counts as brought.
-void noteDoubt(const PendingCall& call) {
+void noteDoubt(const PendingCall& call, const std::vector<std::size_t>& unreached) {
     std::optional<Record> record = readRecord(call.places.record);
     if (!record)
         return;
     InstalledFiles files = installedFilesOf(readIfThere(call.places.files).value_or(""), call.places.files);
-    for (const Step& step : call.journal.steps) {
-        const bool isDirectory = step.kind == StepKind::MakeDirectory;
-        if (isDirectory || step.kind == StepKind::AddFile)
-            files.push_back(
-                {.path = step.path, .isDirectory = isDirectory, .size = step.brings.size, .time = step.brings.time});
-    }
+    std::ranges::move(filesOf(call.journal.steps, unreached), std::back_inserter(files));
     std::ranges::stable_sort(files, {}, &InstalledEntry::path);
     const auto twice = std::ranges::unique(files, {}, &InstalledEntry::path); // where this was cut off, too
     files.erase(twice.begin(), twice.end());
@@ -134,18 +170,16 @@ void putFragmentBack(const PendingCall& call) {
 bool goBack(const PendingCall& call) {
     const Uninterrupted toTheEnd;
     const UniqueFd store = openLeftStore(call.journal.store);
-    const std::string answer = inSite(call, store.get(), [&](SiteTree* tree) {
-        return std::string(takeBack(tree, store.get(), call.journal.steps) ? "whole" : "");
-    });
+    const WayBack back = wayBackOf(inSite(
+        call, store.get(), [&](SiteTree* tree) { return textOf(takeBack(tree, store.get(), call.journal.steps)); }));
     syncHosts(store.get());
     putFragmentBack(call);
     cutPoint("taken-back");
-    const bool isWhole = answer == "whole";
-    if (!isWhole)
-        noteDoubt(call);
+    if (!back.unreached.empty())
+        noteDoubt(call, back.unreached);
     removeDurably(call.places.newFiles);
     end(call, store.get(), Ending::TakenBack);
-    return isWhole;
+    return back.isWhole;
 }
 
 void clearUp(const PendingCall& call) {

@@ -44,7 +44,8 @@ void finishRemoval(const PendingCall& call);
 enum class Left { Nothing, TakenBack, ClearedUp, Removed };
 
 /// Ends what a cut-off call has left, if anything.  Says so where it takes the call back or goes on with a removal;
-/// where only clearing up was left, there is nothing to say. \throw std::exception when it cannot be ended.
+/// where only clearing up was left, there is nothing to say.
+/// \throw std::exception when it cannot be ended.
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock);
 
 /// Ends what cut-off calls have left for the other applications of a host.  A call that passed them over could bring a
@@ -53,7 +54,8 @@ Left settle(const CallOptions& options, const Application& application, const Pl
 void settleOthers(const CallOptions& options, const Application& application, int lock);
 
 /// Of all that a cut-off call has left, puts only the fragment back.  Runs nothing in the account's name, so it takes
-/// no time that others would wait for.  The rest is ended by settle. \throw std::exception when it cannot be put back.
+/// no time that others would wait for.  The rest is ended by settle.
+/// \throw std::exception when it cannot be put back.
 void settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock);
 
 /// Removes what root has of an application whose files nobody can remove, and keeps what of them lies in its store.

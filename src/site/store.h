@@ -52,8 +52,10 @@ enum class Ending {
 
 /// Empties the directory of a call: what a package brought is removed, and what is somebody else's goes to "kept/TIME",
 /// where root finds it; with a path below it, unless something of the account's is in the way.  Can be cut off and
-/// begun again. \param steps of the call. \return where something was kept; empty for nothing. \throw
-/// nimbo::SystemError
+/// begun again.
+/// \param steps of the call.
+/// \return where something was kept; empty for nothing.
+/// \throw nimbo::SystemError
 std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending);
 
 /// Keeps the text of a fragment that somebody had changed.

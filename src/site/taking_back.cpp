@@ -26,28 +26,38 @@ public:
     /// \param tree null where there is no document root any more.
     TakingBack(SiteTree* tree, int store) : tree_(tree), store_(store), reached_(reachedStep(store)) {}
 
-    /// True when every place is as before.
-    bool isWhole() const { return isWhole_; }
+    WayBack result() const { return result_; }
 
     void takeBack(const Step& step, std::size_t number) {
+        const Identity stored = identityOf(entryAt(store_, storeName(number).c_str()));
+        bool isReached = false;
         try {
-            takeBackWhereItIsOpen(step, number);
+            isReached = takeBackWhereItIsOpen(step, number, stored);
         } catch (const nimbo::SystemError& failure) {
             if (failure.err != EACCES)
                 throw;
             // Its owner has closed the directory: a call that waited for it would never end.
             leave(step.path, "left as it is: its directory is closed");
         }
+        if (!isReached && isCarriedOut(step, stored))
+            result_.unreached.push_back(number);
     }
 
 private:
-    void takeBackWhereItIsOpen(const Step& step, std::size_t number) {
-        const Identity stored = identityOf(entryAt(store_, storeName(number).c_str()));
+    /// True for a step that moved a file, where the store shows that it did.
+    static bool isCarriedOut(const Step& step, const Identity& stored) {
+        if (step.kind == StepKind::AddFile)
+            return stored != step.staged;
+        return step.standing.inode != 0 && stored == step.standing;
+    }
+
+    /// \return false where a directory on the way is missing.
+    bool takeBackWhereItIsOpen(const Step& step, std::size_t number, const Identity& stored) {
         const std::optional<Place> place = tree_ == nullptr ? std::nullopt : tree_->find(step.path);
         if (!place) {
             if (step.standing.inode != 0 && stored == step.standing)
                 leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
-            return;
+            return false;
         }
         const Ends ends{*place, store_, storeName(number)};
         switch (step.kind) {
@@ -70,13 +80,14 @@ private:
         case StepKind::RemoveDirectory:
             break;
         }
+        return true;
     }
 
     static Identity identityOf(const std::optional<Entry>& entry) { return entry ? entry->identity : Identity(); }
 
     void leave(const std::string& path, const char* why) {
         tell(path, why);
-        isWhole_ = false;
+        result_.isWhole = false;
     }
 
     static void removeDirectory(const Step& step, const Place& place) {
@@ -131,12 +142,12 @@ private:
     SiteTree* tree_;
     int store_;
     std::size_t reached_;
-    bool isWhole_ = true;
+    WayBack result_;
 };
 
 } // namespace
 
-bool takeBack(SiteTree* tree, int store, const std::vector<Step>& steps) {
+WayBack takeBack(SiteTree* tree, int store, const std::vector<Step>& steps) {
     TakingBack taking(tree, store);
     std::size_t failures = 0;
     for (std::size_t number = steps.size(); number-- > 0;) {
@@ -151,7 +162,7 @@ bool takeBack(SiteTree* tree, int store, const std::vector<Step>& steps) {
     if (failures > 0)
         throw std::runtime_error(std::to_string(failures) + (failures == 1 ? " step" : " steps") +
                                  " could not be taken back");
-    return taking.isWhole();
+    return taking.result();
 }
 
 } // namespace site

@@ -155,6 +155,17 @@ class CutOffTest(SiteTest):
                 self.changes(self.present(self.one))
                 self.assertEqual(differences(self.releases["one"]["tree"], self.release()["tree"]), [])
 
+    def test_what_a_visitor_has_put_in_a_place_stays_there(self):
+        self.begin("one")
+        self.cut(kill_tree, ("swapped", 1), self.acts["upgrade"])
+        pages = [self.app / "index", self.app / "new/page"]  # one was exchanged, one is new
+        for page in pages:
+            page.unlink()
+            page.write_text("a visitor's")
+        self.stays(self.call("recover"))
+        self.stays(self.present(self.one))
+        self.assertEqual([page.read_text() for page in pages], ["a visitor's"] * 2)
+
     def test_a_reload_in_the_middle_and_a_cut_reload_are_done_again(self):
         for moment in [("swapped", 1), ("script", 1), "script", ("record", 1), ("noted", 1)]:
             with self.subTest(moment):
