@@ -123,8 +123,9 @@ void noteDoubt(const PendingCall& call, const std::vector<std::size_t>& unreache
     InstalledFiles files = installedFilesOf(readIfThere(call.places.files).value_or(""), call.places.files);
     std::ranges::move(filesOf(call.journal.steps, unreached), std::back_inserter(files));
     std::ranges::stable_sort(files, {}, &InstalledEntry::path);
-    const auto twice = std::ranges::unique(files, {}, &InstalledEntry::path); // where this was cut off, too
-    files.erase(twice.begin(), twice.end());
+    const auto isSame = [](const InstalledEntry& a, const InstalledEntry& b) { return a.path == b.path; };
+    files.erase(std::unique(files.begin(), files.end(), isSame),
+                files.end()); // it has them where this was cut off, too
     writeDurably(call.places.files, textOf(files));
     record->terms.fingerprint.clear();
     writeDurably(call.places.record, textOf(*record));
