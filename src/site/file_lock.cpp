@@ -47,18 +47,26 @@ bool FileLock::isHeld(const std::string& file) {
     return found.l_type != F_UNLCK;
 }
 
-FileLock FileLock::take(const std::string& file, std::chrono::seconds wait, const std::function<void()>& tell) {
-    const auto end = std::chrono::steady_clock::now() + wait;
+FileLock FileLock::take(const std::string& file, std::chrono::seconds wait, const std::function<void()>& begins,
+                        const std::function<void()>& lasts) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::seconds second(1);
+    const auto end = Clock::now() + wait;
+    auto next = Clock::now() + second;
     bool isTold = false;
     for (;;) {
         if (std::optional<FileLock> lock = tryToTake(file))
             return std::move(*lock);
         throwIfInterrupted();
-        if (std::chrono::steady_clock::now() >= end)
+        if (Clock::now() >= end)
             throw std::runtime_error("another call has not ended within " + std::to_string(wait.count()) + " s");
         if (!isTold)
-            tell();
+            begins();
         isTold = true;
+        if (Clock::now() >= next) {
+            lasts();
+            next += second;
+        }
         sleepUntilSignal(std::chrono::milliseconds(20));
     }
 }

@@ -26,9 +26,12 @@ public:
 
     /// Waits for the lock.
     /// \param wait how long at most.
-    /// \param tell called once when it is not free.
+    /// \param begins called once when it is not free.
+    /// \param lasts called behind every second in which it was not.
     /// \throw std::runtime_error when the time has passed; nimbo::SystemError; Interrupted.
-    static FileLock take(const std::string& file, std::chrono::seconds wait, const std::function<void()>& tell);
+    static FileLock take(
+        const std::string& file, std::chrono::seconds wait, const std::function<void()>& begins,
+        const std::function<void()>& lasts = [] {});
 
     int descriptor() const { return fd_.get(); }
 

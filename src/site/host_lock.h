@@ -7,7 +7,9 @@
 
 namespace site {
 
-/// Waits for the lock of an application's host and says so.  Two calls for one host never work at once.
+/// Waits for the lock of an application's host and says so.  Two calls for one host never work at once.  What a call
+/// that was killed has left holds the lock as well; where that does not end by itself, because its account has stopped
+/// it for instance, it is killed.
 /// \throw std::exception as FileLock::take.
 FileLock lockHost(const Application& application, const Places& places, std::chrono::seconds wait);
 

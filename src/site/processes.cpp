@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -100,6 +101,18 @@ std::vector<pid_t> livingOf(const Child& child) {
     return living;
 }
 
+/// True where one of a process's descriptors is that file's.
+bool hasOpen(pid_t process, const struct stat& file) {
+    boost::system::error_code none;
+    const std::string descriptors = "/proc/" + std::to_string(process) + "/fd";
+    for (fs::directory_iterator entry(descriptors, none), end; entry != end; entry.increment(none)) {
+        struct stat status {};
+        if (stat(entry->path().c_str(), &status) == 0 && status.st_dev == file.st_dev && status.st_ino == file.st_ino)
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 StartTime startOf(pid_t process) {
@@ -121,6 +134,23 @@ void killStarted(const Child& child) {
             return;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+}
+
+bool killLeftHolders(const std::string& file) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0)
+        return false;
+    std::vector<pid_t> holders;
+    for (const auto& [pid, process] : allProcesses()) {
+        if (process.isDead || !hasOpen(pid, status))
+            continue;
+        if (userOf(pid).value_or(0) == 0)
+            return false; // a call is at work, or looks whether it may be
+        holders.push_back(pid);
+    }
+    for (const pid_t pid : holders)
+        kill(pid, SIGKILL);
+    return !holders.empty();
 }
 
 } // namespace site

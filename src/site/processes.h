@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <sys/types.h>
 
 namespace site {
@@ -24,5 +25,9 @@ struct Child {
 /// session: a server that has made itself a daemon goes on. Waits until they have ended, but not for ever: a process
 /// that hangs in a device cannot be killed.
 void killStarted(const Child& child);
+
+/// Kills the processes that have a file open, if none of them is root's.
+/// \return true when there were any.
+bool killLeftHolders(const std::string& file);
 
 } // namespace site

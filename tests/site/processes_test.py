@@ -78,6 +78,16 @@ class ProcessesTest(SiteTest):
                 self.assertTrue(are_gone(family))
                 self.assertEqual(differences(self.is_one, self.release()), [])
 
+    def test_what_a_killed_call_has_left_is_ended_by_the_next_one(self):
+        call = self.start(*self.words(self.two), moment="script")
+        self.assertTrue(call.hold())
+        stopped = above_script(call)
+        as_account("sitea", lambda: os.kill(stopped, signal.SIGSTOP))
+        os.kill(call.leader, signal.SIGKILL)
+        call.end()
+        self.changes(self.present(self.two))
+        self.assertTrue(are_gone([stopped]))
+
     @staticmethod
     def looks_into(pid):
         """What a process gets to see of another one."""
