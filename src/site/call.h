@@ -1,6 +1,5 @@
 #pragma once
 
-#include "site/installed_files.h"
 #include "site/journal.h"
 #include "site/places.h"
 #include "site/settings.h"

@@ -4,10 +4,10 @@
 #include "site/account.h"
 #include "site/carrying_out.h"
 #include "site/cut_point.h"
+#include "site/doubt.h"
 #include "site/durable_files.h"
 #include "site/fingerprint.h"
 #include "site/in_step.h"
-#include "site/installed_files.h"
 #include "site/interruption.h"
 #include "site/known_applications.h"
 #include "site/package.h"
@@ -19,22 +19,16 @@
 #include "site/site_tree.h"
 #include "site/store.h"
 #include "site/taking_back.h"
-#include "site/text_lines.h"
 
 #include <algorithm>
 #include <functional>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
-#include <string_view>
 #include <unistd.h>
-#include <unordered_set>
 
 namespace site {
 
 namespace {
-
-constexpr std::string_view wholeWord = "whole";
 
 /// True where the call has written its record, behind which it is final.
 bool isRecorded(const PendingCall& call) {
@@ -77,58 +71,6 @@ void emptyStoreOf(const Application& application, const Journal& journal, Ending
     const std::string kept = emptyStore(journal.store, journal.steps, ending);
     if (!kept.empty())
         say(application.title() + ": files that somebody had changed are kept in " + kept);
-}
-
-/// A way back on its way to the process that keeps record and list.
-std::string textOf(const WayBack& back) {
-    std::string text;
-    LineWriter(text).word(back.isWhole ? wholeWord : "part").path("");
-    for (const std::size_t step : back.unreached)
-        LineWriter(text).number(static_cast<std::int64_t>(step)).path("");
-    return text;
-}
-
-WayBack wayBackOf(std::string_view text) {
-    WayBack back;
-    back.isWhole = LineReader(takeLine(text)).word() == wholeWord;
-    while (!text.empty())
-        back.unreached.push_back(LineReader(takeLine(text)).number<std::size_t>());
-    return back;
-}
-
-/// The files that some steps brought, with the directories that were made for them.
-InstalledFiles filesOf(const std::vector<Step>& steps, const std::vector<std::size_t>& chosen) {
-    std::unordered_set<std::string_view> made;
-    for (const Step& step : steps)
-        if (step.kind == StepKind::MakeDirectory)
-            made.insert(step.path);
-    InstalledFiles files;
-    for (const std::size_t number : chosen) {
-        const Step& step = steps.at(number);
-        if (step.kind != StepKind::AddFile)
-            continue; // its place had a file before, and has its line
-        files.push_back({.path = step.path, .size = step.brings.size, .time = step.brings.time});
-        for (std::string_view above = parentOf(step.path); made.erase(above) > 0; above = parentOf(above))
-            files.push_back({.path = std::string(above), .isDirectory = true});
-    }
-    return files;
-}
-
-/// Record and list of files are not true any more where steps could not be taken back.  Without the package's
-/// fingerprint the next call finds something to do, and what may stand there of the new release counts as brought.
-void noteDoubt(const PendingCall& call, const std::vector<std::size_t>& unreached) {
-    std::optional<Record> record = readRecord(call.places.record);
-    if (!record)
-        return;
-    InstalledFiles files = installedFilesOf(readIfThere(call.places.files).value_or(""), call.places.files);
-    std::ranges::move(filesOf(call.journal.steps, unreached), std::back_inserter(files));
-    std::ranges::stable_sort(files, {}, &InstalledEntry::path);
-    const auto isSame = [](const InstalledEntry& a, const InstalledEntry& b) { return a.path == b.path; };
-    files.erase(std::unique(files.begin(), files.end(), isSame),
-                files.end()); // it has them where this was cut off, too
-    writeDurably(call.places.files, textOf(files));
-    record->terms.fingerprint.clear();
-    writeDurably(call.places.record, textOf(*record));
 }
 
 /// Empties the store and ends the journal, in this order: a journal without its store could not be taken back, and a
@@ -177,7 +119,7 @@ bool goBack(const PendingCall& call) {
     putFragmentBack(call);
     cutPoint("taken-back");
     if (!back.unreached.empty())
-        noteDoubt(call, back.unreached);
+        noteDoubt(call.places, call.journal.steps, back.unreached);
     removeDurably(call.places.newFiles);
     end(call, store.get(), Ending::TakenBack);
     return back.isWhole;

@@ -6,7 +6,6 @@
 #include "site/pending.h"
 #include "site/report.h"
 #include "site/server.h"
-#include "site/store.h"
 
 #include <functional>
 #include <optional>

@@ -3,6 +3,7 @@
 #include "runtime/errors.h"
 #include "site/cut_point.h"
 #include "site/ends.h"
+#include "site/text_lines.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -19,6 +20,8 @@ namespace {
 [[noreturn]] void fail(const std::string& path) {
     nimbo::throwSystemError(path, errno);
 }
+
+constexpr std::string_view wholeWord = "whole";
 
 /// Takes steps back, in the reverse order.
 class TakingBack {
@@ -163,6 +166,22 @@ WayBack takeBack(SiteTree* tree, int store, const std::vector<Step>& steps) {
         throw std::runtime_error(std::to_string(failures) + (failures == 1 ? " step" : " steps") +
                                  " could not be taken back");
     return taking.result();
+}
+
+std::string textOf(const WayBack& back) {
+    std::string text;
+    LineWriter(text).word(back.isWhole ? wholeWord : "part").path("");
+    for (const std::size_t step : back.unreached)
+        LineWriter(text).number(static_cast<std::int64_t>(step)).path("");
+    return text;
+}
+
+WayBack wayBackOf(std::string_view text) {
+    WayBack back;
+    back.isWhole = LineReader(takeLine(text)).word() == wholeWord;
+    while (!text.empty())
+        back.unreached.push_back(LineReader(takeLine(text)).number<std::size_t>());
+    return back;
 }
 
 } // namespace site

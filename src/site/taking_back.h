@@ -4,6 +4,8 @@
 #include "site/site_tree.h"
 
 #include <cstddef>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace site {
@@ -23,5 +25,11 @@ struct WayBack {
 /// \param tree null where there is no document root any more.
 /// \throw std::runtime_error when a step could not be taken back, after all others have been tried.
 WayBack takeBack(SiteTree* tree, int store, const std::vector<Step>& steps);
+
+/// A way back on its way to the process that keeps record and list.
+std::string textOf(const WayBack& back);
+
+/// \throw std::runtime_error for a text that is none.
+WayBack wayBackOf(std::string_view text);
 
 } // namespace site
