@@ -6,8 +6,10 @@ Brought::Brought(const std::string& text) : files_(installedFilesOf(text, "the l
     byPath_.reserve(files_.size());
     for (const InstalledEntry& entry : files_) {
         byPath_.emplace(entry.path, &entry);
-        count_ += entry.isDirectory ? 0 : 1;
-        times_[entry.sourceTime] += entry.isDirectory ? 0 : 1;
+        if (entry.isDirectory)
+            continue;
+        ++count_;
+        ++times_[entry.sourceTime];
     }
 }
 

@@ -27,8 +27,8 @@ public:
     bool isUntouched(const std::string& path, const struct stat& standing) const;
 
     /// True where the source of a file has the time that it had when the file was brought, so that it has the same
-    /// content if it has the same size.  The time of half of the files tells nothing: there are archives in which all
-    /// files have one time, in each release the same.
+    /// content if it has the same size.  A time that more than half of the files share tells nothing: some archives
+    /// give all files of all releases one time.
     bool comesFrom(const std::string& path, Nanoseconds sourceTime) const;
 
 private:

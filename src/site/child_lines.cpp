@@ -1,6 +1,7 @@
 #include "site/child_lines.h"
 
 #include "preview/text.h"
+#include "site/report.h"
 
 #include <algorithm>
 #include <iostream>
@@ -14,7 +15,7 @@ constexpr std::size_t most = 1U << 20;
 
 /// True for what only this program may say: other programs rely on it.
 bool isOurs(std::string_view line) {
-    return line.starts_with("failed: ") || line.ends_with(": files, fragment and record are as before");
+    return line.starts_with(failedBegin) || line.ends_with(asBeforeEnd);
 }
 
 } // namespace

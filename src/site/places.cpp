@@ -34,7 +34,7 @@ Application applicationOf(const std::string& host, const std::string& name) {
         !name.empty() && !name.starts_with('/') && !hasDotDot(path) && std::ranges::none_of(name, isControl);
     if (!isUsable)
         throw std::runtime_error("not a place below a document root: " + name);
-    return {hostOf(host), path.empty() ? "." : path};
+    return {hostOf(host), path.empty() ? documentRootItself : path};
 }
 
 std::string elementOf(const std::string& name) {

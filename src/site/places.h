@@ -1,5 +1,6 @@
 #pragma once
 
+#include "files/subdirectory.h"
 #include "site/settings.h"
 
 #include <string>
@@ -13,7 +14,7 @@ struct Application {
 
     std::string title() const { return host + "/" + name; }
     /// The path below the document root; empty for the root itself.
-    std::string below() const { return name == "." ? std::string() : name; }
+    std::string below() const { return name == documentRootItself ? std::string() : name; }
 };
 
 /// \throw std::runtime_error for words that cannot name an application.

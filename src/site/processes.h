@@ -22,7 +22,7 @@ struct Child {
 /// Kills a child with what it has started.  Of one that became an account's that is all, whatever sessions they have
 /// made: what they left behind has become this process's child (PR_SET_CHILD_SUBREAPER), and is known by its age and
 /// its account, so that what other accounts' children have left, and what is older, stays.  Of root's it is the
-/// session: a server that has made itself a daemon goes on. Waits until they have ended, but not for ever: a process
+/// session: a server that has made itself a daemon goes on.  Waits until they have ended, but not for ever: a process
 /// that hangs in a device cannot be killed.
 void killStarted(const Child& child);
 

@@ -14,11 +14,11 @@ void say(const std::string& text) {
 }
 
 void sayAsBefore(const Application& application) {
-    std::cerr << escaped(application.title()) << ": files, fragment and record are as before" << std::endl;
+    std::cerr << escaped(application.title()) << asBeforeEnd << std::endl;
 }
 
 void sayFailed(const std::string& host) {
-    std::cerr << "failed: " << escaped(host) << std::endl;
+    std::cerr << failedBegin << escaped(host) << std::endl;
 }
 
 void sayProgress(const Application& application, const std::string& step) {

@@ -3,10 +3,15 @@
 #include "site/places.h"
 
 #include <string>
+#include <string_view>
 
 // What a person is told, on standard error.  No byte of a name reaches a terminal as a control character.
 
 namespace site {
+
+// How the two lines begin and end on which other programs rely.
+inline constexpr std::string_view failedBegin = "failed: ";
+inline constexpr std::string_view asBeforeEnd = ": files, fragment and record are as before";
 
 /// A line with the program's name in front.
 void say(const std::string& text);

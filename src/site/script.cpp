@@ -1,6 +1,6 @@
 #include "site/script.h"
 
-#include "files/paths.h"
+#include "metadata/package_location.h"
 #include "runtime/errors.h"
 #include "runtime/shared_end.h"
 
@@ -44,7 +44,7 @@ void endWithParent() {
 } // namespace
 
 std::optional<PackageScript> scriptOf(const Package& package, const ScriptChoice& choice) {
-    const std::string others = namesIn(joined(package.directory, "scripts"));
+    const std::string others = namesIn(scriptsDirectoryOf(package.directory));
     if (others.empty() && !choice.isWanted)
         return std::nullopt;
     std::optional<PackageScript> found =

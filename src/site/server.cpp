@@ -1,5 +1,6 @@
 #include "site/server.h"
 
+#include "files/paths.h"
 #include "runtime/errors.h"
 #include "runtime/scoped_disposition.h"
 #include "site/child.h"
@@ -111,8 +112,7 @@ bool placeFragment(const Places& places, const std::string& text) {
     }
     // Whoever may write there configures a server that starts as root, so the mode is the same whatever a default ACL
     // above says.
-    const std::string directory = places.fragment.substr(0, places.fragment.rfind('/'));
-    makeDirectory(directory, 0755);
+    makeDirectory(std::string(parentOf(places.fragment)), 0755);
     writeDurably(places.fragment, text);
     return true;
 }

@@ -8,7 +8,7 @@
 
 namespace site {
 
-/// What is to come to a site.
+/// What is planned for a site: what is to come to it or, without a package, what is to go.
 struct SiteRequest {
     std::string packageDir;
     Application application;

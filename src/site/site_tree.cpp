@@ -55,7 +55,7 @@ std::optional<Entry> entryAt(int directory, const char* name) {
     entry.status.st_mtim = {found.stx_mtime.tv_sec, found.stx_mtime.tv_nsec};
     entry.identity.inode = found.stx_ino;
     if ((found.stx_mask & STATX_BTIME) != 0)
-        entry.identity.birth = found.stx_btime.tv_sec * Nanoseconds{1'000'000'000} + found.stx_btime.tv_nsec;
+        entry.identity.birth = nanosecondsOf({found.stx_btime.tv_sec, found.stx_btime.tv_nsec});
     return entry;
 }
 

@@ -65,7 +65,7 @@ public:
 
     void keep(int call, const std::string& name, const std::string& path) {
         makeDirectories(kept_);
-        const std::string last = path.substr(path.rfind('/') + 1);
+        const std::string last(nameIn(path));
         const UniqueFd directory = ownDirectory(std::string(parentOf(path)));
         const bool isKept =
             directory.get() >= 0 && renameat2(call, name.c_str(), directory.get(), last.c_str(), RENAME_NOREPLACE) == 0;

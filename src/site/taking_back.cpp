@@ -47,18 +47,21 @@ public:
     }
 
 private:
+    /// True where what stood at the place before has come to the store.
+    static bool isOldOneStored(const Step& step, const Identity& stored) {
+        return step.standing.inode != 0 && stored == step.standing;
+    }
+
     /// True for a step that moved a file, where the store shows that it did.
     static bool isCarriedOut(const Step& step, const Identity& stored) {
-        if (step.kind == StepKind::AddFile)
-            return stored != step.staged;
-        return step.standing.inode != 0 && stored == step.standing;
+        return step.kind == StepKind::AddFile ? stored != step.staged : isOldOneStored(step, stored);
     }
 
     /// \return false where a directory on the way is missing.
     bool takeBackWhereItIsOpen(const Step& step, std::size_t number, const Identity& stored) {
         const std::optional<Place> place = tree_ == nullptr ? std::nullopt : tree_->find(step.path);
         if (!place) {
-            if (step.standing.inode != 0 && stored == step.standing)
+            if (isOldOneStored(step, stored))
                 leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
             return false;
         }
