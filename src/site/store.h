@@ -68,8 +68,8 @@ std::string keepFragment(const std::string& store, const std::string& text);
 bool isStoreThere(const std::string& store);
 
 /// Removes the directory of a call with all files that it holds, if there is one, then the store and the directory of
-/// the host's stores, where nothing is left in them. For a call whose steps were never begun or that has emptied it.  A
-/// directory that is not empty is kept. \throw nimbo::SystemError
+/// the host's stores, where nothing is left in them. For a call whose steps were never begun or that has emptied it.
+/// What cannot be removed is kept. \throw nimbo::SystemError
 void dropStore(const std::string& store);
 
 /// Has the disk take all that was written to the hosts' file system.
