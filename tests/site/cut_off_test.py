@@ -1,8 +1,10 @@
 #!/usr/bin/python3
 """Each step of each act is ended by SIGKILL; then the same call, another call, or recover leaves one release."""
 
+import itertools
+
 from calls import kill_child, kill_leader, kill_tree
-from support import SiteTest, main, mappings
+from support import SiteTest, main, mappings, share
 from trees import differences
 
 HANDLER = "<php:handler><php:extension>php</php:extension></php:handler>"
@@ -56,32 +58,29 @@ class CutOffTest(SiteTest):
         ("one", "remove", "recover", ["one", "nothing"]),
     ]
 
-    def moments_of(self, release, act):
+    def cuts(self, release, act, is_repeated):
+        """Each moment of an act, and who dies at it.  Where the leader is at the moment, it is alone; what has died makes
+        no difference to who comes next, so one next call is enough for each."""
         self.begin(release)
-        found = self.moments(*self.acts[act])
-        self.assertGreater(len(found), 7, found)
-        return [*found, "script"]
-
-    @staticmethod
-    def ends(moment, is_same_act):
-        """Who dies.  Where the leader is at the moment, it is alone; what has died makes no difference to who comes
-        next, so one next call is enough for each."""
-        has_child = moment == "script" or moment[0] in ("stage", "swap")
-        return ENDS if has_child and is_same_act else ENDS[:1]
+        moments = self.moments(*self.acts[act])
+        self.assertGreater(len(moments), 7, moments)
+        for moment in [*moments, "script"]:
+            has_child = moment == "script" or moment[0] in ("stage", "swap")
+            for who, end in ENDS if has_child and is_repeated else ENDS[:1]:
+                yield moment, who, end
 
     def test_every_moment_of_every_act_and_every_next_call(self):
         for release, act, following, results in self.ROWS:
-            for moment in self.moments_of(release, act):
-                for who, end in self.ends(moment, act == following):
-                    with self.subTest(f"{act} over {release}, {who} killed at {moment}, then {following}"):
-                        self.begin(release)
-                        self.cut(end, moment, self.acts[act])
-                        if act == following:
-                            self.looks()
-                        outcome = self.call(*self.acts[following])
-                        self.assertEqual(outcome.status, 0, outcome.error)
-                        self.is_one_of({name: self.releases[name] for name in results})
-                        self.reloaded()
+            for moment, who, end in share(self.cuts(release, act, act == following)):
+                with self.subTest(f"{act} over {release}, {who} killed at {moment}, then {following}"):
+                    self.begin(release)
+                    self.cut(end, moment, self.acts[act])
+                    if act == following:
+                        self.looks()
+                    outcome = self.call(*self.acts[following])
+                    self.assertEqual(outcome.status, 0, outcome.error)
+                    self.is_one_of({name: self.releases[name] for name in results})
+                    self.reloaded()
 
     def looks(self):
         """A look at what a call would do fails at nothing that was cut off."""
@@ -106,16 +105,15 @@ class CutOffTest(SiteTest):
             moments = self.moments("recover")
             self.assertGreater(len(moments), 2)
             self.is_one_of(self.releases)
-            for moment in moments:
-                for following, result in results.items():
-                    with self.subTest(f"{act}, cut off at {first}, then at {moment}, then {following}"):
-                        self.begin(release)
-                        self.cut(self.reload_and_kill, first, self.acts[act])
-                        self.cut(kill_tree, moment, ["recover"])
-                        outcome = self.call(*self.acts[following])
-                        self.assertEqual(outcome.status, 0, outcome.error)
-                        self.assertEqual(differences(self.releases[result], self.release()), [])
-                        self.reloaded()
+            for moment, following in share(itertools.product(moments, results)):
+                with self.subTest(f"{act}, cut off at {first}, then at {moment}, then {following}"):
+                    self.begin(release)
+                    self.cut(self.reload_and_kill, first, self.acts[act])
+                    self.cut(kill_tree, moment, ["recover"])
+                    outcome = self.call(*self.acts[following])
+                    self.assertEqual(outcome.status, 0, outcome.error)
+                    self.assertEqual(differences(self.releases[results[following]], self.release()), [])
+                    self.reloaded()
 
     def test_what_another_application_brings_is_not_taken(self):
         """A call that was cut off is ended before another one for the host begins, whatever application that is for."""

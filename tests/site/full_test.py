@@ -4,7 +4,7 @@
 from typing import NamedTuple
 
 from disks import DiskTest
-from support import main
+from support import main, share
 from trees import differences
 
 
@@ -27,7 +27,7 @@ class FullTest(DiskTest):
 
     def full_during(self, act, fill, disk):
         failures = 0
-        for moment in self.all_moments(act.words):
+        for moment in share(self.all_moments(act.words)):
             with self.subTest(f"{moment} of {act.words}"):
                 call = self.start(*act.words, moment=moment)
                 self.assertTrue(call.hold())

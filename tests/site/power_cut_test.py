@@ -5,7 +5,7 @@ import pathlib
 
 from disks import DiskTest
 from calls import kill_tree
-from support import main
+from support import main, share
 from trees import differences
 
 
@@ -18,7 +18,7 @@ class TwoDisksTest(DiskTest):
 
     def cut_power_during(self, words, done):
         """`done` is the release that the call leaves when nothing cuts it off."""
-        for moment in [*self.all_moments(words), "end"]:
+        for moment in share([*self.all_moments(words), "end"]):
             with self.subTest(moment):
                 self.cut_power(moment, words)
                 self.assertEqual(self.call("recover").status, 0)
