@@ -2,7 +2,7 @@
 
 namespace site {
 
-Brought::Brought(const std::string& text) : files_(installedFilesOf(text, "the list of files")) {
+Brought::Brought(const FilesText& list) : files_(installedFilesOf(list)) {
     byPath_.reserve(files_.size());
     for (const InstalledEntry& entry : files_) {
         byPath_.emplace(entry.path, &entry);

@@ -13,9 +13,8 @@ namespace site {
 /// What the package brought that the site has now, by path.
 class Brought {
 public:
-    /// \param text of InstalledFiles; empty where nothing was brought.
-    /// \throw std::runtime_error for a text that is none.
-    explicit Brought(const std::string& text);
+    /// \throw std::runtime_error for a text that is no list.
+    explicit Brought(const FilesText& list);
 
     const InstalledFiles& all() const { return files_; }
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "site/application.h"
 #include "site/journal.h"
-#include "site/places.h"
 #include "site/settings.h"
 
 #include <chrono>

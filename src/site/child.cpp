@@ -70,7 +70,7 @@ void closeAllBut(std::vector<int> kept) {
     std::ranges::sort(kept);
     unsigned next = STDERR_FILENO + 1;
     for (const int fd : kept) {
-        const auto number = static_cast<unsigned>(std::max(fd, 0));
+        const auto number = static_cast<unsigned>(fd);
         if (number > next)
             close_range(next, number - 1, 0);
         next = std::max(next, number + 1);

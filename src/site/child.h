@@ -16,7 +16,7 @@ namespace site {
 struct ChildRules {
     std::chrono::seconds limit; ///< then the child is killed with what it has started
     Lines lines = Lines::Shown;
-    std::vector<int> keep;             ///< descriptors that it keeps; it has no others
+    std::vector<int> keep;             ///< descriptors that it keeps, none of them negative; it has no others
     std::optional<uid_t> account = {}; ///< whose it becomes; asAccount says so
 };
 

@@ -11,15 +11,20 @@ namespace site {
 
 namespace {
 
-bool mayBeReplaced(const Finding& finding, const SiteRequest& request, const Comparison& comparison,
+/// True where the finding is that a file of the package's own is replaced, which is what an upgrade is for.  In a
+/// writable tree that holds as long as nobody has written to the file.
+bool isOwnReplaced(const Finding& finding, const SiteRequest& request, const Comparison& comparison,
                    const Brought& brought) {
-    const std::string path = sitePath(request.application, finding.subject);
-    const auto entry = comparison.preview.entries.find(finding.subject);
-    if (finding.code != "replaces" || brought.file(path) == nullptr || entry == comparison.preview.entries.end())
+    if (finding.code != "replaces")
         return false;
+    const auto entry = comparison.preview.entries.find(finding.subject);
+    const std::string path = sitePath(request.application, finding.subject);
+    if (entry == comparison.preview.entries.end() || brought.file(path) == nullptr)
+        return false;
+    if (!entry->second.isInWritableTree)
+        return true;
     struct stat standing {};
-    return !entry->second.isInWritableTree ||
-           (lstat(joined(request.documentRoot, path).c_str(), &standing) == 0 && brought.isUntouched(path, standing));
+    return lstat(joined(request.documentRoot, path).c_str(), &standing) == 0 && brought.isUntouched(path, standing);
 }
 
 } // namespace
@@ -37,6 +42,7 @@ Comparison compare(const SiteRequest& request, const Brought& brought) {
     settings.applicationSubdirectory = request.application.name;
     // What is opened is opened by steps, and visitors' entries are in none.
     settings.skipWebserverWrite = true;
+    // Asked for each file that has its source's size; of one that is known the content is not read.
     settings.isKnown = [&](const std::string& relative, const PreviewEntry& entry, const struct stat& file) {
         seen.push_back({relative, file});
         const std::string path = sitePath(request.application, relative);
@@ -52,7 +58,7 @@ void refuseFindings(const SiteRequest& request, const Comparison& comparison, co
     std::erase_if(findings, [&](const Finding& finding) {
         return finding.severity == Severity::Note ||
                std::ranges::find(request.ignored, finding.code) != request.ignored.end() ||
-               mayBeReplaced(finding, request, comparison, brought);
+               isOwnReplaced(finding, request, comparison, brought);
     });
     if (findings.empty())
         return;

@@ -110,10 +110,10 @@ void Deployment::fail(const std::string& cause) {
 }
 
 /// What the package brought that the site has now.
-std::string Deployment::listBefore() const {
+FilesText Deployment::listBefore() const {
     const bool mayBeMissing = !decision_->before || options_.repairs; // a repair makes the list anew
     if (mayBeMissing)
-        return readIfThere(places_.files).value_or("");
+        return {readIfThere(places_.files).value_or(textOf(InstalledFiles())), places_.files};
     return inStep("files", [&] { return listOfFiles(places_); });
 }
 
@@ -180,7 +180,7 @@ void Deployment::exchangeFiles() {
 void Deployment::noteDirectories(const std::string& directories) {
     if (directories.empty())
         return;
-    InstalledFiles files = installedFilesOf(files_, places_.newFiles);
+    InstalledFiles files = installedFilesOf({files_, places_.newFiles});
     std::unordered_map<std::string_view, InstalledEntry*> entries;
     for (InstalledEntry& entry : files)
         entries.emplace(entry.path, &entry);

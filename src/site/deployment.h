@@ -50,7 +50,7 @@ public:
     void fail(const std::string& cause);
 
 private:
-    std::string listBefore() const;
+    FilesText listBefore() const;
     SiteRequest siteRequest() const;
     void planFiles();
     void exchangeFiles();

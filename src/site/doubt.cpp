@@ -40,7 +40,8 @@ void noteDoubt(const Places& places, const std::vector<Step>& steps, const std::
     std::optional<Record> record = readRecord(places.record);
     if (!record)
         return;
-    InstalledFiles files = installedFilesOf(readIfThere(places.files).value_or(""), places.files);
+    const std::string none = textOf(InstalledFiles());
+    InstalledFiles files = installedFilesOf({readIfThere(places.files).value_or(none), places.files});
     std::ranges::move(filesOf(steps, unreached), std::back_inserter(files));
     std::ranges::stable_sort(files, {}, &InstalledEntry::path);
     const auto isSame = [](const InstalledEntry& a, const InstalledEntry& b) { return a.path == b.path; };

@@ -5,8 +5,8 @@
 
 namespace site {
 
-/// A number that differs where the text does, but for one chance in 2^64.  No safeguard against somebody who looks for
-/// two texts that agree: what is compared is root's.
+/// A number that differs where the text does, but for one chance in 2^64.  It is no safeguard against somebody who
+/// looks for two texts with one number, and need not be one: the texts are root's.
 std::uint64_t checksum(const std::string& text);
 
 /// A number in 16 hexadecimal digits.

@@ -116,7 +116,7 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
     const std::optional<Record> record = readRecord(places.record);
     if (!record)
         return {};
-    const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }), places.files);
+    const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }));
     std::vector<Difference> differences = differencesAsAccount(settings, *record, files, lock.descriptor());
     compareFragment(places, *record, differences);
     return differences;

@@ -14,6 +14,7 @@ namespace {
 constexpr std::string_view fileWord = "file";
 constexpr std::string_view directoryWord = "directory";
 constexpr std::string_view placeWord = "place"; // a directory that was there
+constexpr std::string_view endLine = "end";     // a file that lost its last lines would lose them unnoticed
 
 } // namespace
 
@@ -27,15 +28,16 @@ std::string textOf(const InstalledFiles& files) {
             line.word(fileWord).number(entry.mode).number(entry.size).number(entry.time).number(entry.sourceTime);
         line.path(entry.path);
     }
-    return text;
+    return text.append(endLine) + '\n';
 }
 
-InstalledFiles installedFilesOf(const std::string& text, const std::string& file) {
+InstalledFiles installedFilesOf(const FilesText& list) {
     InstalledFiles files;
-    files.reserve(static_cast<std::size_t>(std::ranges::count(text, '\n')));
+    files.reserve(static_cast<std::size_t>(std::ranges::count(list.text, '\n')));
     try {
-        for (std::string_view rest = text; !rest.empty();) {
-            LineReader line(takeLine(rest));
+        std::string_view rest = list.text;
+        for (std::string_view next = takeLine(rest); next != endLine; next = takeLine(rest)) {
+            LineReader line(next);
             InstalledEntry entry;
             const std::string kind = line.word();
             entry.isDirectory = kind != fileWord;
@@ -51,8 +53,10 @@ InstalledFiles installedFilesOf(const std::string& text, const std::string& file
             entry.path = line.path();
             files.push_back(std::move(entry));
         }
+        if (!rest.empty())
+            throw std::runtime_error("lines behind its end");
     } catch (const std::runtime_error& failure) {
-        throw std::runtime_error(file + " is no list of files: " + failure.what());
+        throw std::runtime_error(list.file + " is no list of files: " + failure.what());
     }
     return files;
 }

@@ -24,11 +24,16 @@ struct InstalledEntry {
 /// In ascending order of paths, so that a directory stands before what it holds.
 using InstalledFiles = std::vector<InstalledEntry>;
 
-/// One line an entry.
+/// One line an entry, and one that tells the end.
 std::string textOf(const InstalledFiles& files);
 
-/// \param file names the text in messages.
-/// \throw std::runtime_error for a text that is no such list.
-InstalledFiles installedFilesOf(const std::string& text, const std::string& file);
+/// Such a text and the file where it stands.
+struct FilesText {
+    std::string text;
+    std::string file;
+};
+
+/// \throw std::runtime_error for a text that is no such list; it names the file.
+InstalledFiles installedFilesOf(const FilesText& list);
 
 } // namespace site

@@ -7,6 +7,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace fs = boost::filesystem;
 
@@ -39,25 +40,24 @@ std::vector<Application> applicationsOf(const Settings& settings, const std::str
     return applications;
 }
 
-std::string listOfFiles(const Places& places) {
-    std::optional<std::string> list = readIfThere(places.files);
-    if (!list)
-        list = readIfThere(places.newFiles); // of a first call that was cut off behind its record
-    if (!list)
-        throw std::runtime_error("the list of what was installed is missing: " + places.files);
-    return *list;
+FilesText listOfFiles(const Places& places) {
+    // The second one is that of a first call that was cut off behind its record.
+    for (const std::string& file : {places.files, places.newFiles})
+        if (std::optional<std::string> text = readIfThere(file))
+            return {std::move(*text), file};
+    throw std::runtime_error("the list of what was installed is missing: " + places.files);
 }
 
-std::vector<std::string> listsOfOthers(const Settings& settings, const Application& application) {
-    std::vector<std::string> lists;
+std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application) {
+    std::vector<FilesText> lists;
     for (const Application& other : applicationsOf(settings, application.host)) {
         if (other.name == application.name)
             continue;
         // Of one that was cut off, either may be the list of what is there.
         const Places places(settings, other);
         for (const std::string& file : {places.files, places.newFiles})
-            if (std::optional<std::string> list = readIfThere(file))
-                lists.push_back(std::move(*list));
+            if (std::optional<std::string> text = readIfThere(file))
+                lists.push_back({std::move(*text), file});
     }
     return lists;
 }

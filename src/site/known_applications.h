@@ -1,5 +1,6 @@
 #pragma once
 
+#include "site/installed_files.h"
 #include "site/places.h"
 #include "site/settings.h"
 
@@ -16,12 +17,12 @@ std::vector<std::string> hostsOf(const Settings& settings);
 /// \throw nimbo::SystemError when that cannot be read.
 std::vector<Application> applicationsOf(const Settings& settings, const std::string& host);
 
-/// What is recorded of an application's files: a text for installedFilesOf.
+/// What is recorded of an application's files.
 /// \throw std::runtime_error when it is missing, so that nothing would be known of them; nimbo::SystemError
-std::string listOfFiles(const Places& places);
+FilesText listOfFiles(const Places& places);
 
 /// The same of all other applications on the host, as far as it is there; two of one that was cut off.
 /// \throw nimbo::SystemError
-std::vector<std::string> listsOfOthers(const Settings& settings, const Application& application);
+std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application);
 
 } // namespace site

@@ -55,8 +55,8 @@ public:
         std::unordered_set<std::string> kept;
         for (const InstalledEntry& entry : files_)
             kept.insert(entry.path);
-        for (const std::string& other : request_.others)
-            for (InstalledEntry& entry : installedFilesOf(other, "the list of another application's files"))
+        for (const FilesText& other : request_.others)
+            for (InstalledEntry& entry : installedFilesOf(other))
                 kept.insert(std::move(entry.path));
         std::vector<Step> directories;
         for (const InstalledEntry& entry : brought_.all()) {

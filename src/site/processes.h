@@ -19,11 +19,13 @@ struct Child {
     std::optional<uid_t> account; ///< whose it became; nothing for one that stays root's
 };
 
-/// Kills a child with what it has started.  Of one that became an account's that is all, whatever sessions they have
-/// made: what they left behind has become this process's child (PR_SET_CHILD_SUBREAPER), and is known by its age and
-/// its account, so that what other accounts' children have left, and what is older, stays.  Of root's it is the
-/// session: a server that has made itself a daemon goes on.  Waits until they have ended, but not for ever: a process
-/// that hangs in a device cannot be killed.
+/// Kills a child with what it has started:
+/// - Of a child that stays root's, its session.  A server that has made itself a daemon goes on.
+/// - Of a child that became an account's, all processes of the account below this one that are as young, whatever
+///   sessions they have made.  They are below this one also where their parents have ended (PR_SET_CHILD_SUBREAPER).
+///   What children of other accounts have left stays.
+///
+/// Waits until they have ended, but not for ever: a process that hangs in a device cannot be killed.
 void killStarted(const Child& child);
 
 /// Kills the processes that have a file open, if none of them is root's.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "site/places.h"
+#include "site/application.h"
 
 #include <string>
 #include <string_view>

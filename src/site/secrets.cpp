@@ -1,10 +1,10 @@
 #include "site/secrets.h"
 
+#include "site/commented_lines.h"
 #include "site/durable_files.h"
 #include "site/fingerprint.h"
 
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 
 namespace site {
@@ -28,18 +28,7 @@ std::pair<std::string, std::string> variableOf(const std::string& line) {
 /// \param file names the text in messages.
 std::vector<std::pair<std::string, std::string>> variablesOf(const std::string& text, const std::string& file) {
     std::vector<std::pair<std::string, std::string>> variables;
-    std::istringstream lines(text);
-    int number = 0;
-    for (std::string line; std::getline(lines, line);) {
-        ++number;
-        if (line.empty() || line.front() == '#')
-            continue;
-        try {
-            variables.push_back(variableOf(line));
-        } catch (const std::runtime_error& failure) {
-            throw std::runtime_error(file + ", line " + std::to_string(number) + ": " + failure.what());
-        }
-    }
+    forEachLine(text, file, [&](const std::string& line) { variables.push_back(variableOf(line)); });
     return variables;
 }
 

@@ -21,6 +21,11 @@ namespace site {
 
 namespace {
 
+/// A file that is there while the server has not read all that has changed.
+std::string dueMark(const Settings& settings) {
+    return joined(settings.state, "reload-is-due");
+}
+
 /// Runs a command of the settings.  It has no descriptor of this process, so that a server that it starts keeps no
 /// lock.
 void runCommand(const Settings& settings, const std::string& name, const std::string& command) {
@@ -91,7 +96,7 @@ std::shared_ptr<FileLock> lockServer(const Settings& settings) {
         // limit.  Twice that is for another one that waits, too, and comes first.
         const std::chrono::seconds wait = 8 * settings.timeLimit;
         const auto tell = [] { say("waits for another call's check of the server"); };
-        lock = std::make_shared<FileLock>(FileLock::take(settings.state + "/server.lock", wait, tell));
+        lock = std::make_shared<FileLock>(FileLock::take(joined(settings.state, "server.lock"), wait, tell));
         held = lock;
     }
     return lock;
@@ -137,12 +142,12 @@ void placeChecked(const Settings& settings, const std::vector<FragmentChange>& c
 }
 
 void noteReload(const Settings& settings) {
-    createDurably(settings.state + "/reload-is-due");
+    createDurably(dueMark(settings));
 }
 
 bool reloadIfDue(const Settings& settings) {
-    const std::string due = settings.state + "/reload-is-due";
-    const std::string running = settings.state + "/reload-runs";
+    const std::string due = dueMark(settings);
+    const std::string running = joined(settings.state, "reload-runs");
     const auto lock = lockServer(settings);
     // A change that is made during the reload notes a new one.
     if (rename(due.c_str(), running.c_str()) != 0 && errno != ENOENT)

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "site/account.h"
-#include "site/places.h"
+#include "site/application.h"
+#include "site/installed_files.h"
 
 #include <string>
 #include <vector>
@@ -16,8 +17,8 @@ struct SiteRequest {
     std::string hosts; ///< directory of all virtual hosts
     std::string documentRoot;
     bool webserverWrite = false;
-    std::string brought;              ///< text of InstalledFiles: what the package brought that the site has now
-    std::vector<std::string> others;  ///< the same of the other applications on the host
+    FilesText brought;                ///< what the package brought that the site has now
+    std::vector<FilesText> others;    ///< the same of the other applications on the host
     bool trustsTimes = true;          ///< a file whose size and time are as recorded is not read
     std::vector<std::string> ignored; ///< codes of findings that are no reason to refuse
     int store = -1;                   ///< directory for the staged files; -1 to plan only

@@ -22,10 +22,11 @@ bool isNoDirectory(int error) {
 }
 
 UniqueFd openDocumentRoot(const std::string& hosts, const std::string& documentRoot) {
-    NoLinksBelow tree(hosts);
-    if (!documentRoot.starts_with(hosts + '/'))
+    const auto part = partBehind(hosts, documentRoot);
+    if (!part)
         throw std::runtime_error("the document root " + documentRoot + " is not in " + hosts);
-    const std::string below = normalPath(documentRoot.substr(hosts.size()));
+    const std::string below(*part);
+    NoLinksBelow tree(hosts);
     const Place place = tree.placeOf(below);
     UniqueFd root(
         place.directory < 0 ? -1 : openat(place.directory, place.name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -70,13 +71,6 @@ std::optional<Place> SiteTree::find(const std::string& path) {
     if (!isNoDirectory(errno))
         fail(errno, path);
     return std::nullopt;
-}
-
-Place SiteTree::of(const std::string& path) {
-    const std::optional<Place> place = find(path);
-    if (!place)
-        fail(ENOENT, path);
-    return *place;
 }
 
 std::optional<Entry> SiteTree::entry(const std::string& path) {

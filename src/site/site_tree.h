@@ -45,9 +45,6 @@ public:
     /// \throw nimbo::SystemError where one cannot be entered.
     std::optional<Place> find(const std::string& path);
 
-    /// As find, but a directory that is missing throws nimbo::SystemError, too.
-    Place of(const std::string& path);
-
     /// The entry at a path; nothing where find gives nothing or nothing is there.
     /// \throw nimbo::SystemError where it cannot be looked at.
     std::optional<Entry> entry(const std::string& path);

@@ -42,14 +42,14 @@ public:
             nimbo::throwSystemError(file.path, error);
         if (fchmod(to.get(), file.mode) != 0 || !giveName(to, name))
             fail(file.path);
-        const std::optional<Entry> written = entryAt(to.get(), "");
+        const Entry written = entryAt(to.get(), "").value();
         // Quotas and network file systems may refuse the data only now.
         if (to.close() != 0)
             fail(file.path);
-        file.size = written->status.st_size;
-        file.time = modificationOf(written->status);
+        file.size = written.status.st_size;
+        file.time = modificationOf(written.status);
         file.sourceTime = modificationOf(status);
-        return written->identity;
+        return written.identity;
     }
 
 private:
@@ -63,8 +63,9 @@ private:
             UniqueFd file(openat(place->directory, ".", O_WRONLY | O_TMPFILE | O_CLOEXEC, 0600));
             if (file.get() >= 0)
                 return file;
-            const bool isUnknown = errno == EOPNOTSUPP || errno == EISDIR; // to the file system
-            if (!isUnknown && errno != EACCES && errno != EPERM)
+            // A file system without files that have no name: open(2) says how that shows.
+            const bool cannotBe = errno == EOPNOTSUPP || errno == EISDIR;
+            if (!cannotBe && errno != EACCES && errno != EPERM)
                 return file;
         }
         return UniqueFd(openat(store_, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));

@@ -9,8 +9,9 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <fcntl.h>
-#include <sstream>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <tuple>
 #include <unistd.h>
 #include <utility>
@@ -80,8 +81,8 @@ private:
     /// \return no descriptor where something of an account's is in the way.
     UniqueFd ownDirectory(const std::string& path) const {
         UniqueFd directory = openDirectory(kept_);
-        std::istringstream elements(path);
-        for (std::string element; std::getline(elements, element, '/');) {
+        for (const std::string_view name : ElementsOf(path)) {
+            const std::string element(name);
             if (mkdirat(directory.get(), element.c_str(), 0700) != 0 && errno != EEXIST)
                 fail(joined(kept_, path));
             constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -134,8 +135,8 @@ void requireSameFileSystem(SiteTree& tree, int call, const std::string& store, c
     struct stat site {};
     struct stat here {};
     const std::string root;
-    const Place place = tree.of(root);
-    if (fstatat(place.directory, place.name, &site, 0) != 0 || fstat(call, &here) != 0)
+    const std::optional<Place> place = tree.find(root);
+    if (!place || fstatat(place->directory, place->name, &site, 0) != 0 || fstat(call, &here) != 0)
         fail(documentRoot);
     if (site.st_dev != here.st_dev)
         throw std::runtime_error(store + " is on another file system than " + documentRoot +

@@ -63,13 +63,13 @@ std::string emptyStore(const std::string& store, const std::vector<Step>& steps,
 /// \throw nimbo::SystemError
 std::string keepFragment(const std::string& store, const std::string& text);
 
-/// True where the directory of a call is in the store.
-/// \throw nimbo::SystemError where that cannot be looked at.
+/// True where the directory of a call is in the store, and where that cannot be looked at.
 bool isStoreThere(const std::string& store);
 
 /// Removes the directory of a call with all files that it holds, if there is one, then the store and the directory of
-/// the host's stores, where nothing is left in them. For a call whose steps were never begun or that has emptied it.
-/// What cannot be removed is kept. \throw nimbo::SystemError
+/// the host's stores, where nothing is left in them.  What cannot be removed is kept.  To be used where no step of the
+/// call has begun, or where it has emptied its directory.
+/// \throw nimbo::SystemError
 void dropStore(const std::string& store);
 
 /// Has the disk take all that was written to the hosts' file system.

@@ -1,5 +1,6 @@
 #include "site/wish_list.h"
 
+#include "site/commented_lines.h"
 #include "site/durable_files.h"
 #include "site/misuse.h"
 
@@ -7,7 +8,6 @@
 #include <boost/json.hpp>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 
 namespace json = boost::json;
@@ -52,21 +52,15 @@ std::vector<Wish> wishesIn(const std::string& file) {
         throw Misuse("there is no list " + file);
     std::vector<Wish> wishes;
     std::set<std::string> titles; // calls that are made together share an application's store
-    std::istringstream lines(*text);
-    int number = 0;
-    for (std::string line; std::getline(lines, line);) {
-        ++number;
-        if (line.empty() || line.front() == '#')
-            continue;
-        try {
+    try {
+        forEachLine(*text, file, [&](const std::string& line) {
             wishes.push_back(wishOf(wordsIn(line)));
             const std::string title = wishes.back().application.title();
             if (!titles.insert(title).second)
                 throw std::runtime_error(title + " is there already");
-        } catch (const std::exception& failure) {
-            throw Misuse(file + ", line " + std::to_string(number) + ": " + failure.what() +
-                         "; a line is [\"PACKAGE\", \"HOST\", \"USER\", \"NAME\", ...]");
-        }
+        });
+    } catch (const std::runtime_error& failure) {
+        throw Misuse(std::string(failure.what()) + R"(; a line is ["PACKAGE", "HOST", "USER", "NAME", ...])");
     }
     return wishes;
 }

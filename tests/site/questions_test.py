@@ -195,11 +195,19 @@ state:         whole
         self.stays(self.call("present", self.two, "one.example", "sitea", "app"))
         self.assertEqual((self.marks / "other").read_text(), "upgrade\nupgrade\n")
 
-    def test_a_lost_list_of_files_is_not_an_empty_one(self):
-        (self.places()[0] / "files").unlink()
-        cause = "files: the list of what was installed is missing: "
-        for words in (["verify"], ["absent", "one.example", "app"], self.words(self.two)):
-            self.fails(self.call(*words), cause)
+    def test_a_list_of_files_that_is_lost_or_has_lost_lines_is_not_believed(self):
+        files = self.places()[0] / "files"
+        lines = files.read_text().splitlines(keepends=True)
+        rows = [
+            ("some lines", lambda: files.write_text("".join(lines[:2])), f"{files} is no list of files: "),
+            ("all lines", lambda: files.write_text(""), f"{files} is no list of files: "),
+            ("the file", files.unlink, f"files: the list of what was installed is missing: {files}"),
+        ]
+        for name, lose, cause in rows:
+            with self.subTest(name):
+                lose()
+                for words in (["verify"], ["absent", "one.example", "app"], self.words(self.two)):
+                    self.fails(self.call(*words), cause)
         self.changes(self.present(self.one, "a title", "two\nlines", options=["--repair"]))
         self.assertEqual(self.asked("verify"), "")
 

@@ -121,8 +121,8 @@ TEST(Lists, WhatWasWrittenIsRead) {
         steps.push_back(stepAt(path));
     }
     const std::string list = textOf(files);
-    EXPECT_EQ(textOf(installedFilesOf(list, "files")), list);
-    EXPECT_EQ(installedFilesOf(list, "files")[4].path, strangePaths[2]);
+    EXPECT_EQ(textOf(installedFilesOf({list, "files"})), list);
+    EXPECT_EQ(installedFilesOf({list, "files"})[4].path, strangePaths[2]);
 
     const Journal journal{.id = "1f",
                           .doing = Doing::Farewell,
@@ -142,15 +142,18 @@ TEST(Lists, WhatWasWrittenIsRead) {
 }
 
 TEST(Lists, WhatIsCutOffOrOfSomebodyElseIsRefused) {
-    const std::string line = textOf(InstalledFiles{{.path = "a b", .mode = 0644, .size = 1}});
-    for (std::size_t length = 1; length < line.size(); ++length)
-        EXPECT_THROW(installedFilesOf(line.substr(0, length), "files"), std::runtime_error) << length;
+    const std::string list = textOf(InstalledFiles{{.path = "a b", .mode = 0644, .size = 1}, {.path = "c"}});
+    for (std::size_t length = 0; length < list.size(); ++length)
+        EXPECT_THROW(installedFilesOf({list.substr(0, length), "files"}), std::runtime_error) << length;
+    EXPECT_THROW(installedFilesOf({list + list, "files"}), std::runtime_error);
     Journal doing{.id = "1", .account = "a", .documentRoot = "/d", .store = "/s", .fragment = "text\n", .steps = {}};
     doing.steps = {stepAt("a b"), stepAt("c")};
     const std::string journal = textOf(doing);
     for (std::size_t length = 0; length < journal.size(); ++length)
         EXPECT_THROW(journalOf(journal.substr(0, length), "journal"), std::runtime_error) << length;
-    EXPECT_EQ(failureOf([] { installedFilesOf("file x 1 2 3 a\n", "files"); }),
+    EXPECT_EQ(failureOf([] {
+                  installedFilesOf({"file x 1 2 3 a\n", "files"});
+              }),
               "files is no list of files: no number: x");
     EXPECT_EQ(failureOf([] { journalOf("", "journal"); }), "journal is no journal: a line without its end");
     for (const std::string path : {"/a", "../a", "a/../../b", ".."})
