@@ -134,6 +134,10 @@ def judge_failure(case, fault, run, expected, after):
 
 
 def judge_success(case, fault, run, line, expected, after):
+    # A copy that fails is made once more where something stands in its way, which at the others is the failed copy.
+    copy = cases.DOCROOT / "app/index.php"
+    if fault.effect == "error=EIO" and re.search(rf"\bclose\(\d+<{copy}>", line):
+        raise Undocumented("a copy that the disk may not have taken")
     missing = cases.differences(expected.complete, after)
     if not missing and run.output == expected.output:
         return "complete success"

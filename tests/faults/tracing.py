@@ -108,6 +108,19 @@ def listed(trace):
     return list(dict.fromkeys(calls[start:]))
 
 
+def left_open(trace):
+    """What a process had open when it ended, but for the standard streams: each with the call that opened it."""
+    found = {}
+    for process, call, words, result in re.findall(r"^(\d+) +(\w+)\((.*)\) += (.*)$", trace, re.MULTILINE):
+        # strace shows behind a descriptor what it is: "3</etc/passwd>".
+        opened = re.findall(r"(\d+)<", words if call == "pipe2" else result)
+        for descriptor in opened:
+            found[process, descriptor] = f"{call}({words}) = {result}"
+        if call == "close" and result == "0":
+            found.pop((process, re.match(r"\d+", words).group()), None)
+    return [line for (_, descriptor), line in found.items() if int(descriptor) > 2]
+
+
 def unknown(calls):
     """The calls that are newer than strace: it has no name for them and cannot let them fail."""
     return {call for call, occurrence in calls if call.startswith("syscall_")}

@@ -24,8 +24,12 @@ class Entries : public DirectoryTest {};
 } // namespace
 
 TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
-    // Adds a mode, puts a link to another file in the entry's place, adds a mode again, and prints the modes of both.
-    const auto change = [&](unsigned refusal, const std::function<void()>& prepare, mode_t mode = 04600) {
+    // Adds a mode, puts another file or a link to it in the entry's place, adds a mode again, and prints the modes of
+    // both.
+    const auto putLink = [&](const std::string& path) { fs::create_symlink("private", path); };
+    const auto putFile = [&](const std::string& path) { fs::rename(base / "private", path); };
+    const auto change = [&](unsigned refusal, const std::function<void()>& prepare, mode_t mode,
+                            const std::function<void(const std::string&)>& replace) {
         writeFile(base / "entry", "x", mode);
         writeFile(base / "private", "x", 0600);
         const Outcome outcome = inChild([&] {
@@ -36,7 +40,7 @@ TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
             const EntryHandle entry(AT_FDCWD, path.c_str());
             std::cout << (entry.addMode(0060) == 0 ? "Success" : std::strerror(errno)) << '|';
             fs::rename(path, base / "moved");
-            fs::create_symlink("private", path);
+            replace(path);
             std::cout << (entry.addMode(0606) == 0 ? "Success" : std::strerror(errno)) << '|' << std::oct
                       << fs::status(base / "moved").permissions() << ' ' << fs::status(path).permissions()
                       << std::flush;
@@ -54,13 +58,15 @@ TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
             EXPECT_EQ(chown(path.c_str(), nobody, nobody), 0);
         EXPECT_EQ(setuid(nobody), 0);
     };
-    EXPECT_THAT(change(0, nothing), printed("Success|Success|4606 600"));
-    EXPECT_THAT(change(ENOSYS, nothing), printed("Success|Success|4606 600"));
-    EXPECT_THAT(change(EPERM, nothing), printed("Success|Success|4606 600"));
-    EXPECT_THAT(change(EROFS, nothing), printed("Read-only file system|Read-only file system|4600 600"));
+    EXPECT_THAT(change(0, nothing, 04600, putLink), printed("Success|Success|4606 600"));
+    EXPECT_THAT(change(ENOSYS, nothing, 04600, putLink), printed("Success|Success|4606 600"));
+    EXPECT_THAT(change(EPERM, nothing, 04600, putLink), printed("Success|Success|4606 600"));
+    EXPECT_THAT(change(EROFS, nothing, 04600, putLink),
+                printed("Read-only file system|Read-only file system|4600 600"));
     const std::string noName = "Success|Too many levels of symbolic links|";
-    EXPECT_THAT(change(ENOSYS, hideProc), printed(noName + "4660 600"));
-    EXPECT_THAT(change(ENOSYS, hideProcFromOrdinaryUser, 0200), printed(noName + "260 600"));
+    EXPECT_THAT(change(ENOSYS, hideProc, 04600, putLink), printed(noName + "4660 600"));
+    EXPECT_THAT(change(ENOSYS, hideProcFromOrdinaryUser, 0200, putLink), printed(noName + "260 600"));
+    EXPECT_THAT(change(ENOSYS, hideProc, 04600, putFile), printed("Success|No such file or directory|4660 600"));
 }
 
 TEST_F(Entries, BelowARootNoLinkIsFollowed) {

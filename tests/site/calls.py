@@ -21,6 +21,11 @@ SITE = BUILD / "larkspur-site"
 CUT = BUILD / "tests/larkspur-site-cut"
 PATIENCE = 60  # seconds, after which a test does not wait any longer
 
+# A shell has its background jobs ignore INT, and nohup has them ignore HUP: larkspur-site would do so, too.
+for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+    if signal.getsignal(number) == signal.SIG_IGN:
+        signal.signal(number, signal.SIG_DFL)
+
 
 class Outcome(NamedTuple):
     status: int
