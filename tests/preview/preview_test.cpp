@@ -151,11 +151,11 @@ const std::vector<Row> sourceRows{
                  "alone\n"
                  "error: broken-link: htdocs/a: leads nowhere: the extraction fails\n"
                  "error: special-file: htdocs/null: neither a file nor a directory: the extraction fails\n"
-                 "warning: outside-package: l: leads out of the package, to /other\n"
+                 "warning: outside-package: l: leads out of the package, to /package-2\n"
                  "warning: outside-package: htdocs/null: leads out of the package, to /dev/null\n"
                  "warning: unrepresentable-name: htdocs/\\x01: no list of installed files can hold this name\n",
      .mappings = rootMapping + "<mapping url='again' path='htdocs'/><mapping url='b'/><mapping url='l'/>",
-     .entries = {"b -> b", "l -> ../other", "../other/a/b", "htdocs/a -> nowhere", "htdocs/null -> /dev/null",
+     .entries = {"b -> b", "l -> ../package-2", "../package-2/a/b", "htdocs/a -> nowhere", "htdocs/null -> /dev/null",
                  "htdocs/.htaccess", "htdocs/\x01/a/b"}},
     {.findings = "error: unreadable-source: closed: the site's account may not enter it: the extraction fails\n"
                  "warning: unreadable-source: htdocs/d: the site's account may not list it: the extraction leaves its "
