@@ -521,6 +521,16 @@ TEST_F(Preview, WhatCannotBeUsedIsOneLineAndStatusTwo) {
     EXPECT_EQ(run(unread({LARKSPUR_PREVIEW, (base / "good").string()})).status, 2);
 }
 
+TEST_F(Preview, FilesAreComparedToTheirEnds) {
+    const std::string large(1U << 17, 'x');
+    makePackage(package, metadata(rootMapping), {});
+    writeFile(package / "htdocs/index.php", large + "1");
+    make(site, {"index.php"});
+    writeFile(fs::path(site) / "index.php", large + "2");
+    EXPECT_THAT(preview({package.string(), "--www-root=" + site}),
+                ended(1, "warning: replaces: index.php: the site has something else there\n"));
+}
+
 TEST_F(Preview, NamesReachNoTerminalAndLoseNoByte) {
     const std::string name = "a\n\x1b[1m\x7f\xc2\x9b\xe2\x80\xae\xf3\xa0\x81\x81\xe9";
     makePackage(package, metadata(rootMapping), {"htdocs/" + name, "htdocs/\xe2\x80\xae\x7f"});

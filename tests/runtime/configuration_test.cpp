@@ -116,6 +116,7 @@ TEST_F(Configuration, AFullTableGrowsBeforeItIsKnownThatNothingIsAdded) {
     EXPECT_EQ(conf_set_r("39", "y", table.get()), 0);
     EXPECT_EQ(table->capacity, 80U);
     EXPECT_EQ(table->count, 40U);
+    EXPECT_EQ(show(conf_get_r("5", table.get())), "x"); // which stands before "20": they are not sorted yet
     conf_finalize_r(table.get());
     EXPECT_EQ(show(conf_get_r("39", table.get())), "y");
     conf_free_r(nullptr);

@@ -4,7 +4,7 @@
 from typing import NamedTuple
 
 from disks import DiskTest
-from support import main, share
+from support import EVERY, main, share
 from trees import differences
 
 
@@ -19,7 +19,8 @@ class FullTest(DiskTest):
         """Fills a disk at each moment.  A call that ends well has done all; the next one is made when there is room."""
         upgrade = Act(self.words(self.two), done=self.is_two, failed={"one": self.is_one})
         failures = self.full_during(upgrade, fill, disk)
-        self.assertGreater(failures, 0)
+        if EVERY == 1:  # of a share it may be none
+            self.assertGreater(failures, 0)
         # A removal whose script has ended has no way back, and needs so little that it may succeed at each moment.
         removal = Act(["absent", "one.example", "app"], done=self.is_none,
                       failed={"one": self.is_one, "none": self.is_none})
