@@ -164,6 +164,21 @@ class CutOffTest(SiteTest):
         self.stays(self.present(self.one))
         self.assertEqual([page.read_text() for page in pages], ["a visitor's"] * 2)
 
+    def test_what_a_visitor_has_removed_comes_back(self):
+        self.begin("one")
+        self.cut(kill_tree, ("swapped", 1), self.acts["upgrade"])
+        (self.app / "index").unlink()
+        self.stays(self.call("recover"))
+        self.assertEqual(differences(self.releases["one"], self.release()), [])
+
+    def test_a_directory_of_somebody_else_s_in_a_place_stays_there(self):
+        self.begin("one")
+        self.cut(kill_tree, ("journal", 1), self.acts["upgrade"])
+        (self.app / "new").mkdir()  # root's
+        self.stays(self.call("recover"))
+        self.assertTrue((self.app / "new").exists())
+        (self.app / "new").rmdir()
+
     def test_a_reload_in_the_middle_and_a_cut_reload_are_done_again(self):
         for moment in [("swapped", 1), ("script", 1), "script", ("record", 1), ("noted", 1)]:
             with self.subTest(moment):

@@ -48,6 +48,12 @@ class FullTest(DiskTest):
                 failures += outcome.status
         return failures
 
+    def test_a_store_on_another_disk_is_refused(self):
+        self.settings(STORE=self.state_disk.directory / "store")
+        self.fails(self.present(self.two), "is on another file system than ")
+        self.settings()
+        self.assertEqual(differences(self.is_one, self.release()), [])
+
     def test_no_space_on_the_site_s_disk(self):
         self.full(self.site_disk.fill, self.site_disk)
 
