@@ -37,8 +37,8 @@ struct Difference {
     std::string path; ///< below the document root; of a fragment its file
 };
 
-/// Compares what is on the site with what was brought, as the site's account.  Where size and time of a file are as
-/// recorded, its content is not read.
+/// Compares what is on the site with what was brought, as the site's account.  No content is read: a file that has been
+/// written to has another size or time than the recorded one.
 /// \throw std::exception when that is not possible.
 std::vector<Difference> verify(const CallOptions& options, const Installation& installation);
 

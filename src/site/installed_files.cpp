@@ -40,7 +40,9 @@ InstalledFiles installedFilesOf(const FilesText& list) {
             LineReader line(next);
             InstalledEntry entry;
             const std::string kind = line.word();
-            entry.isDirectory = kind != fileWord;
+            entry.isDirectory = kind == directoryWord || kind == placeWord;
+            if (!entry.isDirectory && kind != fileWord)
+                throw std::runtime_error("an unknown word: " + kind);
             entry.mode = line.number<mode_t>();
             if (entry.isDirectory) {
                 entry.wasThere = kind == placeWord;

@@ -191,7 +191,7 @@ void finishRemoval(const PendingCall& call) {
 }
 
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock) {
-    for (const std::string& file : {places.record, places.newFiles, places.journal, places.fragment})
+    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal, places.fragment})
         (void)unlink(unfinishedName(file).c_str());
     const std::optional<std::string> text = readIfThere(places.journal);
     if (!text) {

@@ -44,7 +44,8 @@ public:
 /// If it is against it, they go back.  Where all of them are there already, nothing is checked.
 /// \param putOthersBack called where the server refuses its configuration without them, too: puts the fragments of
 ///        cut-off calls back.
-/// \throw BrokenBefore; std::runtime_error where the fragments are refused.  All fragments are then as before.
+/// \throw BrokenBefore; std::runtime_error where the fragments are refused.  All fragments are then as before, but for
+///        one that cannot be put back, of which standard error tells.
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
                   const std::function<void()>& putOthersBack);
 

@@ -146,6 +146,7 @@ TEST(Lists, WhatIsCutOffOrOfSomebodyElseIsRefused) {
     for (std::size_t length = 0; length < list.size(); ++length)
         EXPECT_THROW(installedFilesOf({list.substr(0, length), "files"}), std::runtime_error) << length;
     EXPECT_THROW(installedFilesOf({list + list, "files"}), std::runtime_error);
+    EXPECT_THROW(installedFilesOf({"folder 493 0 a\nend\n", "files"}), std::runtime_error);
     Journal doing{.id = "1", .account = "a", .documentRoot = "/d", .store = "/s", .fragment = "text\n", .steps = {}};
     doing.steps = {stepAt("a b"), stepAt("c")};
     const std::string journal = textOf(doing);
