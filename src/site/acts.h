@@ -29,7 +29,7 @@ Result absent(const CallOptions& options, const Application& application);
 
 /// Ends what calls have left that were cut off, on every host where no call is at work.
 /// \return false when something could not be ended, of which standard error tells.
-/// \throw Interrupted between two applications.
+/// \throw Interrupted between two applications; std::exception where not even the hosts' names can be read.
 bool recover(const CallOptions& options);
 
 /// Puts the fragments back that cut-off calls have left, on every host where no call is at work.  What cannot be put

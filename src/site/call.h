@@ -36,9 +36,10 @@ struct Wish {
 /// What a call would do.
 struct Outlook {
     std::string action;      ///< of the script: "install", "upgrade" or "configure"; empty when there is nothing to do
-    std::vector<Step> steps; ///< none where isPending: they cannot be told
+    std::vector<Step> steps; ///< none where something is pending: they cannot be told
     bool changesFragment = false;
-    bool isPending = false; ///< another call is at work, or was cut off and would be ended first
+    std::vector<Application>
+        pending; ///< of the host, whose calls are at work, or were cut off and would be ended first
 };
 
 } // namespace site

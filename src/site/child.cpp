@@ -111,10 +111,11 @@ std::string answerOf(const std::function<std::string()>& work) {
 }
 
 /// How a child ended, empty for status 0; nothing while it lives.
+/// \throw std::runtime_error for one that was stopped: it might never end.
 std::optional<std::string> endOf(pid_t child) {
     siginfo_t info{};
     if (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WSTOPPED | WNOHANG) != 0)
-        return "lost";
+        nimbo::throwSystemError("waitid", errno);
     if (info.si_pid == 0)
         return std::nullopt;
     const std::string number = std::to_string(info.si_status);
@@ -123,7 +124,7 @@ std::optional<std::string> endOf(pid_t child) {
         return info.si_status == 0 ? "" : "exit status " + number;
     case CLD_STOPPED:
     case CLD_TRAPPED:
-        return "stopped by signal " + number;
+        throw std::runtime_error("stopped by signal " + number);
     default:
         return "killed by signal " + number;
     }
@@ -205,7 +206,7 @@ std::string runInChild(const ChildRules& rules, const std::function<std::string(
         const std::string end = child.waitForEnd();
         const std::string& answer = child.answer();
         if (!end.empty())
-            throw std::runtime_error(end);
+            throw BadEnd(end);
         if (!answer.empty() && answer.front() != done)
             throw std::runtime_error(answer.substr(1));
         child.endWell();

@@ -11,7 +11,6 @@
 
 #include <random>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace site {
 
@@ -45,7 +44,7 @@ void refuseMove(const Record& before, const Account& account, const Places& plac
 }
 
 void requireConfigDirectory(const Places& places) {
-    if (access(places.configDirectory.c_str(), F_OK) != 0)
+    if (isMissing(places.configDirectory))
         throw std::runtime_error("fragment: there is no directory " + places.configDirectory);
 }
 

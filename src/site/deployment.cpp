@@ -48,14 +48,14 @@ void Deployment::prepare() {
 Outlook Deployment::look() {
     requireHost(places_);
     decision_ = decide(options_, wish_, places_);
-    const bool isPending = hasPendingCall(options_.settings, wish_.application.host);
-    if (isNeeded() && !isPending) // what a call has brought and not recorded would count as a visitor's
+    std::vector<Application> pending = pendingOn(options_.settings, wish_.application.host);
+    if (isNeeded() && pending.empty()) // what a call has brought and not recorded would count as a visitor's
         planFiles();
     const std::string standing = readIfThere(places_.fragment).value_or("");
     return {.action = decision_->action,
             .steps = journal_.steps,
             .changesFragment = isNeeded() && standing != decision_->fragment,
-            .isPending = isPending};
+            .pending = std::move(pending)};
 }
 
 void Deployment::begin() {

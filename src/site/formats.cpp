@@ -85,12 +85,12 @@ std::string wordOf(Outcome outcome) {
     return words.at(static_cast<std::size_t>(outcome));
 }
 
-std::string planText(const Application& application, const Outlook& plan) {
+std::string planText(const Outlook& plan) {
     std::string text;
     const auto add = [&](const std::string& word, const std::string& what) {
         text += padded(word, wordWidth) + escaped(what) + '\n';
     };
-    if (plan.isPending)
+    for (const Application& application : plan.pending)
         add("recover", application.title());
     for (const Step& step : plan.steps)
         add(wordOf(step.kind), step.path.empty() ? "." : step.path);
@@ -208,7 +208,7 @@ std::string textOf(const std::vector<Result>& results) {
         if (result.outlook && results.size() > 1)
             text += title + '\n';
         if (result.outlook)
-            text += planText(result.application, *result.outlook);
+            text += planText(*result.outlook);
     }
     return text;
 }
@@ -225,7 +225,7 @@ std::string jsonOf(const std::vector<Result>& results) {
                 steps.push_back(json::object{{"what", wordOf(step.kind)}, {"path", utf8(step.path)}});
             object["action"] = textOrNull(result.outlook->action);
             object["changesFragment"] = result.outlook->changesFragment;
-            object["isPending"] = result.outlook->isPending;
+            object["isPending"] = !result.outlook->pending.empty();
             object["steps"] = std::move(steps);
         }
         applications.push_back(std::move(object));

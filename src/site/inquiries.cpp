@@ -22,12 +22,12 @@ namespace {
 
 Installation installationOf(const Settings& settings, const Application& application) {
     const Places places(settings, application);
-    const bool isPending = hasJournal(places);
-    const bool isAtWork = isPending && FileLock::isHeld(places.lock);
+    const bool hasBegun = hasJournal(places) || isStoreThere(places.store);
+    const bool isAtWork = hasBegun && FileLock::isHeld(places.lock);
     return {.application = application,
             .record = readRecord(places.record),
             .isAtWork = isAtWork,
-            .isCutOff = isPending && !isAtWork,
+            .isCutOff = hasBegun && !isAtWork && hasJournal(places), // a call may have ended since the first look
             .kept = keptFiles(places.store),
             .fragment = readIfThere(places.fragment) ? places.fragment : ""};
 }
@@ -91,19 +91,17 @@ void compareFragment(const Places& places, const Record& record, std::vector<Dif
 
 } // namespace
 
-Inventory inventoryOf(const Settings& settings, const std::optional<std::string>& host) {
+Inventory inventoryOf(const Settings& settings, const std::vector<Application>& applications) {
     Inventory inventory;
-    for (const std::string& name : host ? std::vector{*host} : hostsOf(settings)) {
-        for (const Application& application : applicationsOf(settings, name)) {
-            try {
-                Installation installation = installationOf(settings, application);
-                const bool isPending = installation.isAtWork || installation.isCutOff;
-                if (installation.record || isPending || !installation.kept.empty())
-                    inventory.installations.push_back(std::move(installation));
-            } catch (const std::exception& failure) {
-                say(application.title() + ": " + failure.what());
-                inventory.isWhole = false;
-            }
+    for (const Application& application : applications) {
+        try {
+            Installation installation = installationOf(settings, application);
+            const bool isPending = installation.isAtWork || installation.isCutOff;
+            if (installation.record || isPending || !installation.kept.empty())
+                inventory.installations.push_back(std::move(installation));
+        } catch (const std::exception& failure) {
+            say(application.title() + ": " + failure.what());
+            inventory.isWhole = false;
         }
     }
     return inventory;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// What larkspur-site is asked.  Nothing is changed.
+// What larkspur-site is asked.  Nothing of a site is changed.
 
 namespace site {
 
@@ -21,15 +21,14 @@ struct Installation {
     std::string fragment;          ///< file; empty where there is none
 };
 
-/// What is known of all applications, or of those of a host.
+/// What is known of some applications.
 struct Inventory {
     std::vector<Installation> installations;
     bool isWhole = true; ///< false where something could not be read, of which standard error tells
 };
 
-/// \param host nothing for all hosts.
-/// \throw std::exception when not even their names can be read.
-Inventory inventoryOf(const Settings& settings, const std::optional<std::string>& host);
+/// Those of the applications of which anything is known, in their order.
+Inventory inventoryOf(const Settings& settings, const std::vector<Application>& applications);
 
 /// How an entry differs from what the package brought.
 struct Difference {

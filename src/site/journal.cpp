@@ -16,8 +16,7 @@ constexpr std::array stepWords{"mkdir", "chmod", "add", "exchange", "take", "rmd
 
 constexpr std::array doingWords{"presence", "farewell", "absence"}; // by Doing
 
-constexpr std::string_view editedWord = "edited"; // the fragment
-constexpr std::string_view ownWord = "own";
+constexpr std::array fragmentWords{"own", "edited"}; // by isFragmentEdited
 
 constexpr std::string_view journalTitle = "larkspur-site journal";
 
@@ -95,7 +94,7 @@ std::string textOf(const Journal& journal) {
         .word(doingWords.at(static_cast<std::size_t>(journal.doing)))
         .number(journal.uid)
         .word(journal.newFragment)
-        .word(journal.isFragmentEdited ? editedWord : ownWord)
+        .word(fragmentWords.at(journal.isFragmentEdited ? 1 : 0))
         .number(static_cast<std::int64_t>(journal.fragment.size()))
         .number(static_cast<std::int64_t>(journal.steps.size()))
         .path(journal.account);
@@ -115,7 +114,7 @@ Journal journalOf(const std::string& text, const std::string& file) {
         journal.doing = static_cast<Doing>(positionOf(line.word(), doingWords));
         journal.uid = line.number<uid_t>();
         journal.newFragment = line.word();
-        journal.isFragmentEdited = line.word() == editedWord;
+        journal.isFragmentEdited = positionOf(line.word(), fragmentWords) == 1;
         const auto size = line.number<std::size_t>();
         const auto count = line.number<std::size_t>();
         journal.account = line.path();

@@ -95,6 +95,12 @@ void keepUnknownFragment(const Application& application, const Places& places, c
         keepEditedFragment(application, store, *fragment);
 }
 
+/// Removes the files that a call was writing when it was cut off.
+void removeUnfinished(const Places& places) {
+    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal, places.fragment})
+        (void)unlink(unfinishedName(file).c_str());
+}
+
 void putFragmentBack(const PendingCall& call) {
     const std::string standing = readIfThere(call.places.fragment).value_or("");
     if (standing == call.journal.fragment)
@@ -191,8 +197,7 @@ void finishRemoval(const PendingCall& call) {
 }
 
 Left settle(const CallOptions& options, const Application& application, const Places& places, int lock) {
-    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal, places.fragment})
-        (void)unlink(unfinishedName(file).c_str());
+    removeUnfinished(places);
     const std::optional<std::string> text = readIfThere(places.journal);
     if (!text) {
         // Its steps had not begun, or it had come to its end.
@@ -257,15 +262,17 @@ void forget(const CallOptions& options, const Application& application, const Pl
         if (canKeep && journal.isFragmentEdited)
             keepEditedFragment(application, places.store, journal.fragment);
     }
+    removeUnfinished(places);
     removeFragment(options.settings, places);
     for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
         removeDurably(file);
     removeState(places);
 }
 
-bool hasPendingCall(const Settings& settings, const std::string& host) {
-    const auto isPending = [&](const Application& application) { return hasJournal(Places(settings, application)); };
-    return std::ranges::any_of(applicationsOf(settings, host), isPending);
+std::vector<Application> pendingOn(const Settings& settings, const std::string& host) {
+    std::vector<Application> applications = applicationsOf(settings, host);
+    std::erase_if(applications, [&](const Application& one) { return !hasJournal(Places(settings, one)); });
+    return applications;
 }
 
 bool hasJournal(const Places& places) {

@@ -4,6 +4,9 @@
 #include "site/journal.h"
 #include "site/places.h"
 
+#include <string>
+#include <vector>
+
 // How a call ends, in its own process or, where that was cut off, in the next one: each of these can be cut off and
 // begun again at any point.  The caller holds the host's lock.
 
@@ -65,8 +68,8 @@ void forget(const CallOptions& options, const Application& application, const Pl
 /// True where a call is at work or was cut off.
 bool hasJournal(const Places& places);
 
-/// The same for any application of a host.
-bool hasPendingCall(const Settings& settings, const std::string& host);
+/// The applications of a host of which that is true.
+std::vector<Application> pendingOn(const Settings& settings, const std::string& host);
 
 /// Removes the directory of what is known of an application, unless there is something left in it or in its store.
 void removeState(const Places& places);

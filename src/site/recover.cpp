@@ -9,6 +9,8 @@
 
 #include <functional>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace site {
 
@@ -16,22 +18,32 @@ namespace {
 
 using Work = std::function<void(const Application&, const Places&, int lock)>;
 
+/// \return false when it failed, of which standard error tells.
+bool attempt(const std::string& title, const std::function<void()>& work) {
+    try {
+        work();
+        return true;
+    } catch (const Interrupted&) {
+        throw;
+    } catch (const std::exception& failure) {
+        say(title + ": recovery: " + failure.what());
+        return false;
+    }
+}
+
 /// Does something for each application of a host, unless a call is at work there: that ends by itself.
 /// \return false when it failed for one.
 bool forEachOnHost(const std::string& host, const CallOptions& options, const Work& work) {
-    bool isGood = true;
-    for (const Application& application : applicationsOf(options.settings, host)) {
+    std::vector<Application> applications;
+    bool isGood = attempt(host, [&] { applications = applicationsOf(options.settings, host); });
+    for (const Application& application : applications) {
         throwIfInterrupted();
-        const Places places(options.settings, application);
-        try {
+        const bool isDone = attempt(application.title(), [&] {
+            const Places places(options.settings, application);
             if (const std::optional<FileLock> lock = FileLock::tryToTake(places.lock))
                 work(application, places, lock->descriptor());
-        } catch (const Interrupted&) {
-            throw;
-        } catch (const std::exception& failure) {
-            say(application.title() + ": recovery: " + failure.what());
-            isGood = false;
-        }
+        });
+        isGood = isGood && isDone;
     }
     return isGood;
 }

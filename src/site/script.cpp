@@ -51,7 +51,7 @@ std::optional<PackageScript> scriptOf(const Package& package, const ScriptChoice
         chooseScript(package.directory, metadataOf(package), choice.script, choice.language, choice.php);
     if (!found)
         throw std::runtime_error("nothing can run it");
-    if (access(found->path().c_str(), F_OK) != 0)
+    if (!fs::exists(found->path())) // throws where it cannot be looked at
         throw std::runtime_error("the package has no script " + found->file +
                                  (others.empty() ? "" : "; it has: " + others));
     return found;

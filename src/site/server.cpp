@@ -7,6 +7,7 @@
 #include "site/cut_point.h"
 #include "site/durable_files.h"
 #include "site/file_lock.h"
+#include "site/in_step.h"
 #include "site/interruption.h"
 #include "site/report.h"
 
@@ -14,7 +15,6 @@
 #include <cerrno>
 #include <optional>
 #include <stdexcept>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace site {
@@ -28,31 +28,31 @@ std::string dueMark(const Settings& settings) {
 
 /// Runs a command of the settings.  It has no descriptor of this process, so that a server that it starts keeps no
 /// lock.
-void runCommand(const Settings& settings, const std::string& name, const std::string& command) {
+/// \throw std::exception as runInChild.
+void runCommand(const Settings& settings, const std::string& command) {
+    const ChildRules rules{.limit = settings.timeLimit, .lines = Lines::ShownOnFailure, .keep = {}};
+    runInChild(rules, [&]() -> std::string {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        ScopedDisposition::putBackAll();
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        nimbo::throwSystemError("/bin/sh", errno);
+    });
+}
+
+constexpr const char* checkName = "CONFIGTEST";
+
+/// What the server says against its configuration; nothing when it takes it.
+/// \throw NoCheck where the check does not come to an end; Interrupted.
+std::optional<std::string> refusalOf(const Settings& settings) {
     try {
-        const ChildRules rules{.limit = settings.timeLimit, .lines = Lines::ShownOnFailure, .keep = {}};
-        runInChild(rules, [&]() -> std::string {
-            dup2(STDERR_FILENO, STDOUT_FILENO);
-            ScopedDisposition::putBackAll();
-            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-            nimbo::throwSystemError("/bin/sh", errno);
-        });
+        inStep(checkName, [&] { runCommand(settings, settings.configTest); });
+        return std::nullopt;
+    } catch (const BadEnd& refusal) {
+        return refusal.what();
     } catch (const Interrupted&) {
         throw;
     } catch (const std::exception& failure) {
-        throw std::runtime_error(name + ": " + failure.what());
-    }
-}
-
-/// What the server says against its configuration; nothing when it takes it.
-std::optional<std::string> refusalOf(const Settings& settings) {
-    try {
-        runCommand(settings, "CONFIGTEST", settings.configTest);
-        return std::nullopt;
-    } catch (const Interrupted&) {
-        throw;
-    } catch (const std::runtime_error& failure) {
-        return failure.what();
+        throw NoCheck(failure.what());
     }
 }
 
@@ -134,7 +134,7 @@ void placeChecked(const Settings& settings, const std::vector<FragmentChange>& c
         // It may be the fragment of a call that was cut off during its check.
         putOthersBack();
         if (const auto still = refusalOf(settings))
-            throw BrokenBefore("the server's configuration was broken before this call: " + *still);
+            throw NoCheck("the server's configuration was broken before this call: " + *still);
         why = tryFragments(settings, changes);
     }
     if (why)
@@ -150,13 +150,12 @@ bool reloadIfDue(const Settings& settings) {
     const std::string running = joined(settings.state, "reload-runs");
     const auto lock = lockServer(settings);
     // A change that is made during the reload notes a new one.
-    if (rename(due.c_str(), running.c_str()) != 0 && errno != ENOENT)
-        nimbo::throwSystemError(due, errno);
-    if (!readIfThere(running))
+    renameDurably(due, running);
+    if (isMissing(running))
         return false;
     cutPoint("reload");
-    runCommand(settings, "CONFIGTEST", settings.configTest);
-    runCommand(settings, "RELOAD", settings.reload);
+    inStep(checkName, [&] { runCommand(settings, settings.configTest); });
+    inStep("RELOAD", [&] { runCommand(settings, settings.reload); });
     removeDurably(running);
     return true;
 }

@@ -34,8 +34,9 @@ void removeFragment(const Settings& settings, const Places& places);
 /// \throw std::exception
 bool placeFragment(const Places& places, const std::string& text);
 
-/// The server refuses its configuration without what a call brings, too.
-class BrokenBefore : public std::runtime_error {
+/// Whether the server takes what a call brings cannot be told: it refuses its configuration without that, too, or its
+/// check does not come to an end.
+class NoCheck : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
@@ -44,8 +45,9 @@ public:
 /// If it is against it, they go back.  Where all of them are there already, nothing is checked.
 /// \param putOthersBack called where the server refuses its configuration without them, too: puts the fragments of
 ///        cut-off calls back.
-/// \throw BrokenBefore; std::runtime_error where the fragments are refused.  All fragments are then as before, but for
-///        one that cannot be put back, of which standard error tells.
+/// \throw NoCheck; std::runtime_error where the fragments are refused or cannot be put there.  All fragments are then
+/// as
+///        before, but for one that cannot be put back, of which standard error tells.
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
                   const std::function<void()>& putOthersBack);
 

@@ -7,6 +7,7 @@
 #include "site/formats.h"
 #include "site/inquiries.h"
 #include "site/interruption.h"
+#include "site/known_applications.h"
 #include "site/misuse.h"
 #include "site/wish_list.h"
 
@@ -15,6 +16,7 @@
 #include <boost/program_options.hpp>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -60,7 +62,7 @@ void print(const std::string& text) {
 int exitStatusOf(const std::vector<Result>& results) {
     const auto isFailed = [](const Result& result) { return result.outcome == Outcome::Failed; };
     const auto wouldAct = [](const Result& result) {
-        return result.outlook && (!result.outlook->action.empty() || result.outlook->isPending);
+        return result.outlook && (!result.outlook->action.empty() || !result.outlook->pending.empty());
     };
     if (std::ranges::any_of(results, isFailed))
         return exitFailed;
@@ -95,20 +97,25 @@ int runReload(const Request& request, const Words& /*words*/) {
     return outcome == Outcome::Failed ? exitFailed : exitDone;
 }
 
-std::optional<std::string> hostIn(const Words& words) {
-    return words.empty() ? std::nullopt : std::optional(orMisuse([&] { return hostOf(words[0]); }));
+/// The applications that the words of a question name: those of all hosts, those of a host, or one.
+std::vector<Application> applicationsFor(const Settings& settings, const Words& words) {
+    if (words.size() == 2)
+        return {orMisuse([&] { return applicationOf(words[0], words[1]); })};
+    if (words.size() == 1)
+        return applicationsOf(settings, orMisuse([&] { return hostOf(words[0]); }));
+    std::vector<Application> all;
+    for (const std::string& host : hostsOf(settings))
+        std::ranges::move(applicationsOf(settings, host), std::back_inserter(all));
+    return all;
 }
 
 /// What is known of the applications that the words of a question name.
 Inventory inventoryFor(const Request& request, const Words& words) {
-    Inventory inventory = inventoryOf(request.call.settings, hostIn(words));
-    if (words.size() < 2)
-        return inventory;
-    const Application application = orMisuse([&] { return applicationOf(words[0], words[1]); });
-    std::erase_if(inventory.installations,
-                  [&](const Installation& one) { return one.application.name != application.name; });
-    if (inventory.installations.empty() && inventory.isWhole) // else it has been told why one is missing
-        throw std::runtime_error("there is no " + application.title());
+    const std::vector<Application> applications = applicationsFor(request.call.settings, words);
+    Inventory inventory = inventoryOf(request.call.settings, applications);
+    const bool isOne = words.size() == 2;
+    if (isOne && inventory.installations.empty() && inventory.isWhole) // else it has been told why one is missing
+        throw std::runtime_error("there is no " + applications.front().title());
     return inventory;
 }
 

@@ -99,6 +99,26 @@ private:
     bool hasKept_ = false;
 };
 
+/// Removes the directory of a call, if there is one.  What cannot be removed is kept.
+void dropCall(const std::string& store) {
+    const std::string directory = callDirectory(store);
+    const UniqueFd call = openDirectory(directory);
+    if (call.get() < 0 && errno == ENOENT)
+        return;
+    if (call.get() < 0)
+        fail(directory);
+    takeBack(call.get(), store);
+    std::vector<std::string> names;
+    for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
+        names.push_back(entry->path().filename().native());
+    Keeping keeping(store);
+    for (const std::string& name : names)
+        if (unlinkat(call.get(), name.c_str(), 0) != 0 && unlinkat(call.get(), name.c_str(), AT_REMOVEDIR) != 0)
+            keeping.keep(call.get(), name, name);
+    if (rmdir(directory.c_str()) != 0)
+        fail(directory);
+}
+
 } // namespace
 
 LentStore::LentStore(int call, const Account& account) : call_(call) {
@@ -167,22 +187,7 @@ std::string keepFragment(const std::string& store, const std::string& text) {
 }
 
 void dropStore(const std::string& store) {
-    const std::string directory = callDirectory(store);
-    const UniqueFd call = openDirectory(directory);
-    if (call.get() < 0 && errno == ENOENT)
-        return;
-    if (call.get() < 0)
-        fail(directory);
-    takeBack(call.get(), store);
-    std::vector<std::string> names;
-    for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
-        names.push_back(entry->path().filename().native());
-    Keeping keeping(store);
-    for (const std::string& name : names)
-        if (unlinkat(call.get(), name.c_str(), 0) != 0 && unlinkat(call.get(), name.c_str(), AT_REMOVEDIR) != 0)
-            keeping.keep(call.get(), name, name);
-    if (rmdir(directory.c_str()) != 0)
-        fail(directory);
+    dropCall(store);
     // Where nothing is kept, nothing is left.
     (void)rmdir(store.c_str());
     (void)rmdir(std::string(parentOf(store)).c_str());

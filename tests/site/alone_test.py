@@ -147,7 +147,7 @@ class AloneTest(SiteTest):
         left = self.base / "left"
         daemon = f"setsid sh -c 'sleep 1000; :' & echo $! >>{left}"
         rows = [
-            ("a check that hangs", {"CONFIGTEST": '"sleep 1000"'}, "CONFIGTEST: no end within 2 s", ""),
+            ("a check that hangs", {"CONFIGTEST": '"sleep 1000"'}, "fragment: CONFIGTEST: no end within 2 s", ""),
             ("a reload that hangs", {"RELOAD": '"sleep 1000"'}, "", "RELOAD: no end within 2 s"),
             ("a check that leaves a daemon", {"CONFIGTEST": f'"{daemon}"'}, "", ""),
             ("a reload that leaves a daemon", {"RELOAD": f'"{daemon}"'}, "", ""),

@@ -120,12 +120,33 @@ state:         whole
 
     def test_a_first_installation_at_work_or_cut_off_is_listed(self):
         self.changes(self.absent())
-        call = self.start(*self.words(self.one), moment=("swap", 1))
-        self.assertTrue(call.hold())
-        self.assertRegex(self.asked("list"), "^one.example/app +at work$")
-        kill_tree(call)
-        call.end()
-        self.assertRegex(self.asked("list"), "^one.example/app +cut off$")
+        # One that was killed before its journal has changed nothing, and there is nothing to be ended.
+        for moment, left in [(("staged", 1), ""), (("swap", 1), "one.example/app  cut off")]:
+            with self.subTest(moment):
+                call = self.start(*self.words(self.one), moment=moment)
+                self.assertTrue(call.hold())
+                self.assertRegex(self.asked("list"), "^one.example/app +at work$")
+                kill_tree(call)
+                call.end()
+                self.assertEqual(" ".join(self.asked("list").split()), " ".join(left.split()))
+
+    def test_what_is_wrong_with_one_application_is_not_told_of_another(self):
+        self.changes(self.present(self.one, name="other"))
+        record = self.places(name="other")[0] / "record.json"
+        record.write_text("{")
+        for act in ("status", "verify"):
+            self.asked(act, "one.example", "app")
+        for words in (["list"], ["verify"], ["status", "one.example", "other"]):
+            outcome = self.call(*words)
+            self.assertEqual(outcome.status, 1)
+            self.assertIn(f"one.example/other: {record} is no record: ", outcome.error)
+
+    def test_a_dry_run_names_the_application_that_was_cut_off(self):
+        self.cut(kill_tree, ("swap", 1), self.words(self.two))
+        words = self.words(self.one, name="other", options=["--dry-run"])
+        self.assertEqual(self.asked(*words, status=10), "recover  one.example/app\nfragment changes\nscript   install\n")
+        (told,) = self.applications(*words, status=10)
+        self.assertEqual((told["isPending"], told["steps"]), (True, []))
 
     def test_calls_at_work_or_cut_off_and_kept_files_are_listed(self):
         call = self.start(*self.words(self.two), moment=("swap", 1))

@@ -33,6 +33,12 @@ class RemovalTest(SiteTest):
         self.assertFalse(self.app.exists())
         self.stays(self.absent())
 
+    def test_a_store_that_a_cut_off_call_has_left_empty_goes(self):
+        store = self.places()[1]
+        store.mkdir(parents=True)
+        self.stays(self.call("recover"))
+        self.assertFalse(store.parent.exists())
+
     def test_a_removal_passes_over_what_the_account_may_not_take(self):
         os.chown(self.app / "sub", 20002, -1)
         outcome = self.absent()
@@ -113,7 +119,9 @@ class RemovalTest(SiteTest):
         self.changes(self.call("reload"))
         shutil.rmtree(self.root.parent)
         self.fails(self.absent(), "there is no host ")
+        (self.places()[0] / "record.json.new").touch()
         self.changes(self.absent(options=["--without-script"]))
+        self.assertFalse((self.places()[0] / "record.json.new").exists())
         self.changes(self.call("reload"))
         self.assertEqual(self.loaded.read_text(), "")
 

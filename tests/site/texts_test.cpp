@@ -6,6 +6,8 @@
 #include "site/settings.h"
 #include "tests/support/support.h"
 
+#include <boost/algorithm/string/replace.hpp>
+
 // What larkspur-site reads from files: settings, and what it wrote itself.
 
 using namespace site;
@@ -157,6 +159,8 @@ TEST(Lists, WhatIsCutOffOrOfSomebodyElseIsRefused) {
               }),
               "files is no list of files: no number: x");
     EXPECT_EQ(failureOf([] { journalOf("", "journal"); }), "journal is no journal: a line without its end");
+    EXPECT_EQ(failureOf([&] { journalOf(boost::replace_first_copy(journal, " own ", " owned "), "journal"); }),
+              "journal is no journal: an unknown word: owned");
     for (const std::string path : {"/a", "../a", "a/../../b", ".."})
         EXPECT_EQ(failureOf([&] { stepsOf(textOf(std::vector{stepAt(path)})); }), "a path that leads out") << path;
 }

@@ -252,15 +252,16 @@ fi
         _, words = self.list_of_three()
         asked = self.base / "asked"
         twos = self.vhosts / "system/two.example/conf/siteapp.d/app.conf"
-        rows = [
-            ("broken before", "exit 3", {"one": "failed", "two": "failed", "three": "failed"}, 3),
-            ("one refused", f"! test -e {twos}", {"one": "changed", "two": "failed", "three": "changed"}, 6),
-            ("none refused", "true", {"one": "unchanged", "two": "changed", "three": "unchanged"}, 1),
+        rows = [  # name, the check and its limit, what becomes of the calls, how often the server is asked
+            ("broken before", "exit 3", PATIENCE, {"one": "failed", "two": "failed", "three": "failed"}, 3),
+            ("a check that hangs", "sleep 1000", 1, {"one": "failed", "two": "failed", "three": "failed"}, 1),
+            ("one refused", f"! test -e {twos}", PATIENCE, {"one": "changed", "two": "failed", "three": "changed"}, 6),
+            ("none refused", "true", PATIENCE, {"one": "unchanged", "two": "changed", "three": "unchanged"}, 1),
         ]
-        for name, check, outcomes, count in rows:
+        for name, check, limit, outcomes, count in rows:
             with self.subTest(name):
                 asked.write_text("")
-                super().settings(CONFIGTEST=f'"echo >>{asked}; {check}"')
+                super().settings(CONFIGTEST=f'"echo >>{asked}; {check}"', TIME_LIMIT=limit)
                 answer = json.loads(self.call("--json", *words).output)
                 found = {one["host"].removesuffix(".example"): one["outcome"] for one in answer["applications"]}
                 self.assertEqual((found, asked.read_text().count("\n")), (outcomes, count))
