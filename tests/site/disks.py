@@ -29,13 +29,18 @@ class Disk:
     def unmount(self):
         subprocess.run(["umount", self.directory], check=True)
 
-    def copy(self, copy):
-        """What the disk has if the power is cut now.  Others' fsync has it write before that what this needs; so what
-        larkspur-site does not have written itself may be there in part, and in any order."""
+    def sync(self):
+        subprocess.run(["sync", "-f", self.directory], check=True)
+
+    def write_for_another(self):
+        """Another program's fsync has the disk write the names of all files.  Their content may still be missing."""
         fd = os.open(self.directory / "another-file", os.O_WRONLY)
         os.write(fd, b".")
         os.fsync(fd)
         os.close(fd)
+
+    def copy(self, copy):
+        """What the disk has if the power is cut now."""
         subprocess.run(["cp", "--sparse=always", self.image, copy], check=True)
 
     def become(self, copy):
