@@ -6,6 +6,8 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <optional>
+#include <sys/stat.h>
 
 /// How an entry stands to what the site has at its place.
 enum class EntryState {
@@ -34,6 +36,7 @@ struct PreviewEntry {
     bool isInWritableTree = false;      ///< a mapping opens it to the web server, unless nothing is opened
     bool isOpened = false;              ///< it is opened
     std::optional<EntryState> state;    ///< where there is a site to compare with
+    std::optional<struct stat> found;   ///< the site's own file of the same size, links not followed
 };
 
 /// By path below the destination, elements joined by single slashes; the destination itself is "".
@@ -46,9 +49,9 @@ struct PlannedEntries {
     Findings findings; ///< single files that have no directory to go to, and mappings in each other's way
 };
 
-/// Says of a regular file of the site, by its path below the destination, that it has the content of the package's
-/// file, which the entry describes.
-using KnownTest = std::function<bool(const std::string& path, const PreviewEntry& entry, const struct stat& file)>;
+/// Says of the file that was found at an entry's place that it has the content of the package's file.
+/// \param path below the destination.
+using KnownTest = std::function<bool(const std::string& path, const PreviewEntry& entry)>;
 
 /// Asked of a path below the destination.
 using PathTest = std::function<bool(const std::string& path)>;

@@ -1,5 +1,6 @@
 #include "preview/site_comparison.h"
 
+#include "files/last_directory.h"
 #include "files/paths.h"
 #include "preview/text.h"
 #include "runtime/handles.h"
@@ -107,10 +108,12 @@ Standing standingOfChanged(const std::string& target, const std::string& path, c
     return entry.isInWritableTree ? isWritten : isEdited;
 }
 
-Standing standingAt(const std::string& target, const std::string& path, const PreviewEntry& entry,
-                    const Comparison& comparison) {
+/// \param entry keeps what is found.
+Standing standingAt(const std::string& target, const std::string& path, PreviewEntry& entry,
+                    const Comparison& comparison, LastDirectory& last) {
+    const Place place = last.of(target);
     struct stat here {};
-    if (lstat(target.c_str(), &here) != 0)
+    if (fstatat(place.directory, place.name, &here, AT_SYMLINK_NOFOLLOW) != 0)
         return withoutLook(errno);
     const bool isLink = S_ISLNK(here.st_mode);
     struct stat behind = here;
@@ -130,7 +133,8 @@ Standing standingAt(const std::string& target, const std::string& path, const Pr
     }
     Standing standing = isDifferent;
     if (S_ISREG(here.st_mode) && entry.size == static_cast<std::uintmax_t>(here.st_size)) {
-        const bool isKnown = comparison.isKnown && comparison.isKnown(path, entry, here);
+        entry.found = here;
+        const bool isKnown = comparison.isKnown && comparison.isKnown(path, entry);
         standing = isKnown ? isEqual : compareContents(joined(comparison.packageDir, entry.source), target);
     }
     return standing.state == EntryState::Changed ? standingOfChanged(target, path, entry, here, comparison) : standing;
@@ -165,6 +169,7 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
     Findings findings;
     std::unordered_map<std::string, EntryState> obstacles; // directories whose state holds for all that is below
     const bool isBlockedAbove = isBlocked(destination);
+    LastDirectory last;
     for (auto& [path, entry] : entries) {
         const std::string parent(parentOf(path));
         const auto above = path.empty() ? obstacles.end() : obstacles.find(parent);
@@ -172,7 +177,7 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
         if (above != obstacles.end())
             standing.state = above->second;
         else if (!isBlockedAbove)
-            standing = standingAt(comparison.site.at(path), path, entry, comparison);
+            standing = standingAt(comparison.site.at(path), path, entry, comparison, last);
         entry.state = standing.state;
         if (entry.isDirectory && (standing.state == EntryState::Blocked || standing.state == EntryState::Unknown))
             obstacles.emplace(path, standing.state);

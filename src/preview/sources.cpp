@@ -1,5 +1,6 @@
 #include "preview/sources.h"
 
+#include "files/last_directory.h"
 #include "files/paths.h"
 #include "runtime/errors.h"
 #include "runtime/handles.h"
@@ -18,11 +19,16 @@ std::string inPackage(const std::string& packageDir, std::string_view path) {
     return normalPath(withoutLeadingSlashes(path.substr(packageDir.size())));
 }
 
-bool isTooLong(std::string_view target) {
-    for (const std::string_view element : ElementsOf(target))
+bool hasLongElement(std::string_view path) {
+    for (const std::string_view element : ElementsOf(path))
         if (element.size() > NAME_MAX)
             return true;
-    return target.size() >= PATH_MAX;
+    return false;
+}
+
+/// True where no system takes the path of something in a directory.
+bool isTooLong(std::string_view directory, std::string_view below) {
+    return directory.size() + 1 + below.size() >= PATH_MAX || hasLongElement(directory) || hasLongElement(below);
 }
 
 /// The first directory on a way from `start` on, `start` included and the last element not, that the account may not
@@ -125,17 +131,18 @@ InstallPlan planListable(PlannedSources& planned, const std::string& packageDir,
     return planCopies(packageDir, destination, mappings, failures, isPlanned);
 }
 
-Source sourceOf(const InstallPlan& plan, const PlannedCopy& copy, Rights rights) {
+Source sourceOf(const InstallPlan& plan, const PlannedCopy& copy, Rights rights, LastDirectory& last) {
     const std::string path = joined(plan.packageDir, plan.sourcePathOf(copy));
+    const Place place = last.of(path);
     struct stat status {};
-    const int error = stat(path.c_str(), &status) == 0 ? 0 : errno;
+    const int error = fstatat(place.directory, place.name, &status, 0) == 0 ? 0 : errno;
     return {
         .target = normalPath(copy.targetPath),
         .path = inPackage(plan.packageDir, path),
         .mapping = copy.mapping,
         .isWholeMapping = copy.targetPath.size() == plan.roots[copy.mapping].url.size(),
         .listed = copy.kind,
-        .isTooLong = isTooLong(joined(plan.destinationRoot, copy.targetPath)),
+        .isTooLong = isTooLong(plan.destinationRoot, copy.targetPath),
         .asDirectory = isWrittenAsDirectory("/" + copy.targetPath),
         .fileMode = copy.fileMode(),
         .error = error,
@@ -188,8 +195,9 @@ PlannedSources planSources(const std::string& packageDir, const std::string& des
     planned.plan = planListable(planned, packageDir, destination, mappings, rights);
     planned.mappings = lookAtMappings(packageDir, mappings, rights);
     planned.sources.reserve(planned.plan.copies.size());
+    LastDirectory last;
     for (const PlannedCopy& copy : planned.plan.copies)
-        planned.sources.push_back(sourceOf(planned.plan, copy, rights));
+        planned.sources.push_back(sourceOf(planned.plan, copy, rights, last));
     return planned;
 }
 

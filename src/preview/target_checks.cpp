@@ -63,7 +63,7 @@ Findings checkShippedData(const PreviewEntries& entries, const std::string& pack
     };
     std::map<std::string, Files> trees;
     for (const auto& [path, entry] : entries) {
-        const auto opener = entry.isDirectory ? std::nullopt : openerOf(path);
+        const auto opener = entry.isDirectory || !entry.isInWritableTree ? std::nullopt : openerOf(path);
         if (!opener)
             continue;
         Files& files = trees[*opener];

@@ -13,13 +13,12 @@ namespace {
 
 /// True where the finding is that a file of the package's own is replaced, which is what an upgrade is for.  In a
 /// writable tree that holds as long as nobody has written to the file.
-bool isOwnReplaced(const Finding& finding, const SiteRequest& request, const Comparison& comparison,
-                   const Brought& brought) {
+bool isOwnReplaced(const Finding& finding, const SiteRequest& request, const Preview& preview, const Brought& brought) {
     if (finding.code != "replaces")
         return false;
-    const auto entry = comparison.preview.entries.find(finding.subject);
+    const auto entry = preview.entries.find(finding.subject);
     const std::string path = sitePath(request.application, finding.subject);
-    if (entry == comparison.preview.entries.end() || brought.file(path) == nullptr)
+    if (entry == preview.entries.end() || brought.file(path) == nullptr)
         return false;
     if (!entry->second.isInWritableTree)
         return true;
@@ -34,31 +33,27 @@ std::string sitePath(const Application& application, const std::string& relative
     return below.empty() ? relative : entryIn(below, relative);
 }
 
-Comparison compare(const SiteRequest& request, const Brought& brought) {
-    std::vector<SeenFile> seen;
+Preview compare(const SiteRequest& request, const Brought& brought) {
     PreviewSettings settings;
     settings.packageDir = request.packageDir;
     settings.wwwRoot = request.documentRoot;
     settings.applicationSubdirectory = request.application.name;
     // What is opened is opened by steps, and visitors' entries are in none.
     settings.skipWebserverWrite = true;
-    // Asked for each file that has its source's size; of one that is known the content is not read.
-    settings.isKnown = [&](const std::string& relative, const PreviewEntry& entry, const struct stat& file) {
-        seen.push_back({relative, file});
+    settings.isKnown = [&](const std::string& relative, const PreviewEntry& entry) {
         const std::string path = sitePath(request.application, relative);
-        return request.trustsTimes && brought.isUntouched(path, file) &&
+        return request.trustsTimes && brought.isUntouched(path, entry.found.value()) &&
                brought.comesFrom(path, nanosecondsOf(entry.modified));
     };
-    Preview preview = previewPackage(settings, readDocument(settings.packageDir, ""));
-    return {std::move(preview), std::move(seen)};
+    return previewPackage(settings, readDocument(settings.packageDir, ""));
 }
 
-void refuseFindings(const SiteRequest& request, const Comparison& comparison, const Brought& brought) {
-    Findings findings = comparison.preview.findings;
+void refuseFindings(const SiteRequest& request, const Preview& preview, const Brought& brought) {
+    Findings findings = preview.findings;
     std::erase_if(findings, [&](const Finding& finding) {
         return finding.severity == Severity::Note ||
                std::ranges::find(request.ignored, finding.code) != request.ignored.end() ||
-               isOwnReplaced(finding, request, comparison, brought);
+               isOwnReplaced(finding, request, preview, brought);
     });
     if (findings.empty())
         return;

@@ -31,22 +31,19 @@ public:
     Planning(const SiteRequest& request, const Brought& brought, SiteTree& tree)
         : request_(request), brought_(brought), tree_(tree), steps_(tree, request.account.uid) {}
 
-    void addWanted(const Comparison& comparison) {
+    void addWanted(const PreviewEntries& entries) {
         const std::string application = request_.application.below();
         std::string above;
         for (const std::string_view element : ElementsOf(parentOf(application))) {
             above = relativeBelow(above, element);
             addDirectory(above, {});
         }
-        auto seen = comparison.seen.begin(); // in the order of the entries
-        for (const auto& [relative, entry] : comparison.preview.entries) {
+        for (const auto& [relative, entry] : entries) {
             const std::string path = sitePath(request_.application, relative);
-            const bool isSeen = seen != comparison.seen.end() && seen->path == relative;
-            const struct stat* const standing = isSeen ? &(seen++)->status : nullptr;
             if (entry.isDirectory)
                 addDirectory(path, entry);
             else
-                addFile(path, entry, standing);
+                addFile(path, entry);
         }
     }
 
@@ -114,20 +111,20 @@ private:
 
     bool isOpened(const PreviewEntry& wanted) const { return wanted.isInWritableTree && request_.webserverWrite; }
 
-    /// \param seen null where the site has nothing of the source's size.
-    bool isAsWanted(const PreviewEntry& wanted, const struct stat* seen) const {
-        if (wanted.state != EntryState::Same || seen == nullptr || seen->st_uid != request_.account.uid)
+    /// True where the site's own file is what the package would bring, in content, owner and mode.
+    bool isAsWanted(const PreviewEntry& wanted) const {
+        if (wanted.state != EntryState::Same || !wanted.found || wanted.found->st_uid != request_.account.uid)
             return false;
-        const mode_t opening = isOpened(wanted) ? bitsForWebserver(*seen, request_.account.name) : 0;
-        return (seen->st_mode & permissions) == (wanted.mode | opening);
+        const mode_t opening = isOpened(wanted) ? bitsForWebserver(*wanted.found, request_.account.name) : 0;
+        return (wanted.found->st_mode & permissions) == (wanted.mode | opening);
     }
 
-    void addFile(const std::string& path, const PreviewEntry& wanted, const struct stat* seen) {
+    void addFile(const std::string& path, const PreviewEntry& wanted) {
         InstalledEntry file{.path = path, .sourceTime = nanosecondsOf(wanted.modified)};
-        if (isAsWanted(wanted, seen)) {
-            file.mode = seen->st_mode & permissions;
-            file.size = seen->st_size;
-            file.time = modificationOf(*seen);
+        if (isAsWanted(wanted)) {
+            file.mode = wanted.found->st_mode & permissions;
+            file.size = wanted.found->st_size;
+            file.time = modificationOf(*wanted.found);
         } else {
             const mode_t opening =
                 isOpened(wanted) ? bitsToOpenNew(S_IFREG, request_.account, groupOfNew(path)) : mode_t{0};
@@ -204,10 +201,10 @@ PlannedCall plannedCallOf(const std::string& text) {
 
 SitePlan planPresence(const SiteRequest& request, SiteTree& tree) {
     const Brought brought(request.brought);
-    const Comparison comparison = compare(request, brought);
-    refuseFindings(request, comparison, brought);
+    const Preview preview = compare(request, brought);
+    refuseFindings(request, preview, brought);
     Planning planning(request, brought, tree);
-    planning.addWanted(comparison);
+    planning.addWanted(preview.entries);
     planning.addObsolete();
     return planning.take();
 }
