@@ -3,6 +3,7 @@
 #include "site/installed_files.h"
 #include "site/times.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -35,8 +36,7 @@ private:
 
     InstalledFiles files_;
     std::unordered_map<std::string_view, const InstalledEntry*> byPath_;
-    std::unordered_map<Nanoseconds, std::size_t> times_; ///< how many files have a source of that time
-    std::size_t count_ = 0;                              ///< of files
+    std::optional<Nanoseconds> sharedTime_; ///< that the sources of more than half of the files have
 };
 
 } // namespace site

@@ -49,12 +49,14 @@ public:
 
     /// What was brought before and is no more, but for what another application has there, too.
     void addObsolete() {
-        std::unordered_set<std::string> kept;
+        std::unordered_set<std::string_view> kept;
+        kept.reserve(files_.size());
         for (const InstalledEntry& entry : files_)
             kept.insert(entry.path);
+        std::vector<InstalledFiles> others;
         for (const FilesText& other : request_.others)
-            for (InstalledEntry& entry : installedFilesOf(other))
-                kept.insert(std::move(entry.path));
+            for (const InstalledEntry& entry : others.emplace_back(installedFilesOf(other)))
+                kept.insert(entry.path);
         std::vector<Step> directories;
         for (const InstalledEntry& entry : brought_.all()) {
             if (kept.contains(entry.path) || entry.wasThere)
