@@ -13,10 +13,10 @@
 #include <fcntl.h>
 #include <iostream>
 #include <optional>
-#include <regex>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -34,6 +34,54 @@ class Configuration : public DirectoryTest {
 protected:
     const std::string file_ = (base / "kro.conf").string();
 };
+
+struct Setting {
+    int index; // in the table of kro_conf.cpp
+    std::string name;
+    std::string byDefault;
+};
+
+const std::vector<Setting> settings{
+    {.index = 0, .name = "_MIN_POSSIBLE_KRO_CONF_VAR_NAME", .byDefault = "_MIN_POSSIBLE_KRO_CONF_VAR_VALUE"},
+    {.index = 1, .name = "NIMBO_MAILNAMES_D", .byDefault = "/var/qmail/mailnames"},
+    {.index = 2, .name = "RBLSMTPD", .byDefault = "/usr/sbin/rblsmtpd"},
+    {.index = 3, .name = "CLIENT_PHP_BIN", .byDefault = "/opt/kro/bin/php-cli"},
+    {.index = 4, .name = "LIB_CRYPTO_PATH", .byDefault = "/lib/libcrypto.so"},
+    {.index = 5, .name = "LIB_SSL_PATH", .byDefault = "/lib/libssl.so"},
+    {.index = 6, .name = "AWSTATS_DOC_D", .byDefault = "/usr/share/awstats"},
+    {.index = 7, .name = "AWSTATS_TOOLS_D", .byDefault = "/usr/share/awstats/tools"},
+    {.index = 8, .name = "AWSTATS_BIN_D", .byDefault = "/usr/lib/cgi-bin"},
+    {.index = 9, .name = "AWSTATS_ETC_D", .byDefault = "/etc/awstats"},
+    {.index = 10, .name = "CATALINA_HOME", .byDefault = "/var/lib/tomcat6"},
+    {.index = 11, .name = "MAILMAN_VAR_D", .byDefault = "/var/lib/mailman"},
+    {.index = 12, .name = "MAILMAN_ROOT_D", .byDefault = "/usr/lib/mailman"},
+    {.index = 13, .name = "PGSQL_DATA_D", .byDefault = "/var/lib/postgresql//main"},
+    {.index = 14, .name = "PGSQL_BIN_D", .byDefault = "/usr/lib/postgresql/9.1/bin"},
+    {.index = 15, .name = "MYSQL_BIN_D", .byDefault = "/usr/bin"},
+    {.index = 16, .name = "MYSQL_VAR_D", .byDefault = "/var/lib/mysql"},
+    {.index = 17, .name = "WEB_STAT", .byDefault = "/usr/bin/webalizer"},
+    {.index = 18, .name = "DUMP_D", .byDefault = "/var/lib/kro/dumps"},
+    {.index = 19, .name = "DUMP_TMP_D", .byDefault = "/tmp"},
+    {.index = 20, .name = "NAMED_RUN_ROOT_D", .byDefault = "/var/named/run-root"},
+    {.index = 21, .name = "HTTPD_SERVICE", .byDefault = "apache2"},
+    {.index = 22, .name = "HTTPD_LOG_D", .byDefault = "/var/log/apache2"},
+    {.index = 23, .name = "HTTPD_INCLUDE_D", .byDefault = "/etc/apache2/conf.d"},
+    {.index = 24, .name = "HTTPD_CONF_D", .byDefault = "/etc/apache2"},
+    {.index = 25, .name = "HTTPD_VHOSTS_D", .byDefault = "/var/www/vhosts"},
+    {.index = 26, .name = "PRODUCT_ROOT_D", .byDefault = "/opt/kro"},
+    {.index = 27, .name = "MYSQL_SOCKET", .byDefault = "/var/run/mysqld/mysqld.sock"},
+    {.index = 28, .name = "SA_MAX_MAIL_SIZE", .byDefault = "256000"},
+    {.index = 29, .name = "_MAX_POSSIBLE_KRO_CONF_VAR_NAME", .byDefault = "_MAX_POSSIBLE_KRO_CONF_VAR_VALUE"},
+};
+
+std::string line(const Setting& setting, const std::string& value) {
+    return std::to_string(setting.index) + " " + setting.name + ": " + value;
+}
+
+void showSettings() {
+    for (const Setting& setting : settings)
+        std::cout << line(setting, kroConfGetDefaultByIndex(setting.index)) << '\n';
+}
 
 class PanelConfiguration : public SandboxTest {
 protected:
@@ -123,15 +171,17 @@ TEST_F(Configuration, AFullTableGrowsBeforeItIsKnownThatNothingIsAdded) {
 }
 
 TEST_F(PanelConfiguration, HasEverySettingByItsNameAndDefault) {
-    const std::regex setting("(.+) (.+)");
-    const std::string settings = contentOf(LARKSPUR_SOURCE_DIR "/tests/runtime/settings.conf");
-    const std::string names = std::regex_replace(settings, setting, "$1");
-    const auto all = [] {
-        for (int index = 0; index < 30; ++index)
-            std::cout << kroConfGetDefaultByIndex(index) << '\n';
-    };
-    EXPECT_THAT(with({}, all), ended(0, "", std::regex_replace(settings, setting, "$2")));
-    EXPECT_THAT(with(std::regex_replace(names, std::regex(".+"), "$& $&"), all), ended(0, "", names));
+    std::string file;
+    for (const Setting& setting : settings)
+        file += setting.name + " own " + setting.name + "\n";
+    const Words withoutFile = linesOf(with({}, showSettings).output);
+    const Words withFile = linesOf(with(file, showSettings).output);
+    ASSERT_EQ(withoutFile.size(), settings.size());
+    ASSERT_EQ(withFile.size(), settings.size());
+    for (std::size_t row = 0; row < settings.size(); ++row) {
+        EXPECT_EQ(withoutFile[row], line(settings[row], settings[row].byDefault));
+        EXPECT_EQ(withFile[row], line(settings[row], "own " + settings[row].name));
+    }
 }
 
 TEST_F(PanelConfiguration, HasNoDefaultForAnUnknownName) {
