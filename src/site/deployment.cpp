@@ -76,7 +76,7 @@ void Deployment::finish() {
     exchangeFiles();
     cutPoint("swapped");
     runPackageScript();
-    cutPoint("script");
+    cutPoint("script-ended");
     inStep("record", [&] {
         syncHosts(store_.get());
         writeDurably(places_.newFiles, files_);

@@ -165,7 +165,7 @@ void askForFarewell(const PendingCall& call) {
                                accountOf(call.journal), rules);
         });
     }
-    cutPoint("script");
+    cutPoint("script-ended");
 }
 
 void noteFarewell(PendingCall& call) {

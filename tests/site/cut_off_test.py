@@ -94,7 +94,7 @@ class CutOffTest(SiteTest):
 
     def test_every_moment_of_every_way_back_and_clearing_up(self):
         rows = [  # what is there, what is cut off and where, and what recover alone makes of it
-            ("one", "upgrade", ("script", 1), "one"),
+            ("one", "upgrade", ("script-ended", 1), "one"),
             ("one", "upgrade", ("record", 1), "two"),
             ("one", "remove", ("journal", 1), "nothing"),
         ]
@@ -180,7 +180,7 @@ class CutOffTest(SiteTest):
         (self.app / "new").rmdir()
 
     def test_a_reload_in_the_middle_and_a_cut_reload_are_done_again(self):
-        for moment in [("swapped", 1), ("script", 1), "script", ("record", 1), ("noted", 1)]:
+        for moment in [("swapped", 1), ("script-ended", 1), "script", ("record", 1), ("noted", 1)]:
             with self.subTest(moment):
                 self.begin("one")
                 self.cut(self.reload_and_kill, moment, self.acts["upgrade"])

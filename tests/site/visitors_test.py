@@ -167,7 +167,7 @@ class VisitorsTest(SiteTest):
         self.stays(self.call("recover"))
 
     def cut_twice_and_recover(self):
-        self.cut(kill_tree, ("script", 1), self.words(self.two))
+        self.cut(kill_tree, ("script-ended", 1), self.words(self.two))
         self.cut(kill_tree, ("back", 3), ["recover"])
         self.stays(self.call("recover"))
 
@@ -201,7 +201,8 @@ class VisitorsTest(SiteTest):
         inner.mkdir()
         for directory in (data, inner):
             os.chown(directory, 20001, 20100)
-        moments = [("staged", 1), ("swap", 2), ("swap", 7), ("fragment", 1), "script", ("script", 1), ("noted", 1)]
+        moments = [("staged", 1), ("swap", 2), ("swap", 7), ("fragment", 1), "script", ("script-ended", 1),
+                   ("noted", 1)]
         with Visitor(self, inner), Visitor(self, data):
             self.changes(self.present(self.two))
             self.changes(self.present(self.two, options=["--repair"]))

@@ -184,7 +184,7 @@ fi
         self.assertEqual(self.call("reload"), (1, "", f"larkspur-site: no settings: {self.conf} is not there\n"))
 
     def test_a_lock_is_waited_for(self):
-        holder = self.start(*self.words(self.two), moment=("script", 1))
+        holder = self.start(*self.words(self.two), moment=("script-ended", 1))
         self.assertTrue(holder.hold())
         outcome = self.present(self.two, options=["--wait=1"])
         self.assertIn("larkspur-site: waits for another call on one.example\n", outcome.error)
