@@ -11,6 +11,8 @@ from testing import SANDBOX
 VHOSTS = SANDBOX / "vhosts"
 HOST = VHOSTS / "fault.example"
 DOCROOT = HOST / "httpdocs"
+APPLICATION = DOCROOT / "app"
+OWN_FILE = APPLICATION / "index.php"  # of the site, under the name of one that an installation brings
 SYSTEM = VHOSTS / "system/fault.example"
 FRAGMENTS = SYSTEM / "conf/siteapp.d"
 FRAGMENT = FRAGMENTS / "app.conf"
@@ -101,8 +103,8 @@ def make_template(case):
     for earlier in [TEMPLATE, HOST, SYSTEM]:
         shutil.rmtree(earlier, ignore_errors=True)
     if case.installed:
-        shutil.copytree(PACKAGE / "htdocs", DOCROOT / "app")
-    for path in [DOCROOT / "own/page", DOCROOT / "app/index.php", HOST / "private/kept", FRAGMENT]:
+        shutil.copytree(PACKAGE / "htdocs", APPLICATION)
+    for path in [DOCROOT / "own/page", OWN_FILE, HOST / "private/kept", FRAGMENT]:
         write(path, "own\n")
     subprocess.run(["chown", "-R", f"{ACCOUNT}:kroserv", HOST], check=True)
     subprocess.run(["cp", "-a", VHOSTS, TEMPLATE], check=True)

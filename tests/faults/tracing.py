@@ -2,6 +2,7 @@
 
 import os
 import re
+import signal
 import subprocess
 from dataclasses import dataclass
 
@@ -32,6 +33,7 @@ ALLOCATIONS_AS_MAPPINGS = ["-EGLIBC_TUNABLES=glibc.malloc.mmap_threshold=1", "-e
 
 PATIENCE = 200  # seconds, after which a run counts as hanging
 KILLED_BY_TIMEOUT = 137
+ABORTED = -signal.SIGABRT
 
 
 @dataclass(frozen=True)
