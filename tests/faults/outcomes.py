@@ -102,7 +102,7 @@ def judge_failure(trial):
 
 
 def check_rollback(trial):
-    """A rollback takes away what was planned, the site's own file of such a name, and directories that are empty then."""
+    """A rollback removes the planned files, the site's own ones of these names too, and directories that are then empty."""
     has_removed_all = cases.APPLICATION not in trial.after
     if trial.changed and not has_removed_all:
         raise Undocumented("not rolled back")
