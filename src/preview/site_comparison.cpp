@@ -3,6 +3,7 @@
 #include "files/last_directory.h"
 #include "files/paths.h"
 #include "preview/text.h"
+#include "runtime/errors.h"
 #include "runtime/handles.h"
 
 #include <array>

@@ -200,7 +200,3 @@ PlannedSources planSources(const std::string& packageDir, const std::string& des
         planned.sources.push_back(sourceOf(planned.plan, copy, rights, last));
     return planned;
 }
-
-bool isNowhere(int error) {
-    return isNotFound(error) || error == ELOOP;
-}

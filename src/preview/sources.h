@@ -74,6 +74,3 @@ struct PlannedSources {
 /// planCopies without a line or an exception for what cannot be read.
 PlannedSources planSources(const std::string& packageDir, const std::string& destination,
                            const std::list<nimbo::FSAMetaDataWebContent>& mappings, Rights rights);
-
-/// True for the error of a place where nothing is, or only a link that leads nowhere.
-bool isNowhere(int error);

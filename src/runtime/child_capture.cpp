@@ -93,7 +93,7 @@ void servePipes(Feed& input, UniqueFd& output, std::string& out, UniqueFd& error
         // An interruption leaves the sets as they were.  An attempt on a non-blocking pipe that is not ready does no
         // harm.
         if (select(highest + 1, &readable, &writable, nullptr, nullptr) < 0 && errno != EINTR)
-            throwSystemError("forkExecvGetOutErr: select() failed", errno);
+            throwSystemError("forkExecvGetOutErr: select() failed");
         if (isReady(input.fd(), writable))
             input.feedSome();
         if (isReady(output.get(), readable))

@@ -50,7 +50,7 @@ int dup2Custom(int source, int target) {
     if (source == -1) {
         source = open("/dev/null", O_RDWR);
         if (source < 0)
-            throwSystemError("dup2Custom failed", errno);
+            throwSystemError("dup2Custom failed");
     }
     if (source == target)
         return source;
@@ -69,23 +69,23 @@ pid_t forkExecvPipes(int in, int out, int err, const std::string& path, const Ar
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid < 0)
-        throwSystemError("forkExecvPipes: fork() failed", errno);
+        throwSystemError("forkExecvPipes: fork() failed");
     if (pid > 0)
         return pid;
 
     // In the caller's session the program could open the caller's terminal and type into it.
     if (setsid() < 0)
-        throwSystemError("forkExecvPipes: setsid() failed", errno);
+        throwSystemError("forkExecvPipes: setsid() failed");
     // A program with other streams than wanted would write into what happens to be there.
     if (dup2Custom(in, STDIN_FILENO) < 0 || dup2Custom(out, STDOUT_FILENO) < 0 || dup2Custom(err, STDERR_FILENO) < 0)
-        throwSystemError("dup2Custom failed", errno);
+        throwSystemError("dup2Custom failed");
     closeOwnDescriptors();
     // An unknown account and root's keep the current identity.
     if (!user.empty() && nimbo_ugid(user.c_str(), 0) != 0 && p_setuid(user.c_str()) != 0)
-        throwSystemError("forkExecvPipes: p_setuid() to '" + user + "' failed", errno);
+        throwSystemError("forkExecvPipes: p_setuid() to '" + user + "' failed");
     for (const auto& [name, value] : env)
         if (setenv(name.c_str(), value.c_str(), 1) != 0)
-            throwSystemError("forkExecvPipes: setenv() falied", errno);
+            throwSystemError("forkExecvPipes: setenv() falied");
     ScopedDisposition::putBackAll();
     SharedEnd::bindProgram(parent);
     execvp(path.c_str(), args.argv());

@@ -19,7 +19,7 @@ bool readToString(int fd, std::string& text) {
         else if (errno == EAGAIN)
             return true;
         else if (errno != EINTR)
-            throwSystemError("readToString failed", errno);
+            throwSystemError("readToString failed");
     }
 }
 
@@ -32,7 +32,7 @@ std::size_t writeSome(int fd, std::string_view text) {
         else if (errno == EINTR)
             continue;
         else if (errno != EAGAIN && done == 0)
-            throwSystemError("writeToString failed", errno); // the fixed text names the other direction
+            throwSystemError("writeToString failed"); // the fixed text names the other direction
         else
             break;
     }

@@ -42,8 +42,16 @@ void throwSystemError(const std::string& message, int error) {
     }
 }
 
+void throwSystemError(const std::string& message) {
+    throwSystemError(message, errno);
+}
+
 } // namespace nimbo
 
 bool isNotFound(int error) {
     return error == ENOENT || error == ENOTDIR;
+}
+
+bool isNowhere(int error) {
+    return isNotFound(error) || error == ELOOP;
 }

@@ -39,7 +39,14 @@ public:
 /// The argument alone decides: with 0 a plain SystemError is thrown, which then records the current errno.
 [[noreturn]] void throwSystemError(const std::string& message, int error);
 
+/// The same with the current errno.
+[[noreturn]] void throwSystemError(const std::string& message);
+
 } // namespace nimbo
 
 /// True for the errno values of a look at a place where nothing is.
 bool isNotFound(int error);
+
+/// The same, and for a link that leads nowhere; also what opening a place for a directory, links not followed, tells of
+/// a file or a link.
+bool isNowhere(int error);

@@ -18,7 +18,7 @@ constexpr std::size_t bufferSize = 2048;
 int init_tmp(std::string& path) {
     const int fd = mkostemp(path.data(), O_CLOEXEC);
     if (fd < 0)
-        throwSystemError("mkstemp() failed: ", errno); // SystemError adds a second colon; the text is fixed
+        throwSystemError("mkstemp() failed: "); // SystemError adds a second colon; the text is fixed
     return fd;
 }
 

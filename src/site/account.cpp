@@ -27,7 +27,7 @@ const passwd* lookUp(const std::string& name) {
     // Which numbers say "not found" is the name service's own matter (getpwnam(3)).
     const bool isUnknown = errno == 0 || errno == ENOENT || errno == ESRCH || errno == EBADF || errno == EPERM;
     if (found == nullptr && !isUnknown)
-        nimbo::throwSystemError("account " + name, errno);
+        nimbo::throwSystemError("account " + name);
     return found;
 }
 

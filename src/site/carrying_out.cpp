@@ -17,10 +17,6 @@ namespace site {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& path) {
-    nimbo::throwSystemError(path, errno);
-}
-
 [[noreturn]] void refuse(const std::string& path, const char* what) {
     throw std::runtime_error(path + ": " + what);
 }
@@ -82,7 +78,7 @@ private:
     [[noreturn]] static void failAt(const std::string& path) {
         if (errno == EEXIST)
             refuse(path, changed);
-        fail(path);
+        nimbo::throwSystemError(path);
     }
 
     void makeDirectory(const Step& step, const Place& place) {
@@ -106,7 +102,7 @@ private:
         if (!isEntry(ends.standing(), step.standing))
             refuse(step.path, changed);
         if (!ends.toSite(RENAME_EXCHANGE))
-            fail(step.path);
+            nimbo::throwSystemError(step.path);
         if (isEntry(ends.stored(), step.standing))
             return;
         (void)ends.toSite(RENAME_EXCHANGE);
@@ -119,7 +115,7 @@ private:
             return; // somebody has removed it, or a removal is finished after a cut
         const bool isPlanned = standing->identity == step.standing;
         if (isPlanned && !ends.toStore())
-            fail(step.path);
+            nimbo::throwSystemError(step.path);
         if (isPlanned && isEntry(ends.stored(), step.standing))
             return;
         if (isPlanned)

@@ -30,7 +30,7 @@ struct Pipe {
     Pipe() {
         std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC) != 0)
-            nimbo::throwSystemError("pipe", errno);
+            nimbo::throwSystemError("pipe");
         readEnd = UniqueFd(ends[0]);
         writeEnd = UniqueFd(ends[1]);
         fcntl(readEnd.get(), F_SETFL, O_NONBLOCK);
@@ -115,7 +115,7 @@ std::string answerOf(const std::function<std::string()>& work) {
 std::optional<std::string> endOf(pid_t child) {
     siginfo_t info{};
     if (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WSTOPPED | WNOHANG) != 0)
-        nimbo::throwSystemError("waitid", errno);
+        nimbo::throwSystemError("waitid");
     if (info.si_pid == 0)
         return std::nullopt;
     const std::string number = std::to_string(info.si_status);
@@ -140,7 +140,7 @@ public:
         std::cerr.flush();
         child_.process = fork();
         if (child_.process < 0)
-            nimbo::throwSystemError("fork", errno);
+            nimbo::throwSystemError("fork");
         if (child_.process == 0)
             beChild(rules, result_.writeEnd.get(), messages_.writeEnd.get(), work);
         result_.writeEnd.close();

@@ -15,14 +15,10 @@ namespace site {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& file) {
-    nimbo::throwSystemError(file, errno);
-}
-
 void syncDirectory(const std::string& directory) {
     const UniqueFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() < 0 || fsync(fd.get()) != 0)
-        fail(directory);
+        nimbo::throwSystemError(directory);
 }
 
 /// \return false with errno.
@@ -44,14 +40,14 @@ std::optional<std::string> readIfThere(const std::string& file) {
     if (fd.get() < 0) {
         if (isNotFound(errno))
             return std::nullopt;
-        fail(file);
+        nimbo::throwSystemError(file);
     }
     std::string text;
     std::array<char, 65536> buffer; // NOLINT: filled by read(2) up to what it returns
     for (;;) {
         const ssize_t got = TEMP_FAILURE_RETRY(read(fd.get(), buffer.data(), buffer.size()));
         if (got < 0)
-            fail(file);
+            nimbo::throwSystemError(file);
         if (got == 0)
             return text;
         text.append(buffer.data(), static_cast<std::size_t>(got));
@@ -73,7 +69,7 @@ void writeDurably(const std::string& file, const std::string& text) {
         const int error = errno;
         (void)unlink(unfinished.c_str()); // where there is no room, it would only take some
         errno = error;
-        fail(file);
+        nimbo::throwSystemError(file);
     }
     syncDirectory(std::string(parentOf(file)));
 }
@@ -81,14 +77,14 @@ void writeDurably(const std::string& file, const std::string& text) {
 void createDurably(const std::string& file) {
     const UniqueFd fd(open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (fd.get() < 0)
-        fail(file);
+        nimbo::throwSystemError(file);
     syncDirectory(std::string(parentOf(file)));
 }
 
 void removeDurably(const std::string& file) {
     if (unlink(file.c_str()) != 0) {
         if (errno != ENOENT)
-            fail(file);
+            nimbo::throwSystemError(file);
         return;
     }
     syncDirectory(std::string(parentOf(file)));
@@ -98,14 +94,14 @@ void renameDurably(const std::string& from, const std::string& to) {
     if (rename(from.c_str(), to.c_str()) == 0)
         syncDirectory(std::string(parentOf(to)));
     else if (errno != ENOENT)
-        fail(from);
+        nimbo::throwSystemError(from);
 }
 
 void makeDirectory(const std::string& directory, mode_t mode) {
     if (mkdir(directory.c_str(), mode) == 0)
         syncDirectory(std::string(parentOf(directory)));
     else if (errno != EEXIST)
-        fail(directory);
+        nimbo::throwSystemError(directory);
 }
 
 void makeDirectories(const std::string& directory) {

@@ -5,7 +5,6 @@
 #include "site/account.h"
 
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <fcntl.h>
@@ -47,7 +46,7 @@ void changeMode(const Place& place, mode_t mode, const std::string& path) {
     const UniqueFd fd(openat(place.directory, place.name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     const std::string link = "/proc/self/fd/" + std::to_string(fd.get());
     if (fd.get() < 0 || chmod(link.c_str(), mode) != 0)
-        nimbo::throwSystemError(path, errno);
+        nimbo::throwSystemError(path);
 }
 
 void changeModeOfStanding(const Place& place, mode_t mode, const std::string& path) {

@@ -11,10 +11,6 @@ namespace site {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& file) {
-    nimbo::throwSystemError(file, errno);
-}
-
 /// An exclusive lock: l_start and l_len of 0 are all of a file, also what is appended.
 struct flock wholeFile() {
     struct flock lock {};
@@ -28,12 +24,12 @@ struct flock wholeFile() {
 std::optional<FileLock> FileLock::tryToTake(const std::string& file) {
     UniqueFd fd(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (fd.get() < 0)
-        fail(file);
+        nimbo::throwSystemError(file);
     struct flock whole = wholeFile();
     if (fcntl(fd.get(), F_OFD_SETLK, &whole) == 0)
         return FileLock(std::move(fd));
     if (errno != EAGAIN && errno != EACCES)
-        fail(file);
+        nimbo::throwSystemError(file);
     return std::nullopt;
 }
 
@@ -43,7 +39,7 @@ bool FileLock::isHeld(const std::string& file) {
         return false;
     struct flock found = wholeFile();
     if (fd.get() < 0 || fcntl(fd.get(), F_OFD_GETLK, &found) != 0)
-        fail(file);
+        nimbo::throwSystemError(file);
     return found.l_type != F_UNLCK;
 }
 

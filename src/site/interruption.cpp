@@ -2,7 +2,6 @@
 
 #include "runtime/errors.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <poll.h>
@@ -54,7 +53,7 @@ void watchSignals() {
     sigprocmask(SIG_BLOCK, &watched, nullptr);
     descriptor = signalfd(-1, &watched, SFD_NONBLOCK | SFD_CLOEXEC);
     if (descriptor < 0)
-        nimbo::throwSystemError("signalfd", errno);
+        nimbo::throwSystemError("signalfd");
     prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
 

@@ -30,10 +30,6 @@ namespace site {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& path) {
-    nimbo::throwSystemError(path, errno);
-}
-
 /// \param status of the path, links not followed.
 void requireOnlyRootWrites(const std::string& path, const struct stat& status) {
     // With an access control list, the group's bits are what any entry of the list may have (acl(5)).
@@ -115,7 +111,7 @@ private:
                         std::vector<std::string>& elsewhere) {
         struct stat status {};
         if (fstatat(place.directory, place.name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-            fail(path);
+            nimbo::throwSystemError(path);
         requireOnlyRootWrites(path, status);
         std::string facts(name);
         facts.push_back('\0');
@@ -140,7 +136,7 @@ private:
 Package examinePackage(const std::string& directory) {
     const auto target = targetOf(fs::absolute(directory));
     if (!target)
-        fail(directory);
+        nimbo::throwSystemError(directory);
     Package package{*target, {}};
     struct stat status {};
     if (stat(package.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))

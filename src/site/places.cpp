@@ -15,7 +15,7 @@ void requireHost(const Places& places) {
     if (lstat(places.hostDirectory.c_str(), &status) == 0)
         return;
     if (errno != ENOENT)
-        nimbo::throwSystemError(places.hostDirectory, errno);
+        nimbo::throwSystemError(places.hostDirectory);
     throw std::runtime_error("there is no host " + places.hostDirectory);
 }
 

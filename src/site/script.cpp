@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <boost/algorithm/string/join.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
@@ -65,7 +64,7 @@ void runScriptAsAccount(const ScriptRun& run, const Secrets& secrets, const Acco
         dup2(STDERR_FILENO, STDOUT_FILENO);
         for (const auto& [name, value] : secrets.variables)
             if (setenv(name.c_str(), value.c_str(), 1) != 0)
-                nimbo::throwSystemError(name, errno);
+                nimbo::throwSystemError(name);
         // runScript returns twice where the script cannot be executed: in its own child, too.
         const pid_t self = getpid();
         const int status = runScript(run.script, run.action, words);

@@ -12,7 +12,6 @@
 #include "site/report.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 #include <stdexcept>
 #include <unistd.h>
@@ -35,7 +34,7 @@ void runCommand(const Settings& settings, const std::string& command) {
         dup2(STDERR_FILENO, STDOUT_FILENO);
         ScopedDisposition::putBackAll();
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-        nimbo::throwSystemError("/bin/sh", errno);
+        nimbo::throwSystemError("/bin/sh");
     });
 }
 

@@ -16,11 +16,6 @@ namespace {
     nimbo::throwSystemError(path.empty() ? "." : path, error);
 }
 
-/// What opening a directory without following links tells of one that is missing, a file or a link.
-bool isNoDirectory(int error) {
-    return error == ENOENT || error == ENOTDIR || error == ELOOP;
-}
-
 UniqueFd openDocumentRoot(const std::string& hosts, const std::string& documentRoot) {
     const auto part = partBehind(hosts, documentRoot);
     if (!part)
@@ -68,7 +63,7 @@ std::optional<Place> SiteTree::find(const std::string& path) {
     const Place place = tree_.placeOf(path);
     if (place.directory >= 0)
         return place;
-    if (!isNoDirectory(errno))
+    if (!isNowhere(errno))
         fail(errno, path);
     return std::nullopt;
 }

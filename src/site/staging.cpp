@@ -17,10 +17,6 @@ namespace site {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& what) {
-    nimbo::throwSystemError(what, errno);
-}
-
 class Staging {
 public:
     Staging(int store, SiteTree& tree) : store_(store), tree_(tree) {}
@@ -32,20 +28,20 @@ public:
         const UniqueFd from(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         struct stat status {};
         if (from.get() < 0 || fstat(from.get(), &status) != 0)
-            fail(source);
+            nimbo::throwSystemError(source);
         if (!S_ISREG(status.st_mode))
             throw std::runtime_error(source + " is no file");
         UniqueFd to = newFileAt(file.path, name);
         if (to.get() < 0)
-            fail(file.path);
+            nimbo::throwSystemError(file.path);
         if (const int error = copyContent(from.get(), to.get(), status.st_size))
             nimbo::throwSystemError(file.path, error);
         if (fchmod(to.get(), file.mode) != 0 || !giveName(to, name))
-            fail(file.path);
+            nimbo::throwSystemError(file.path);
         const Entry written = entryAt(to.get(), "").value();
         // Quotas and network file systems may refuse the data only now.
         if (to.close() != 0)
-            fail(file.path);
+            nimbo::throwSystemError(file.path);
         file.size = written.status.st_size;
         file.time = modificationOf(written.status);
         file.sourceTime = modificationOf(status);

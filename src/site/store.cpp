@@ -22,10 +22,6 @@ namespace site {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& what) {
-    nimbo::throwSystemError(what, errno);
-}
-
 std::string callDirectory(const std::string& store) {
     return joined(store, "call");
 }
@@ -49,7 +45,7 @@ bool isToBeKept(const Step& step, const Entry& entry, Ending ending) {
 /// From here on nobody but root changes what is in the directory, whatever descriptors of it others have.
 void takeBack(int call, const std::string& store) {
     if (fchown(call, 0, 0) != 0)
-        fail(callDirectory(store));
+        nimbo::throwSystemError(callDirectory(store));
 }
 
 /// Moves entries from a call's directory to where they are kept.
@@ -72,7 +68,7 @@ public:
             directory.get() >= 0 && renameat2(call, name.c_str(), directory.get(), last.c_str(), RENAME_NOREPLACE) == 0;
         const std::string aside = joined(kept_, "entry-" + name);
         if (!isKept && renameat2(call, name.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) != 0)
-            fail(aside);
+            nimbo::throwSystemError(aside);
         hasKept_ = true;
     }
 
@@ -84,7 +80,7 @@ private:
         for (const std::string_view name : ElementsOf(path)) {
             const std::string element(name);
             if (mkdirat(directory.get(), element.c_str(), 0700) != 0 && errno != EEXIST)
-                fail(joined(kept_, path));
+                nimbo::throwSystemError(joined(kept_, path));
             constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
             UniqueFd next(openat(directory.get(), element.c_str(), flags));
             struct stat status {};
@@ -106,7 +102,7 @@ void dropCall(const std::string& store) {
     if (call.get() < 0 && errno == ENOENT)
         return;
     if (call.get() < 0)
-        fail(directory);
+        nimbo::throwSystemError(directory);
     takeBack(call.get(), store);
     std::vector<std::string> names;
     for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
@@ -116,14 +112,14 @@ void dropCall(const std::string& store) {
         if (unlinkat(call.get(), name.c_str(), 0) != 0 && unlinkat(call.get(), name.c_str(), AT_REMOVEDIR) != 0)
             keeping.keep(call.get(), name, name);
     if (rmdir(directory.c_str()) != 0)
-        fail(directory);
+        nimbo::throwSystemError(directory);
 }
 
 } // namespace
 
 LentStore::LentStore(int call, const Account& account) : call_(call) {
     if (call >= 0 && fchown(call, account.uid, account.gid) != 0)
-        fail("the store");
+        nimbo::throwSystemError("the store");
 }
 
 LentStore::~LentStore() {
@@ -135,7 +131,7 @@ UniqueFd openStore(const std::string& store) {
     makeDirectories(store);
     const std::string directory = callDirectory(store);
     if (mkdir(directory.c_str(), 0700) != 0)
-        fail(directory);
+        nimbo::throwSystemError(directory);
     return openLeftStore(store);
 }
 
@@ -147,7 +143,7 @@ UniqueFd openLeftStore(const std::string& store) {
     const std::string directory = callDirectory(store);
     UniqueFd call = openDirectory(directory);
     if (call.get() < 0)
-        fail(directory);
+        nimbo::throwSystemError(directory);
     return call;
 }
 
@@ -157,7 +153,7 @@ void requireSameFileSystem(SiteTree& tree, int call, const std::string& store, c
     const std::string root;
     const std::optional<Place> place = tree.find(root);
     if (!place || fstatat(place->directory, place->name, &site, 0) != 0 || fstat(call, &here) != 0)
-        fail(documentRoot);
+        nimbo::throwSystemError(documentRoot);
     if (site.st_dev != here.st_dev)
         throw std::runtime_error(store + " is on another file system than " + documentRoot +
                                  ": set STORE to a directory on that one");
@@ -173,7 +169,7 @@ std::string emptyStore(const std::string& store, const std::vector<Step>& steps,
         if (entry && isToBeKept(steps[number], *entry, ending))
             keeping.keep(call.get(), name, steps[number].path);
         else if (entry && unlinkat(call.get(), name.c_str(), 0) != 0)
-            fail(joined(callDirectory(store), name));
+            nimbo::throwSystemError(joined(callDirectory(store), name));
     }
     return keeping.keptAt();
 }
@@ -195,7 +191,7 @@ void dropStore(const std::string& store) {
 
 void syncHosts(int call) {
     if (syncfs(call) != 0)
-        fail("syncfs");
+        nimbo::throwSystemError("syncfs");
 }
 
 std::vector<std::string> keptFiles(const std::string& store) {

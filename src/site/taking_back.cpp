@@ -17,10 +17,6 @@ namespace site {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& path) {
-    nimbo::throwSystemError(path, errno);
-}
-
 constexpr std::string_view wholeWord = "whole";
 
 /// Takes steps back, in the reverse order.
@@ -103,7 +99,7 @@ private:
         // One that holds something is a visitor's by now.
         if (unlinkat(place.directory, place.name, AT_REMOVEDIR) != 0 && errno != ENOTEMPTY && errno != EEXIST &&
             !isNotFound(errno))
-            fail(step.path);
+            nimbo::throwSystemError(step.path);
     }
 
     static void changeModeBack(const Step& step, const Place& place) {
@@ -119,7 +115,7 @@ private:
             return; // it was not done
         const std::optional<Entry> standing = ends.standing();
         if (isEntry(standing, step.staged) && !ends.toStore())
-            fail(step.path);
+            nimbo::throwSystemError(step.path);
         if (standing && standing->identity != step.staged)
             leave(step.path, "left as it is: somebody has put it there");
     }
@@ -130,7 +126,7 @@ private:
         if (!isEntry(ends.standing(), step.staged))
             putBack(step, ends, stored);
         else if (!ends.toSite(RENAME_EXCHANGE))
-            fail(step.path);
+            nimbo::throwSystemError(step.path);
     }
 
     /// Gives the old entry its name back, if nobody else has taken that.
@@ -141,7 +137,7 @@ private:
         if (stored != step.standing || ends.toSite(RENAME_NOREPLACE))
             return;
         if (errno != EEXIST)
-            fail(step.path);
+            nimbo::throwSystemError(step.path);
         leave(step.path, "left as it is: somebody has put it there; the old one is kept");
     }
 
