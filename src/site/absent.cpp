@@ -8,11 +8,12 @@
 #include "site/interruption.h"
 #include "site/journal.h"
 #include "site/known_applications.h"
-#include "site/pending.h"
 #include "site/planning.h"
 #include "site/record.h"
+#include "site/removal.h"
 #include "site/report.h"
 #include "site/server.h"
+#include "site/settling.h"
 #include "site/store.h"
 
 #include <stdexcept>
@@ -43,7 +44,7 @@ Journal journalOfRemoval(const Places& places, const Record& record, std::vector
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
     const Account account = inStep("account", [&] { return accountOf(record.terms.account, record.terms.uid); });
-    const UniqueFd store = inStep("store", [&] { return openStore(places.store); });
+    const UniqueFd callStore = inStep("store", [&] { return openStore(places.store); });
     const SiteRequest request{
         .packageDir = {},
         .application = application,
@@ -53,10 +54,10 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
         .brought = inStep("files", [&] { return listOfFiles(places); }),
         .others = inStep("files", [&] { return listsOfOthers(options.settings, application); }),
         .ignored = {},
-        .store = store.get(),
+        .callStore = callStore.get(),
     };
     PlannedCall planned = inStep("files", [&] {
-        const ChildRules rules{.limit = options.settings.timeLimit, .keep = {lock, store.get()}};
+        const ChildRules rules{.limit = options.settings.timeLimit, .keep = {lock, callStore.get()}};
         return plannedCallOf(asAccount(account, rules, [&] {
             try {
                 SiteTree tree(request.hosts, request.documentRoot);
@@ -68,7 +69,7 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
     });
     PendingCall call{options, application, places, lock, journalOfRemoval(places, record, std::move(planned.steps))};
     inStep("journal", [&] {
-        syncHosts(store.get()); // a journal without its store could not be finished
+        syncHosts(callStore.get()); // a journal without its store could not be finished
         writeDurably(places.journal, textOf(call.journal));
     });
     cutPoint("journal");

@@ -38,8 +38,7 @@ struct Outlook {
     std::string action;      ///< of the script: "install", "upgrade" or "configure"; empty when there is nothing to do
     std::vector<Step> steps; ///< none where something is pending: they cannot be told
     bool changesFragment = false;
-    std::vector<Application>
-        pending; ///< of the host, whose calls are at work, or were cut off and would be ended first
+    std::vector<Application> pending; ///< on the host: their calls are at work, or cut off and would be ended first
 };
 
 } // namespace site

@@ -4,7 +4,7 @@
 #include "site/durable_files.h"
 #include "site/fingerprint.h"
 #include "site/in_step.h"
-#include "site/pending.h"
+#include "site/known_applications.h"
 #include "site/script.h"
 #include "site/times.h"
 #include "webserver/fragment.h"

@@ -11,8 +11,10 @@
 #include "site/interruption.h"
 #include "site/known_applications.h"
 #include "site/planning.h"
+#include "site/presence_end.h"
 #include "site/report.h"
 #include "site/script.h"
+#include "site/settling.h"
 #include "site/site_tree.h"
 #include "site/staging.h"
 #include "site/store.h"
@@ -40,7 +42,7 @@ void Deployment::prepare() {
     decision_ = decide(options_, wish_, places_);
     if (!isNeeded())
         return;
-    store_ = inStep("store", [&] { return openStore(places_.store); });
+    callStore_ = inStep("store", [&] { return openStore(places_.store); });
     planFiles();
     cutPoint("staged");
 }
@@ -66,7 +68,7 @@ void Deployment::begin() {
                                 fingerprint(journal_.fragment) != decision_->before->fragment;
     hasWayBack_ = true;
     inStep("journal", [&] {
-        syncHosts(store_.get());
+        syncHosts(callStore_.get());
         writeDurably(places_.journal, textOf(journal_));
     });
     cutPoint("journal");
@@ -78,7 +80,7 @@ void Deployment::finish() {
     runPackageScript();
     cutPoint("script-ended");
     inStep("record", [&] {
-        syncHosts(store_.get());
+        syncHosts(callStore_.get());
         writeDurably(places_.newFiles, files_);
         writeRecord();
     });
@@ -129,7 +131,7 @@ SiteRequest Deployment::siteRequest() const {
         .others = inStep("files", [&] { return listsOfOthers(options_.settings, wish_.application); }),
         .trustsTimes = !options_.repairs,
         .ignored = options_.ignored,
-        .store = store_.get(),
+        .callStore = callStore_.get(),
     };
 }
 
@@ -138,12 +140,12 @@ void Deployment::planFiles() {
     const SiteRequest request = siteRequest();
     sayProgress(wish_.application, "comparing and copying");
     PlannedCall planned = inStep("files", [&] {
-        const LentStore lent(store_.get(), decision_->account);
+        const LentStore lent(callStore_.get(), decision_->account);
         return plannedCallOf(asAccount(decision_->account, rules(), [&] {
             SiteTree tree(request.hosts, request.documentRoot);
             SitePlan plan = planPresence(request, tree);
-            if (request.store >= 0) {
-                requireSameFileSystem(tree, request.store, places_.store, request.documentRoot);
+            if (request.callStore >= 0) {
+                requireSameFileSystem(tree, request.callStore, places_.store, request.documentRoot);
                 stage(request, tree, plan);
             }
             return textOf(plan);
@@ -163,11 +165,11 @@ void Deployment::planFiles() {
 void Deployment::exchangeFiles() {
     sayProgress(wish_.application, "exchanging " + std::to_string(journal_.steps.size()) + " entries");
     const std::string directories = inStep("files", [&] {
-        const LentStore lent(store_.get(), decision_->account);
+        const LentStore lent(callStore_.get(), decision_->account);
         return asAccount(decision_->account, rules(), [&] {
             SiteTree tree(options_.settings.vhosts, places_.documentRoot);
             std::string text;
-            for (const MadeDirectory& made : carryOut(tree, store_.get(), journal_.steps))
+            for (const MadeDirectory& made : carryOut(tree, callStore_.get(), journal_.steps))
                 LineWriter(text).number(made.mode).number(made.opened).path(made.path);
             return text;
         });
@@ -224,8 +226,8 @@ ChildRules Deployment::rules() const {
     ChildRules rules{.limit = options_.settings.timeLimit, .keep = {}};
     if (lock_)
         rules.keep.push_back(lock_->descriptor());
-    if (store_.get() >= 0)
-        rules.keep.push_back(store_.get());
+    if (callStore_.get() >= 0)
+        rules.keep.push_back(callStore_.get());
     return rules;
 }
 

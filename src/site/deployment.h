@@ -5,7 +5,7 @@
 #include "site/decision.h"
 #include "site/file_lock.h"
 #include "site/journal.h"
-#include "site/pending.h"
+#include "site/pending_call.h"
 #include "site/server.h"
 #include "site/site_request.h"
 
@@ -65,7 +65,7 @@ private:
     const Places places_;
     std::optional<FileLock> lock_;     ///< nothing for a look
     std::optional<Decision> decision_; ///< nothing before prepare or look
-    UniqueFd store_;                   ///< none for a look
+    UniqueFd callStore_;               ///< the call's directory in the store; none for a look
     std::string files_;                ///< text of InstalledFiles
     Journal journal_;
     bool isSettled_ = false;  ///< there is nothing of an earlier call

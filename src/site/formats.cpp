@@ -181,8 +181,9 @@ std::string jsonOf(const std::vector<Installation>& installations) {
 std::string textOf(const std::vector<Verified>& verified) {
     std::string text;
     for (const auto& [application, differences] : verified)
-        for (const auto& [what, path] : differences)
-            text += escaped(application.title()) + ": " + what + ": " + escaped(path.empty() ? "." : path) + '\n';
+        for (const auto& [kind, path] : differences)
+            text +=
+                escaped(application.title()) + ": " + wordOf(kind) + ": " + escaped(path.empty() ? "." : path) + '\n';
     return text;
 }
 
@@ -190,8 +191,8 @@ std::string jsonOf(const std::vector<Verified>& verified) {
     json::array applications;
     for (const auto& [application, differences] : verified) {
         json::array found;
-        for (const auto& [what, path] : differences)
-            found.push_back(json::object{{"what", what}, {"path", utf8(path)}});
+        for (const auto& [kind, path] : differences)
+            found.push_back(json::object{{"what", wordOf(kind)}, {"path", utf8(path)}});
         json::object object = named(application);
         object["differences"] = std::move(found);
         applications.push_back(std::move(object));

@@ -10,15 +10,19 @@
 #include "site/installed_files.h"
 #include "site/interruption.h"
 #include "site/known_applications.h"
-#include "site/pending.h"
 #include "site/report.h"
 #include "site/site_tree.h"
 #include "site/store.h"
 #include "site/text_lines.h"
 
+#include <array>
+
 namespace site {
 
 namespace {
+
+constexpr std::array differenceWords{"missing",    "edited",           "mode",           "owner",
+                                     "unreadable", "fragment-missing", "fragment-edited"}; // by DifferenceKind
 
 Installation installationOf(const Settings& settings, const Application& application) {
     const Places places(settings, application);
@@ -32,34 +36,36 @@ Installation installationOf(const Settings& settings, const Application& applica
             .fragment = readIfThere(places.fragment) ? places.fragment : ""};
 }
 
-/// What is wrong with the entry at a recorded path; empty for nothing.
-std::string differenceAt(SiteTree& tree, const InstalledEntry& wanted, uid_t owner) {
+/// What is wrong with the entry at a recorded path; nothing where it is as recorded.
+std::optional<DifferenceKind> differenceAt(SiteTree& tree, const InstalledEntry& wanted, uid_t owner) {
     constexpr mode_t shown = 0777;
     std::optional<Entry> entry;
     try {
         entry = tree.entry(wanted.path);
     } catch (const nimbo::SystemError&) {
-        return "unreadable";
+        return DifferenceKind::Unreadable;
     }
     if (!entry)
-        return "missing";
+        return DifferenceKind::Missing;
     const mode_t mode = entry->status.st_mode;
     if (wanted.isDirectory ? !S_ISDIR(mode) : !S_ISREG(mode))
-        return "edited";
+        return DifferenceKind::Edited;
     if (!wanted.isDirectory && (entry->status.st_size != wanted.size || modificationOf(entry->status) != wanted.time))
-        return "edited";
+        return DifferenceKind::Edited;
     // A directory may have been there before.
     if (!wanted.isDirectory && entry->status.st_uid != owner)
-        return "owner";
-    return (mode & shown) == (wanted.mode & shown) ? "" : "mode";
+        return DifferenceKind::Owner;
+    if ((mode & shown) != (wanted.mode & shown))
+        return DifferenceKind::Mode;
+    return std::nullopt;
 }
 
 std::vector<Difference> differencesOf(std::string_view text) {
     std::vector<Difference> differences;
     while (!text.empty()) {
         LineReader line(takeLine(text));
-        const std::string what = line.word();
-        differences.push_back({what, line.path()});
+        const auto kind = static_cast<DifferenceKind>(line.positionIn(differenceWords));
+        differences.push_back({kind, line.path()});
     }
     return differences;
 }
@@ -72,9 +78,9 @@ std::vector<Difference> differencesAsAccount(const Settings& settings, const Rec
             SiteTree tree(settings.vhosts, record.terms.documentRoot);
             std::string text;
             for (const InstalledEntry& entry : files) {
-                const std::string what = differenceAt(tree, entry, account.uid);
-                if (!what.empty())
-                    LineWriter(text).word(what).path(entry.path);
+                const std::optional<DifferenceKind> kind = differenceAt(tree, entry, account.uid);
+                if (kind)
+                    LineWriter(text).word(wordOf(*kind)).path(entry.path);
             }
             return text;
         }));
@@ -86,10 +92,15 @@ void compareFragment(const Places& places, const Record& record, std::vector<Dif
     const std::string standing = text ? fingerprint(*text) : "";
     if (standing == record.fragment)
         return;
-    differences.push_back({text ? "fragment-edited" : "fragment-missing", places.fragment});
+    const DifferenceKind kind = text ? DifferenceKind::FragmentEdited : DifferenceKind::FragmentMissing;
+    differences.push_back({kind, places.fragment});
 }
 
 } // namespace
+
+const char* wordOf(DifferenceKind kind) {
+    return differenceWords.at(static_cast<std::size_t>(kind));
+}
 
 Inventory inventoryOf(const Settings& settings, const std::vector<Application>& applications) {
     Inventory inventory;

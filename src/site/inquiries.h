@@ -30,9 +30,14 @@ struct Inventory {
 /// Those of the applications of which anything is known, in their order.
 Inventory inventoryOf(const Settings& settings, const std::vector<Application>& applications);
 
+enum class DifferenceKind { Missing, Edited, Mode, Owner, Unreadable, FragmentMissing, FragmentEdited };
+
+/// "missing", "edited", ..., "fragment-missing", "fragment-edited"
+const char* wordOf(DifferenceKind kind);
+
 /// How an entry differs from what the package brought.
 struct Difference {
-    std::string what; ///< "missing", "edited", "mode", "owner" or "unreadable"; "fragment-missing", "fragment-edited"
+    DifferenceKind kind;
     std::string path; ///< below the document root; of a fragment its file
 };
 

@@ -3,7 +3,6 @@
 #include "files/paths.h"
 #include "site/text_lines.h"
 
-#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
@@ -19,14 +18,6 @@ constexpr std::array doingWords{"presence", "farewell", "absence"}; // by Doing
 constexpr std::array fragmentWords{"own", "edited"}; // by isFragmentEdited
 
 constexpr std::string_view journalTitle = "larkspur-site journal";
-
-template <std::size_t Size>
-std::size_t positionOf(const std::string& word, const std::array<const char*, Size>& words) {
-    const auto* const found = std::ranges::find(words, word);
-    if (found == words.end())
-        throw std::runtime_error("an unknown word: " + word);
-    return static_cast<std::size_t>(found - words.begin());
-}
 
 void write(LineWriter& line, const Identity& identity) {
     line.number(static_cast<std::int64_t>(identity.inode)).number(identity.birth);
@@ -62,12 +53,12 @@ std::string textOf(const std::vector<Step>& steps) {
     return text;
 }
 
-std::vector<Step> stepsOf(std::string_view text) {
+std::vector<Step> takeSteps(std::string_view& text, std::size_t count) {
     std::vector<Step> steps;
-    while (!text.empty()) {
+    while (steps.size() < count) {
         LineReader line(takeLine(text));
         Step step;
-        step.kind = static_cast<StepKind>(positionOf(line.word(), stepWords));
+        step.kind = static_cast<StepKind>(line.positionIn(stepWords));
         step.mode = line.number<mode_t>();
         step.formerMode = line.number<mode_t>();
         step.staged = readIdentity(line);
@@ -111,19 +102,20 @@ Journal journalOf(const std::string& text, const std::string& file) {
         Journal journal;
         LineReader line(takeLine(rest));
         journal.id = line.word();
-        journal.doing = static_cast<Doing>(positionOf(line.word(), doingWords));
+        journal.doing = static_cast<Doing>(line.positionIn(doingWords));
         journal.uid = line.number<uid_t>();
         journal.newFragment = line.word();
-        journal.isFragmentEdited = positionOf(line.word(), fragmentWords) == 1;
+        journal.isFragmentEdited = line.positionIn(fragmentWords) == 1;
         const auto size = line.number<std::size_t>();
         const auto count = line.number<std::size_t>();
         journal.account = line.path();
         journal.documentRoot = LineReader(takeLine(rest)).path();
         journal.store = LineReader(takeLine(rest)).path();
         journal.fragment = rest.substr(0, size);
-        journal.steps = stepsOf(rest.substr(std::min(size, rest.size())));
-        if (journal.steps.size() != count) // the files of those that are missing would count as nobody's
-            throw std::runtime_error("it has not all its steps");
+        rest.remove_prefix(journal.fragment.size());
+        journal.steps = takeSteps(rest, count); // the files of one that is missing would count as nobody's
+        if (!rest.empty())
+            throw std::runtime_error("more than its steps");
         return journal;
     } catch (const std::exception& failure) {
         throw std::runtime_error(file + " is no journal: " + failure.what());

@@ -2,6 +2,7 @@
 
 #include "site/times.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -83,7 +84,9 @@ Journal journalOf(const std::string& text, const std::string& file);
 /// The steps alone, a line each.
 std::string textOf(const std::vector<Step>& steps);
 
-/// \throw std::runtime_error for a text that is no such list, and for a path that leads out of the document root.
-std::vector<Step> stepsOf(std::string_view text);
+/// Takes as many steps from the beginning of a text.
+/// \throw std::runtime_error for a text that does not begin with so many, and for a path that leads out of the document
+///        root.
+std::vector<Step> takeSteps(std::string_view& text, std::size_t count);
 
 } // namespace site

@@ -40,6 +40,16 @@ std::vector<Application> applicationsOf(const Settings& settings, const std::str
     return applications;
 }
 
+bool hasJournal(const Places& places) {
+    return !isMissing(places.journal);
+}
+
+std::vector<Application> pendingOn(const Settings& settings, const std::string& host) {
+    std::vector<Application> applications = applicationsOf(settings, host);
+    std::erase_if(applications, [&](const Application& one) { return !hasJournal(Places(settings, one)); });
+    return applications;
+}
+
 FilesText listOfFiles(const Places& places) {
     // The second one is that of a first call that was cut off behind its record.
     for (const std::string& file : {places.files, places.newFiles})

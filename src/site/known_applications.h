@@ -17,6 +17,13 @@ std::vector<std::string> hostsOf(const Settings& settings);
 /// \throw nimbo::SystemError when that cannot be read.
 std::vector<Application> applicationsOf(const Settings& settings, const std::string& host);
 
+/// True where a call is at work or was cut off.
+bool hasJournal(const Places& places);
+
+/// The applications of a host of which that is true.
+/// \throw nimbo::SystemError when they cannot be read.
+std::vector<Application> pendingOn(const Settings& settings, const std::string& host);
+
 /// What is recorded of an application's files.
 /// \throw std::runtime_error when it is missing, so that nothing would be known of them; nimbo::SystemError
 FilesText listOfFiles(const Places& places);

@@ -5,6 +5,7 @@
 #include "runtime/errors.h"
 #include "site/comparison.h"
 #include "site/step_list.h"
+#include "site/text_lines.h"
 
 #include <iostream>
 #include <stdexcept>
@@ -191,14 +192,14 @@ private:
 } // namespace
 
 std::string textOf(const SitePlan& plan) {
-    const std::string steps = textOf(plan.steps);
-    return std::to_string(steps.size()) + '\n' + steps + textOf(plan.files);
+    return std::to_string(plan.steps.size()) + '\n' + textOf(plan.steps) + textOf(plan.files);
 }
 
 PlannedCall plannedCallOf(const std::string& text) {
-    const auto start = text.find('\n') + 1;
-    const std::size_t size = std::stoul(text);
-    return {stepsOf(std::string_view(text).substr(start, size)), text.substr(start + size)};
+    std::string_view rest = text;
+    const std::size_t count = std::stoul(std::string(takeLine(rest)));
+    std::vector<Step> steps = takeSteps(rest, count);
+    return {std::move(steps), std::string(rest)};
 }
 
 SitePlan planPresence(const SiteRequest& request, SiteTree& tree) {

@@ -3,9 +3,10 @@
 #include "site/file_lock.h"
 #include "site/interruption.h"
 #include "site/known_applications.h"
-#include "site/pending.h"
+#include "site/pending_call.h"
 #include "site/report.h"
 #include "site/server.h"
+#include "site/settling.h"
 
 #include <functional>
 #include <optional>

@@ -13,8 +13,8 @@ namespace site {
 
 /// Which of a package's scripts is to run, and by what.
 struct ScriptChoice {
-    std::string script;    ///< as the record has it
-    std::string language;  ///< as the record has it
+    std::string script;    ///< as chooseScript takes it
+    std::string language;  ///< as chooseScript takes it
     std::string php;       ///< the interpreter of scripts in PHP
     bool isWanted = false; ///< the caller has named it, so that it has to be there
 };

@@ -15,7 +15,7 @@ struct Secrets {
 };
 
 /// Reads this site's secrets, or those of all applications of the name where it has none of its own.  A line is a name,
-/// "=" and the value, which is everything up to the line's end as it stands.  Blank lines and lines that begin with "#"
+/// "=" and the value, which is everything up to the line's end as it stands.  Empty lines and lines that begin with "#"
 /// are left out.
 /// \throw std::runtime_error for a line that can be no variable; nimbo::SystemError.
 Secrets readSecrets(const Places& places);

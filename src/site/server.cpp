@@ -60,7 +60,7 @@ void putBack(const std::vector<FragmentChange>& changes) {
     const Uninterrupted toTheEnd;
     for (const FragmentChange& change : changes) {
         try {
-            (void)placeFragment(change.places, change.formerText);
+            placeFragment(change.places, change.formerText);
         } catch (const std::exception& failure) {
             say(std::string("fragment: ") + failure.what());
         }
@@ -72,7 +72,7 @@ void putBack(const std::vector<FragmentChange>& changes) {
 std::optional<std::string> tryFragments(const Settings& settings, const std::vector<FragmentChange>& changes) {
     try {
         for (const FragmentChange& change : changes)
-            (void)placeFragment(change.places, change.text);
+            placeFragment(change.places, change.text);
         cutPoint("fragment");
         std::optional<std::string> why = refusalOf(settings);
         if (why)
@@ -103,22 +103,21 @@ std::shared_ptr<FileLock> lockServer(const Settings& settings) {
 
 void removeFragment(const Settings& settings, const Places& places) {
     const auto lock = lockServer(settings);
-    (void)placeFragment(places, "");
+    placeFragment(places, "");
     noteReload(settings);
 }
 
-bool placeFragment(const Places& places, const std::string& text) {
+void placeFragment(const Places& places, const std::string& text) {
     if (readIfThere(places.fragment).value_or("") == text)
-        return false;
+        return;
     if (text.empty()) {
         removeDurably(places.fragment);
-        return true;
+        return;
     }
     // Whoever may write there configures a server that starts as root, so the mode is the same whatever a default ACL
     // above says.
     makeDirectory(std::string(parentOf(places.fragment)), 0755);
     writeDurably(places.fragment, text);
-    return true;
 }
 
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,

@@ -30,9 +30,8 @@ std::shared_ptr<FileLock> lockServer(const Settings& settings);
 void removeFragment(const Settings& settings, const Places& places);
 
 /// Puts a fragment into its place, or removes it where the text is empty.
-/// \return false where it is there already.
 /// \throw std::exception
-bool placeFragment(const Places& places, const std::string& text);
+void placeFragment(const Places& places, const std::string& text);
 
 /// Whether the server takes what a call brings cannot be told: it refuses its configuration without that, too, or its
 /// check does not come to an end.
@@ -46,8 +45,7 @@ public:
 /// \param putOthersBack called where the server refuses its configuration without them, too: puts the fragments of
 ///        cut-off calls back.
 /// \throw NoCheck; std::runtime_error where the fragments are refused or cannot be put there.  All fragments are then
-/// as
-///        before, but for one that cannot be put back, of which standard error tells.
+///        as before, but for one that cannot be put back, of which standard error tells.
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
                   const std::function<void()>& putOthersBack);
 

@@ -77,8 +77,6 @@ int tell(const Request& request, const std::vector<Result>& results) {
 int runPresent(const Request& request, const Words& words) {
     if (request.list.empty() == words.empty())
         throw Misuse(words.empty() ? "present: no words, and no list" : "present: words and a list");
-    if (!words.empty() && words.size() < 4)
-        throw Misuse("present: too few words");
     return tell(request, present(request.call, words.empty() ? wishesIn(request.list) : std::vector{wishOf(words)}));
 }
 

@@ -21,7 +21,7 @@ struct SiteRequest {
     std::vector<FilesText> others;    ///< the same of the other applications on the host
     bool trustsTimes = true;          ///< a file whose size and time are as recorded is not read
     std::vector<std::string> ignored; ///< codes of findings that are no reason to refuse
-    int store = -1;                   ///< directory for the staged files; -1 to plan only
+    int callStore = -1;               ///< descriptor of the directory for the staged files; -1 to plan only
 };
 
 } // namespace site

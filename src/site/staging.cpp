@@ -88,7 +88,7 @@ void stage(const SiteRequest& request, SiteTree& tree, SitePlan& plan) {
     std::unordered_map<std::string_view, InstalledEntry*> files;
     for (InstalledEntry& file : plan.files)
         files.emplace(file.path, &file);
-    Staging staging(request.store, tree);
+    Staging staging(request.callStore, tree);
     for (std::size_t number = 0; number < plan.steps.size(); ++number) {
         if (plan.sources[number].empty())
             continue;

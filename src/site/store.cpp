@@ -53,7 +53,7 @@ class Keeping {
 public:
     explicit Keeping(const std::string& store) : kept_(joined(store, "kept/" + timeStamp())) {
         const std::string now = kept_;
-        for (int number = 2; access(kept_.c_str(), F_OK) == 0; ++number) // two calls in one second
+        for (int number = 2; !isMissing(kept_); ++number) // two calls in one second
             kept_ = now + "." + std::to_string(number);
     }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <stdexcept>
@@ -45,6 +47,17 @@ public:
         if (failure != std::errc() || end != digits.data() + digits.size())
             throw std::runtime_error("no number: " + digits);
         return value;
+    }
+
+    /// The position of the next word in a table of words.
+    /// \throw std::runtime_error for a word that is missing or stands in no place of the table.
+    template <std::size_t Size>
+    std::size_t positionIn(const std::array<const char*, Size>& words) {
+        const std::string next = word();
+        const auto* const found = std::ranges::find(words, next);
+        if (found == words.end())
+            throw std::runtime_error("an unknown word: " + next);
+        return static_cast<std::size_t>(found - words.begin());
     }
 
     std::string path() const;

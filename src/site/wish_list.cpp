@@ -16,8 +16,6 @@ namespace site {
 
 namespace {
 
-constexpr std::size_t fewestWords = 4;
-
 std::vector<std::string> wordsIn(const std::string& line) {
     json::error_code failure;
     const json::value value = json::parse(line, failure);
@@ -26,8 +24,6 @@ std::vector<std::string> wordsIn(const std::string& line) {
     const json::array* const array = value.if_array();
     if (array == nullptr || !std::ranges::all_of(*array, &json::value::is_string))
         throw std::runtime_error("no array of texts");
-    if (array->size() < fewestWords)
-        throw std::runtime_error("too few words");
     std::vector<std::string> words;
     for (const json::value& word : *array) {
         words.emplace_back(word.get_string());
@@ -40,10 +36,13 @@ std::vector<std::string> wordsIn(const std::string& line) {
 } // namespace
 
 Wish wishOf(const std::vector<std::string>& words) {
+    constexpr std::size_t fewest = 4;
+    if (words.size() < fewest)
+        throw Misuse("too few words");
     return {.application = orMisuse([&] { return applicationOf(words[1], words[3]); }),
             .package = words[0],
             .user = words[2],
-            .parameters = {words.begin() + fewestWords, words.end()}};
+            .parameters = {words.begin() + fewest, words.end()}};
 }
 
 std::vector<Wish> wishesIn(const std::string& file) {

@@ -8,8 +8,7 @@
 namespace site {
 
 /// The words of `present`, PACKAGE HOST USER NAME [PARAMETER]..., without a list.
-/// \param words four at least.
-/// \throw Misuse for words that cannot name an application.
+/// \throw Misuse for too few words and for those that cannot name an application.
 Wish wishOf(const std::vector<std::string>& words);
 
 /// The wishes in a file: on each line (forEachLine) the words of one, as a JSON array of texts.

@@ -161,8 +161,12 @@ TEST(Lists, WhatIsCutOffOrOfSomebodyElseIsRefused) {
     EXPECT_EQ(failureOf([] { journalOf("", "journal"); }), "journal is no journal: a line without its end");
     EXPECT_EQ(failureOf([&] { journalOf(boost::replace_first_copy(journal, " own ", " owned "), "journal"); }),
               "journal is no journal: an unknown word: owned");
-    for (const std::string path : {"/a", "../a", "a/../../b", ".."})
-        EXPECT_EQ(failureOf([&] { stepsOf(textOf(std::vector{stepAt(path)})); }), "a path that leads out") << path;
+    EXPECT_EQ(failureOf([&] { journalOf(journal + "\n", "journal"); }), "journal is no journal: more than its steps");
+    for (const std::string path : {"/a", "../a", "a/../../b", ".."}) {
+        const std::string step = textOf(std::vector{stepAt(path)});
+        std::string_view text = step;
+        EXPECT_EQ(failureOf([&] { takeSteps(text, 1); }), "a path that leads out") << path;
+    }
 }
 
 TEST(Records, WhatWasWrittenIsReadAndNothingElse) {

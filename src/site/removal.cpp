@@ -1,0 +1,90 @@
+#include "site/removal.h"
+
+#include "files/paths.h"
+#include "site/carrying_out.h"
+#include "site/cut_point.h"
+#include "site/durable_files.h"
+#include "site/in_step.h"
+#include "site/interruption.h"
+#include "site/record.h"
+#include "site/script.h"
+#include "site/secrets.h"
+#include "site/server.h"
+
+#include <iostream>
+#include <optional>
+
+namespace site {
+
+void askForFarewell(const PendingCall& call) {
+    if (call.journal.doing == Doing::Absence)
+        return;
+    const std::optional<Record> record = inStep("record", [&] { return readRecord(call.places.record); });
+    if (record && !call.options.withoutScript) {
+        const Secrets secrets = inStep("secrets", [&] { return readSecrets(call.places); });
+        inStep("script remove", [&] {
+            const ScriptChoice choice{.script = record->terms.script,
+                                      .language = record->terms.language,
+                                      .php = call.options.settings.php,
+                                      .isWanted = false};
+            const auto script = scriptOf(examinePackage(record->terms.package), choice);
+            const ChildRules rules{.limit = call.options.settings.timeLimit, .keep = {call.lock}};
+            if (!script)
+                return;
+            const std::string directory = directoryOf(call.application, record->terms.documentRoot);
+            runScriptAsAccount({*script, "remove", directory, record->terms.parameters}, secrets,
+                               accountOf(call.journal), rules);
+        });
+    }
+    cutPoint("script-ended");
+}
+
+void noteFarewell(PendingCall& call) {
+    call.journal.doing = Doing::Absence;
+    inStep("journal", [&] { writeDurably(call.places.journal, textOf(call.journal)); });
+}
+
+void finishRemoval(const PendingCall& call) {
+    const Uninterrupted toTheEnd;
+    const UniqueFd callStore = openLeftStore(call.journal.store);
+    inSite(call, callStore.get(), [&](SiteTree* tree) {
+        if (tree != nullptr)
+            takeAway(*tree, callStore.get(), call.journal.steps);
+        else
+            std::cerr << "there is no document root: its files stay\n";
+        return std::string();
+    });
+    syncHosts(callStore.get());
+    cutPoint("taken");
+    keepUnknownFragment(call.application, call.places, call.journal.store);
+    removeFragment(call.options.settings, call.places);
+    cutPoint("unplaced");
+    removeDurably(call.places.record);
+    cutPoint("unrecorded");
+    removeOldDirectories(call, callStore.get());
+    removeDurably(call.places.files);
+    endJournal(call, callStore.get(), Ending::Final);
+    removeState(call.places);
+}
+
+void forget(const CallOptions& options, const Application& application, const Places& places) {
+    const Uninterrupted toTheEnd;
+    const bool canKeep = !isMissing(std::string(parentOf(places.hostStore))); // not of a host that has gone
+    if (canKeep)
+        keepUnknownFragment(application, places, places.store);
+    if (const auto text = readIfThere(places.journal)) {
+        const Journal journal = journalOf(*text, places.journal);
+        if (isStoreThere(journal.store))
+            emptyStoreOf(application, journal, Ending::TakenBack);
+        dropStore(journal.store);
+        if (canKeep && journal.isFragmentEdited)
+            keepEditedFragment(application, places.store, journal.fragment);
+    }
+    removeUnfinished(places);
+    removeFragment(options.settings, places);
+    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
+        removeDurably(file);
+    removeState(places);
+}
+
+} // namespace site
