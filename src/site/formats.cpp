@@ -180,10 +180,12 @@ std::string jsonOf(const std::vector<Installation>& installations) {
 
 std::string textOf(const std::vector<Verified>& verified) {
     std::string text;
-    for (const auto& [application, differences] : verified)
-        for (const auto& [kind, path] : differences)
-            text +=
-                escaped(application.title()) + ": " + wordOf(kind) + ": " + escaped(path.empty() ? "." : path) + '\n';
+    for (const auto& [application, differences] : verified) {
+        for (const auto& [kind, path] : differences) {
+            const std::string place = escaped(path.empty() ? "." : path);
+            text += escaped(application.title()) + ": " + wordOf(kind) + ": " + place + '\n';
+        }
+    }
     return text;
 }
 
