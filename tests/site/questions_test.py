@@ -105,6 +105,11 @@ state:         whole
         outcome = self.call("status", "one.example", "other")
         self.assertEqual(outcome, (1, "", "larkspur-site: there is no one.example/other\n"))
 
+    def test_where_nothing_is_known_there_is_nothing_to_tell_or_do(self):
+        self.settings(STATE=self.base / "new")
+        for act in ("list", "verify", "recover", "reload"):
+            self.assertEqual(self.call(act), (0, "", ""), act)
+
     def test_programs_are_told_the_same(self):
         (told,) = self.applications("list", "one.example")
         times = {name: told.pop(name) for name in ("installed", "changed")}

@@ -33,6 +33,15 @@ class RemovalTest(SiteTest):
         self.assertFalse(self.app.exists())
         self.stays(self.absent())
 
+    def test_without_script_is_said_for_one_application_only(self):
+        asked = self.marks / "asked"
+        other = self.package("other", {}, f"touch {asked}")
+        self.changes(self.present(other, name="other"))
+        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "other"])
+        asked.unlink()
+        self.changes(self.absent(options=["--without-script"]))
+        self.assertTrue(asked.exists())
+
     def test_a_store_that_a_cut_off_call_has_left_empty_goes(self):
         store = self.places()[1]
         store.mkdir(parents=True)

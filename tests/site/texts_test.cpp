@@ -55,6 +55,7 @@ TEST(Settings, ValuesHaveTheQuotingOfAnEnvironmentFile) {
         {"A=sh -c \"x y\" 'z'\n", "sh -c \"x y\" 'z'"},
         {"A=x\\ \\\\\\n\\ \n", "x \\n "},
         {"A=x\\\ny\n", "xy"},
+        {"A=x\\", "x"},
         {"A=\"x\ny\\\nz\"\n", "x\nyz"},
         {"A=x=y\n", "x=y"},
     };
