@@ -1,14 +1,8 @@
 # bash completion for larkspur-preview(1)                           -*- shell-script -*-
 
-_larkspur_preview() {
-    local words quote stays typed option start given users
-    # A bare switch does nothing: its value belongs to it.
-    local options=(--format= --summary --all --ignore= --metadata-file= --www-root= --application-subdirectory=
-        --previous-list= --previous-package= --user-name= --skip-webserver-write --disable-php-support=1
-        --disable-cgi-support=1 --help --version)
-    COMPREPLY=()
-    _larkspur_read_line || return
-    _larkspur_find_option "${options[@]}"
+# For the option that is being given a value.
+_larkspur_preview_offer_values() {
+    local given
     case $option in
         --format) _larkspur_offer "$start"{text,json,installed-files,obsolete-files,fragment} ;;
         --ignore)
@@ -20,22 +14,30 @@ _larkspur_preview() {
             ;;
         --metadata-file | --previous-list) _larkspur_offer_paths files "$start" ;;
         --www-root | --previous-package) _larkspur_offer_paths directories "$start" ;;
-        --user-name)
-            mapfile -t users < <(compgen -P "$start" -u)
-            _larkspur_offer "${users[@]}"
-            ;;
+        --user-name) _larkspur_offer_users "$start" ;;
         --application-subdirectory)
             _larkspur_find_given --www-root
             _larkspur_offer_paths places "$start" "$given"
             ;;
-        *)
-            if [[ ${words[-1]} == -* ]]; then
-                _larkspur_offer "${options[@]}"
-            else
-                _larkspur_offer_paths directories ""
-            fi
-            ;;
     esac
+}
+
+_larkspur_preview() {
+    local words quote stays typed option start
+    # A bare switch does nothing: its value belongs to it.
+    local options=(--format= --summary --all --ignore= --metadata-file= --www-root= --application-subdirectory=
+        --previous-list= --previous-package= --user-name= --skip-webserver-write --disable-php-support=1
+        --disable-cgi-support=1 --help --version)
+    COMPREPLY=()
+    _larkspur_read_line || return
+    _larkspur_find_option "${options[@]}"
+    if [[ -n $option ]]; then
+        _larkspur_preview_offer_values
+    elif [[ ${words[-1]} == -* ]]; then
+        _larkspur_offer "${options[@]}"
+    else
+        _larkspur_offer_paths directories ""
+    fi
 }
 
 complete -F _larkspur_preview larkspur-preview

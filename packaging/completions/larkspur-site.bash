@@ -27,7 +27,7 @@ _larkspur_site_offer_all_hosts() {
     _larkspur_offer "${hosts[@]}"
 }
 
-# The names of what is installed in a host.
+# The names of what is installed in a host.  The state has "%2F" for a slash, "%2E" for a dot in front, "%25" for "%".
 _larkspur_site_offer_names() {
     local setting found
     _larkspur_site_read_setting STATE /var/lib/larkspur
@@ -45,32 +45,25 @@ _larkspur_site_offer_accounts() {
         sed -n 's/.*"account":"\([^"]*\)".*/\1/p' "$setting/sites/$1"/*/record.json 2>/dev/null | sort -u
     )
     if [[ ${#accounts[@]} -eq 0 ]]; then
-        mapfile -t accounts < <(compgen -u)
+        _larkspur_offer_users ""
+    else
+        _larkspur_offer "${accounts[@]}"
     fi
-    _larkspur_offer "${accounts[@]}"
 }
 
-_larkspur_site() {
-    local words quote stays typed option start given settings word act="" places=()
-    local acts=(present absent reload recover list status verify)
-    local options=(--dry-run --ignore= --json --language= --list= --repair --script= --settings= --wait=
-        --without-script --help --version)
-    COMPREPLY=()
-    _larkspur_read_line || return
-    _larkspur_find_option "${options[@]}"
+# For the option that is being given a value; of the others nothing is known here.
+_larkspur_site_offer_values() {
     case $option in
-        --settings | --list)
-            _larkspur_offer_paths files "$start"
-            return
-            ;;
-        --language)
-            _larkspur_offer "$start"{php,perl,binary,zt-engine-nimborun}
-            return
-            ;;
-        --ignore | --script | --wait) return ;;
+        --settings | --list) _larkspur_offer_paths files "$start" ;;
+        --language) _larkspur_offer "$start"{php,perl,binary,zt-engine-nimborun} ;;
     esac
-    _larkspur_find_given --settings
-    settings=${given:-/etc/larkspur/site.conf}
+}
+
+# Sets "act" to the act among the words before, and "places" to what stands behind it.
+_larkspur_site_read_act() {
+    local word
+    act=""
+    places=()
     for word in "${words[@]:1:${#words[@]}-2}"; do
         if [[ -n $act ]]; then
             places+=("$word")
@@ -78,8 +71,14 @@ _larkspur_site() {
             act=$word
         fi
     done
+}
+
+# What stands in the next place of the act.
+_larkspur_site_offer_place() {
+    local settings given
+    _larkspur_find_given --settings
+    settings=${given:-/etc/larkspur/site.conf}
     case $act:${#places[@]} in
-        :0) _larkspur_offer "${acts[@]}" "${options[@]}" ;;
         present:0) _larkspur_offer_paths directories "" ;;
         present:1) _larkspur_site_offer_all_hosts ;;
         present:2) _larkspur_site_offer_accounts "${places[1]}" ;;
@@ -87,6 +86,26 @@ _larkspur_site() {
         absent:0 | list:0 | status:0 | verify:0) _larkspur_site_offer_hosts ;;
         absent:1 | status:1 | verify:1) _larkspur_site_offer_names "${places[0]}" ;;
     esac
+}
+
+_larkspur_site() {
+    local words quote stays typed option start act places
+    local acts=(present absent reload recover list status verify)
+    local options=(--dry-run --ignore= --json --language= --list= --repair --script= --settings= --wait=
+        --without-script --help --version)
+    COMPREPLY=()
+    _larkspur_read_line || return
+    _larkspur_find_option "${options[@]}"
+    if [[ -n $option ]]; then
+        _larkspur_site_offer_values
+        return
+    fi
+    _larkspur_site_read_act
+    if [[ -z $act ]]; then
+        _larkspur_offer "${acts[@]}" "${options[@]}"
+    else
+        _larkspur_site_offer_place
+    fi
 }
 
 complete -F _larkspur_site larkspur-site

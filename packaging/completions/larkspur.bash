@@ -1,5 +1,6 @@
 # bash completion for larkspur(8)                                   -*- shell-script -*-
 
+# The options of a command.  Behind one that takes a value stands a "=".
 _larkspur_options() {
     case $1 in
         --extract-application)
@@ -22,15 +23,13 @@ _larkspur_options() {
     esac
 }
 
-_larkspur_values() {
-    local users given
+# For the option that is being given a value.
+_larkspur_offer_values() {
+    local given
     case $option in
         --script-name) _larkspur_offer "$start"{install,configure,upgrade,remove,enable,disable,query} ;;
         --script-language) _larkspur_offer "$start"{php,perl,binary,zt-engine-nimborun} ;;
-        --user-name)
-            mapfile -t users < <(compgen -P "$start" -u)
-            _larkspur_offer "${users[@]}"
-            ;;
+        --user-name) _larkspur_offer_users "$start" ;;
         # Behind a slash the program would see an element of its own.
         --vhost-path) _larkspur_offer_paths places "$start" ;;
         --application-subdirectory)
@@ -39,13 +38,7 @@ _larkspur_values() {
             ;;
         --www-root) _larkspur_offer_paths directories "$start" ;;
         --metadata-file | --php-cli) _larkspur_offer_paths files "$start" ;;
-        --application-full-name)
-            if [[ ${words[-1]} == "$start"file:///* ]]; then
-                _larkspur_offer_paths directories "${start}file:///"
-            else
-                _larkspur_offer "${start}file:////"
-            fi
-            ;;
+        --application-full-name) _larkspur_offer_packages ;;
         --script-file-name)
             _larkspur_find_given --application-full-name
             _larkspur_offer_paths files "$start" "${given#file:///}/scripts"
@@ -53,8 +46,28 @@ _larkspur_values() {
     esac
 }
 
+_larkspur_offer_packages() {
+    if [[ ${words[-1]} == "$start"file:///* ]]; then
+        _larkspur_offer_paths directories "${start}file:///"
+    else
+        _larkspur_offer "${start}file:////"
+    fi
+}
+
+# Those of a command's options that are not given yet; one of them may be given again.
+_larkspur_offer_options() {
+    local given candidate left=()
+    for candidate; do
+        _larkspur_find_given "${candidate%%=*}"
+        if [[ $candidate == --additional-script-params= || -z $given ]]; then
+            left+=("$candidate")
+        fi
+    done
+    _larkspur_offer "${left[@]}"
+}
+
 _larkspur() {
-    local words quote stays typed option start given options candidate left=()
+    local words quote stays typed option start options
     COMPREPLY=()
     _larkspur_read_line || return
     if [[ ${#words[@]} -eq 2 ]]; then
@@ -65,16 +78,10 @@ _larkspur() {
     read -r -a options < <(_larkspur_options "${words[1]}")
     _larkspur_find_option "${options[@]}"
     if [[ -n $option ]]; then
-        _larkspur_values
-        return
+        _larkspur_offer_values
+    else
+        _larkspur_offer_options "${options[@]}"
     fi
-    for candidate in "${options[@]}"; do
-        _larkspur_find_given "${candidate%%=*}"
-        if [[ $candidate == --additional-script-params= || -z $given ]]; then
-            left+=("$candidate")
-        fi
-    done
-    _larkspur_offer "${left[@]}"
 }
 
 complete -F _larkspur larkspur

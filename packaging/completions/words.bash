@@ -16,41 +16,10 @@ _larkspur_read_words() {
     for ((i = 0; i < ${#line}; i++)); do
         char=${line:i:1}
         if [[ -z $quote && $char == [[:space:]] ]]; then
-            if [[ -n $begin ]]; then
-                words+=("$word")
-            fi
-            word=""
-            begin=""
-            stays=0
-            continue
-        fi
-        if [[ -z $begin ]]; then
-            begin=$i
-        fi
-        if [[ $char == "$quote" ]]; then
-            # The open quote ends.
-            quote=""
-        elif [[ -z $quote && $char == [\"\'] ]]; then
-            # A quote begins.
-            quote=$char
-            opened=${#word}
-        elif [[ -z $quote && $char == \$ && ${line:i+1:1} == [\"\'] ]]; then
-            # $'...' or $"..."
-            return 1
-        elif [[ $quote != \' && $char == \\ ]]; then
-            # A backslash: in double quotes it stands for itself before all but four characters.
-            ((++i))
-            char=${line:i:1}
-            if [[ -n $quote && $char != [\"\\\$\`] ]]; then
-                word+=\\
-            fi
-            word+=$char
+            _larkspur_end_word
         else
-            # A character that stands for itself, behind which readline may begin a word of its own.
-            word+=$char
-            if [[ -z $quote && $COMP_WORDBREAKS == *"$char"* ]]; then
-                stays=${#word}
-            fi
+            begin=${begin:-$i}
+            _larkspur_read_character || return
         fi
     done
     if [[ -n $quote ]]; then
@@ -59,6 +28,49 @@ _larkspur_read_words() {
     words+=("$word")
     if [[ -n $begin ]]; then
         _larkspur_expand_home "${line:begin}"
+    fi
+}
+
+# A blank ends the word, if one has begun.
+_larkspur_end_word() {
+    if [[ -n $begin ]]; then
+        words+=("$word")
+    fi
+    word=""
+    begin=""
+    stays=0
+}
+
+# Takes one character of a word, or two where the first one is a backslash.
+_larkspur_read_character() {
+    if [[ $char == "$quote" ]]; then
+        quote=""
+    elif [[ -z $quote && $char == [\"\'] ]]; then
+        quote=$char
+        opened=${#word}
+    elif [[ -z $quote && $char == \$ && ${line:i+1:1} == [\"\'] ]]; then
+        return 1 # $'...' or $"..."
+    elif [[ $quote != \' && $char == \\ ]]; then
+        ((++i))
+        _larkspur_take_escaped "${line:i:1}"
+    else
+        _larkspur_take "$char"
+    fi
+}
+
+# In double quotes a backslash stands for itself before all but four characters.
+_larkspur_take_escaped() {
+    if [[ -n $quote && $1 != [\"\\\$\`] ]]; then
+        word+=\\
+    fi
+    word+=$1
+}
+
+# Outside quotes readline may begin a word of its own behind the character.
+_larkspur_take() {
+    word+=$1
+    if [[ -z $quote && $COMP_WORDBREAKS == *"$1"* ]]; then
+        stays=${#word}
     fi
 }
 
@@ -108,11 +120,23 @@ _larkspur_offer() {
         fi
     done
     if [[ ${#COMPREPLY[@]} -eq 1 ]]; then
-        case $quote${COMPREPLY[0]} in
-            *[=/]) compopt -o nospace ;; # a value or a path goes on
-            \"*\" | \'*\') COMPREPLY[0]+=$quote ;; # readline takes this last quote for one that ends the word
-        esac
+        _larkspur_end_only_offer
     fi
+}
+
+# Readline puts a closing quote and a blank behind an offer that is the only one.
+_larkspur_end_only_offer() {
+    case $quote${COMPREPLY[0]} in
+        *[=/]) compopt -o nospace ;; # a value or a path goes on
+        \"*\" | \'*\') COMPREPLY[0]+=$quote ;; # readline takes this last quote for one that ends the word
+    esac
+}
+
+# _larkspur_offer_users START: offers the accounts of the machine, behind an option for instance.
+_larkspur_offer_users() {
+    local users
+    mapfile -t users < <(compgen -P "$1" -u)
+    _larkspur_offer "${users[@]}"
 }
 
 # _larkspur_find_paths KIND BEGINNING DIRECTORY: sets "found" to the paths that begin so.  KIND is "files", "directories",
@@ -120,21 +144,32 @@ _larkspur_offer() {
 _larkspur_find_paths() {
     mapfile -d "" found < <(
         exec 2>/dev/null
-        set +f
-        shopt -s nullglob
-        shopt -u dotglob failglob nocaseglob
-        unset GLOBIGNORE CDPATH
+        _larkspur_expand_as_usual
         if [[ -n $3 ]]; then
             cd -- "$3" || exit
         fi
-        for path in "$2"*; do
-            if [[ -d $path && $1 != places ]]; then
-                printf '%s\0' "$path/"
-            elif [[ -d $path || $1 == files ]]; then
-                printf '%s\0' "$path"
-            fi
-        done
+        _larkspur_print_paths "$1" "$2"
     )
+}
+
+# Undoes what the user may have set; for a shell of its own.
+_larkspur_expand_as_usual() {
+    set +f
+    shopt -s nullglob
+    shopt -u dotglob failglob nocaseglob
+    unset GLOBIGNORE CDPATH
+}
+
+# The same paths, with a zero byte behind each.
+_larkspur_print_paths() {
+    local path
+    for path in "$2"*; do
+        if [[ -d $path && $1 != places ]]; then
+            printf '%s\0' "$path/"
+        elif [[ -d $path || $1 == files ]]; then
+            printf '%s\0' "$path"
+        fi
+    done
 }
 
 # _larkspur_offer_paths KIND START [DIRECTORY]: offers paths behind the start of the word, an option for instance.
