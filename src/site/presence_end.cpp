@@ -28,7 +28,6 @@ void putFragmentBack(const PendingCall& call) {
     noteReload(call.options.settings); // the next call would not know of it after a cut
     placeFragment(call.places, call.journal.fragment);
     cutPoint("put-back");
-    noteReload(call.options.settings); // another call may have read the fragment that went
 }
 
 bool goBack(const PendingCall& call) {

@@ -6,9 +6,10 @@ import os
 import pathlib
 import signal
 import subprocess
+import time
 from typing import Callable, NamedTuple
 
-from calls import PATIENCE, SITE, until
+from calls import PATIENCE, SITE, kill_tree, until
 from support import SiteTest, main, mappings
 from trees import differences
 
@@ -226,6 +227,23 @@ fi
                     self.fails(call.end(), f"interrupted by signal {number.name[3:]}",
                                is_taken_back=moment != ("stage", 1))
                     self.assertEqual(differences(before, self.release()), [])
+
+    def test_a_signal_ends_neither_a_way_back_nor_a_removal_that_has_begun(self):
+        before = self.release()
+        self.cut(kill_tree, ("swapped", 1), self.words(self.two))
+        self.signal_in_the_middle(["recover"], ("back", 1))
+        self.assertEqual(differences(before, self.release()), [])
+        self.signal_in_the_middle(["absent", "one.example", "app"], ("swap", 1))
+        self.assertEqual(self.asked("list"), "")
+        self.assertFalse(self.app.exists())
+
+    def signal_in_the_middle(self, words, moment):
+        call = self.start(*words, moment=moment)
+        self.assertTrue(call.hold())
+        os.kill(call.leader, signal.SIGTERM)
+        time.sleep(0.1)  # in which it would end its child
+        call.go_on()
+        call.end()
 
     def test_a_signal_ends_a_call_while_the_server_hangs_and_while_it_waits(self):
         running = self.base / "running"
