@@ -20,7 +20,8 @@ struct Result {
     std::optional<Outlook> outlook; ///< of a look
 };
 
-/// Brings applications to their hosts.  Each has a way back of its own, and all share one check of the server.
+/// Brings applications to their hosts.  Each has a way back of its own, and a hundred hosts share one check of the
+/// server.
 /// \return one a wish, in the order in which they ended.  Of a failure standard error has told.
 std::vector<Result> present(const CallOptions& options, const std::vector<Wish>& wishes);
 

@@ -159,7 +159,7 @@ po::options_description optionsInto(Request& request) {
         ("ignore", po::value(&call.ignored)->composing()->value_name("CODE"), "present: go on in spite of this finding of larkspur-preview; may be given again")
         ("json", po::bool_switch(&request.wantsJson), "one JSON document on standard output")
         ("language", po::value<std::string>()->value_name("LANGUAGE"), "present: language of the package's script")
-        ("list", po::value(&request.list)->value_name("FILE"), "present: several calls, a line each, with one check of the server")
+        ("list", po::value(&request.list)->value_name("FILE"), "present: several calls, a line each, with one check of the server for a hundred")
         ("repair", po::bool_switch(&call.repairs), "present: act although the record agrees")
         ("script", po::value<std::string>()->value_name("FILE"), "present: the package's script")
         ("settings", po::value(&request.settings)->value_name("FILE"), "settings in place of /etc/larkspur/site.conf")
