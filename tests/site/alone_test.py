@@ -124,7 +124,7 @@ class AloneTest(SiteTest):
         self.host(removed, "sitea")
         self.changes(self.present(self.package("removed", {}, f"touch {self.marks}/ran-$1"), host=removed))
         self.cut(kill_tree, ("journal", 1), ["absent", removed, "app"])
-        broken = self.places(other)[2]
+        broken = self.places(other).fragment
         broken.parent.mkdir()
         broken.write_text("no-such-directive\n")
         upgrade = self.package("upgrade", {}, f"touch {self.marks}/ran", mappings=mappings("upgrade"))

@@ -40,7 +40,7 @@ class CutOffTest(SiteTest):
         """After the next reload the server has read what there is."""
         outcome = self.call("reload")
         self.assertEqual(outcome.status, 0, outcome.error)
-        fragment = self.places()[2]
+        fragment = self.places().fragment
         loaded = self.loaded.read_text() if self.loaded.exists() else ""
         self.assertEqual(loaded, fragment.read_text() if fragment.exists() else "")
 
@@ -59,8 +59,8 @@ class CutOffTest(SiteTest):
     ]
 
     def cuts(self, release, act, is_repeated):
-        """Each moment of an act, and who dies at it.  Where the leader is at the moment, it is alone; what has died makes
-        no difference to who comes next, so one next call is enough for each."""
+        """Each moment of an act, and who dies at it.  Where the leader is at the moment, it is alone.  What has died
+        makes no difference to who comes next, so one next call is enough for each."""
         self.begin(release)
         moments = self.moments(*self.acts[act])
         self.assertGreater(len(moments), 7, moments)

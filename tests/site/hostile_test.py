@@ -14,7 +14,7 @@ import time
 from typing import Callable, NamedTuple
 
 from calls import CUT, as_account, until
-from support import SiteTest, main
+from support import SITEA, SiteTest, main
 from trees import all_facts, differences, facts
 
 LIBC = ctypes.CDLL(None)
@@ -123,13 +123,10 @@ class HostileTest(SiteTest):
             (self.roots / directory).mkdir()
         for path in ("index", "sub/page", "page"):
             (self.roots / path).write_text("root's")
-        self.changes(self.neighbour())
+        self.changes(self.neighbour(self.one))
         self.changes(self.present(self.one))
         self.is_one = self.release()
         self.elsewhere_before = self.elsewhere()
-
-    def neighbour(self):
-        return self.present(self.one, host="two.example", account="siteb")
 
     def elsewhere(self):
         return {root.name: all_facts(root) for root in (self.next_root.parent, self.roots)}
@@ -226,7 +223,7 @@ class HostileTest(SiteTest):
                         f"-e inject=renameat2:delay_enter=2000000:delay_exit=2000000:when=1 {CUT} \"$@\"\n")
         slow.chmod(0o755)
         (self.app / "mine").mkdir()
-        os.chown(self.app / "mine", 20001, -1)
+        os.chown(self.app / "mine", SITEA, -1)
         held_directory = os.open(self.app / "mine", os.O_RDONLY | os.O_DIRECTORY)
         self.addCleanup(os.close, held_directory)
         call = self.start(*self.words(self.two), moment=("swap", 1), program=slow)
@@ -243,7 +240,7 @@ class HostileTest(SiteTest):
     def test_directories_that_the_customer_has_closed_are_as_before(self):
         failing = self.package("failing", TWO, "exit 3")
         sub = self.app / "sub"
-        os.chown(sub, 20001, grp.getgrnam("kroserv").gr_gid)
+        os.chown(sub, SITEA, grp.getgrnam("kroserv").gr_gid)
         sub.chmod(0o2555)
         before = facts(sub)["mode"]
         self.fails(self.present(failing), "script upgrade: exit status 3", is_taken_back=True)

@@ -35,8 +35,8 @@ class PowerCutTest(DiskTest):
 
     def remove_empty_store(self):
         """A removal's last step may come back: the next installation takes the directory."""
-        call = self.places()[1] / "call"
-        if call.exists() and not self.places()[0].exists():
+        call = self.places().store / "call"
+        if call.exists() and not self.places().state.exists():
             call.rmdir()
 
     def cut_power(self, moment, words, written):

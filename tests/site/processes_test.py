@@ -15,14 +15,12 @@ import termios
 from typing import Callable, NamedTuple
 
 from calls import are_gone, as_account, children
-from support import SiteTest, main
+from support import ONE, SITEA, TWO, SiteTest, main
 from trees import differences
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 PTRACE_ATTACH = 16
 LOOK = pathlib.Path(__file__).resolve().parent / "look.py"
-ONE = {"htdocs/index": "one", "htdocs/old/page": "one"}
-TWO = {"htdocs/index": "two", "htdocs/new/page": "two"}
 
 
 def held(call):
@@ -59,19 +57,16 @@ class ProcessesTest(SiteTest):
         self.one = self.package("one", ONE)
         self.two = self.package("two", TWO)
         self.host("two.example", "siteb")
-        self.changes(self.neighbour())
+        self.changes(self.neighbour(self.one))
         self.changes(self.present(self.one))
         self.is_one = self.release()
-
-    def neighbour(self):
-        return self.present(self.one, host="two.example", account="siteb")
 
     def test_processes_that_the_account_stops_or_kills(self):
         for row in VICTIMS:
             with self.subTest(f"{row.whom.__name__} gets {row.signal.name} at {row.moment}"):
                 call = self.start(*self.words(self.two), moment=row.moment)
                 self.assertTrue(call.hold())
-                self.stays(self.neighbour())
+                self.stays(self.neighbour(self.one))
                 family = children(call.leader)
                 target = row.whom(call)
                 as_account("sitea", lambda: os.kill(target, row.signal))
@@ -137,7 +132,7 @@ class ProcessesTest(SiteTest):
         found = json.loads(seen.read_text())
         self.assertEqual(found["descriptors"], {"0": "/dev/null", "1": "pipe", "2": "pipe"})
         self.assertEqual(found["terminal"], errno.ENXIO)
-        self.assertEqual(found["ids"], [20001] * 3)
+        self.assertEqual(found["ids"], [SITEA] * 3)
         self.assertNotIn(0, found["groups"])
         self.assertEqual(found["mask"], 0o22)
         self.assertEqual(found["environment"].keys() - {"PWD", "OLDPWD", "SHLVL", "_", "LC_CTYPE"},
@@ -179,7 +174,7 @@ class ProcessesTest(SiteTest):
                     self.assertTrue(are_gone(self.left_behind()))
                 else:
                     self.changes(outcome)
-                    self.stays(self.neighbour())
+                    self.stays(self.neighbour(self.one))
                     self.assertFalse(are_gone(self.left_behind()))
                     self.call("verify")
                     self.changes(self.present(self.one))

@@ -9,16 +9,10 @@ import re
 from typing import Callable, NamedTuple
 
 from calls import kill_tree
-from support import SiteTest, main, mappings
+from support import ONE, SITEA, SITEB, TWO, SiteTest, main, mappings, no_change
 from trees import all_facts, differences
 
-ONE = {"htdocs/index": "one", "htdocs/sub/page": "same", "htdocs/old": "old"}
-TWO = {"htdocs/index": "two", "htdocs/sub/page": "same", "htdocs/new/page": "new"}
 TIME = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ"
-
-
-def no_change(_):
-    pass
 
 
 class Change(NamedTuple):
@@ -51,7 +45,7 @@ def close_directory(test):
 
 
 def open_directory(test):
-    os.chown(test.app / "sub", 20001, -1)
+    os.chown(test.app / "sub", SITEA, -1)
     (test.app / "sub").chmod(0o755)
 
 
@@ -62,10 +56,11 @@ CHANGES = [
     Change("a file is a link", put_link, "edited: app/index"),
     Change("a file has another mode", lambda test: (test.app / "index").chmod(0o600), "mode: app/index"),
     Change("a directory has another mode", lambda test: (test.app / "sub").chmod(0o700), "mode: app/sub"),
-    Change("a file has another owner", lambda test: os.chown(test.app / "index", 20002, -1), "owner: app/index"),
+    Change("a file has another owner", lambda test: os.chown(test.app / "index", SITEB, -1), "owner: app/index"),
     Change("a directory is closed", close_directory, "unreadable: app/sub/page", mend=open_directory),
-    Change("the fragment is gone", lambda test: test.places()[2].unlink(), "fragment-missing: FRAGMENT"),
-    Change("the fragment is edited", lambda test: test.places()[2].write_text("# mine\n"), "fragment-edited: FRAGMENT"),
+    Change("the fragment is gone", lambda test: test.places().fragment.unlink(), "fragment-missing: FRAGMENT"),
+    Change("the fragment is edited", lambda test: test.places().fragment.write_text("# mine\n"),
+           "fragment-edited: FRAGMENT"),
 ]
 
 
@@ -79,7 +74,7 @@ class QuestionsTest(SiteTest):
     def test_what_is_installed_is_listed_and_told(self):
         self.host("two.example", "siteb")
         self.changes(self.present(self.two, host="two.example", account="siteb", name="sub/wiki"))
-        today = json.loads((self.places()[0] / "record.json").read_text())["changed"][:10]
+        today = json.loads((self.places().state / "record.json").read_text())["changed"][:10]
         self.assertEqual(self.asked("list"),
                          f"one.example/app       one-1          {today}\n"
                          f"two.example/sub/wiki  two-1          {today}\n")
@@ -99,7 +94,7 @@ secrets:       none
 web server:    reads
 installed:     TIME
 changed:       TIME
-fragment:      {self.places()[2]}
+fragment:      {self.places().fragment}
 state:         whole
 """)
         outcome = self.call("status", "one.example", "other")
@@ -120,7 +115,7 @@ state:         whole
             "title": "book", "version": "one-1", "package": str(self.one), "account": "sitea",
             "documentRoot": str(self.root), "script": "configure", "language": "binary",
             "parameters": ["a title", "two\nlines"], "hasSecrets": False, "webserverWrite": False,
-            "fragment": str(self.places()[2]), "kept": []})
+            "fragment": str(self.places().fragment), "kept": []})
         self.assertEqual(self.applications("status", "one.example", "app"), [told | times])
 
     def test_a_first_installation_at_work_or_cut_off_is_listed(self):
@@ -137,7 +132,7 @@ state:         whole
 
     def test_what_is_wrong_with_one_application_is_not_told_of_another(self):
         self.changes(self.present(self.one, name="other"))
-        record = self.places(name="other")[0] / "record.json"
+        record = self.places(name="other").state / "record.json"
         record.write_text("{")
         for act in ("status", "verify"):
             self.asked(act, "one.example", "app")
@@ -149,7 +144,8 @@ state:         whole
     def test_a_dry_run_names_the_application_that_was_cut_off(self):
         self.cut(kill_tree, ("swap", 1), self.words(self.two))
         words = self.words(self.one, name="other", options=["--dry-run"])
-        self.assertEqual(self.asked(*words, status=10), "recover  one.example/app\nfragment changes\nscript   install\n")
+        plan = "recover  one.example/app\nfragment changes\nscript   install\n"
+        self.assertEqual(self.asked(*words, status=10), plan)
         (told,) = self.applications(*words, status=10)
         self.assertEqual((told["isPending"], told["steps"]), (True, []))
 
@@ -175,7 +171,7 @@ state:         whole
         self.assertRegex(self.asked("list"), "removed, 1 kept$")
 
     def test_each_difference_is_told_and_most_are_mended(self):
-        fragment = self.places()[2]
+        fragment = self.places().fragment
         for change in CHANGES:
             with self.subTest(change.name):
                 change.make(self)
@@ -221,7 +217,7 @@ state:         whole
         self.assertEqual((self.marks / "other").read_text(), "upgrade\nupgrade\n")
 
     def test_a_list_of_files_that_is_lost_or_has_lost_lines_is_not_believed(self):
-        files = self.places()[0] / "files"
+        files = self.places().state / "files"
         lines = files.read_text().splitlines(keepends=True)
         rows = [
             ("some lines", lambda: files.write_text("".join(lines[:2])), f"{files} is no list of files: "),

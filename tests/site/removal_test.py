@@ -6,11 +6,8 @@ import pathlib
 import shutil
 
 from calls import kill_tree
-from support import SiteTest, main, mappings
+from support import ONE, SITEA, SITEB, TWO, SiteTest, main, mappings
 from trees import differences
-
-ONE = {"htdocs/index": "one", "htdocs/sub/page": "same", "htdocs/old": "old"}
-TWO = {"htdocs/index": "two", "htdocs/sub/page": "same", "htdocs/new/page": "new"}
 
 
 class RemovalTest(SiteTest):
@@ -43,13 +40,13 @@ class RemovalTest(SiteTest):
         self.assertTrue(asked.exists())
 
     def test_a_store_that_a_cut_off_call_has_left_empty_goes(self):
-        store = self.places()[1]
+        store = self.places().store
         store.mkdir(parents=True)
         self.stays(self.call("recover"))
         self.assertFalse(store.parent.exists())
 
     def test_a_removal_passes_over_what_the_account_may_not_take(self):
-        os.chown(self.app / "sub", 20002, -1)
+        os.chown(self.app / "sub", SITEB, -1)
         outcome = self.absent()
         self.changes(outcome)
         self.assertIn("left as it is: app/sub/page: Permission denied\n", outcome.error)
@@ -59,7 +56,7 @@ class RemovalTest(SiteTest):
     def test_a_removal_takes_nothing_of_somebody_else_s(self):
         self.changes(self.absent())
         (self.root / "mine").mkdir()
-        os.chown(self.root / "mine", 20001, -1)
+        os.chown(self.root / "mine", SITEA, -1)
         self.changes(self.present(self.one, name="mine/app"))
         self.changes(self.present(self.package("both", {"htdocs/mine/app/index": "one", "htdocs/other": "other"}),
                                   name=".", options=["--ignore=replaces"]))
@@ -77,7 +74,7 @@ class RemovalTest(SiteTest):
         self.assertEqual([path.name for path in self.root.rglob("*") if path.is_file()], [])
 
     def test_a_fragment_that_somebody_has_edited_is_kept(self):
-        fragment = self.places()[2]
+        fragment = self.places().fragment
         failing = self.package("failing", TWO, "exit 3", mappings=mappings("two"))
         call = self.start(*self.words(failing), moment="script")
         self.assertTrue(call.hold())
@@ -116,10 +113,10 @@ class RemovalTest(SiteTest):
 
     def test_what_a_host_or_an_account_leaves_behind_is_forgotten(self):
         self.changes(self.call("reload"))
-        record = self.places()[0] / "record.json"
-        record.write_text(record.read_text().replace("20001", "20002"))
+        record = self.places().state / "record.json"
+        record.write_text(record.read_text().replace(str(SITEA), str(SITEB)))
         self.fails(self.present(self.two), "account: sitea is another one than it was installed for")
-        self.places()[2].write_text("# mine\n")
+        self.places().fragment.write_text("# mine\n")
         self.changes(self.absent(options=["--without-script"]))
         self.assertTrue((self.app / "index").exists())
         (kept,) = self.applications("list")[0]["kept"]
@@ -128,9 +125,9 @@ class RemovalTest(SiteTest):
         self.changes(self.call("reload"))
         shutil.rmtree(self.root.parent)
         self.fails(self.absent(), "there is no host ")
-        (self.places()[0] / "record.json.new").touch()
+        (self.places().state / "record.json.new").touch()
         self.changes(self.absent(options=["--without-script"]))
-        self.assertFalse((self.places()[0] / "record.json.new").exists())
+        self.assertFalse((self.places().state / "record.json.new").exists())
         self.changes(self.call("reload"))
         self.assertEqual(self.loaded.read_text(), "")
 

@@ -3,13 +3,12 @@
 
 import grp
 import os
-import pwd
 import subprocess
 from typing import Callable, NamedTuple
 
 from calls import BUILD
-from support import ROOT, SiteTest, main
-from trees import acl, all_facts, differences
+from support import ROOT, SITEA, SITEB, SiteTest, main, no_change
+from trees import ALL, GROUP_OBJ, MASK, OTHER, USER, USER_OBJ, acl, all_facts, differences
 
 FILES = {"htdocs/index.php": "page", "htdocs/sub/deep/page": "deep", "htdocs/run.cgi": "#!/bin/sh", "data/.hidden": "",
          "data/in/entries": "none", "data/closed/settings": "x", "cgi/all": "#!/bin/sh", "cgi/all.cgi": "#!/bin/sh"}
@@ -19,10 +18,6 @@ ALL_CGI = "<cgi:handler><cgi:all-files/></cgi:handler>"
 WRITABLE = "<php:permissions writable='true'/>"
 
 
-def no_change(_):
-    pass
-
-
 def group_of_the_server(root):
     os.chown(root, -1, grp.getgrnam("kroserv").gr_gid)
     root.chmod(0o2755)
@@ -30,7 +25,7 @@ def group_of_the_server(root):
 
 def default_acl(root):
     os.setxattr(root, "system.posix_acl_default",
-                acl((1, 7, 0xffffffff), (2, 7, 20002), (4, 5, 0xffffffff), (16, 7, 0xffffffff), (32, 1, 0xffffffff)))
+                acl((USER_OBJ, 7, ALL), (USER, 7, SITEB), (GROUP_OBJ, 5, ALL), (MASK, 7, ALL), (OTHER, 1, ALL)))
 
 
 def links(package):
@@ -42,8 +37,8 @@ def modes(package):
     (package / "htdocs/index.php").chmod(0o400)
     (package / "htdocs/sub").chmod(0o700)
     (package / "htdocs/run.cgi").chmod(0o4755)
-    os.chown(package / "htdocs/index.php", pwd.getpwnam("sitea").pw_uid, 0)
-    os.chown(package / "htdocs/sub", pwd.getpwnam("sitea").pw_uid, 0)
+    os.chown(package / "htdocs/index.php", SITEA, 0)
+    os.chown(package / "htdocs/sub", SITEA, 0)
 
 
 class Row(NamedTuple):

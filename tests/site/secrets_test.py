@@ -17,7 +17,7 @@ class SecretsTest(SiteTest):
         self.one = self.package("one", {"htdocs/index": "one"}, script, mappings=mappings("one"))
         self.state.mkdir()
         self.common = self.state / "app.environment"
-        self.own = self.places()[0] / "environment"
+        self.own = self.places().state / "environment"
         self.own.parent.mkdir(parents=True)
 
     def given(self):

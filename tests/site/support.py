@@ -12,6 +12,7 @@ import pwd
 import subprocess
 import tempfile
 import unittest
+from typing import NamedTuple
 
 from calls import CUT, PATIENCE, Call
 from testing import IN_SANDBOX, NO_SANDBOX, SANDBOX, main, skip
@@ -19,6 +20,11 @@ from trees import differences, tree
 
 NAMESPACE = "http://nimbo.example/ns/wtx/1"
 ROOT = "<mapping url='/' path='htdocs'/>"
+SITEA, SITEB, KROCLN = 20001, 20002, 20100  # the sandbox's accounts, and the group of both
+
+# Two releases, for tests to which it is all the same what changes in an upgrade.
+ONE = {"htdocs/index": "one", "htdocs/sub/page": "same", "htdocs/old": "old"}
+TWO = {"htdocs/index": "two", "htdocs/sub/page": "same", "htdocs/new/page": "new"}
 EVERY = int(os.environ.get("LARKSPUR_EVERY", "1"))
 
 if not IN_SANDBOX:
@@ -41,6 +47,31 @@ def share(cases):
     for case, number in zip(cases, _numbers):
         if number % EVERY == 0:
             yield case
+
+
+def no_change(_):
+    """What a row does that leaves all as it is."""
+
+
+class Places(NamedTuple):
+    """Where larkspur-site has what it keeps of an application."""
+
+    state: pathlib.Path  # a directory
+    store: pathlib.Path  # a directory on the disk of the site
+    fragment: pathlib.Path
+
+
+def lasting_record(file):
+    """A record without what each installation has of its own."""
+    record = json.loads(file.read_text())
+    for field in ("installed", "changed", "journal"):
+        del record[field]
+    return record
+
+
+def listed_paths(file):
+    """The paths of a list of what was installed, without sizes and times."""
+    return sorted(line.split(" ")[-1] for line in file.read_text().splitlines())
 
 
 class SiteTest(unittest.TestCase):
@@ -88,7 +119,7 @@ class SiteTest(unittest.TestCase):
         root = self.vhosts / name / "httpdocs"
         root.mkdir(parents=True)
         for directory in (root.parent, root):
-            os.chown(directory, pwd.getpwnam(account).pw_uid, pwd.getpwnam("sitea").pw_gid)
+            os.chown(directory, pwd.getpwnam(account).pw_uid, KROCLN)
         return root
 
     def package(self, name, files, script="", mappings=ROOT, version="1.1"):
@@ -124,6 +155,10 @@ class SiteTest(unittest.TestCase):
 
     def present(self, package, *parameters, moment=None, **where):
         return self.call(*self.words(package, *parameters, **where), moment=moment)
+
+    def neighbour(self, package):
+        """A call for another site, which is the other account's."""
+        return self.present(package, host="two.example", account="siteb")
 
     def absent(self, host="one.example", name="app", options=(), moment=None):
         return self.call(*options, "absent", host, name, moment=moment)
@@ -183,31 +218,26 @@ class SiteTest(unittest.TestCase):
         return [(name, names[:at].count(name) + 1) for at, name in enumerate(names)]
 
     def places(self, host="one.example", name="app"):
-        """Directory of the state, store, and fragment of an application."""
         system = self.vhosts / "system" / host
-        return (self.state / "sites" / host / name, system / "larkspur" / name,
-                system / "conf/siteapp.d" / f"{name}.conf")
+        return Places(state=self.state / "sites" / host / name,
+                      store=system / "larkspur" / name,
+                      fragment=system / "conf/siteapp.d" / f"{name}.conf")
 
-    def release(self, host="one.example", name="app", but=()):
+    def release(self, host="one.example", name="app"):
         """What is installed: tree, fragment, record and list, without what differs from one installation of the same
         release to another one.  Nothing of a call may be left."""
-        state, store, fragment = self.places(host, name)
-        left = {path.name for path in state.glob("*")} if state.exists() else set()
-        self.assertLessEqual(left, {"record.json", "files", "environment"})
-        self.assertFalse((store / "call").exists())
+        places = self.places(host, name)
+        self.assertLessEqual({path.name for path in places.state.glob("*")}, {"record.json", "files", "environment"})
+        self.assertFalse((places.store / "call").exists())
         application = self.vhosts / host / "httpdocs" / name
-        seen = tree(application) if application.exists() else {}
-        record = {}
-        if "record.json" in left:
-            record = json.loads((state / "record.json").read_text())
-            for field in ("installed", "changed", "journal"):
-                del record[field]
+        record = places.state / "record.json"
+        files = places.state / "files"
+        if record.exists():
             verified = self.call("verify", host, name)
             self.assertEqual((verified.status, verified.output), (0, ""), verified.error)
         return {
-            "tree": {path: told for path, told in seen.items() if not path.startswith(tuple(but))},
-            "fragment": fragment.read_text() if fragment.exists() else None,
-            "record": record,
-            "files": sorted(line.split(" ")[-1] for line in (state / "files").read_text().splitlines())
-                     if "files" in left else None,
+            "tree": tree(application) if application.exists() else {},
+            "fragment": places.fragment.read_text() if places.fragment.exists() else None,
+            "record": lasting_record(record) if record.exists() else {},
+            "files": listed_paths(files) if files.exists() else None,
         }

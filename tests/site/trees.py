@@ -6,6 +6,10 @@ import stat
 import struct
 
 
+USER_OBJ, USER, GROUP_OBJ, MASK, OTHER = 0x01, 0x02, 0x04, 0x10, 0x20  # tags of an ACL's entries
+ALL = 0xFFFFFFFF  # in place of an id, in an entry that names none
+
+
 def facts(path):
     """All that can be told of one entry without following it, but its access time."""
     path = os.fspath(path)

@@ -10,16 +10,15 @@ import subprocess
 import time
 
 from calls import as_account, become, kill_child, kill_leader, kill_tree, until
-from support import SiteTest, main, mappings
-from trees import acl, all_facts, differences
+from support import KROCLN, SITEA, SiteTest, main, mappings
+from trees import ALL, GROUP_OBJ, MASK, OTHER, USER, USER_OBJ, acl, all_facts, differences
+
 DATA = "<mapping url='data' path='data'/>"
 OLD = {"htdocs/index": "one", "htdocs/same": "same", "htdocs/gone": "one", "htdocs/old/page": "one",
        "data/book": "first\n", "data/same": "same"}
 NEW = {"htdocs/index": "two", "htdocs/same": "same", "htdocs/new/page": "two", "data/book": "first of two\n",
        "data/same": "same"}
-USER_OBJ, USER, GROUP_OBJ, MASK, OTHER = 0x01, 0x02, 0x04, 0x10, 0x20
-ALL = 0xFFFFFFFF
-SITEA, NOBODY = 20001, 65534
+NOBODY = 65534
 
 
 class Visitor:
@@ -200,7 +199,7 @@ class VisitorsTest(SiteTest):
         inner = data / "inner"
         inner.mkdir()
         for directory in (data, inner):
-            os.chown(directory, 20001, 20100)
+            os.chown(directory, SITEA, KROCLN)
         moments = [("staged", 1), ("swap", 2), ("swap", 7), ("fragment", 1), "script", ("script-ended", 1),
                    ("noted", 1)]
         with Visitor(self, inner), Visitor(self, data):
@@ -223,7 +222,7 @@ class VisitorsTest(SiteTest):
 
     def test_lines_in_a_file_of_the_package_are_kept(self):
         book = self.app / "data/book"
-        kept = self.places()[1] / "kept"
+        kept = self.places().store / "kept"
 
         def write(text):
             as_account("sitea", lambda: append(book, text))

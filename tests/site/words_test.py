@@ -10,7 +10,7 @@ import time
 from typing import Callable, NamedTuple
 
 from calls import PATIENCE, SITE, kill_tree, until
-from support import SiteTest, main, mappings
+from support import KROCLN, SITEA, SITEB, SiteTest, main, mappings, no_change
 from trees import differences
 
 
@@ -24,28 +24,24 @@ class Row(NamedTuple):
     account: str = "sitea"
 
 
-def nothing(_):
-    pass
-
-
 def link_to_shared(test):
     shared = test.base / "shared"
     shared.mkdir()
     (shared / "library").write_text("root's by now")
-    os.chown(shared / "library", 20002, -1)
+    os.chown(shared / "library", SITEB, -1)
     (test.two / "htdocs/shared").symlink_to(shared)
 
 
 def link_through_directory_of_other(test):
     others = test.base / "others"
     others.mkdir()
-    os.chown(others, 20002, -1)
+    os.chown(others, SITEB, -1)
     (others / "link").symlink_to(test.two / "htdocs/index")
     (test.two / "htdocs/linked").symlink_to(others / "link")
 
 
 def let_group_write(test):
-    os.chown(test.two / "htdocs", 0, 20100)
+    os.chown(test.two / "htdocs", 0, KROCLN)
     (test.two / "htdocs").chmod(0o775)
 
 
@@ -65,25 +61,25 @@ def run_without_end(test):
 
 
 REFUSALS = [
-    Row("a script that the package has not", nothing, "script: the package has no script other; it has: configure",
+    Row("a script that the package has not", no_change, "script: the package has no script other; it has: configure",
         options=("--script=other",)),
-    Row("a package that is not there", nothing, "package: ", package="none"),
+    Row("a package that is not there", no_change, "package: ", package="none"),
     Row("a package that others may write", lambda test: (test.two / "htdocs/index").chmod(0o646),
         "package: others than root can write to "),
     Row("a package that its group may write", let_group_write,
         "package: others than root can write to "),
     Row("a package below a directory that others may write", lambda test: test.two.parent.chmod(0o777),
         "package: others than root can write to "),
-    Row("a package of the account", lambda test: os.chown(test.two, 20001, 0),
+    Row("a package of the account", lambda test: os.chown(test.two, SITEA, 0),
         "package: others than root can write to "),
     Row("a package with a link to what others may write", link_to_shared, "package: others than root can write to "),
     Row("a package with a link through what others may write", link_through_directory_of_other,
         "package: others than root can write to "),
     Row("metadata that are no XML", lambda test: (test.two / "APP-META.xml").write_text("<application"), "package: "),
-    Row("an unknown account", nothing, "account: there is no account nobody-here", account="nobody-here"),
-    Row("root's account", nothing, "account: account root is root", account="root"),
-    Row("another account", nothing, "account: it was installed for sitea, not for siteb", account="siteb"),
-    Row("secrets that are no variables", lambda test: (test.places()[0] / "environment").write_text("what\n"),
+    Row("an unknown account", no_change, "account: there is no account nobody-here", account="nobody-here"),
+    Row("root's account", no_change, "account: account root is root", account="root"),
+    Row("another account", no_change, "account: it was installed for sitea, not for siteb", account="siteb"),
+    Row("secrets that are no variables", lambda test: (test.places().state / "environment").write_text("what\n"),
         "secrets: "),
     Row("a document root that the account cannot enter", lambda test: test.root.chmod(0),
         "files: the account cannot enter the document root"),
@@ -95,7 +91,7 @@ REFUSALS = [
     Row("a directory in the place of a file", lambda test: (test.app / "new/mine").mkdir(parents=True),
         "files: larkspur-preview is against it\n"),
     Row("an unreadable source", lambda test: (test.two / "htdocs/index").chmod(0o600), "files: larkspur-preview"),
-    Row("a record that is none", lambda test: (test.places()[0] / "record.json").write_text("{"),
+    Row("a record that is none", lambda test: (test.places().state / "record.json").write_text("{"),
         "record: "),
     Row("state that is a file", put_file_for_state, "lock: "),
     Row("a store that is a file", lambda test: (test.vhosts / "system/one.example/larkspur").touch(), "recovery: "),
