@@ -24,31 +24,35 @@ protected:
     Outcome removeBy(const std::string& list, const Words& changes = {}) const {
         return run(command("delete-application", changes), list);
     }
-    void expectAsBefore(const std::string& list, const Words& changes = {}) const {
-        EXPECT_THAT(removeBy(list, changes), ended(0, "", ""));
-        EXPECT_EQ(tree(docroot), before_);
-    }
 
     Words before_;
 };
 
 TEST_F(Removal, ListedEntriesGoContentsFirst) {
-    const Words blog{"blog/index.php", "blog/img/logo.png", "blog/img-2/a"};
     const std::string list = listOf({"img", "img/logo.png", "index.php", "index.php", "gone", "img-2", "img-2/a"});
-    put(blog);
-    expectAsBefore(list, {"--application-subdirectory=blog", "--application-full-name=ignored"});
-    put(joined(blog, {"one"}));
+    put({"blog/index.php", "blog/img/logo.png", "blog/img-2/a"});
+    EXPECT_THAT(removeBy(list, {"--application-subdirectory=blog", "--application-full-name=ignored"}), ended(0));
+    EXPECT_EQ(tree(docroot), before_);
+    put({"img/logo.png", "index.php"});
+    EXPECT_THAT(removeBy(list), ended(0));
+    EXPECT_EQ(tree(docroot), before_);
+}
+
+TEST_F(Removal, ByFunctionsIsWhatTheCommandDoes) {
+    put({"blog/index.php", "one"});
     std::string root = docroot.string();
     const extract_params params{
         .htdocs_dir = root.data(), .skel_flag = 0, .keep_error_docs = 0, .keep_cgi_bin = 1, .cgi_bin_dir = nullptr};
-    const auto remove = [&] {
-        lark_delete_instance(vhost.c_str(), &params, "blog");
-        deleteInstanceEntry({InstallSectionHtdocs, "one"}, ".", DeleteDirEntry{vhost, ExtractParams(params)});
-    };
-    EXPECT_THAT(inChild(remove, list), ended(0));
-    put({"img/logo.png", "index.php"});
-    expectAsBefore(list);
-    expectAsBefore("<INSTANCE-DATA/>", {"--application-subdirectory=/"});
+    const auto removeInstance = [&] { lark_delete_instance(vhost.c_str(), &params, "blog"); };
+    EXPECT_THAT(inChild(removeInstance, listOf({"index.php"})), ended(0));
+    EXPECT_EQ(namesIn(docroot), "d . f one d own f own/page");
+    deleteInstanceEntry({InstallSectionHtdocs, "one"}, ".", DeleteDirEntry{vhost, ExtractParams(params)});
+    EXPECT_EQ(tree(docroot), before_);
+}
+
+TEST_F(Removal, OfNothingAtASlashLeavesTheDocumentRoot) {
+    EXPECT_THAT(removeBy("<INSTANCE-DATA/>", {"--application-subdirectory=/"}), ended(0));
+    EXPECT_EQ(tree(docroot), before_);
 }
 
 TEST_F(Removal, ALinkThatGoesTakesTheWayThroughItAlong) {
@@ -84,37 +88,46 @@ TEST_F(Removal, WhatResistsIsALineEach) {
 }
 
 TEST_F(Removal, UnusableListsRemoveNothing) {
-    put({"blog/a"});
-    const Words blog{"--application-subdirectory=blog"};
-    const Words present = tree(docroot);
-    const std::string good = "<FILE>a</FILE>";
-    const std::string closed = (base / "closed").string();
+    const Words words = command("delete-application");
+    const std::string good = "<FILE>own/page</FILE>";
     const std::string unreadable = "Fatal error: std::runtime_error(XML parse error)\n";
     struct Row {
-        std::string list, error;
+        std::string name;
+        std::string list;
+        std::string error;
     };
     const std::vector<Row> rows{
-        {.list = document(good).substr(0, 60), .error = unreadable},
-        {.list = "<!DOCTYPE a [<!ENTITY e '" + std::string(1U << 20, 'x') + "'>]>" +
+        {.name = "a list that is cut off", .list = document(good).substr(0, 60), .error = unreadable},
+        {.name = "a name of many megabytes, by entities",
+         .list = "<!DOCTYPE a [<!ENTITY e '" + std::string(1U << 20, 'x') + "'>]>" +
                  document(good + "<FILE>&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;</FILE>"),
          .error = unreadable},
-        {.list = "<LIST/>", .error = "Fatal error: std::runtime_error(Wrong root node name)\n"},
-        {.list = document(good, "<SECTION/>"),
+        {.name = "another document",
+         .list = "<LIST/>",
+         .error = "Fatal error: std::runtime_error(Wrong root node name)\n"},
+        {.name = "a section without a name",
+         .list = document(good, "<SECTION/>"),
          .error = "Fatal error: std::runtime_error(Attribute name is required for section)\n"},
-        {.list = document(good, "<SECTION PREFIX='x'/>"),
+        {.name = "a section of another name",
+         .list = document(good, "<SECTION PREFIX='x'/>"),
          .error = "Fatal error: std::runtime_error(Bad sttribute name value)\n"},
     };
     for (const Row& row : rows)
-        EXPECT_THAT(removeBy(row.list, blog), ended(1, EndsWith(row.error), row.error));
-    EXPECT_THAT(run(byShell("\"$@\" <&-", command("delete-application", blog))), ended(1, EndsWith(unreadable)));
-    EXPECT_THAT(run(unread(command("delete-application", blog)), "no document"), ended(1));
-    EXPECT_THAT(removeBy(document(good), joined(blog, {"--www-root=/no/root"})),
-                ended(255, "Www root directory/no/root does not exist\n"));
+        EXPECT_THAT(removeBy(row.list), ended(1, EndsWith(row.error), row.error)) << row.name;
+    EXPECT_THAT(run(byShell("\"$@\" <&-", words)), ended(1, EndsWith(unreadable)));
+    EXPECT_THAT(run(unread(words), "no document"), ended(1));
+    EXPECT_EQ(tree(docroot), before_);
+}
+
+TEST_F(Removal, ADocumentRootThatTheSiteCannotEnterIsNamed) {
+    const std::string closed = (base / "closed").string();
     fs::create_directories(closed);
     chmod(closed.c_str(), 0700);
-    EXPECT_THAT(removeBy(document(good), joined(blog, {"--www-root=" + closed})),
+    EXPECT_THAT(removeBy(listOf({"own/page"}), {"--www-root=/no/root"}),
+                ended(255, "Www root directory/no/root does not exist\n"));
+    EXPECT_THAT(removeBy(listOf({"own/page"}), {"--www-root=" + closed}),
                 ended(255, "Cannot chdir to " + closed + ": Permission denied\n"));
-    EXPECT_EQ(tree(docroot), present);
+    EXPECT_EQ(tree(docroot), before_);
 }
 
 TEST_F(Removal, ExternalEntitiesAreNotRead) {
@@ -122,14 +135,17 @@ TEST_F(Removal, ExternalEntitiesAreNotRead) {
     put({"blog/a&b"});
     const std::string files = "<![CDATA[q]]><FILE>&in;/a&amp;b</FILE><![CDATA[q]]>t<FILE><![CDATA[blog]]></FILE>t"
                               "<FILE>&out;</FILE><OTHER>own/page</OTHER>";
-    expectAsBefore("<!DOCTYPE INSTANCE-DATA [<!ENTITY in 'blog'><!ENTITY out SYSTEM '" + base.string() + "/names'>]>" +
-                   document(files));
+    const std::string entities =
+        "<!DOCTYPE INSTANCE-DATA [<!ENTITY in 'blog'><!ENTITY out SYSTEM '" + base.string() + "/names'>]>";
+    EXPECT_THAT(removeBy(entities + document(files)), ended(0));
+    EXPECT_EQ(tree(docroot), before_);
 }
 
 TEST_F(Removal, TensOfThousandsOfEntriesAreNoLimit) {
     put({"last"});
     const Words gone(20000, "some/longer/path/of/a/document/that/is/gone");
-    expectAsBefore(listOf(joined(gone, {"last"})));
+    EXPECT_THAT(removeBy(listOf(joined(gone, {"last"}))), ended(0));
+    EXPECT_EQ(tree(docroot), before_);
 }
 
 TEST(InstalledFiles, ThatDoNotEndAreReadNoFurtherThanIsOfUse) {
