@@ -9,8 +9,8 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIs) {
     struct Row {
         std::string name;
         std::string htdocs;
-        std::string cgiBin = ""; ///< kept where it is empty
-        std::string left;        ///< below the virtual host
+        bool keepsCgiBin = true;
+        std::string left; ///< below the virtual host
         std::string leftOfSite = "d . d img f img/.hidden";
     };
     const std::vector<Row> rows{
@@ -19,13 +19,14 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIs) {
          .left = "d . d cgi-bin f cgi-bin/run d httpdocs d private"},
         {.name = "the CGI directory is not kept",
          .htdocs = docroot.string(),
-         .cgiBin = (vhost / "cgi-bin").string(),
+         .keepsCgiBin = false,
          .left = "d . d cgi-bin d httpdocs d private"},
         {.name = "the document root is outside of the host",
          .htdocs = (base / "site").string(),
          .left = "d . d cgi-bin f cgi-bin/run d httpdocs l httpdocs/link f httpdocs/page d private",
          .leftOfSite = "d ."},
     };
+    std::string cgiBin = (vhost / "cgi-bin").string();
     make(base, {"outside/kept"}); // behind a link, which is not followed
     for (Row row : rows) {
         SCOPED_TRACE(row.name);
@@ -35,8 +36,8 @@ TEST_F(Cleaning, EmptiesWhatIsNotKeptWhereItIs) {
         const extract_params params{.htdocs_dir = row.htdocs.data(),
                                     .skel_flag = 0,
                                     .keep_error_docs = 0,
-                                    .keep_cgi_bin = row.cgiBin.empty(),
-                                    .cgi_bin_dir = row.cgiBin.empty() ? nullptr : row.cgiBin.data()};
+                                    .keep_cgi_bin = row.keepsCgiBin ? 1 : 0,
+                                    .cgi_bin_dir = cgiBin.data()};
         EXPECT_THAT(inChild([&] { std::exit(clean_docroot(vhost.c_str(), &params)); }), ended(0));
         EXPECT_EQ(namesIn(vhost), row.left);
         EXPECT_EQ(namesIn(base / "site"), row.leftOfSite);
