@@ -4,11 +4,9 @@
 #include "tests/support/support.h"
 
 #include <array>
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 
 class FileCopy : public DirectoryTest {};
 
@@ -18,21 +16,29 @@ TEST_F(FileCopy, FailsWithTheFirstCallThatMayLoseContent) {
         unsigned error;
     };
     struct Row {
+        std::string name;
         std::vector<Refusal> refused;
         std::string message;
     };
     const Refusal otherFileSystem{.call = SYS_copy_file_range, .error = EXDEV};
     const std::vector<Row> rows{
-        {.refused = {}, .message = "Success"},
-        {.refused = {otherFileSystem}, .message = "Success"},
-        {.refused = {otherFileSystem, {.call = SYS_read, .error = EIO}}, .message = "Input/output error"},
-        {.refused = {otherFileSystem, {.call = SYS_write, .error = ENOSPC}}, .message = "No space left on device"},
-        {.refused = {{.call = SYS_close, .error = EDQUOT}}, .message = "Disk quota exceeded"},
+        {.name = "nothing is refused", .refused = {}, .message = "Success"},
+        {.name = "between two file systems", .refused = {otherFileSystem}, .message = "Success"},
+        {.name = "the disk cannot be read",
+         .refused = {otherFileSystem, {.call = SYS_read, .error = EIO}},
+         .message = "Input/output error"},
+        {.name = "the disk is full",
+         .refused = {otherFileSystem, {.call = SYS_write, .error = ENOSPC}},
+         .message = "No space left on device"},
+        {.name = "the quota is used up, which close(2) tells",
+         .refused = {{.call = SYS_close, .error = EDQUOT}},
+         .message = "Disk quota exceeded"},
     };
     const std::string from = (base / "from").string();
     const std::string to = (base / "to").string();
     writeFile(from, "content");
     for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
         fs::remove(to);
         const Outcome outcome = inChild([&] {
             for (const Refusal& refusal : row.refused)
@@ -58,11 +64,7 @@ TEST_F(FileCopy, GoesOnBehindTheBytesOfAWriteThatEndedEarly) {
         static std::array<int, 2> pipe{};
         ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
         ASSERT_EQ(fcntl(pipe[1], F_SETPIPE_SZ, 4096), 4096);
-        struct sigaction emptying {};
-        emptying.sa_handler = [](int) { (void)splice(pipe[0], nullptr, 1, nullptr, 4096, SPLICE_F_NONBLOCK); };
-        sigaction(SIGALRM, &emptying, nullptr);
-        const itimerval soon{{0, 20'000}, {0, 20'000}};
-        setitimer(ITIMER_REAL, &soon, nullptr);
+        interruptBy([](int) { (void)splice(pipe[0], nullptr, 1, nullptr, 4096, SPLICE_F_NONBLOCK); });
         const UniqueFd from(open((base / "from").c_str(), O_RDONLY | O_CLOEXEC));
         const int error = copyContent(from.get(), pipe[1], static_cast<off_t>(content.size()));
         raise(SIGALRM);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/replace.hpp>
 #include <cstddef>
 #include <fstream>
 #include <iomanip>
@@ -13,6 +14,7 @@
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 
 namespace {
@@ -58,6 +60,14 @@ void refuseCall(long call, unsigned error) {
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
     if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
         _exit(notAllowed);
+}
+
+void interruptBy(void (*handler)(int)) {
+    struct sigaction interruption {};
+    interruption.sa_handler = handler;
+    sigaction(SIGALRM, &interruption, nullptr);
+    const itimerval often{{0, 20'000}, {0, 20'000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
 }
 
 Outcome run(const Words& words, const std::string& input) {
@@ -126,6 +136,11 @@ void writeFile(const fs::path& file, const std::string& content, mode_t mode) {
     fs::create_directories(file.parent_path());
     std::ofstream(file.string(), std::ios::binary) << content;
     chmod(file.c_str(), mode);
+}
+
+void ChangedFile::replace(const std::string& words, const std::string& others) const {
+    ASSERT_THAT(text_, HasSubstr(words));
+    writeFile(file_, boost::replace_all_copy(text_, words, others));
 }
 
 void make(const fs::path& root, const Words& entries) {

@@ -35,6 +35,9 @@ constexpr int notAllowed = 77; ///< the status of a child that cannot arrange wh
 /// From here on the process, a child, gets this error for a system call: ENOSYS is the error of a kernel that lacks it.
 void refuseCall(long call, unsigned error);
 
+/// From here on the process, a child, gets SIGALRM every 20 milliseconds, and this handles it.
+void interruptBy(void (*handler)(int));
+
 /// Runs a program with the given words and standard input and waits for it.
 Outcome run(const Words& words, const std::string& input = {});
 
@@ -61,6 +64,22 @@ Words linesOf(const std::string& text);
 
 /// Makes the parent directories too.
 void writeFile(const fs::path& file, const std::string& content, mode_t mode = 0644);
+
+/// Gives a file of the sandbox, which a test changes, its text back in the end.
+class ChangedFile {
+public:
+    explicit ChangedFile(const fs::path& file) : file_(file), text_(contentOf(file)) {}
+    ChangedFile(const ChangedFile&) = delete;
+    ChangedFile& operator=(const ChangedFile&) = delete;
+    ~ChangedFile() { writeFile(file_, text_); }
+
+    /// Puts other words in the place of all of these.
+    void replace(const std::string& words, const std::string& others) const;
+
+private:
+    const fs::path file_;
+    const std::string text_;
+};
 
 /// Makes entries below `root`: files of "content\n", a directory "NAME/" and a link "NAME -> TARGET".
 void make(const fs::path& root, const Words& entries);
