@@ -8,7 +8,7 @@ import tempfile
 from dataclasses import dataclass
 from pathlib import Path
 
-from testing import ROOT, SKIPPED
+from testing import ROOT, SKIPPED, application
 
 
 class Wrong(Exception):
@@ -67,8 +67,7 @@ def schema_accepts(session, text):
 
 def as_application(mappings, schema):
     namespace = re.search(r'^ *ns="(.*)">$', Path(schema).read_text(), re.MULTILINE).group(1)
-    prefixes = f"xmlns='{namespace}' xmlns:php='{namespace}/php' xmlns:cgi='{namespace}/cgi'"
-    return f"<application {prefixes}><name/><version/>{mappings}<release/></application>"
+    return application(f"<name/><version/>{mappings}<release/>", namespace)
 
 
 def apache_accepts(session, text):

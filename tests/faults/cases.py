@@ -6,7 +6,7 @@ import subprocess
 from dataclasses import dataclass
 from pathlib import Path
 
-from testing import SANDBOX
+from testing import SANDBOX, application
 
 VHOSTS = SANDBOX / "vhosts"
 HOST = VHOSTS / "fault.example"
@@ -23,9 +23,7 @@ TEMPLATE = SANDBOX / "template"  # of VHOSTS, for every run of a case to begin w
 ACCOUNT = "sitea"
 ACCOUNT_ID = 20001
 
-METADATA = """\
-<application version="1.1" xmlns="http://nimbo.example/ns/wtx/1"
-    xmlns:php="http://nimbo.example/ns/wtx/1/php" xmlns:cgi="http://nimbo.example/ns/wtx/1/cgi">
+METADATA = application("""\
   <name>n</name><version>1</version><release>1</release>
   <mapping url="/" path="htdocs">
     <php:handler><php:extension>php</php:extension></php:handler>
@@ -33,8 +31,7 @@ METADATA = """\
     <mapping url="cgi"><cgi:handler><cgi:all-files/></cgi:handler></mapping>
     <mapping url="old" virtual="redirect" href="http://x/"/>
   </mapping>
-</application>
-"""
+""", attributes="version='1.1'")
 DOCUMENTS = ["index.php", "img/logo.png", "data/entries", "cgi/run"]
 
 

@@ -100,7 +100,7 @@ class AloneTest(SiteTest):
         self.changes(self.present(package))
         document = package / "APP-META.xml"
         document.write_text(document.read_text().replace("url='/'", ""))
-        self.fails(self.absent(), 'script remove: line 1: a mapping without "url"', is_taken_back=True)
+        self.fails(self.absent(), 'script remove: line 2: a mapping without "url"', is_taken_back=True)
         self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
         reloaded = self.call("reload")
         self.assertEqual((reloaded.status, reloaded.output), (0, "changed\n"), reloaded.error)

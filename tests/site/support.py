@@ -15,10 +15,9 @@ import unittest
 from typing import NamedTuple
 
 from calls import CUT, PATIENCE, Call
-from testing import IN_SANDBOX, NO_SANDBOX, SANDBOX, main, skip
+from testing import IN_SANDBOX, NO_SANDBOX, SANDBOX, application, main, skip
 from trees import differences, tree
 
-NAMESPACE = "http://nimbo.example/ns/wtx/1"
 ROOT = "<mapping url='/' path='htdocs'/>"
 SITEA, SITEB, KROCLN = 20001, 20002, 20100  # the sandbox's accounts, and the group of both
 
@@ -130,10 +129,10 @@ class SiteTest(unittest.TestCase):
             file.parent.mkdir(parents=True, exist_ok=True)
             file.write_text(text)
         (package / "htdocs").mkdir(parents=True, exist_ok=True)
-        (package / "APP-META.xml").write_text(
-            f"<application xmlns='{NAMESPACE}' xmlns:php='{NAMESPACE}/php' xmlns:cgi='{NAMESPACE}/cgi' "
-            f"version='{version}'><name>book</name><version>{name}</version><release>1</release>"
-            f"<configuration-script-language>php</configuration-script-language>{mappings}</application>")
+        (package / "APP-META.xml").write_text(application(
+            f"<name>book</name><version>{name}</version><release>1</release>"
+            f"<configuration-script-language>php</configuration-script-language>{mappings}",
+            attributes=f"version='{version}'"))
         if script is not None:
             scripts = package / "scripts"
             scripts.mkdir()

@@ -12,6 +12,8 @@ NO_SANDBOX = "needs root and the accounts of tests/support/sandbox"
 # The scratch directory of the sandbox; outside one it is a path that nothing has.
 SANDBOX = Path(os.environ.get("LARKSPUR_SANDBOX", "/no-sandbox"))
 
+NAMESPACE = "http://nimbo.example/ns/wtx/1"  # of metadata documents, unless a build has another one
+
 SKIPPED = 77  # the exit status that CTest is told to take for "skipped"
 
 needs_sandbox = unittest.skipUnless(IN_SANDBOX, NO_SANDBOX)
@@ -30,6 +32,12 @@ def arguments(*names):
         sys.exit(f"usage: {sys.argv[0]} {' '.join(names)} [-v] [-k PATTERN]")
     del sys.argv[1 : len(names) + 1]
     return words
+
+
+def application(content, namespace=NAMESPACE, attributes=""):
+    """A metadata document.  ATTRIBUTES: the version of its format, as in "version='1.1'"."""
+    prefixes = f"xmlns='{namespace}' xmlns:php='{namespace}/php' xmlns:cgi='{namespace}/cgi'"
+    return f"<application {prefixes} {attributes}>\n{content}</application>\n"
 
 
 def main():
