@@ -14,16 +14,6 @@ using namespace site;
 
 namespace {
 
-/// The message of the failure, or none.
-std::string failureOf(const std::function<void()>& work) {
-    try {
-        work();
-        return "none";
-    } catch (const std::runtime_error& failure) {
-        return failure.what();
-    }
-}
-
 Step stepAt(const std::string& path) {
     return {.kind = StepKind::ExchangeFile,
             .path = path,
@@ -94,7 +84,7 @@ TEST_F(SettingsFile, WhatCannotBeUsedIsNamed) {
     const std::string file = (base / "site.conf").string();
     for (const Row& row : rows) {
         writeFile(file, row.text);
-        EXPECT_EQ(failureOf([&] { readSettings(file, true); }), file + row.cause);
+        EXPECT_EQ(failureOf<std::runtime_error>([&] { readSettings(file, true); }), file + row.cause);
     }
     writeFile(file, "VHOSTS=//srv/./\nWEBSERVER_WRITE=yes\nTIME_LIMIT=7\n");
     const Settings settings = readSettings(file, true);
@@ -155,18 +145,21 @@ TEST(Lists, WhatIsCutOffOrOfSomebodyElseIsRefused) {
     const std::string journal = textOf(doing);
     for (std::size_t length = 0; length < journal.size(); ++length)
         EXPECT_THROW(journalOf(journal.substr(0, length), "journal"), std::runtime_error) << length;
-    EXPECT_EQ(failureOf([] {
+    EXPECT_EQ(failureOf<std::runtime_error>([] {
                   installedFilesOf({"file x 1 2 3 a\n", "files"});
               }),
               "files is no list of files: no number: x");
-    EXPECT_EQ(failureOf([] { journalOf("", "journal"); }), "journal is no journal: a line without its end");
-    EXPECT_EQ(failureOf([&] { journalOf(boost::replace_first_copy(journal, " own ", " owned "), "journal"); }),
+    EXPECT_EQ(failureOf<std::runtime_error>([] { journalOf("", "journal"); }),
+              "journal is no journal: a line without its end");
+    EXPECT_EQ(failureOf<std::runtime_error>(
+                  [&] { journalOf(boost::replace_first_copy(journal, " own ", " owned "), "journal"); }),
               "journal is no journal: an unknown word: owned");
-    EXPECT_EQ(failureOf([&] { journalOf(journal + "\n", "journal"); }), "journal is no journal: more than its steps");
+    EXPECT_EQ(failureOf<std::runtime_error>([&] { journalOf(journal + "\n", "journal"); }),
+              "journal is no journal: more than its steps");
     for (const std::string path : {"/a", "../a", "a/../../b", ".."}) {
         const std::string step = textOf(std::vector{stepAt(path)});
         std::string_view text = step;
-        EXPECT_EQ(failureOf([&] { takeSteps(text, 1); }), "a path that leads out") << path;
+        EXPECT_EQ(failureOf<std::runtime_error>([&] { takeSteps(text, 1); }), "a path that leads out") << path;
     }
 }
 
@@ -179,5 +172,7 @@ TEST(Records, WhatWasWrittenIsReadAndNothingElse) {
     EXPECT_EQ(textOf(recordOf(text, "record.json")), text);
     EXPECT_EQ(recordOf(text, "record.json").terms, record.terms);
     for (const std::string bad : {"", "{", "[]", "{}", "{\"package\":5}"})
-        EXPECT_THAT(failureOf([&] { recordOf(bad, "record.json"); }), StartsWith("record.json is no record: ")) << bad;
+        EXPECT_THAT(failureOf<std::runtime_error>([&] { recordOf(bad, "record.json"); }),
+                    StartsWith("record.json is no record: "))
+            << bad;
 }

@@ -32,6 +32,17 @@ Outcome inChild(const std::function<void()>& body, const std::string& input = {}
 
 constexpr int notAllowed = 77; ///< the status of a child that cannot arrange what it is to meet
 
+/// The message of the failure of this class that `body` ends with, or "none".
+template <typename Failure>
+std::string failureOf(const std::function<void()>& body) {
+    try {
+        body();
+        return "none";
+    } catch (const Failure& failure) {
+        return failure.what();
+    }
+}
+
 /// From here on the process, a child, gets this error for a system call: ENOSYS is the error of a kernel that lacks it.
 void refuseCall(long call, unsigned error);
 
