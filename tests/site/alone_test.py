@@ -5,7 +5,7 @@ import json
 import os
 import signal
 
-from calls import are_gone, children, kill_tree
+from calls import are_gone, children, kill_all, kill_tree
 from support import SiteTest, main, mappings
 from trees import differences
 
@@ -173,8 +173,7 @@ class AloneTest(SiteTest):
                 self.changes(self.call("reload"))
                 self.assertEqual(are_gone(pids), not pids)
                 for pid in pids:
-                    for process in (*children(pid), pid):
-                        os.kill(process, signal.SIGKILL)
+                    kill_all([*children(pid), pid])
                 left.unlink(missing_ok=True)
                 self.changes(self.absent())
 

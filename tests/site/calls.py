@@ -67,15 +67,19 @@ def are_gone(pids):
     return True
 
 
-def kill_tree(call):
-    """Nobody of a call sees another one die."""
-    os.kill(call.leader, signal.SIGSTOP)
-    family = [*children(call.leader), call.leader]
-    for pid in family:
+def kill_all(pids):
+    for pid in pids:
         try:
             os.kill(pid, signal.SIGKILL)
         except ProcessLookupError:
             continue  # it has ended since
+
+
+def kill_tree(call):
+    """Nobody of a call sees another one die."""
+    os.kill(call.leader, signal.SIGSTOP)
+    family = [*children(call.leader), call.leader]
+    kill_all(family)
     until(lambda: are_gone(family))
 
 

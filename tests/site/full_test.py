@@ -30,11 +30,7 @@ class FullTest(DiskTest):
         fails = ("swap", 1)  # the upgrade, on each of the disks
         for moment in dict.fromkeys([fails, *share(self.all_moments(act.words))]):
             with self.subTest(f"{moment} of {act.words}"):
-                call = self.start(*act.words, moment=moment)
-                self.assertTrue(call.hold())
-                fill()
-                call.go_on()
-                outcome = call.end()
+                outcome = self.meanwhile(moment, act.words, fill)
                 self.assertIn((outcome.status, outcome.output), [(0, "changed\n"), (1, "")], outcome.error)
                 says_as_before = "one.example/app: files, fragment and record are as before\n" in outcome.error
                 if says_as_before:

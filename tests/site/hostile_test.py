@@ -173,11 +173,7 @@ class HostileTest(SiteTest):
         for moment in moments:
             for name, exchange in self.exchanges().items():
                 with self.subTest(f"{name} at {moment}"):
-                    call = self.start(*self.words(self.two), moment=moment)
-                    self.assertTrue(call.hold())
-                    exchange()
-                    call.go_on()
-                    outcome = call.end()
+                    outcome = self.meanwhile(moment, self.words(self.two), exchange)
                     self.assertIn((outcome.status, outcome.output), [(0, "changed\n"), (1, "")])
                     self.nothing_elsewhere()
                     self.start_anew()
@@ -226,8 +222,7 @@ class HostileTest(SiteTest):
         os.chown(self.app / "mine", SITEA, -1)
         held_directory = os.open(self.app / "mine", os.O_RDONLY | os.O_DIRECTORY)
         self.addCleanup(os.close, held_directory)
-        call = self.start(*self.words(self.two), moment=("swap", 1), program=slow)
-        self.assertTrue(call.hold())
+        call = self.hold(("swap", 1), self.words(self.two), program=slow)
         call.go_on()
         as_account("sitea", lambda: self.plant(held_directory))
         self.fails(call.end(), "app/index: something else stands there", is_taken_back=True)
@@ -249,21 +244,15 @@ class HostileTest(SiteTest):
         self.assertEqual(((sub / "page").read_text(), facts(sub)["mode"]), ("two", before))
         # What is closed in the middle stays as it is then, and keeps nobody waiting.
         sub.chmod(0o755)
-        call = self.start(*self.words(self.package("failing too", ONE, "exit 3")), moment="script")
-        self.assertTrue(call.hold())
-        sub.chmod(0o555)
-        call.go_on()
-        outcome = call.end()
+        failing = self.package("failing too", ONE, "exit 3")
+        outcome = self.meanwhile("script", self.words(failing), lambda: sub.chmod(0o555))
         self.fails(outcome, "script upgrade: exit status 3")
         self.assertIn("app/sub/page: left as it is: its directory is closed\n", outcome.error)
         self.stays(self.call("recover"))
 
     def test_a_way_back_that_is_barred_is_walked_later(self):
-        call = self.start(*self.words(self.package("failing", TWO, "exit 3")), moment="script")
-        self.assertTrue(call.hold())
-        set_immutable(self.app / "index")
-        call.go_on()
-        outcome = call.end()
+        failing = self.package("failing", TWO, "exit 3")
+        outcome = self.meanwhile("script", self.words(failing), lambda: set_immutable(self.app / "index"))
         self.fails(outcome, "way back: ")
         self.fails(self.present(self.two), "recovery: ")
         set_immutable(self.app / "index", False)

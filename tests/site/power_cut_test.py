@@ -43,12 +43,11 @@ class PowerCutTest(DiskTest):
         copies = [(disk, pathlib.Path(f"{disk.image}.copy")) for disk in self.disks]
         for disk in self.disks:
             disk.sync()
-        call = self.start(*words, moment=None if moment == "end" else moment)
         if moment == "end":
-            outcome = call.end()
+            outcome = self.call(*words)
             self.assertEqual(outcome.status, 0, outcome.error)
         else:
-            self.assertTrue(call.hold())
+            call = self.hold(moment, words)
         written.write_for_another()
         for disk, copy in copies:
             disk.copy(copy)

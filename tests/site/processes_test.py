@@ -14,7 +14,7 @@ import subprocess
 import termios
 from typing import Callable, NamedTuple
 
-from calls import are_gone, as_account, children
+from calls import are_gone, as_account, children, kill_all
 from support import ONE, SITEA, TWO, SiteTest, main
 from trees import differences
 
@@ -64,8 +64,7 @@ class ProcessesTest(SiteTest):
     def test_processes_that_the_account_stops_or_kills(self):
         for row in VICTIMS:
             with self.subTest(f"{row.whom.__name__} gets {row.signal.name} at {row.moment}"):
-                call = self.start(*self.words(self.two), moment=row.moment)
-                self.assertTrue(call.hold())
+                call = self.hold(row.moment, self.words(self.two))
                 self.stays(self.neighbour(self.one))
                 family = children(call.leader)
                 target = row.whom(call)
@@ -75,8 +74,7 @@ class ProcessesTest(SiteTest):
                 self.assertEqual(differences(self.is_one, self.release()), [])
 
     def test_what_a_killed_call_has_left_is_ended_by_the_next_one(self):
-        call = self.start(*self.words(self.two), moment="script")
-        self.assertTrue(call.hold())
+        call = self.hold("script", self.words(self.two))
         stopped = above_script(call)
         as_account("sitea", lambda: os.kill(stopped, signal.SIGSTOP))
         os.kill(call.leader, signal.SIGKILL)
@@ -102,8 +100,7 @@ class ProcessesTest(SiteTest):
     def test_no_process_lets_itself_be_traced_or_looked_into(self):
         for moment in (("stage", 1), ("swap", 2), "script"):
             with self.subTest(moment):
-                call = self.start(*self.words(self.two), moment=moment)
-                self.assertTrue(call.hold())
+                call = self.hold(moment, self.words(self.two))
                 above_script = children(call.leader)[0]
                 for pid in (call.leader, above_script):
                     self.assertEqual(as_account("sitea", lambda: self.looks_into(pid)), [])
@@ -179,9 +176,7 @@ class ProcessesTest(SiteTest):
                     self.call("verify")
                     self.changes(self.present(self.one))
                 for pid in self.left_behind():
-                    for process in (*children(pid), pid):
-                        if not are_gone([process]):
-                            os.kill(process, signal.SIGKILL)
+                    kill_all([*children(pid), pid])
                 subprocess.run(["find", self.app, "-name", "[0-9]*", "-delete"], check=True)
 
 

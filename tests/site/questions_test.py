@@ -123,8 +123,7 @@ state:         whole
         # One that was killed before its journal has changed nothing, and there is nothing to be ended.
         for moment, left in [(("staged", 1), ""), (("swap", 1), "one.example/app  cut off")]:
             with self.subTest(moment):
-                call = self.start(*self.words(self.one), moment=moment)
-                self.assertTrue(call.hold())
+                call = self.hold(moment, self.words(self.one))
                 self.assertRegex(self.asked("list"), "^one.example/app +at work$")
                 kill_tree(call)
                 call.end()
@@ -150,8 +149,7 @@ state:         whole
         self.assertEqual((told["isPending"], told["steps"]), (True, []))
 
     def test_calls_at_work_or_cut_off_and_kept_files_are_listed(self):
-        call = self.start(*self.words(self.two), moment=("swap", 1))
-        self.assertTrue(call.hold())
+        call = self.hold(("swap", 1), self.words(self.two))
         self.assertRegex(self.asked("list"), "at work$")
         (told,) = self.applications("list")
         self.assertEqual((told["isAtWork"], told["isCutOff"]), (True, False))

@@ -76,11 +76,8 @@ class RemovalTest(SiteTest):
     def test_a_fragment_that_somebody_has_edited_is_kept(self):
         fragment = self.places().fragment
         failing = self.package("failing", TWO, "exit 3", mappings=mappings("two"))
-        call = self.start(*self.words(failing), moment="script")
-        self.assertTrue(call.hold())
-        fragment.write_text("# in the middle\n")
-        call.go_on()
-        self.fails(call.end(), "script upgrade: exit status 3", is_taken_back=True)
+        outcome = self.meanwhile("script", self.words(failing), lambda: fragment.write_text("# in the middle\n"))
+        self.fails(outcome, "script upgrade: exit status 3", is_taken_back=True)
         (kept,) = self.applications("list")[0]["kept"]
         self.assertEqual(pathlib.Path(kept).read_text(), "# in the middle\n")
         acts = {"upgrade": self.words(self.two), "removal": ["absent", "one.example", "app"]}

@@ -66,8 +66,7 @@ class SecretsTest(SiteTest):
         self.common.write_text(f"KEY={secret}\n")
         for moment in (("stage", 1), ("swap", 1), ("fragment", 1), "script"):
             with self.subTest(moment):
-                call = self.start(*self.words(self.one, f"parameter {moment}"), moment=moment)
-                self.assertTrue(call.hold())
+                call = self.hold(moment, self.words(self.one, f"parameter {moment}"))
                 family = {call.leader, *children(call.leader)[:1]}
                 environments = [pathlib.Path(f"/proc/{pid}/environ").read_text() for pid in family]
                 words = [pathlib.Path(f"/proc/{pid}/cmdline").read_text() for pid in family]

@@ -196,12 +196,23 @@ class SiteTest(unittest.TestCase):
         differing = {name: differences(release, now) for name, release in releases.items()}
         self.assertIn([], differing.values(), differing)
 
-    def cut(self, end, moment, words):
-        """Ends a call at a moment, to which it has to come."""
-        call = self.start(*words, moment=moment)
+    def hold(self, moment, words, **how):
+        """Starts a call and holds it at a moment, to which it has to come."""
+        call = self.start(*words, moment=moment, **how)
         if not call.hold():
             self.fail(f"{words} does not come to {moment}: {call.end()}")
+        return call
+
+    def cut(self, end, moment, words):
+        call = self.hold(moment, words)
         end(call)
+        return call.end()
+
+    def meanwhile(self, moment, words, work):
+        """What comes of a call when work is done while it is held."""
+        call = self.hold(moment, words)
+        work()
+        call.go_on()
         return call.end()
 
     def moments(self, *words):

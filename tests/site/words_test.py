@@ -55,6 +55,11 @@ def put_file_for_state(test):
     test.state.touch()
 
 
+def name_no_directive(test):
+    metadata = test.two / "APP-META.xml"
+    metadata.write_text(metadata.read_text().replace("http://two", "http://no-such-directive"))
+
+
 def run_without_end(test):
     test.script("sleep 1000")
     test.settings(TIME_LIMIT=1)
@@ -101,36 +106,18 @@ FAILURES = [
     Row("a script that cannot be executed", lambda test: test.script("", "#!/no/such/interpreter"),
         "script upgrade: exit status 255", True),
     Row("a script without end", run_without_end, "script upgrade: no end within 1 s", True),
-    Row("a refused fragment", lambda test: test.refuse_two.touch(),
-        "fragment: the server refuses the fragment: CONFIGTEST: exit status 3", True),
-    Row("a configuration that is broken", lambda test: test.refuse_all.touch(),
-        "fragment: the server's configuration was broken before this call: CONFIGTEST: exit status 3", True),
+    Row("a refused fragment", name_no_directive,
+        "fragment: the server refuses the fragment: CONFIGTEST: exit status 1", True),
+    Row("a configuration that is broken", lambda test: test.refusal.touch(),
+        "fragment: the server's configuration was broken before this call: CONFIGTEST: exit status 1", True),
 ]
 
 
 class WordsTest(SiteTest):
     def setUp(self):
         super().setUp()
-        self.two = self.two_of("two")
+        self.two = self.package("two", {"htdocs/index": "two", "htdocs/new": "new"}, mappings=mappings("two"))
         self.changes(self.present(self.package("one", {"htdocs/index": "one"}, mappings=mappings("one"))))
-
-    def two_of(self, name):
-        return self.package(name, {"htdocs/index": "two", "htdocs/new": "new"}, mappings=mappings("two"))
-
-    def settings(self, **others):
-        """The server refuses everything, or what two brings, while there is a file that says so."""
-        self.refuse_all = self.base / "refuse-all"
-        self.refuse_two = self.base / "refuse-two"
-        check = self.base / "check"
-        check.write_text(f"""\
-if [ -e {self.refuse_all} ]; then
-    exit 3
-fi
-if [ -e {self.refuse_two} ] && grep -q two {self.vhosts}/system/*/conf/siteapp.d/*; then
-    exit 3
-fi
-""")
-        super().settings(CONFIGTEST=f'"sh {check}"', **others)
 
     def script(self, text, first="#!/bin/sh"):
         (self.two / "scripts/configure").write_text(f"{first}\n{text}\n")
@@ -181,8 +168,7 @@ fi
         self.assertEqual(self.call("reload"), (1, "", f"larkspur-site: no settings: {self.conf} is not there\n"))
 
     def test_a_lock_is_waited_for(self):
-        holder = self.start(*self.words(self.two), moment=("script-ended", 1))
-        self.assertTrue(holder.hold())
+        holder = self.hold(("script-ended", 1), self.words(self.two))
         outcome = self.present(self.two, options=["--wait=1"])
         self.assertIn("larkspur-site: waits for another call on one.example\n", outcome.error)
         self.fails(outcome, "lock: another call has not ended within 1 s")
@@ -217,8 +203,7 @@ fi
             for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
                 with self.subTest(f"{number.name} at {moment}"):
                     # What is held would not end by itself.
-                    call = self.start(*self.words(self.two), moment=moment)
-                    self.assertTrue(call.hold())
+                    call = self.hold(moment, self.words(self.two))
                     os.kill(call.leader, number)
                     self.fails(call.end(), f"interrupted by signal {number.name[3:]}",
                                is_taken_back=moment != ("stage", 1))
@@ -234,8 +219,7 @@ fi
         self.assertFalse(self.app.exists())
 
     def signal_in_the_middle(self, words, moment):
-        call = self.start(*words, moment=moment)
-        self.assertTrue(call.hold())
+        call = self.hold(moment, words)
         os.kill(call.leader, signal.SIGTERM)
         time.sleep(0.1)  # in which it would end its child
         call.go_on()
@@ -243,7 +227,7 @@ fi
 
     def test_a_signal_ends_a_call_while_the_server_hangs_and_while_it_waits(self):
         running = self.base / "running"
-        super().settings(CONFIGTEST=f'"touch {running}; sleep 1000"')
+        self.settings(CONFIGTEST=f'"touch {running}; sleep 1000"')
         call = self.start(*self.words(self.two))
         until(running.exists)
         waiting = self.start(*self.words(self.two))
@@ -275,7 +259,7 @@ fi
         for name, check, limit, outcomes, count in rows:
             with self.subTest(name):
                 asked.write_text("")
-                super().settings(CONFIGTEST=f'"echo >>{asked}; {check}"', TIME_LIMIT=limit)
+                self.settings(CONFIGTEST=f'"echo >>{asked}; {check}"', TIME_LIMIT=limit)
                 answer = json.loads(self.call("--json", *words).output)
                 found = {one["host"].removesuffix(".example"): one["outcome"] for one in answer["applications"]}
                 self.assertEqual((found, asked.read_text().count("\n")), (outcomes, count))
@@ -302,8 +286,7 @@ fi
 
     def test_a_signal_ends_all_calls_of_a_list(self):
         sites, words = self.list_of_three()
-        call = self.start(*words, moment="script")
-        self.assertTrue(call.hold())
+        call = self.hold("script", words)
         os.kill(call.leader, signal.SIGINT)
         outcome = call.end()
         self.assertEqual((outcome.status, outcome.output), (1, ""), outcome.error)
