@@ -64,10 +64,11 @@ TEST_F(FileCopy, GoesOnBehindTheBytesOfAWriteThatEndedEarly) {
         static std::array<int, 2> pipe{};
         ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
         ASSERT_EQ(fcntl(pipe[1], F_SETPIPE_SZ, 4096), 4096);
-        interruptBy([](int) { (void)splice(pipe[0], nullptr, 1, nullptr, 4096, SPLICE_F_NONBLOCK); });
+        const auto empty = [](int) { (void)splice(pipe[0], nullptr, 1, nullptr, 4096, SPLICE_F_NONBLOCK); };
+        interruptBy(empty);
         const UniqueFd from(open((base / "from").c_str(), O_RDONLY | O_CLOEXEC));
         const int error = copyContent(from.get(), pipe[1], static_cast<off_t>(content.size()));
-        raise(SIGALRM);
+        empty(SIGUSR1);
         _exit(error);
     };
     EXPECT_THAT(inChild(copyThroughPipe), ended(0, "", content));

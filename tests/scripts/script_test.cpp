@@ -28,32 +28,50 @@ TEST_F(Script, IsStartedAsTheCommandSays) {
                           "environment: inherited\ndescriptors: 0 1 2 3\n"));
 }
 
-TEST_F(Script, OfPhpGetsThePreferredInterpreterThatEverybodyMayRun) {
-    NEEDS_PROGRAM("/usr/bin/php");
-    script("act", contentOf(LARKSPUR_SOURCE_DIR "/tests/scripts/act.php"), 0644);
-    const std::string script = package.string() + "/scripts/act";
-    const std::string own = (base / "own").string();
-    const fs::path engine = fs::path(std::getenv("LARKSPUR_SANDBOX")) / "kro/bin/zt-engine-nimborun";
-    const std::string ofPanel = "cli EGPCS open_basedir= " + script + ",install\n";
-    const std::string ofOwn = "own -d variables_order=EGPCS -d safe_mode=0 -d open_basedir= " + script + " install\n";
-    writeFile(own, "#!/bin/sh\necho own \"$@\"\n", 0755);
-    writeFile(engine, "#!/bin/sh\necho engine $1\n", 0755);
-    const std::string php = "--script-language=php";
-    const std::string zt = "--script-language=zt-engine-nimborun";
-    const std::string cli = "--php-cli=" + own;
-    EXPECT_THAT(runScript({php}), ended(0, "", ofPanel));
-    EXPECT_THAT(runScript({php, cli}), ended(0, "", ofOwn));
-    EXPECT_THAT(runScript({zt, cli}), ended(0, "", "engine -d\n"));
-    chmod(engine.c_str(), 0644);
-    EXPECT_THAT(runScript({zt, cli}), ended(0, "", ofOwn));
-    for (const mode_t mode : {0754U, 0377U}) {
-        chmod(own.c_str(), mode);
-        EXPECT_THAT(runScript({zt, cli}), ended(0, "", ofPanel));
+class PhpScript : public Script {
+protected:
+    void prepare() override {
+        NEEDS_PROGRAM("/usr/bin/php");
+        Script::prepare();
+        script("act", contentOf(LARKSPUR_SOURCE_DIR "/tests/scripts/act.php"), 0644);
+        writeFile(own_, "#!/bin/sh\necho own \"$@\"\n", 0755);
     }
-    const Words hideAndShow{"sed", "-i", "s/^CLIENT_PHP_BIN/-&/;t;s/^-//", "/etc/kro/kro.conf"};
-    EXPECT_THAT(run(hideAndShow), ended(0));
-    EXPECT_THAT(runScript({php}), ended(255, "Unable to find command line php interpreter.\n"));
-    EXPECT_THAT(run(hideAndShow), ended(0));
+    std::string ofPanel() const { return "cli EGPCS open_basedir= " + package.string() + "/scripts/act,install\n"; }
+    std::string ofOwn() const {
+        return "own -d variables_order=EGPCS -d safe_mode=0 -d open_basedir= " + package.string() +
+               "/scripts/act install\n";
+    }
+
+    const fs::path own_ = base / "own";
+    const std::string php_ = "--script-language=php";
+    const std::string cli_ = "--php-cli=" + own_.string();
+};
+
+TEST_F(PhpScript, GetsThePanelsInterpreter) {
+    EXPECT_THAT(runScript({php_}), ended(0, "", ofPanel()));
+}
+
+TEST_F(PhpScript, GetsTheCallersInterpreterWhereEverybodyMayRunIt) {
+    EXPECT_THAT(runScript({php_, cli_}), ended(0, "", ofOwn()));
+    for (const mode_t mode : {0754U, 0377U}) {
+        chmod(own_.c_str(), mode);
+        EXPECT_THAT(runScript({php_, cli_}), ended(0, "", ofPanel())) << std::oct << mode;
+    }
+}
+
+TEST_F(PhpScript, GetsTheEngineFirstWhereItsLanguageNamesIt) {
+    const fs::path engine = fs::path(std::getenv("LARKSPUR_SANDBOX")) / "kro/bin/zt-engine-nimborun";
+    writeFile(engine, "#!/bin/sh\necho engine $1\n", 0755);
+    const Words words{"--script-language=zt-engine-nimborun", cli_};
+    EXPECT_THAT(runScript(words), ended(0, "", "engine -d\n"));
+    chmod(engine.c_str(), 0644);
+    EXPECT_THAT(runScript(words), ended(0, "", ofOwn()));
+}
+
+TEST_F(PhpScript, FailsWithoutAnInterpreter) {
+    const ChangedFile configuration("/etc/kro/kro.conf");
+    configuration.replace("CLIENT_PHP_BIN", "-CLIENT_PHP_BIN");
+    EXPECT_THAT(runScript({php_}), ended(255, "Unable to find command line php interpreter.\n"));
 }
 
 TEST_F(Script, AbnormalEndsAreReported) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <boost/algorithm/string/replace.hpp>
 #include <cstddef>
+#include <ctime>
 #include <fstream>
 #include <iomanip>
 #include <linux/filter.h>
@@ -14,7 +15,6 @@
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 
 namespace {
@@ -65,9 +65,14 @@ void refuseCall(long call, unsigned error) {
 void interruptBy(void (*handler)(int)) {
     struct sigaction interruption {};
     interruption.sa_handler = handler;
-    sigaction(SIGALRM, &interruption, nullptr);
-    const itimerval often{{0, 20'000}, {0, 20'000}};
-    setitimer(ITIMER_REAL, &often, nullptr);
+    sigaction(SIGUSR1, &interruption, nullptr);
+    sigevent event{};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGUSR1;
+    timer_t timer{}; // setitimer(2) would take the alarm away that ends a child
+    timer_create(CLOCK_MONOTONIC, &event, &timer);
+    const itimerspec often{{0, 20'000'000}, {0, 20'000'000}};
+    timer_settime(timer, 0, &often, nullptr);
 }
 
 Outcome run(const Words& words, const std::string& input) {

@@ -46,7 +46,7 @@ std::string failureOf(const std::function<void()>& body) {
 /// From here on the process, a child, gets this error for a system call: ENOSYS is the error of a kernel that lacks it.
 void refuseCall(long call, unsigned error);
 
-/// From here on the process, a child, gets SIGALRM every 20 milliseconds, and this handles it.
+/// From here on the process, a child, gets a signal every 20 milliseconds, which this handles.
 void interruptBy(void (*handler)(int));
 
 /// Runs a program with the given words and standard input and waits for it.
