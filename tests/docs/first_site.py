@@ -6,18 +6,18 @@ import subprocess
 import sys
 from pathlib import Path
 
+import machine
+from machine import HOSTS, PACKAGES, STATE
 from testing import ROOT
 
-HOSTS = Path("/var/www/vhosts")
 HOST = HOSTS / "example.com"
 SYSTEM = HOSTS / "system/example.com"
-PACKAGES = Path("/opt/packages")
 
 
 def make(programs):
     """To be called in a sandbox with copies over /opt and /var."""
     remove_earlier_traces()
-    add_account()
+    machine.add_account("example", HOST)
     shutil.copy(ROOT / "examples/kro.conf", "/etc/kro/kro.conf")
     add_settings()
     make_host()
@@ -27,15 +27,8 @@ def make(programs):
 
 
 def remove_earlier_traces():
-    for directory in [HOST, SYSTEM, PACKAGES, "/var/lib/larkspur", "/var/lib/panel", "/etc/larkspur"]:
+    for directory in [HOST, SYSTEM, PACKAGES, STATE, "/var/lib/panel", "/etc/larkspur"]:
         shutil.rmtree(directory, ignore_errors=True)
-
-
-def add_account():
-    passwd = Path("/etc/passwd")
-    others = [line for line in passwd.read_text().splitlines() if not line.startswith("example:")]
-    account = f"example:x:20003:20100::{HOST}:/usr/sbin/nologin"
-    passwd.write_text("\n".join([*others, account, ""]))
 
 
 def make_host():
@@ -57,22 +50,12 @@ def add_package():
 
 
 def add_commands(programs):
-    """Into a directory of the sandbox's own, which is the first one that root's programs are looked for in."""
-    directory = Path("/usr/local/sbin")
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "larkspur-local", directory], check=True)
-    for program in programs:
-        (directory / program.name).symlink_to(program.resolve())
+    machine.add_commands(programs)
     fragments = HOSTS / "system/*/conf/siteapp.d/*.conf"
     # larkspur-site gives the commands none of its environment.
     apache = f"TMPDIR='{os.environ['TMPDIR']}' exec '{ROOT}/tests/support/apache'"
-    write_command(directory / "apachectl", f"{apache} check '{fragments}'")
-    write_command(directory / "service", "exit 0")
-    os.environ["PATH"] = f"{directory}:{os.environ['PATH']}"
-
-
-def write_command(path, line):
-    path.write_text(f"#!/bin/sh\n{line}\n")
-    path.chmod(0o755)
+    machine.write_command("apachectl", f"{apache} check '{fragments}'")
+    machine.write_command("service", "exit 0")
 
 
 def install_guest_book():
