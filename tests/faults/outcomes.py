@@ -102,7 +102,7 @@ def judge_failure(trial):
 
 
 def check_rollback(trial):
-    """A rollback removes the planned files, the site's own ones of these names too, and directories that are then empty."""
+    """A rollback removes the planned files, also the site's own ones of these names, and then empty directories."""
     has_removed_all = cases.APPLICATION not in trial.after
     if trial.changed and not has_removed_all:
         raise Undocumented("not rolled back")
