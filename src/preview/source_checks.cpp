@@ -1,6 +1,7 @@
 #include "preview/source_checks.h"
 
 #include "files/paths.h"
+#include "files/real_path.h"
 #include "runtime/errors.h"
 
 #include <algorithm>

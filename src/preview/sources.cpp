@@ -2,8 +2,8 @@
 
 #include "files/last_directory.h"
 #include "files/paths.h"
+#include "files/real_path.h"
 #include "runtime/errors.h"
-#include "runtime/handles.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -159,11 +159,6 @@ bool may(Rights rights, const std::string& path, const struct stat& status, int 
     if (rights == Rights::Own)
         return ::access(path.c_str(), access) == 0;
     return (static_cast<int>(status.st_mode) & access) == access; // these are the bits for others
-}
-
-std::string realPath(const std::string& path) {
-    const CMemory<char> real(realpath(path.c_str(), nullptr));
-    return real == nullptr ? std::string() : real.get();
 }
 
 std::optional<std::string> closedOnTheWay(Rights rights, const std::string& packageDir, const std::string& path) {

@@ -18,9 +18,6 @@ enum class Rights {
 /// \param access as of access(2).
 bool may(Rights rights, const std::string& path, const struct stat& status, int access);
 
-/// The path without links and ".." in it; empty where nothing is.
-std::string realPath(const std::string& path);
-
 /// The first directory on the way to a path in the package that the account may not enter, links followed; below the
 /// package's directory as a path relative to it, which is itself the empty one.
 std::optional<std::string> closedOnTheWay(Rights rights, const std::string& packageDir, const std::string& path);

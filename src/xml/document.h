@@ -15,7 +15,8 @@
 constexpr std::size_t xmlTextLimit = INT_MAX;
 
 /// \param fileName a path; also "-" for standard input, and a URL that libxml2 can fetch.  A path that is itself a link
-///        has to lead to a regular file that others may read, because what is read may be shown in diagnostics.
+///        has to lead to a regular file that others may read, below directories that they may enter
+///        (openPublicTarget), because what is read may be shown in diagnostics.
 /// \return the document, or null when the file cannot be read, is not well-formed XML (XML 1.0), or stands for too much
 ///         beyond its own text (expansionLimit) by its entities and attribute defaults or by very many attributes of
 ///         one element.

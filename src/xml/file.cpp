@@ -1,6 +1,6 @@
 #include "xml/file.h"
 
-#include "runtime/handles.h"
+#include "files/public_file.h"
 
 #include <fcntl.h>
 #include <libxml/parserInternals.h>
@@ -37,21 +37,16 @@ const char* pathOf(const char* name) {
 }
 
 /// What a package's author can put in the place of a document must not show root's files, nor stop the process.  A link
-/// shows only what everybody may read; its target is looked at before it is opened, because opening a device can set it
-/// off.  A FIFO would be waited for.
+/// shows only what everybody may read.  A FIFO would be waited for.
 UniqueFd openLocal(const char* path) {
     struct stat status {};
-    if (lstat(path, &status) != 0)
+    if (lstat(path, &status) != 0 || S_ISFIFO(status.st_mode))
         return UniqueFd();
-    const bool isLink = S_ISLNK(status.st_mode);
-    const auto isFit = [&] {
-        return isLink ? S_ISREG(status.st_mode) && (status.st_mode & S_IROTH) != 0 : !S_ISFIFO(status.st_mode);
-    };
-    if ((isLink && stat(path, &status) != 0) || !isFit())
-        return UniqueFd();
-    UniqueFd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | (isLink ? 0 : O_NOFOLLOW)));
+    if (S_ISLNK(status.st_mode))
+        return openPublicTarget(path);
+    UniqueFd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
     // Look again, now at what was opened: the name may stand for another file since.
-    return fstat(file.get(), &status) == 0 && isFit() ? std::move(file) : UniqueFd();
+    return fstat(file.get(), &status) == 0 && !S_ISFIFO(status.st_mode) ? std::move(file) : UniqueFd();
 }
 
 UniqueFd openNamed(const char* name) {

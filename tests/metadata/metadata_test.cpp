@@ -152,14 +152,19 @@ TEST_F(Metadata, ALinkIsReadOnlyWhereEverybodyMayRead) {
     writeFile(base / "public", metadata(""), 0604);
     mkfifo((base / "fifo").c_str(), 0644);
     make(base, {"to-private -> private", "to-public -> public", "to-fifo -> fifo", "twice -> to-private",
-                "environment -> /proc/self/environ", "device -> /dev/zero"});
+                "environment -> /proc/self/environ", "device -> /dev/zero", "closed/", "in-closed -> closed/public",
+                "beside/link -> ../public", "beside/to-closed -> ../closed/public"});
+    writeFile(base / "closed/public", metadata(""), 0604);
+    fs::permissions(base / "closed", static_cast<fs::perms>(0776));
+    fs::permissions(base, static_cast<fs::perms>(0701));
     const auto load = [](const std::string& file) {
         return inChild(
             [&] { std::cerr << failureOf<nimbo::FSAXMLException>([&] { nimbo::FSAMetaDataReader{file}; }); });
     };
-    for (const std::string name : {"private", "public", "to-public"})
+    for (const std::string name : {"private", "public", "to-public", "beside/link", "closed/public"})
         EXPECT_THAT(load((base / name).string()), ended(0, "none")) << name;
-    for (const std::string name : {"to-private", "twice", "fifo", "to-fifo", "environment", "device"}) {
+    for (const std::string name :
+         {"to-private", "twice", "fifo", "to-fifo", "environment", "device", "in-closed", "beside/to-closed"}) {
         const std::string file = (base / name).string();
         EXPECT_THAT(load(file), ended(0, "I/O warning : failed to load external entity \"" + file +
                                              "\"\nUnable to load file: " + file));
