@@ -63,11 +63,11 @@ Findings checkShippedData(const PreviewEntries& entries, const std::string& pack
     };
     std::map<std::string, Files> trees;
     for (const auto& [path, entry] : entries) {
-        const auto opener = entry.isDirectory || !entry.isInWritableTree ? std::nullopt : openerOf(path);
+        const auto opener = !entry.size || !entry.isInWritableTree ? std::nullopt : openerOf(path);
         if (!opener)
             continue;
         Files& files = trees[*opener];
-        const bool closesDirectory = isPlaceholder(joined(packageDir, entry.source), entry.size.value_or(0));
+        const bool closesDirectory = isPlaceholder(joined(packageDir, entry.source), *entry.size);
         std::size_t& kind = closesDirectory ? files.placeholders : files.data;
         ++kind;
     }
