@@ -93,7 +93,7 @@ private:
             at(path_.size() < PATH_MAX ? kind : EntryKind::Unknown);
             path_.resize(length);
         }
-        if (error != 0) {
+        if (error != 0 && error != ENOENT) {
             const boost::system::error_code code(error, boost::system::system_category());
             fail_(path_, error, boost::filesystem::filesystem_error("Unable to list directory", path_, code).what());
         }

@@ -1,3 +1,4 @@
+#include "files/directory_walk.h"
 #include "files/last_directory.h"
 #include "files/no_links_below.h"
 #include "tests/support/support.h"
@@ -130,6 +131,17 @@ TEST_F(Entries, BelowAnOpenRootNamesAreMadeWithoutFollowingALink) {
     EXPECT_EQ(makeDirectory("new"), "made");
     EXPECT_EQ(makeDirectory(""), "File exists");
     EXPECT_EQ(namesIn(base), "d . d moved d moved/d d moved/d/new l moved/link d moved/new");
+}
+
+TEST_F(Entries, AWalkSaysNothingOfADirectoryThatHasVanished) {
+    make(base, {"d/gone/", "d/kept/"});
+    const auto visit = [&](std::string_view relative, EntryKind) {
+        if (relative == "gone")
+            fs::remove(base / "d/gone");
+    };
+    std::string failures;
+    visitDirContent((base / "d").string(), visit, [&](const auto& path, int, const auto&) { failures += path; });
+    EXPECT_EQ(failures, "");
 }
 
 TEST_F(Entries, AHeldDirectoryIsWhereItsPathLeads) {
