@@ -1,28 +1,13 @@
 #include "deploy/file_copy.h"
 
 #include "runtime/handles.h"
+#include "runtime/write_whole.h"
 
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-namespace {
-
-/// \return 0 or an errno value.
-int writeAll(int fd, const char* data, std::size_t size) {
-    while (size > 0) {
-        const ssize_t written = TEMP_FAILURE_RETRY(write(fd, data, size));
-        if (written < 0)
-            return errno;
-        data += written;
-        size -= static_cast<std::size_t>(written);
-    }
-    return 0;
-}
-
-} // namespace
 
 int copyContent(int from, int to, off_t size) {
     off_t copied = 0;
@@ -38,8 +23,8 @@ int copyContent(int from, int to, off_t size) {
         const ssize_t got = TEMP_FAILURE_RETRY(read(from, buffer.data(), buffer.size()));
         if (got <= 0)
             return got == 0 ? 0 : errno;
-        if (const int error = writeAll(to, buffer.data(), static_cast<std::size_t>(got)))
-            return error;
+        if (!writeWhole(to, {buffer.data(), static_cast<std::size_t>(got)}))
+            return errno;
         copied += got;
     }
     return 0;

@@ -24,10 +24,10 @@ EntryHandle::EntryHandle(int directory, const char* name)
 
 int EntryHandle::addMode(mode_t bits) const {
     const mode_t mode = status_.st_mode & allModeBits;
-    return (mode & bits) == bits ? 0 : changeMode(mode | bits);
+    return (mode & bits) == bits ? 0 : setMode(mode | bits);
 }
 
-int EntryHandle::changeMode(mode_t mode) const {
+int EntryHandle::setMode(mode_t mode) const {
     if (fchmodHandle(fd_.get(), mode) == 0)
         return 0;
     // Filters of system calls answer EPERM to calls that they do not know.
@@ -36,10 +36,10 @@ int EntryHandle::changeMode(mode_t mode) const {
     const std::string link = "/proc/self/fd/" + std::to_string(fd_.get());
     if (chmod(link.c_str(), mode) == 0)
         return 0;
-    return errno == ENOENT ? changeModeBySecondDescriptor(mode) : -1;
+    return errno == ENOENT ? setModeBySecondDescriptor(mode) : -1;
 }
 
-int EntryHandle::changeModeBySecondDescriptor(mode_t mode) const {
+int EntryHandle::setModeBySecondDescriptor(mode_t mode) const {
     constexpr int flags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     UniqueFd second(openat(directory_, name_, O_RDONLY | flags));
     if (second.get() < 0 && errno == EACCES)

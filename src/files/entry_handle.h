@@ -8,7 +8,7 @@
 /// One file or directory, found once and then examined and changed without going back to its name, so that nobody who
 /// may rename entries can make the change hit another one.
 ///
-/// addMode() changes the entry that was examined and no other one, or fails:
+/// addMode() and setMode() change the entry that was examined and no other one, or fail:
 ///   with fchmodat2(2) (Linux 6.6) or a mounted /proc: through the handle itself;
 ///   without both: through a second descriptor for the same entry.  This needs the right to read or write the entry.
 class EntryHandle {
@@ -31,9 +31,12 @@ public:
     /// \return 0, or -1 with errno.
     int addMode(mode_t bits) const;
 
+    /// Sets the mode bits, whatever they were.
+    /// \return as addMode.
+    int setMode(mode_t mode) const;
+
 private:
-    int changeMode(mode_t mode) const;
-    int changeModeBySecondDescriptor(mode_t mode) const;
+    int setModeBySecondDescriptor(mode_t mode) const;
 
     int directory_ = -1;
     const char* name_ = nullptr;

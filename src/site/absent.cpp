@@ -44,7 +44,7 @@ Journal journalOfRemoval(const Places& places, const Record& record, std::vector
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
     const Account account = inStep("account", [&] { return accountOf(record.terms.account, record.terms.uid); });
-    const UniqueFd callStore = inStep("store", [&] { return openStore(places.store); });
+    const UniqueFd callStore = inStep("store", [&] { return makeCallDirectory(places.store); });
     const SiteRequest request{
         .packageDir = {},
         .application = application,
@@ -89,8 +89,8 @@ std::string whatHasGone(const Places& places, const std::optional<Record>& recor
         return "the host has gone";
     if (record && !isAccount(record->terms.account, record->terms.uid))
         return "its account has gone: the files stay";
-    const std::optional<std::string> journal = readIfThere(places.journal);
-    if (journal && !isStoreThere(journalOf(*journal, places.journal).store))
+    const std::optional<Journal> journal = readJournal(places.journal);
+    if (journal && !hasCallDirectory(journal->store))
         return "the store of a call that was cut off has gone: the files stay";
     return "";
 }
@@ -119,20 +119,21 @@ bool remove(const CallOptions& options, const Application& application) {
     if (isMissing(options.settings.vhosts))
         throw std::runtime_error("there is no " + options.settings.vhosts);
     const FileLock lock = inStep("lock", [&] { return lockHost(application, places, options.wait); });
-    const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
-    const std::string gone = options.withoutScript ? whatHasGone(places, record) : "";
-    if (!gone.empty() && (record || hasJournal(places))) {
+    const auto recorded = [&] { return inStep("record", [&] { return readRecord(places.record); }); };
+    const std::string gone = options.withoutScript ? whatHasGone(places, recorded()) : "";
+    if (!gone.empty() && (!isMissing(places.record) || hasJournal(places))) {
         say(application.title() + ": " + gone + "; only fragment and record are removed");
         forget(options, application, places);
         return true;
     }
-    const Left left = inStep("recovery", [&] {
-        const Left own = settle(options, application, places, lock.descriptor());
+    const bool wasRemoval = inStep("recovery", [&] {
+        const bool own = settle(options, application, places, lock.descriptor());
         settleOthers(options, application, lock.descriptor());
         return own;
     });
-    if (left == Left::Removed)
+    if (wasRemoval)
         return true;
+    const std::optional<Record> record = recorded();
     if (!record)
         return false;
     requireHost(places);

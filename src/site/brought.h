@@ -16,6 +16,8 @@ class Brought {
 public:
     /// \throw std::runtime_error for a text that is no list.
     explicit Brought(const FilesText& list);
+    Brought(const Brought&) = delete;
+    Brought& operator=(const Brought&) = delete;
 
     const InstalledFiles& all() const { return files_; }
 

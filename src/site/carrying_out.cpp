@@ -3,6 +3,8 @@
 #include "runtime/errors.h"
 #include "site/cut_point.h"
 #include "site/ends.h"
+#include "site/reached_step.h"
+#include "site/text_lines.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -59,8 +61,9 @@ public:
     /// Opens the new directories that the web server may write.  What they hold has been made in them by now, with the
     /// group that their set-group-id bit gives, which they may lose.
     void openMade() {
-        for (MadeDirectory& made : made_) {
-            made.opened &= ~made.mode;
+        for (std::size_t number = 0; number < made_.size(); ++number) {
+            MadeDirectory& made = made_[number];
+            made.opened = wanted_[number] & ~made.mode;
             const std::optional<Place> place = made.opened == 0 ? std::nullopt : tree_.find(made.path);
             if (!place)
                 continue;
@@ -87,7 +90,8 @@ private:
         // Which bits it has is the place's matter, too (set-group-id, a default ACL).
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
         const mode_t mode = entry ? entry->status.st_mode & permissions : 0;
-        made_.push_back({.path = step.path, .mode = mode, .opened = step.mode}); // until openMade all that it wants
+        made_.push_back({.path = step.path, .mode = mode});
+        wanted_.push_back(step.mode);
     }
 
     /// What somebody has put in a directory's place has nothing for which it would need the mode.
@@ -120,15 +124,36 @@ private:
             return;
         if (isPlanned)
             (void)ends.toSite(RENAME_NOREPLACE);
-        tell(step.path, "left as it is: somebody has put it there");
+        sayOf(step.path, "left as it is: somebody has put it there");
     }
 
     SiteTree& tree_;
     int store_;
     std::vector<MadeDirectory> made_;
+    std::vector<mode_t> wanted_; ///< the bits that each of them is to have beside those from its place
 };
 
 } // namespace
+
+std::string textOf(const std::vector<MadeDirectory>& directories) {
+    std::string text;
+    for (const MadeDirectory& made : directories)
+        LineWriter(text).number(made.mode).number(made.opened).path(made.path);
+    return text;
+}
+
+std::vector<MadeDirectory> madeDirectoriesOf(std::string_view text) {
+    std::vector<MadeDirectory> directories;
+    while (!text.empty()) {
+        LineReader line(takeLine(text));
+        MadeDirectory made;
+        made.mode = line.number<mode_t>();
+        made.opened = line.number<mode_t>();
+        made.path = line.path();
+        directories.push_back(std::move(made));
+    }
+    return directories;
+}
 
 std::vector<MadeDirectory> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps) {
     Carrying carrying(tree, store);

@@ -4,6 +4,7 @@
 #include "site/site_tree.h"
 
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -17,6 +18,12 @@ struct MadeDirectory {
     mode_t mode = 0;
     mode_t opened = 0; ///< the bits of it that its place had not given it
 };
+
+/// Made directories on their way to the process that keeps the list of files.
+std::string textOf(const std::vector<MadeDirectory>& directories);
+
+/// \throw std::runtime_error for a text that is none.
+std::vector<MadeDirectory> madeDirectoriesOf(std::string_view text);
 
 /// Carries steps out in their order, all but RemoveDirectory.  A file that is to be taken and is not there any more is
 /// none, and what somebody else has put in its place stays; so steps of a removal can be carried out again.

@@ -3,6 +3,7 @@
 #include "metadata/exceptions.h"
 #include "runtime/errors.h"
 #include "runtime/handles.h"
+#include "runtime/write_whole.h"
 #include "site/interruption.h"
 #include "site/processes.h"
 
@@ -57,15 +58,6 @@ void readSome(UniqueFd& fd, const Take& take) {
     }
 }
 
-void writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = TEMP_FAILURE_RETRY(write(fd, text.data(), text.size()));
-        if (written < 0)
-            return; // the parent has gone, and with it whoever would want to know
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-}
-
 void closeAllBut(std::vector<int> kept) {
     std::ranges::sort(kept);
     unsigned next = STDERR_FILENO + 1;
@@ -105,7 +97,8 @@ std::string answerOf(const std::function<std::string()>& work) {
     kept.push_back(result);
     closeAllBut(kept);
     unwatchSignals();
-    writeAll(result, answerOf(work));
+    // Where it fails, the parent has gone, and with it whoever would want to know.
+    (void)writeWhole(result, answerOf(work));
     std::cerr.flush();
     _exit(0);
 }

@@ -20,7 +20,7 @@ struct Decision {
     Account account;
     Secrets secrets;
     Record wanted;        ///< the record when the call has ended
-    std::string action;   ///< of the script; empty when there is nothing to do, and then the rest is, too
+    std::string action;   ///< of the script; empty when there is nothing to do; then fragment and script are empty, too
     std::string fragment; ///< text
     std::optional<PackageScript> script; ///< nothing for a package without scripts
 };

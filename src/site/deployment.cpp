@@ -1,7 +1,6 @@
 #include "site/deployment.h"
 
 #include "runtime/errors.h"
-#include "site/carrying_out.h"
 #include "site/cut_point.h"
 #include "site/durable_files.h"
 #include "site/fingerprint.h"
@@ -18,7 +17,6 @@
 #include "site/site_tree.h"
 #include "site/staging.h"
 #include "site/store.h"
-#include "site/text_lines.h"
 
 #include <string_view>
 #include <unistd.h>
@@ -42,7 +40,7 @@ void Deployment::prepare() {
     decision_ = decide(options_, wish_, places_);
     if (!isNeeded())
         return;
-    callStore_ = inStep("store", [&] { return openStore(places_.store); });
+    callStore_ = inStep("store", [&] { return makeCallDirectory(places_.store); });
     planFiles();
     cutPoint("staged");
 }
@@ -115,7 +113,7 @@ void Deployment::fail(const std::string& cause) {
 FilesText Deployment::listBefore() const {
     const bool mayBeMissing = !decision_->before || options_.repairs; // a repair makes the list anew
     if (mayBeMissing)
-        return {readIfThere(places_.files).value_or(textOf(InstalledFiles())), places_.files};
+        return listOfFilesOrNone(places_);
     return inStep("files", [&] { return listOfFiles(places_); });
 }
 
@@ -164,35 +162,28 @@ void Deployment::planFiles() {
 
 void Deployment::exchangeFiles() {
     sayProgress(wish_.application, "exchanging " + std::to_string(journal_.steps.size()) + " entries");
-    const std::string directories = inStep("files", [&] {
+    const std::vector<MadeDirectory> directories = inStep("files", [&] {
         const LentStore lent(callStore_.get(), decision_->account);
-        return asAccount(decision_->account, rules(), [&] {
+        return madeDirectoriesOf(asAccount(decision_->account, rules(), [&] {
             SiteTree tree(options_.settings.vhosts, places_.documentRoot);
-            std::string text;
-            for (const MadeDirectory& made : carryOut(tree, callStore_.get(), journal_.steps))
-                LineWriter(text).number(made.mode).number(made.opened).path(made.path);
-            return text;
-        });
+            return textOf(carryOut(tree, callStore_.get(), journal_.steps));
+        }));
     });
     noteDirectories(directories);
 }
 
 /// Completes the list of files.
-/// \param directories lines with mode, opened bits and path of those that were made.
-void Deployment::noteDirectories(const std::string& directories) {
+void Deployment::noteDirectories(const std::vector<MadeDirectory>& directories) {
     if (directories.empty())
         return;
     InstalledFiles files = installedFilesOf({files_, places_.newFiles});
     std::unordered_map<std::string_view, InstalledEntry*> entries;
     for (InstalledEntry& entry : files)
         entries.emplace(entry.path, &entry);
-    for (std::string_view rest = directories; !rest.empty();) {
-        LineReader line(takeLine(rest));
-        const auto mode = line.number<mode_t>();
-        const auto opened = line.number<mode_t>();
-        InstalledEntry& entry = *entries.at(line.path());
-        entry.mode = mode;
-        entry.opened = opened;
+    for (const MadeDirectory& made : directories) {
+        InstalledEntry& entry = *entries.at(made.path);
+        entry.mode = made.mode;
+        entry.opened = made.opened;
     }
     files_ = textOf(files);
 }

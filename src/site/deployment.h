@@ -2,6 +2,7 @@
 
 #include "runtime/handles.h"
 #include "site/call.h"
+#include "site/carrying_out.h"
 #include "site/decision.h"
 #include "site/file_lock.h"
 #include "site/journal.h"
@@ -11,6 +12,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace site {
 
@@ -54,7 +56,7 @@ private:
     SiteRequest siteRequest() const;
     void planFiles();
     void exchangeFiles();
-    void noteDirectories(const std::string& directories);
+    void noteDirectories(const std::vector<MadeDirectory>& directories);
     void runPackageScript();
     void writeRecord() const;
     ChildRules rules() const;
@@ -69,7 +71,7 @@ private:
     std::string files_;                ///< text of InstalledFiles
     Journal journal_;
     bool isSettled_ = false;  ///< there is nothing of an earlier call
-    bool hasWayBack_ = false; ///< the journal is written, the record is not
+    bool hasWayBack_ = false; ///< there may be a journal, and there is no record of it
 };
 
 } // namespace site

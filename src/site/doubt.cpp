@@ -3,6 +3,7 @@
 #include "files/paths.h"
 #include "site/durable_files.h"
 #include "site/installed_files.h"
+#include "site/known_applications.h"
 #include "site/record.h"
 
 #include <algorithm>
@@ -40,8 +41,7 @@ void noteDoubt(const Places& places, const std::vector<Step>& steps, const std::
     std::optional<Record> record = readRecord(places.record);
     if (!record)
         return;
-    const std::string none = textOf(InstalledFiles());
-    InstalledFiles files = installedFilesOf({readIfThere(places.files).value_or(none), places.files});
+    InstalledFiles files = installedFilesOf(listOfFilesOrNone(places));
     std::ranges::move(filesOf(steps, unreached), std::back_inserter(files));
     std::ranges::stable_sort(files, {}, &InstalledEntry::path);
     const auto isSame = [](const InstalledEntry& a, const InstalledEntry& b) { return a.path == b.path; };

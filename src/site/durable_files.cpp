@@ -3,6 +3,7 @@
 #include "files/paths.h"
 #include "runtime/errors.h"
 #include "runtime/handles.h"
+#include "runtime/write_whole.h"
 
 #include <array>
 #include <cerrno>
@@ -24,13 +25,7 @@ void syncDirectory(const std::string& directory) {
 /// \return false with errno.
 bool writeSynced(const std::string& file, std::string_view text) {
     UniqueFd fd(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    while (fd.get() >= 0 && !text.empty()) {
-        const ssize_t written = TEMP_FAILURE_RETRY(write(fd.get(), text.data(), text.size()));
-        if (written < 0)
-            return false;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return fd.get() >= 0 && fsync(fd.get()) == 0 && fd.close() == 0;
+    return fd.get() >= 0 && writeWhole(fd.get(), text) && fsync(fd.get()) == 0 && fd.close() == 0;
 }
 
 } // namespace

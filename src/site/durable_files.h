@@ -17,7 +17,8 @@ bool isMissing(const std::string& path);
 
 /// Writes a file (mode 0600) under unfinishedName, has the disk take it, gives it its name and has the disk take that
 /// too.  After a cut there is the old file or the new one.  No two processes may write the same file at once.
-/// \throw nimbo::SystemError; the old file is then still there.
+/// \throw nimbo::SystemError; the old file is then still there or, where only its directory could not be synced, the
+///        new one.
 void writeDurably(const std::string& file, const std::string& text);
 
 /// The name of a file that is being written.

@@ -1,26 +1,15 @@
 #include "site/ends.h"
 
+#include "files/entry_handle.h"
 #include "runtime/errors.h"
-#include "runtime/handles.h"
 #include "site/account.h"
 
-#include <array>
-#include <charconv>
+#include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
 #include <iostream>
 #include <sys/stat.h>
-#include <tuple>
-#include <unistd.h>
 
 namespace site {
-
-namespace {
-
-/// A link in the store, which leads to the number of the step.
-constexpr const char* reachedName = "reached";
-
-} // namespace
 
 std::optional<Entry> Ends::standing() const {
     return entryAt(place.directory, place.name);
@@ -43,9 +32,12 @@ bool isEntry(const std::optional<Entry>& entry, const Identity& identity) {
 }
 
 void changeMode(const Place& place, mode_t mode, const std::string& path) {
-    const UniqueFd fd(openat(place.directory, place.name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    const std::string link = "/proc/self/fd/" + std::to_string(fd.get());
-    if (fd.get() < 0 || chmod(link.c_str(), mode) != 0)
+    const EntryHandle directory(place.directory, place.name);
+    if (directory.error() != 0)
+        nimbo::throwSystemError(path, directory.error());
+    if (!S_ISDIR(directory.status().st_mode))
+        nimbo::throwSystemError(path, ENOTDIR);
+    if (directory.setMode(mode) != 0)
         nimbo::throwSystemError(path);
 }
 
@@ -54,21 +46,8 @@ void changeModeOfStanding(const Place& place, mode_t mode, const std::string& pa
     changeMode(place, mode, path);
 }
 
-void tell(const std::string& path, const char* what) {
+void sayOf(const std::string& path, const char* what) {
     std::cerr << path << ": " << what << '\n';
-}
-
-void noteReached(int store, std::size_t step) {
-    std::ignore = symlinkat(std::to_string(step).c_str(), store, reachedName);
-}
-
-std::size_t reachedStep(int store) {
-    std::array<char, 32> digits{};
-    const ssize_t length = readlinkat(store, reachedName, digits.data(), digits.size() - 1);
-    std::size_t reached = ~std::size_t{0};
-    if (length > 0)
-        std::from_chars(digits.data(), digits.data() + length, reached);
-    return reached;
 }
 
 } // namespace site

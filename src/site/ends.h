@@ -3,7 +3,6 @@
 #include "site/journal.h"
 #include "site/site_tree.h"
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -42,13 +41,6 @@ void changeMode(const Place& place, mode_t mode, const std::string& path);
 void changeModeOfStanding(const Place& place, mode_t mode, const std::string& path);
 
 /// A line about a path on standard error.
-void tell(const std::string& path, const char* what);
-
-/// Leaves a note in the store of the step that was refused: the directories of later steps are not the call's.  Where
-/// there is no room for it, they count as made.
-void noteReached(int store, std::size_t step);
-
-/// \return the step that was refused; a number beyond all steps where none was.
-std::size_t reachedStep(int store);
+void sayOf(const std::string& path, const char* what);
 
 } // namespace site

@@ -26,7 +26,7 @@ constexpr std::array differenceWords{"missing",    "edited",           "mode",  
 
 Installation installationOf(const Settings& settings, const Application& application) {
     const Places places(settings, application);
-    const bool hasBegun = hasJournal(places) || isStoreThere(places.store);
+    const bool hasBegun = hasJournal(places) || hasCallDirectory(places.store);
     const bool isAtWork = hasBegun && FileLock::isHeld(places.lock);
     return {.application = application,
             .record = readRecord(places.record),
@@ -96,6 +96,20 @@ void compareFragment(const Places& places, const Record& record, std::vector<Dif
     differences.push_back({kind, places.fragment});
 }
 
+/// \throw std::exception when the installation cannot be compared.
+std::vector<Difference> verify(const CallOptions& options, const Installation& installation) {
+    const Settings& settings = options.settings;
+    const Places places(settings, installation.application);
+    const FileLock lock = inStep("lock", [&] { return lockHost(installation.application, places, options.wait); });
+    const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
+    if (!record)
+        return {};
+    const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }));
+    std::vector<Difference> differences = differencesAsAccount(settings, *record, files, lock.descriptor());
+    compareFragment(places, *record, differences);
+    return differences;
+}
+
 } // namespace
 
 const char* wordOf(DifferenceKind kind) {
@@ -116,19 +130,6 @@ Inventory inventoryOf(const Settings& settings, const std::vector<Application>& 
         }
     }
     return inventory;
-}
-
-std::vector<Difference> verify(const CallOptions& options, const Installation& installation) {
-    const Settings& settings = options.settings;
-    const Places places(settings, installation.application);
-    const FileLock lock = inStep("lock", [&] { return lockHost(installation.application, places, options.wait); });
-    const std::optional<Record> record = readRecord(places.record);
-    if (!record)
-        return {};
-    const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }));
-    std::vector<Difference> differences = differencesAsAccount(settings, *record, files, lock.descriptor());
-    compareFragment(places, *record, differences);
-    return differences;
 }
 
 Verification verifyAll(const CallOptions& options, const Inventory& inventory) {

@@ -41,12 +41,7 @@ struct Difference {
     std::string path; ///< below the document root; of a fragment its file
 };
 
-/// Compares what is on the site with what was brought, as the site's account.  No content is read: a file that has been
-/// written to has another size or time than the recorded one.
-/// \throw std::exception when that is not possible.
-std::vector<Difference> verify(const CallOptions& options, const Installation& installation);
-
-/// What verify has found in one application; differences are empty for nothing.
+/// How one application differs from what was brought; differences are empty for not at all.
 struct Verified {
     Application application;
     std::vector<Difference> differences;
@@ -58,7 +53,9 @@ struct Verification {
     bool isWhole = true; ///< false where one could not be read or compared, of which standard error tells
 };
 
-/// Compares each installation of an inventory.  One that cannot be compared does not keep the others from it.
+/// Compares what is on the sites with what was brought, each as its account.  No content is read: a file that has been
+/// written to has another size or time than the recorded one.  An installation that cannot be compared does not keep
+/// the others from it.
 /// \throw Interrupted
 Verification verifyAll(const CallOptions& options, const Inventory& inventory);
 

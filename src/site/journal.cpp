@@ -1,6 +1,7 @@
 #include "site/journal.h"
 
 #include "files/paths.h"
+#include "site/durable_files.h"
 #include "site/text_lines.h"
 
 #include <array>
@@ -120,6 +121,11 @@ Journal journalOf(const std::string& text, const std::string& file) {
     } catch (const std::exception& failure) {
         throw std::runtime_error(file + " is no journal: " + failure.what());
     }
+}
+
+std::optional<Journal> readJournal(const std::string& file) {
+    const std::optional<std::string> text = readIfThere(file);
+    return text ? std::optional(journalOf(*text, file)) : std::nullopt;
 }
 
 } // namespace site

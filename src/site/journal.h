@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -80,6 +81,10 @@ std::string textOf(const Journal& journal);
 
 /// \throw std::runtime_error for a text that is no journal.
 Journal journalOf(const std::string& text, const std::string& file);
+
+/// \return nothing where there is no such file.
+/// \throw std::runtime_error as journalOf; nimbo::SystemError
+std::optional<Journal> readJournal(const std::string& file);
 
 /// The steps alone, a line each.
 std::string textOf(const std::vector<Step>& steps);

@@ -58,6 +58,10 @@ FilesText listOfFiles(const Places& places) {
     throw std::runtime_error("the list of what was installed is missing: " + places.files);
 }
 
+FilesText listOfFilesOrNone(const Places& places) {
+    return {readIfThere(places.files).value_or(textOf(InstalledFiles())), places.files};
+}
+
 std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application) {
     std::vector<FilesText> lists;
     for (const Application& other : applicationsOf(settings, application.host)) {

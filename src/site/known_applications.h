@@ -10,26 +10,30 @@
 namespace site {
 
 /// The hosts of which anything is known, sorted.
-/// \throw nimbo::SystemError when that cannot be read.
+/// \throw boost::filesystem::filesystem_error when that cannot be read.
 std::vector<std::string> hostsOf(const Settings& settings);
 
 /// The applications of a host of which anything is known, sorted by name.
-/// \throw nimbo::SystemError when that cannot be read.
+/// \throw boost::filesystem::filesystem_error when that cannot be read.
 std::vector<Application> applicationsOf(const Settings& settings, const std::string& host);
 
 /// True where a call is at work or was cut off.
 bool hasJournal(const Places& places);
 
 /// The applications of a host of which that is true.
-/// \throw nimbo::SystemError when they cannot be read.
+/// \throw boost::filesystem::filesystem_error, nimbo::SystemError when they cannot be read.
 std::vector<Application> pendingOn(const Settings& settings, const std::string& host);
 
 /// What is recorded of an application's files.
 /// \throw std::runtime_error when it is missing, so that nothing would be known of them; nimbo::SystemError
 FilesText listOfFiles(const Places& places);
 
-/// The same of all other applications on the host, as far as it is there; two of one that was cut off.
+/// The same, or a list of nothing where it is missing.
 /// \throw nimbo::SystemError
+FilesText listOfFilesOrNone(const Places& places);
+
+/// The same of all other applications on the host, as far as it is there; two of one that was cut off.
+/// \throw boost::filesystem::filesystem_error; nimbo::SystemError
 std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application);
 
 } // namespace site

@@ -42,14 +42,14 @@ void removeOldDirectories(const PendingCall& call, int callStore) {
     });
 }
 
-void emptyStoreOf(const Application& application, const Journal& journal, Ending ending) {
-    const std::string kept = emptyStore(journal.store, journal.steps, ending);
+void emptyCallDirectoryOf(const Application& application, const Journal& journal, Ending ending) {
+    const std::string kept = emptyCallDirectory(journal.store, journal.steps, ending);
     if (!kept.empty())
         say(application.title() + ": files that somebody had changed are kept in " + kept);
 }
 
 void endJournal(const PendingCall& call, int callStore, Ending ending) {
-    emptyStoreOf(call.application, call.journal, ending);
+    emptyCallDirectoryOf(call.application, call.journal, ending);
     syncHosts(callStore);
     removeDurably(call.places.journal);
     dropStore(call.journal.store);

@@ -37,7 +37,7 @@ void removeOldDirectories(const PendingCall& call, int callStore);
 
 /// Empties the directory of a call, and tells what of it is kept.
 /// \throw std::exception
-void emptyStoreOf(const Application& application, const Journal& journal, Ending ending);
+void emptyCallDirectoryOf(const Application& application, const Journal& journal, Ending ending);
 
 /// Empties the store and ends the journal, in this order: a journal without its store could not be taken back, and a
 /// store without a journal is dropped by the next call.

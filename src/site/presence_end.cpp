@@ -32,7 +32,7 @@ void putFragmentBack(const PendingCall& call) {
 
 bool goBack(const PendingCall& call) {
     const Uninterrupted toTheEnd;
-    const UniqueFd callStore = openLeftStore(call.journal.store);
+    const UniqueFd callStore = openCallDirectory(call.journal.store);
     const WayBack back = wayBackOf(inSite(call, callStore.get(), [&](SiteTree* tree) {
         return textOf(takeBack(tree, callStore.get(), call.journal.steps));
     }));
@@ -52,7 +52,7 @@ void clearUp(const PendingCall& call) {
     cutPoint("noted");
     renameDurably(call.places.newFiles, call.places.files);
     cutPoint("listed");
-    const UniqueFd callStore = openLeftStore(call.journal.store);
+    const UniqueFd callStore = openCallDirectory(call.journal.store);
     if (call.journal.isFragmentEdited)
         keepEditedFragment(call.application, call.journal.store, call.journal.fragment);
     removeOldDirectories(call, callStore.get());

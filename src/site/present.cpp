@@ -76,13 +76,13 @@ private:
 
     /// One check for all; where that fails, one for each, so that only those fail whose fragments are refused.
     void placeFragments() {
-        const bool isSettled = calls_.size() > 1 && settleTogether();
-        if (!isSettled)
+        const bool isTold = calls_.size() > 1 && placeTogether();
+        if (!isTold)
             placeOneByOne();
     }
 
     /// \return false where checks one by one have to tell whose fragment is refused.
-    bool settleTogether() {
+    bool placeTogether() {
         std::vector<FragmentChange> changes;
         for (const Deployment& call : calls_)
             changes.push_back(call.fragment());

@@ -46,7 +46,7 @@ void noteFarewell(PendingCall& call) {
 
 void finishRemoval(const PendingCall& call) {
     const Uninterrupted toTheEnd;
-    const UniqueFd callStore = openLeftStore(call.journal.store);
+    const UniqueFd callStore = openCallDirectory(call.journal.store);
     inSite(call, callStore.get(), [&](SiteTree* tree) {
         if (tree != nullptr)
             takeAway(*tree, callStore.get(), call.journal.steps);
@@ -72,17 +72,18 @@ void forget(const CallOptions& options, const Application& application, const Pl
     const bool canKeep = !isMissing(std::string(parentOf(places.hostStore))); // not of a host that has gone
     if (canKeep)
         keepUnknownFragment(application, places, places.store);
-    if (const auto text = readIfThere(places.journal)) {
-        const Journal journal = journalOf(*text, places.journal);
-        if (isStoreThere(journal.store))
-            emptyStoreOf(application, journal, Ending::TakenBack);
-        dropStore(journal.store);
-        if (canKeep && journal.isFragmentEdited)
-            keepEditedFragment(application, places.store, journal.fragment);
+    if (const std::optional<Journal> journal = readJournal(places.journal)) {
+        if (hasCallDirectory(journal->store))
+            emptyCallDirectoryOf(application, *journal, Ending::TakenBack);
+        dropStore(journal->store);
+        if (canKeep && journal->isFragmentEdited)
+            keepEditedFragment(application, places.store, journal->fragment);
     }
+    dropStore(places.store); // what a call had staged that had no journal yet
     removeUnfinished(places);
     removeFragment(options.settings, places);
-    for (const std::string& file : {places.record, places.files, places.newFiles, places.journal})
+    // By journal and record another call knows that there is something to forget, so they go last.
+    for (const std::string& file : {places.newFiles, places.files, places.journal, places.record})
         removeDurably(file);
     removeState(places);
 }

@@ -2,7 +2,6 @@
 
 #include "files/paths.h"
 #include "runtime/errors.h"
-#include "runtime/scoped_disposition.h"
 #include "site/child.h"
 #include "site/cut_point.h"
 #include "site/durable_files.h"
@@ -32,7 +31,6 @@ void runCommand(const Settings& settings, const std::string& command) {
     const ChildRules rules{.limit = settings.timeLimit, .lines = Lines::ShownOnFailure, .keep = {}};
     runInChild(rules, [&]() -> std::string {
         dup2(STDERR_FILENO, STDOUT_FILENO);
-        ScopedDisposition::putBackAll();
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         nimbo::throwSystemError("/bin/sh");
     });

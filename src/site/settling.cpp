@@ -12,31 +12,31 @@
 
 namespace site {
 
-Left settle(const CallOptions& options, const Application& application, const Places& places, int lock) {
+bool settle(const CallOptions& options, const Application& application, const Places& places, int lock) {
     removeUnfinished(places);
-    const std::optional<std::string> text = readIfThere(places.journal);
-    if (!text) {
+    const std::optional<Journal> journal = readJournal(places.journal);
+    if (!journal) {
         // Its steps had not begun, or it had come to its end.
         dropStore(places.store);
         removeDurably(places.newFiles);
-        return Left::Nothing;
+        return false;
     }
-    PendingCall call{options, application, places, lock, journalOf(*text, places.journal)};
+    PendingCall call{options, application, places, lock, *journal};
     if (call.journal.doing != Doing::Presence) {
         say(application.title() + ": finishes a removal that was cut off");
-        (void)openLeftStore(call.journal.store); // while the hosts are not mounted, the script is not asked
+        (void)openCallDirectory(call.journal.store); // while the hosts are not mounted, the script is not asked
         askForFarewell(call);
         noteFarewell(call);
         finishRemoval(call);
-        return Left::Removed;
+        return true;
     }
     if (isRecorded(call)) {
         clearUp(call);
-        return Left::ClearedUp;
+        return false;
     }
     say(application.title() + ": takes back a call that was cut off");
     (void)goBack(call);
-    return Left::TakenBack;
+    return false;
 }
 
 void settleOthers(const CallOptions& options, const Application& application, int lock) {
@@ -57,10 +57,10 @@ void settleOthers(const CallOptions& options, const Application& application, in
 }
 
 void settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock) {
-    const std::optional<std::string> text = readIfThere(places.journal);
-    if (!text)
+    const std::optional<Journal> journal = readJournal(places.journal);
+    if (!journal)
         return;
-    const PendingCall call{options, application, places, lock, journalOf(*text, places.journal)};
+    const PendingCall call{options, application, places, lock, *journal};
     if (call.journal.doing == Doing::Presence && !isRecorded(call))
         putFragmentBack(call);
 }

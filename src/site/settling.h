@@ -7,13 +7,11 @@
 
 namespace site {
 
-/// What was left by a call that was cut off.
-enum class Left { Nothing, TakenBack, ClearedUp, Removed };
-
 /// Ends what a cut-off call has left, if anything.  Says so where it takes the call back or goes on with a removal;
 /// where only clearing up was left, there is nothing to say.
+/// \return true where it was a removal.
 /// \throw std::exception when it cannot be ended.
-Left settle(const CallOptions& options, const Application& application, const Places& places, int lock);
+bool settle(const CallOptions& options, const Application& application, const Places& places, int lock);
 
 /// Ends what cut-off calls have left for the other applications of a host.  A call that passed them over could bring a
 /// file that is there already, and the way back of the other call would take it.

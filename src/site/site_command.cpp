@@ -54,9 +54,17 @@ struct Act {
 
 constexpr std::size_t anyNumber = ~std::size_t{0};
 
-/// Nobody need read it: what was done is done.
+/// What has come of an act.  Nobody need read it: what was done is done.
 void print(const std::string& text) {
     std::cout << text << std::flush;
+}
+
+/// The answer to a question, which is no answer unless it is written.
+/// \throw std::runtime_error
+void printAnswer(const std::string& text) {
+    print(text);
+    if (!std::cout)
+        throw std::runtime_error("standard output cannot be written");
 }
 
 int exitStatusOf(const std::vector<Result>& results) {
@@ -70,7 +78,11 @@ int exitStatusOf(const std::vector<Result>& results) {
 }
 
 int tell(const Request& request, const std::vector<Result>& results) {
-    print(request.wantsJson ? jsonOf(results) : textOf(results));
+    const std::string text = request.wantsJson ? jsonOf(results) : textOf(results);
+    if (request.call.looksOnly)
+        printAnswer(text);
+    else
+        print(text);
     return exitStatusOf(results);
 }
 
@@ -119,7 +131,7 @@ Inventory inventoryFor(const Request& request, const Words& words) {
 
 int runList(const Request& request, const Words& words) {
     const Inventory inventory = inventoryFor(request, words);
-    print(request.wantsJson ? jsonOf(inventory.installations) : listOf(inventory.installations));
+    printAnswer(request.wantsJson ? jsonOf(inventory.installations) : listOf(inventory.installations));
     return inventory.isWhole ? exitDone : exitFailed;
 }
 
@@ -127,13 +139,13 @@ int runStatus(const Request& request, const Words& words) {
     const Inventory inventory = inventoryFor(request, words);
     if (inventory.installations.empty())
         return exitFailed;
-    print(request.wantsJson ? jsonOf(inventory.installations) : site::statusOf(inventory.installations.front()));
+    printAnswer(request.wantsJson ? jsonOf(inventory.installations) : site::statusOf(inventory.installations.front()));
     return exitDone;
 }
 
 int runVerify(const Request& request, const Words& words) {
     const Verification verification = verifyAll(request.call, inventoryFor(request, words));
-    print(request.wantsJson ? jsonOf(verification.verified) : textOf(verification.verified));
+    printAnswer(request.wantsJson ? jsonOf(verification.verified) : textOf(verification.verified));
     if (!verification.isWhole)
         return exitFailed;
     const auto differs = [](const Verified& one) { return !one.differences.empty(); };
@@ -150,6 +162,11 @@ constexpr std::array acts{
     Act{"verify", 0, 2, "[HOST [NAME]]", runVerify},
 };
 
+/// A text that may be left out.
+po::typed_value<std::string>* textInto(std::optional<std::string>& target) {
+    return po::value<std::string>()->notifier([&target](const std::string& text) { target = text; });
+}
+
 po::options_description optionsInto(Request& request) {
     CallOptions& call = request.call;
     po::options_description options("Options");
@@ -158,10 +175,10 @@ po::options_description optionsInto(Request& request) {
         ("dry-run", po::bool_switch(&call.looksOnly), "present: say what would be done, and do nothing")
         ("ignore", po::value(&call.ignored)->composing()->value_name("CODE"), "present: go on in spite of this finding of larkspur-preview; may be given again")
         ("json", po::bool_switch(&request.wantsJson), "one JSON document on standard output")
-        ("language", po::value<std::string>()->value_name("LANGUAGE"), "present: language of the package's script")
+        ("language", textInto(call.language)->value_name("LANGUAGE"), "present: language of the package's script")
         ("list", po::value(&request.list)->value_name("FILE"), "present: several calls, a line each, with one check of the server for a hundred")
         ("repair", po::bool_switch(&call.repairs), "present: act although the record agrees")
-        ("script", po::value<std::string>()->value_name("FILE"), "present: the package's script")
+        ("script", textInto(call.script)->value_name("FILE"), "present: the package's script")
         ("settings", po::value(&request.settings)->value_name("FILE"), "settings in place of /etc/larkspur/site.conf")
         ("wait", po::value<std::string>()->value_name("SECONDS"), "how long to wait for another call")
         ("without-script", po::bool_switch(&call.withoutScript), "absent: do not ask the package's script")
@@ -255,8 +272,6 @@ std::optional<std::chrono::seconds> waitIn(const po::variables_map& values) {
 /// What the command line leaves to the settings, and what it says in words that options cannot hold as they are.
 void complete(Request& request, const po::variables_map& values) {
     CallOptions& call = request.call;
-    call.script = valueOf(values, "script");
-    call.language = valueOf(values, "language");
     call.settings = readSettings(request.settings, values.count("settings") != 0);
     call.wait = waitIn(values).value_or(call.settings.timeLimit);
 }

@@ -43,7 +43,7 @@ bool isToBeKept(const Step& step, const Entry& entry, Ending ending) {
 }
 
 /// From here on nobody but root changes what is in the directory, whatever descriptors of it others have.
-void takeBack(int call, const std::string& store) {
+void reclaim(int call, const std::string& store) {
     if (fchown(call, 0, 0) != 0)
         nimbo::throwSystemError(callDirectory(store));
 }
@@ -103,7 +103,7 @@ void dropCall(const std::string& store) {
         return;
     if (call.get() < 0)
         nimbo::throwSystemError(directory);
-    takeBack(call.get(), store);
+    reclaim(call.get(), store);
     std::vector<std::string> names;
     for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
         names.push_back(entry->path().filename().native());
@@ -126,20 +126,20 @@ LentStore::~LentStore() {
     std::ignore = fchown(call_, 0, 0); // what failed here fails again before root does anything there
 }
 
-UniqueFd openStore(const std::string& store) {
+UniqueFd makeCallDirectory(const std::string& store) {
     dropStore(store);
     makeDirectories(store);
     const std::string directory = callDirectory(store);
     if (mkdir(directory.c_str(), 0700) != 0)
         nimbo::throwSystemError(directory);
-    return openLeftStore(store);
+    return openCallDirectory(store);
 }
 
-bool isStoreThere(const std::string& store) {
+bool hasCallDirectory(const std::string& store) {
     return !isMissing(callDirectory(store));
 }
 
-UniqueFd openLeftStore(const std::string& store) {
+UniqueFd openCallDirectory(const std::string& store) {
     const std::string directory = callDirectory(store);
     UniqueFd call = openDirectory(directory);
     if (call.get() < 0)
@@ -159,9 +159,9 @@ void requireSameFileSystem(SiteTree& tree, int call, const std::string& store, c
                                  ": set STORE to a directory on that one");
 }
 
-std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending) {
-    const UniqueFd call = openLeftStore(store);
-    takeBack(call.get(), store);
+std::string emptyCallDirectory(const std::string& store, const std::vector<Step>& steps, Ending ending) {
+    const UniqueFd call = openCallDirectory(store);
+    reclaim(call.get(), store);
     Keeping keeping(store);
     for (std::size_t number = 0; number < steps.size(); ++number) {
         const std::string name = storeName(number);

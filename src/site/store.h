@@ -21,7 +21,7 @@ namespace site {
 /// \param store the application's.
 /// \return the call's descriptor.
 /// \throw nimbo::SystemError
-UniqueFd openStore(const std::string& store);
+UniqueFd makeCallDirectory(const std::string& store);
 
 /// While it lives, the directory of a call belongs to the account.
 class LentStore {
@@ -39,7 +39,7 @@ private:
 
 /// The directory of a call that has begun.
 /// \throw nimbo::SystemError where it cannot be opened or is missing: then what it held is missing, too.
-UniqueFd openLeftStore(const std::string& store);
+UniqueFd openCallDirectory(const std::string& store);
 
 /// \throw std::runtime_error when names cannot be exchanged between a site and its store.
 void requireSameFileSystem(SiteTree& tree, int call, const std::string& store, const std::string& documentRoot);
@@ -56,7 +56,7 @@ enum class Ending {
 /// \param steps of the call.
 /// \return where something was kept; empty for nothing.
 /// \throw nimbo::SystemError
-std::string emptyStore(const std::string& store, const std::vector<Step>& steps, Ending ending);
+std::string emptyCallDirectory(const std::string& store, const std::vector<Step>& steps, Ending ending);
 
 /// Keeps the text of a fragment that somebody had changed.
 /// \return where.
@@ -64,7 +64,7 @@ std::string emptyStore(const std::string& store, const std::vector<Step>& steps,
 std::string keepFragment(const std::string& store, const std::string& text);
 
 /// True where the directory of a call is in the store, and where that cannot be looked at.
-bool isStoreThere(const std::string& store);
+bool hasCallDirectory(const std::string& store);
 
 /// Removes the directory of a call with all files that it holds, if there is one, then the store and the directory of
 /// the host's stores, where nothing is left in them.  What cannot be removed is kept.  To be used where no step of the

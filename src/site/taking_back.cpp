@@ -3,6 +3,7 @@
 #include "runtime/errors.h"
 #include "site/cut_point.h"
 #include "site/ends.h"
+#include "site/reached_step.h"
 #include "site/text_lines.h"
 
 #include <cerrno>
@@ -43,21 +44,20 @@ public:
     }
 
 private:
-    /// True where what stood at the place before has come to the store.
-    static bool isOldOneStored(const Step& step, const Identity& stored) {
-        return step.standing.inode != 0 && stored == step.standing;
-    }
+    /// True where something has come from the site to the store: what stood at the place before, or what somebody had
+    /// put there at the last moment.
+    static bool hasCome(const Step& step, const Identity& stored) { return stored.inode != 0 && stored != step.staged; }
 
     /// True for a step that moved a file, where the store shows that it did.
     static bool isCarriedOut(const Step& step, const Identity& stored) {
-        return step.kind == StepKind::AddFile ? stored != step.staged : isOldOneStored(step, stored);
+        return step.kind == StepKind::AddFile ? stored != step.staged : hasCome(step, stored);
     }
 
     /// \return false where a directory on the way is missing.
     bool takeBackWhereItIsOpen(const Step& step, std::size_t number, const Identity& stored) {
         const std::optional<Place> place = tree_ == nullptr ? std::nullopt : tree_->find(step.path);
         if (!place) {
-            if (isOldOneStored(step, stored))
+            if (hasCome(step, stored))
                 leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
             return false;
         }
@@ -88,7 +88,7 @@ private:
     static Identity identityOf(const std::optional<Entry>& entry) { return entry ? entry->identity : Identity(); }
 
     void leave(const std::string& path, const char* why) {
-        tell(path, why);
+        sayOf(path, why);
         result_.isWhole = false;
     }
 

@@ -121,7 +121,8 @@ class ProcessesTest(SiteTest):
         signal.signal(signal.SIGHUP, signal.SIG_IGN)
         self.addCleanup(signal.signal, signal.SIGHUP, signal.SIG_DFL)
         call = self.start(*self.words(package), stdin=slave, stderr=slave, pass_fds=[descriptor],
-                          start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+                          start_new_session=True, restore_signals=False,  # Python itself ignores PIPE and XFSZ
+                          preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
         self.changes(call.end())
         self.assertIn(b"one.example/app: script upgrade\r\n", os.read(master, 1 << 16))
         for fd in (master, slave, descriptor):

@@ -105,6 +105,15 @@ state:         whole
         for act in ("list", "verify", "recover", "reload"):
             self.assertEqual(self.call(act), (0, "", ""), act)
 
+    def test_an_answer_that_cannot_be_written_is_none(self):
+        rows = (["list"], ["status", "one.example", "app"], ["verify"], self.words(self.two, options=["--dry-run"]))
+        with open("/dev/full", "w") as full:
+            for words in rows:
+                with self.subTest(words):
+                    outcome = self.call("--json", *words, stdout=full)
+                    self.assertEqual((outcome.status, outcome.error),
+                                     (1, "larkspur-site: standard output cannot be written\n"))
+
     def test_programs_are_told_the_same(self):
         (told,) = self.applications("list", "one.example")
         times = {name: told.pop(name) for name in ("installed", "changed")}

@@ -128,6 +128,13 @@ class RemovalTest(SiteTest):
         self.changes(self.call("reload"))
         self.assertEqual(self.loaded.read_text(), "")
 
+    def test_what_a_call_had_staged_is_forgotten_with_the_application(self):
+        self.cut(kill_tree, ("staged", 1), self.words(self.two))
+        record = self.places()[0] / "record.json"
+        record.write_text(record.read_text().replace("20001", "20002"))
+        self.changes(self.absent(options=["--without-script"]))
+        self.assertFalse(self.places()[1].exists())
+
     def test_a_host_that_is_made_anew_does_not_stay_barred(self):
         self.cut(kill_tree, ("swapped", 1), self.words(self.two))
         for directory in (self.root.parent, self.vhosts / "system/one.example"):
