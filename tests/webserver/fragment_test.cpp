@@ -4,6 +4,8 @@
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
 
+#include <boost/algorithm/string/replace.hpp>
+
 const std::string onePhp = "<php:handler><php:extension>php</php:extension><php:extension>.x</php:extension>"
                            "</php:handler>";
 const std::string oneCgi = "<cgi:handler><cgi:extension>cgi</cgi:extension><cgi:extension>php</cgi:extension>"
@@ -11,9 +13,9 @@ const std::string oneCgi = "<cgi:handler><cgi:extension>cgi</cgi:extension><cgi:
 
 class FragmentText : public DirectoryTest {
 protected:
-    std::string textOf(const std::string& elements, const FragmentSettings& settings) const {
+    std::string textOf(const std::string& document, const FragmentSettings& settings) const {
         const std::string file = (base / "meta.xml").string();
-        writeFile(file, metadata(elements));
+        writeFile(file, document);
         return fragmentText(nimbo::FSAMetaDataReader(file).get_web_content_info(), settings);
     }
 };
@@ -31,9 +33,11 @@ protected:
 };
 
 TEST_F(FragmentText, OfTheExample) {
-    const nimbo::FSAMetaDataReader example(LARKSPUR_SOURCE_DIR "/examples/guestbook/APP-META.xml");
+    const std::string example =
+        boost::replace_all_copy(contentOf(LARKSPUR_SOURCE_DIR "/examples/guestbook/APP-META.xml"),
+                                "http://nimbo.example/ns/wtx/1", LARKSPUR_WTX_NAMESPACE);
     const FragmentSettings visitors{true, true, "/var/www/vhosts/example.com/httpdocs", "/visitors"};
-    EXPECT_EQ(fragmentText(example.get_web_content_info(), visitors), R"(# ATTENTION!
+    EXPECT_EQ(textOf(example, visitors), R"(# ATTENTION!
 # DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO
 # FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.
 <Directory /var/www/vhosts/example.com/httpdocs/visitors/ >
@@ -94,7 +98,7 @@ TEST_F(FragmentText, HasOnlyMappingsWithDirectives) {
     const std::string elements = "<mapping url='a&#10;b'><php:handler/></mapping><mapping url='a'><php:handler>"
                                  "<php:extension>\nphp\n</php:extension></php:handler><cgi:handler/></mapping>"
                                  "<mapping url='/' virtual='redirect' href='/x'/>";
-    EXPECT_EQ(textOf(elements, {false, true, "/w", subdirectoryPathOf(".")}), R"(# ATTENTION!
+    EXPECT_EQ(textOf(metadata(elements), {false, true, "/w", subdirectoryPathOf(".")}), R"(# ATTENTION!
 # DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO
 # FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.
 RedirectPermanent / /x
@@ -111,32 +115,45 @@ RedirectPermanent / /x
 </Directory>
 
 )");
-    EXPECT_EQ(textOf("<mapping url='old' virtual='redirect' href='x'/>", {false, false, "/w", ""}), "");
+    EXPECT_EQ(textOf(metadata("<mapping url='old' virtual='redirect' href='x'/>"), {false, false, "/w", ""}), "");
 }
 
 TEST_F(Fragment, HasWhatTheOptionsDoNotDisable) {
-    const auto kinds = [&](const std::string& elements, const Words& options) {
-        const fs::path file = fragments / "app.conf";
-        writeFile(file, "php_admin_flag ExecCGI of an earlier version");
-        EXPECT_THAT(install(elements, options), ended(0));
-        if (!fs::exists(file))
-            return std::string("none");
-        const std::string text = contentOf(file);
-        std::string found;
-        if (text.find("php-script .php ..x \n") != std::string::npos)
-            found += "php ";
-        if (text.find("ExecCGI") != std::string::npos)
-            found += "cgi ";
-        return found;
+    const std::string both = "<mapping url='a'>" + onePhp + "</mapping><mapping url='b'>" + oneCgi + "</mapping>";
+    const Text hasPhp = HasSubstr("  AddHandler php-script .php ..x \n");
+    const Text hasCgi = HasSubstr("  Options +ExecCGI\n");
+    struct Row {
+        std::string name;
+        Words options;
+        Text text;
     };
-    const std::string php = "<mapping url='a'>" + onePhp + "</mapping>";
-    const std::string both = php + "<mapping url='b'>" + oneCgi + "</mapping>";
-    const std::string noPhp = "--disable-php-support=1";
-    EXPECT_EQ(kinds(both, {"--disable-php-support"}), "php cgi "); // without a value it disables nothing
-    EXPECT_EQ(kinds(both, {noPhp, "--disable-cgi-support"}), "cgi ");
-    EXPECT_EQ(kinds(both, {"--disable-cgi-support=-1"}), "php ");
-    EXPECT_EQ(kinds(php, {noPhp}), "none");
-    EXPECT_EQ(kinds("no document <", {noPhp, "--disable-cgi-support=1"}), "none");
+    const std::vector<Row> rows{
+        {.name = "an option without a value disables nothing",
+         .options = {"--disable-php-support"},
+         .text = AllOf(hasPhp, hasCgi)},
+        {.name = "PHP alone",
+         .options = {"--disable-php-support=1", "--disable-cgi-support"},
+         .text = AllOf(Not(HasSubstr("mod_php")), hasCgi)},
+        {.name = "CGI alone",
+         .options = {"--disable-cgi-support=-1"},
+         .text = AllOf(hasPhp, Not(HasSubstr("ExecCGI")))},
+    };
+    writeFile(fragments / "app.conf", "of an earlier version");
+    for (const Row& row : rows) {
+        EXPECT_THAT(install(both, row.options), ended(0)) << row.name;
+        EXPECT_THAT(contentOf(fragments / "app.conf"), row.text) << row.name;
+    }
+}
+
+TEST_F(Fragment, GoesWhereNoDirectivesAreLeft) {
+    make(fragments, {"app.conf"});
+    EXPECT_THAT(install("<mapping url='a'>" + onePhp + "</mapping>", {"--disable-php-support=1"}), ended(0));
+    EXPECT_EQ(namesIn(fragments), "d .");
+}
+
+TEST_F(Fragment, OfNeitherPhpNorCgiNeedsNoDocument) {
+    make(fragments, {"app.conf"});
+    EXPECT_THAT(install("no document <", {"--disable-php-support=1", "--disable-cgi-support=1"}), ended(0));
     EXPECT_EQ(namesIn(fragments), "d .");
 }
 
@@ -155,65 +172,110 @@ TEST_F(Fragment, IsKeptWhereAnInstallationFails) {
     const std::string document = (package / "APP-META.xml").string();
     const std::string inXml = "XML occured during processing the package file " + document + ": ";
     struct Row {
+        std::string name;
         std::string elements;
         Words changes = {};
         int status = 1;
         std::string error = "invalid_option_value";
     };
     const std::vector<Row> rows{
-        {.elements = "<unclosed>", .status = 255, .error = inXml + "Unable to load file: " + document + "\n"},
-        {.elements = "<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>",
+        {.name = "a document that cannot be read",
+         .elements = "<unclosed>",
+         .status = 255,
+         .error = inXml + "Unable to load file: " + document + "\n"},
+        {.name = "a line break in a redirection",
+         .elements = "<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>",
          .status = 255,
          .error = inXml + "the mapping of URL /a"},
-        // Also where nothing would be written.
-        {.elements = some, .changes = {"--disable-php-support=1", "--disable-cgi-support=1", "--www-root=" + breaking}},
-        {.elements = some, .changes = {"--application-subdirectory=" + breaking}},
-        {.elements = some, .changes = {"--disable-php-support=yes"}},
-        {.elements = "<mapping path='no url'/>", .status = aborted, .error = "std::logic_error"},
+        {.name = "a line break in the document root, also where nothing would be written",
+         .elements = some,
+         .changes = {"--disable-php-support=1", "--disable-cgi-support=1", "--www-root=" + breaking}},
+        {.name = "a line break in the subdirectory",
+         .elements = some,
+         .changes = {"--application-subdirectory=" + breaking}},
+        {.name = "an option that is no number", .elements = some, .changes = {"--disable-php-support=yes"}},
+        {.name = "a mapping without a URL",
+         .elements = "<mapping path='no url'/>",
+         .status = aborted,
+         .error = "std::logic_error"},
     };
     writeFile(fragments / "app.conf", "old");
     for (const Row& row : rows)
-        EXPECT_THAT(install(row.elements, row.changes), ended(row.status, HasSubstr(row.error))) << row.elements;
+        EXPECT_THAT(install(row.elements, row.changes), ended(row.status, HasSubstr(row.error))) << row.name;
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--install-apache-conf"}), ended(1, StartsWith("Fatal error: boost::")));
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
     EXPECT_THAT(namesIn(fragments), MatchesRegex("d . f app.conf f app.conf.new......")); // of the abort alone
 }
 
-TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
-    const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>";
-    const std::string longUrl = "<mapping url='long" + std::string(5000, 'x') + "'><cgi:handler/></mapping>";
-    const auto failed = [](const std::string& error) {
+class FragmentFailure : public Fragment {
+protected:
+    static Matcher<const Outcome&> failed(const std::string& error) {
         return ended(255, AllOf(StartsWith("Filesystem exception during config creation: "), HasSubstr(error)));
+    }
+
+    const std::string some_ = "<mapping url='/'>" + oneCgi + "</mapping>";
+};
+
+TEST_F(FragmentFailure, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
+    struct Row {
+        std::string name;
+        std::string elements;
+    };
+    const std::vector<Row> rows{
+        {.name = "met at the end", .elements = some_},
+        {.name = "met before", .elements = "<mapping url='" + std::string(5000, 'x') + "'><cgi:handler/></mapping>"},
     };
     make(fragments, {"app.conf"});
-    // A write beyond the limit raises SIGXFSZ; the short text meets it at the end, the long one before.
-    for (const std::string& elements : {some, longUrl}) {
-        EXPECT_THAT(run(joined({"prlimit", "--fsize=300"}, installation(elements))), failed("(system:27)\n"));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        // A write beyond the limit raises SIGXFSZ.
+        EXPECT_THAT(run(joined({"prlimit", "--fsize=300"}, installation(row.elements))), failed("(system:27)\n"));
         EXPECT_EQ(namesIn(fragments), "d . f app.conf");
         EXPECT_EQ(contentOf(fragments / "app.conf"), "content\n");
     }
-    fs::remove(fragments / "app.conf");
-    make(fragments, {"app.conf/full/"});
-    EXPECT_THAT(install(some), failed(" error code: (system:39)\n"));
-    EXPECT_EQ(namesIn(fragments), "d . d app.conf d app.conf/full");
-    fs::remove_all(fragments);
-    make(fragments.parent_path(), {"siteapp.d"}); // a file in the directory's place
-    EXPECT_THAT(install(some), ended(aborted, HasSubstr("mkstemp() failed: : Not a directory")));
-    fs::remove_all(fragments.parent_path());
-    EXPECT_THAT(install(some), failed(" error code: (system:2)\n"));
 }
 
-TEST_F(Fragment, IsRemovedBelowThePanelsDirectoryAlone) {
-    make(fragments, {"app.conf", "full/file"});
-    EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example/"})), ended(0)); // names the host "."
-    EXPECT_EQ(namesIn(fragments), "d . f app.conf d full f full/file");
+TEST_F(FragmentFailure, ADirectoryInItsPlaceStays) {
+    make(fragments, {"app.conf/full/"});
+    EXPECT_THAT(install(some_), failed(" error code: (system:39)\n"));
+    EXPECT_EQ(namesIn(fragments), "d . d app.conf d app.conf/full");
+}
+
+TEST_F(FragmentFailure, AFileInTheDirectorysPlaceIsNamedByTheAbort) {
+    make(fragments.parent_path(), {"siteapp.d"});
+    EXPECT_THAT(install(some_), ended(aborted, HasSubstr("mkstemp() failed: : Not a directory")));
+}
+
+TEST_F(FragmentFailure, TheHostsConfigurationIsNotMade) {
+    fs::remove_all(fragments.parent_path());
+    EXPECT_THAT(install(some_), failed(" error code: (system:2)\n"));
+    EXPECT_FALSE(fs::exists(fragments.parent_path()));
+}
+
+class FragmentRemoval : public Fragment {
+protected:
+    void prepare() override { make(fragments, {"app.conf", "full/file"}); }
+};
+
+TEST_F(FragmentRemoval, IsBelowThePanelsDirectoryAlone) {
     EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example"})), ended(0));
     EXPECT_EQ(namesIn(fragments), "d . d full f full/file");
     EXPECT_THAT(run(command("remove-apache-conf")), ended(0)); // no longer there
-    const Words ofDirectory = command("remove-apache-conf", {"--config-file-name=full"});
-    const Outcome outcome = run(ofDirectory);
+}
+
+TEST_F(FragmentRemoval, OfAPathWithASlashAtItsEndIsThatOfNoHost) {
+    EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example/"})), ended(0));
+    EXPECT_EQ(namesIn(fragments), "d . f app.conf d full f full/file");
+}
+
+TEST_F(FragmentRemoval, ThatFailsIsTold) {
+    const Words words = command("remove-apache-conf", {"--config-file-name=full"});
+    const Outcome outcome = run(words);
     EXPECT_THAT(outcome, ended(1, StartsWith("Fatal error: boost::filesystem::filesystem_error("), outcome.error));
-    EXPECT_THAT(run(unread(ofDirectory)), ended(1));
+    EXPECT_THAT(run(unread(words)), ended(1));
+}
+
+TEST_F(FragmentRemoval, NeedsTheDocumentRoot) {
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--remove-apache-conf", "--vhost-path=/x", "--config-file-name=app.conf"}),
                 ended(1, HasSubstr("www-root")));
 }
