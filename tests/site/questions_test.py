@@ -127,16 +127,29 @@ state:         whole
             "fragment": str(self.places().fragment), "kept": []})
         self.assertEqual(self.applications("status", "one.example", "app"), [told | times])
 
-    def test_a_first_installation_at_work_or_cut_off_is_listed(self):
+    def is_listed_as(self, state):
+        """A person is told so, and a program."""
+        self.assertRegex(self.asked("list"), f"^one.example/app .*{state}$")
+        (told,) = self.applications("list")
+        self.assertEqual((told["isAtWork"], told["isCutOff"]), (state == "at work", state == "cut off"))
+
+    def look_and_cut(self, moment, package):
+        call = self.hold(moment, self.words(package))
+        self.is_listed_as("at work")
+        kill_tree(call)
+        call.end()
+
+    def test_a_call_at_work_or_cut_off_is_listed(self):
+        for name, package in [("an upgrade", self.two), ("a first installation", self.one)]:
+            with self.subTest(name):
+                self.look_and_cut(("swap", 1), package)
+                self.is_listed_as("cut off")
+                self.assertEqual(self.absent().status, 0)
+
+    def test_a_first_installation_that_was_killed_before_its_journal_has_changed_nothing(self):
         self.changes(self.absent())
-        # One that was killed before its journal has changed nothing, and there is nothing to be ended.
-        for moment, left in [(("staged", 1), ""), (("swap", 1), "one.example/app  cut off")]:
-            with self.subTest(moment):
-                call = self.hold(moment, self.words(self.one))
-                self.assertRegex(self.asked("list"), "^one.example/app +at work$")
-                kill_tree(call)
-                call.end()
-                self.assertEqual(" ".join(self.asked("list").split()), " ".join(left.split()))
+        self.look_and_cut(("staged", 1), self.one)
+        self.assertEqual(self.asked("list"), "")
 
     def test_what_is_wrong_with_one_application_is_not_told_of_another(self):
         self.changes(self.present(self.one, name="other"))
@@ -157,18 +170,8 @@ state:         whole
         (told,) = self.applications(*words, status=10)
         self.assertEqual((told["isPending"], told["steps"]), (True, []))
 
-    def test_calls_at_work_or_cut_off_and_kept_files_are_listed(self):
-        call = self.hold(("swap", 1), self.words(self.two))
-        self.assertRegex(self.asked("list"), "at work$")
-        (told,) = self.applications("list")
-        self.assertEqual((told["isAtWork"], told["isCutOff"]), (True, False))
-        kill_tree(call)
-        call.end()
-        self.assertRegex(self.asked("list"), "cut off$")
-        (told,) = self.applications("list")
-        self.assertEqual((told["isAtWork"], told["isCutOff"]), (False, True))
+    def test_kept_files_are_listed(self):
         (self.app / "index").write_text("mine")
-        self.assertEqual(self.call("recover").status, 0)
         self.changes(self.present(self.two))
         self.assertRegex(self.asked("list"), "1 kept$")
         (told,) = self.applications("list")
