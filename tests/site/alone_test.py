@@ -2,12 +2,17 @@
 """What goes wrong on one site, or with the server, leaves all other sites alone."""
 
 import json
-import os
-import signal
+from typing import NamedTuple
 
 from calls import are_gone, children, kill_all, kill_tree
 from support import SiteTest, main, mappings
 from trees import differences
+
+
+class Daemon(NamedTuple):
+    name: str
+    settings: dict   # by which the server leaves it
+    cause: str = ""  # of the failed reload
 
 
 class AloneTest(SiteTest):
@@ -18,7 +23,6 @@ class AloneTest(SiteTest):
         self.refused = self.package("refused", {"htdocs/index": "two"}, f"touch {self.marks}/ran",
                                     mappings=mappings("no-such-directive"))
         self.failing = self.package("failing", {"htdocs/index": "two"}, "exit 3", mappings=mappings("failing"))
-
         self.accounts = {}  # of the hosts that a test has made
 
     def hosts(self, number):
@@ -106,75 +110,128 @@ class AloneTest(SiteTest):
         self.assertEqual((reloaded.status, reloaded.output), (0, "changed\n"), reloaded.error)
         self.assertIn("failed: one.example\n", reloaded.error)
 
-    def test_what_another_site_has_started_outlives_a_failure(self):
-        hosts = self.hosts(2)
+    def test_what_another_account_has_started_outlives_a_failure(self):
+        first, second = self.hosts(2)
+        self.late_process_outlives_failure(first, second, then=":")  # an orphan tells by its account alone whose it is
+
+    def test_what_another_site_of_the_account_has_started_outlives_a_failure(self):
+        first, _, second = self.hosts(3)
+        self.late_process_outlives_failure(first, second, then="wait")
+
+    def late_process_outlives_failure(self, first, second, then):
+        """A process of the first site's starts another one, and goes on with `then`, while the script of the second
+        site runs, which then fails."""
+        is_late = self.marks / "is-late"
         late = self.marks / "late"
-        starting = self.package("starting", {}, f"setsid sh -c 'sleep 0.3; sleep 1000 & echo $! >{late}' &")
-        failing = self.package("late failure", {}, f"while [ ! -s {late} ]; do sleep 0.01; done; sleep 0.1; exit 3")
-        outcome = self.listed(*zip(hosts, [starting, failing]))
-        self.assertEqual((outcome.status, outcome.output), (1, f"changed {hosts[0]}/app\n"), outcome.error)
-        started = int(late.read_text())
-        self.assertFalse(are_gone([started]))
-        os.kill(started, signal.SIGKILL)
+        # The kernel tells when a process was started in steps of 10 ms.
+        starting = self.package("starting", {}, f"""\
+setsid sh -c 'while [ ! -e {is_late} ]; do sleep 0.01; done; sleep 1000 & echo $! >{late}; {then}' &
+sleep 0.02
+""")
+        failing = self.package("late failure", {}, f"""\
+touch {is_late}
+while [ ! -s {late} ]; do
+    sleep 0.01
+done
+exit 3
+""")
+        outcome = self.listed((first, starting), (second, failing))
+        started = [int(late.read_text())]
+        self.addCleanup(kill_all, started)
+        self.assertEqual((outcome.status, outcome.output), (1, f"changed {first}/app\n"), outcome.error)
+        self.assertFalse(are_gone(started))
+
+    def break_configuration(self):
+        """Somebody has put a fragment that the server refuses on another host.  Returns its file."""
+        self.host("broken.example", "siteb")
+        fragment = self.places("broken.example").fragment
+        fragment.parent.mkdir()
+        fragment.write_text("no-such-directive\n")
+        return fragment
 
     def test_a_configuration_that_was_broken_before_is_told_before_the_script_runs(self):
-        host, other = self.hosts(2)
-        self.changes(self.call(*self.words_for(host, self.one)))
-        removed = "removed.example"
-        self.host(removed, "sitea")
-        self.changes(self.present(self.package("removed", {}, f"touch {self.marks}/ran-$1"), host=removed))
-        self.cut(kill_tree, ("journal", 1), ["absent", removed, "app"])
-        broken = self.places(other).fragment
-        broken.parent.mkdir()
-        broken.write_text("no-such-directive\n")
-        upgrade = self.package("upgrade", {}, f"touch {self.marks}/ran", mappings=mappings("upgrade"))
-        self.fails(self.call(*self.words_for(host, upgrade)),
+        self.changes(self.present(self.one))
+        before = self.release()
+        self.break_configuration()
+        upgrade = self.package("upgrade", {"htdocs/index": "two"}, f"touch {self.marks}/ran",
+                               mappings=mappings("upgrade"))
+        self.fails(self.present(upgrade),
                    "fragment: the server's configuration was broken before this call: CONFIGTEST: exit status 1",
-                   host=host, is_taken_back=True)
+                   is_taken_back=True)
         self.assertFalse((self.marks / "ran").exists())
-        # Nor does anybody else's script while all others wait for the server.
+        self.assertEqual(differences(before, self.release()), [])
+
+    def test_no_script_of_a_cut_off_removal_runs_while_all_others_wait_for_the_server(self):
+        self.host("two.example", "siteb")
+        self.changes(self.present(self.package("removed", {}, f"touch {self.marks}/ran-$1")))
+        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
+        self.break_configuration()
+        self.fails(self.neighbour(self.two), "broken before this call", host="two.example", is_taken_back=True)
         self.assertFalse((self.marks / "ran-remove").exists())
-        # What changes no fragment needs no check, and a removal must not depend on it.
-        self.changes(self.call(*self.words_for(host, self.package("same fragment", {}, mappings=mappings("one")))))
-        self.changes(self.absent(host))
-        outcome = self.call("reload")
-        self.assertEqual((outcome.status, outcome.output), (1, ""))
-        self.assertEqual(outcome.error.splitlines()[-1], "larkspur-site: reload: CONFIGTEST: exit status 1")
+
+    def test_what_changes_no_fragment_needs_no_check(self):
+        self.changes(self.present(self.one))
+        self.break_configuration()
+        self.changes(self.present(self.package("same fragment", {}, mappings=mappings("one"))))
+
+    def test_a_removal_needs_no_check(self):
+        self.changes(self.present(self.one))
+        self.break_configuration()
+        self.changes(self.absent())
+
+    def test_a_reload_of_a_broken_configuration_fails_and_stays_due(self):
+        self.changes(self.present(self.one))
+        broken = self.break_configuration()
+        self.reload_fails("CONFIGTEST: exit status 1")
         broken.unlink()
         self.changes(self.call("reload"))
 
-    def test_a_server_that_hangs_or_leaves_a_daemon(self):
+    def reload_fails(self, cause):
+        outcome = self.call("reload")
+        self.assertEqual((outcome.status, outcome.output), (1, ""))
+        self.assertEqual(outcome.error.splitlines()[-1], f"larkspur-site: reload: {cause}")
+
+    def next_call_need_not_wait(self):
+        """Nothing of an earlier one holds the site or the server."""
+        self.settings(TIME_LIMIT=2)
+        outcome = self.present(self.two, options=["--wait=1"])
+        self.changes(outcome)
+        self.assertNotIn("waits for", outcome.error)
+        self.changes(self.call("reload"))
+
+    def test_a_check_that_hangs_fails_the_call_and_holds_nobody(self):
+        self.settings(TIME_LIMIT=2, CONFIGTEST='"sleep 1000"')
+        self.fails(self.present(self.one), "fragment: CONFIGTEST: no end within 2 s", is_taken_back=True)
+        self.stays(self.call("reload"))  # there is nothing new
+        self.next_call_need_not_wait()
+
+    def test_a_reload_that_hangs_fails_and_holds_nobody(self):
+        self.settings(TIME_LIMIT=2, RELOAD='"sleep 1000"')
+        self.changes(self.present(self.one))
+        self.reload_fails("RELOAD: no end within 2 s")
+        self.next_call_need_not_wait()
+
+    def test_a_daemon_of_the_server_lives_on_and_holds_nobody(self):
         left = self.base / "left"
-        daemon = f"setsid sh -c 'sleep 1000; :' & echo $! >>{left}"
+        daemon = f"setsid sh -c 'echo $$ >>{left}; sleep 1000; :' & while [ ! -s {left} ]; do sleep 0.01; done"
         rows = [
-            ("a check that hangs", {"CONFIGTEST": '"sleep 1000"'}, "fragment: CONFIGTEST: no end within 2 s", ""),
-            ("a reload that hangs", {"RELOAD": '"sleep 1000"'}, "", "RELOAD: no end within 2 s"),
-            ("a check that leaves a daemon", {"CONFIGTEST": f'"{daemon}"'}, "", ""),
-            ("a reload that leaves a daemon", {"RELOAD": f'"{daemon}"'}, "", ""),
-            ("a reload that starts a daemon and fails", {"RELOAD": f'"{daemon}; sleep 1; exit 3"'}, "",
-             "RELOAD: exit status 3"),
+            Daemon("of a check", {"CONFIGTEST": f'"{daemon}"'}),
+            Daemon("of a reload", {"RELOAD": f'"{daemon}"'}),
+            Daemon("of a reload that fails", {"RELOAD": f'"{daemon}; exit 3"'}, cause="RELOAD: exit status 3"),
         ]
-        for name, settings, present_cause, reload_cause in rows:
-            with self.subTest(name):
-                self.settings(TIME_LIMIT=2, **settings)
-                outcome = self.present(self.one)
-                if present_cause:
-                    self.fails(outcome, present_cause, is_taken_back=True)
+        for row in rows:
+            with self.subTest(row.name):
+                self.settings(TIME_LIMIT=2, **row.settings)
+                self.changes(self.present(self.one))
+                if row.cause:
+                    self.reload_fails(row.cause)
                 else:
-                    self.changes(outcome)
-                outcome = self.call("reload")
-                self.assertEqual(outcome.status, 1 if reload_cause else 0, outcome.error)
-                self.assertIn(reload_cause, outcome.error)
-                pids = [int(pid) for pid in left.read_text().split()] if left.exists() else []
-                self.settings(TIME_LIMIT=2)
-                outcome = self.present(self.two, options=["--wait=1"])
-                self.changes(outcome)
-                self.assertNotIn("waits for", outcome.error)
-                self.changes(self.call("reload"))
-                self.assertEqual(are_gone(pids), not pids)
-                for pid in pids:
-                    kill_all([*children(pid), pid])
-                left.unlink(missing_ok=True)
+                    self.changes(self.call("reload"))
+                self.next_call_need_not_wait()
+                for pid in map(int, left.read_text().split()):
+                    self.addCleanup(kill_all, [*children(pid), pid])
+                    self.assertFalse(are_gone([pid]))
+                left.unlink()
                 self.changes(self.absent())
 
 
