@@ -30,6 +30,7 @@ std::string installedFilesOf(const Preview& preview) {
 
 std::string obsoleteFilesOf(const Preview& preview) {
     if (!preview.obsolete)
-        throw std::runtime_error("a part of the package cannot be read: what is obsolete is not known");
+        throw std::runtime_error(
+            "a part of the package, or of the previous one, cannot be read: what is obsolete is not known");
     return documentOf(*preview.obsolete);
 }

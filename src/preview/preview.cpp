@@ -66,7 +66,7 @@ PackagePlan planPackage(const PreviewSettings& settings, const std::string& pack
     return {site, std::move(planned), std::move(opening)};
 }
 
-PlannedEntries planEntries(const PreviewSettings& settings, const PackagePlan& plan) {
+PlannedEntries entriesFor(const PreviewSettings& settings, const PackagePlan& plan) {
     const auto siteHasDirectory = [&](const std::string& place) {
         struct stat status {};
         if (!settings.wwwRoot) // a document root, as every site has it, and nothing below
@@ -111,7 +111,7 @@ std::optional<PreviousRelease> previousRelease(const PreviewSettings& settings) 
     const std::string& packageDir = *settings.previousPackage;
     const PackageDocument document = readDocument(packageDir, "");
     const PackagePlan plan = planPackage(settings, packageDir, document.metadata.webContent);
-    return PreviousRelease{packageDir, planEntries(settings, plan).entries};
+    return previousReleaseOf(plan.planned, entriesFor(settings, plan).entries);
 }
 
 std::unordered_set<std::string> placesOf(const std::vector<InstanceEntry>& list, const Site& site) {
@@ -125,17 +125,23 @@ std::unordered_set<std::string> placesOf(const std::vector<InstanceEntry>& list,
 /// Gives the entries their states.
 Findings compareWithSite(const PreviewSettings& settings, const PackagePlan& plan,
                          const std::optional<PreviousRelease>& previous, const std::vector<InstanceEntry>& list,
-                         Preview& preview) {
-    const Comparison comparison{plan.site,   settings.packageDir,       settings.rights,
-                                previous,    placesOf(list, plan.site), settings.isKnown,
-                                plan.opening};
-    Findings findings = preview.entries.empty() ? Findings() : checkAbove(plan.site);
+                         const std::optional<std::vector<InstanceEntry>>& obsolete, PreviewEntries& entries) {
+    const Comparison comparison{
+        .site = plan.site,
+        .packageDir = settings.packageDir,
+        .rights = settings.rights,
+        .previous = previous,
+        .listed = placesOf(list, plan.site),
+        .isKnown = settings.isKnown,
+        .opening = plan.opening,
+    };
+    Findings findings = entries.empty() ? Findings() : checkAbove(plan.site);
     if (settings.rights == Rights::Own)
-        append(findings, checkAccount(plan.planned.sources, preview.entries, plan.site, plan.opening));
-    append(findings, compareEntries(preview.entries, comparison));
-    if (previous && preview.obsolete)
-        append(findings, checkObsolete(*preview.obsolete, comparison));
-    append(findings, plan.opening.check(preview.entries));
+        append(findings, checkAccount(plan.planned.sources, entries, plan.site, plan.opening));
+    append(findings, compareEntries(entries, comparison));
+    if (previous && obsolete)
+        append(findings, checkObsolete(*obsolete, *previous, plan.site));
+    append(findings, plan.opening.check(entries));
     return findings;
 }
 
@@ -143,7 +149,7 @@ Findings compareWithSite(const PreviewSettings& settings, const PackagePlan& pla
 
 Preview previewPackage(const PreviewSettings& settings, PackageDocument document) {
     const PackagePlan plan = planPackage(settings, settings.packageDir, document.metadata.webContent);
-    PlannedEntries planned = planEntries(settings, plan);
+    PlannedEntries planned = entriesFor(settings, plan);
     const std::optional<PreviousRelease> previous = previousRelease(settings);
     const auto list = previous && !settings.previousList ? std::optional(listOf(*previous)) : settings.previousList;
 
@@ -158,11 +164,14 @@ Preview previewPackage(const PreviewSettings& settings, PackageDocument document
         .fragment = std::move(fragment),
         .findings = std::move(findings),
     };
-    if (list && plan.planned.isWhole())
+    if (previous)
+        append(preview.findings, checkUnread(*previous));
+    const bool isListWhole = settings.previousList || !previous || previous->unreadSources.empty();
+    if (list && isListWhole && plan.planned.unreadSources().empty())
         preview.obsolete = obsoleteOf(*list, plan.site.destination, preview.entries);
     if (settings.wwwRoot)
-        append(preview.findings,
-               compareWithSite(settings, plan, previous, list.value_or(std::vector<InstanceEntry>()), preview));
+        append(preview.findings, compareWithSite(settings, plan, previous, list.value_or(std::vector<InstanceEntry>()),
+                                                 preview.obsolete, preview.entries));
     removeRepetitions(preview.findings);
     return preview;
 }

@@ -26,7 +26,7 @@ struct Preview {
     MappingSources mappingSources;
     PreviewEntries entries;
     /// What the previous list names and no mapping has, contents before their directories.  Nothing without such a
-    /// list, and while a part of the package cannot be read.
+    /// list, and while a part of the package cannot be read, or of the previous one whose list it is.
     std::optional<std::vector<InstanceEntry>> obsolete;
     std::vector<std::string> scripts; ///< names in the package's directory of scripts, sorted
     std::string fragment;             ///< for the web server; empty when none would be written

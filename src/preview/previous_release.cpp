@@ -8,11 +8,44 @@
 #include <fstream>
 #include <stdexcept>
 
-std::optional<std::pair<std::string, std::uintmax_t>> PreviousRelease::fileAt(const std::string& place) const {
+const PreviewEntry* PreviousRelease::fileAt(const std::string& place) const {
     const auto entry = entries.find(place);
-    if (entry == entries.end() || !entry->second.size)
-        return std::nullopt;
-    return std::pair(joined(packageDir, entry->second.source), *entry->second.size);
+    return entry == entries.end() || entry->second.isDirectory ? nullptr : &entry->second;
+}
+
+bool PreviousRelease::isUnread(const std::string& place) const {
+    std::string_view above = place;
+    while (!above.empty() && !unreadPlaces.contains(std::string(above)))
+        above = parentOf(above);
+    return unreadPlaces.contains(std::string(above));
+}
+
+PreviousRelease previousReleaseOf(const PlannedSources& planned, PreviewEntries entries) {
+    const InstallPlan& plan = planned.plan;
+    PreviousRelease release{plan.packageDir, std::move(entries), planned.unreadSources(), {}};
+    for (std::size_t mapping = 0; mapping < planned.mappings.size(); ++mapping)
+        if (const auto& source = planned.mappings[mapping]; source && source->isUnread())
+            release.unreadPlaces.insert(placeOf(plan.destinationRoot, plan.roots[mapping].url));
+    for (const Source& source : planned.sources)
+        if (release.unreadSources.contains(source.path))
+            release.unreadPlaces.insert(placeOf(plan.destinationRoot, source.target));
+    return release;
+}
+
+Findings checkUnread(const PreviousRelease& release) {
+    std::set<std::string> subjects; // a directory that cannot be entered is told once
+    for (const std::string& source : release.unreadSources) {
+        const std::string path = source.starts_with('/') ? source : entryIn(release.packageDir, source);
+        struct stat status {};
+        const bool isHidden = lstat(path.c_str(), &status) != 0 && errno == EACCES;
+        subjects.insert(isHidden ? std::string(parentOf(path)) : path);
+    }
+    Findings findings;
+    for (const std::string& subject : subjects)
+        findings.push_back(warning("unreadable-source", subject,
+                                   "the previous package cannot be read there: what it installed, and what of that "
+                                   "somebody has edited, is unknown"));
+    return findings;
 }
 
 std::vector<InstanceEntry> listOf(const PreviousRelease& release) {

@@ -3,6 +3,7 @@
 #include "cleanup/instance_removal.h"
 #include "preview/entries.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -10,12 +11,24 @@
 struct PreviousRelease {
     std::string packageDir;
     PreviewEntries entries;
+    std::set<std::string> unreadSources; ///< parts of the package that cannot be read, relative to it
+    std::set<std::string> unreadPlaces;  ///< what it installed at and below them is not known
 
-    /// The file that it installed at a place, and its size; nothing for none.
-    std::optional<std::pair<std::string, std::uintmax_t>> fileAt(const std::string& place) const;
+    /// The file that it installed at a place; null for none.
+    const PreviewEntry* fileAt(const std::string& place) const;
+
+    /// True where it is not known what it installed.
+    bool isUnread(const std::string& place) const;
 };
 
-/// What it installed.
+/// \param planned of its package.
+/// \param entries of these.
+PreviousRelease previousReleaseOf(const PlannedSources& planned, PreviewEntries entries);
+
+/// Parts of its package that cannot be read.
+Findings checkUnread(const PreviousRelease& release);
+
+/// What it installed, as far as that is known.
 std::vector<InstanceEntry> listOf(const PreviousRelease& release);
 
 /// \return the entries of an installed-files document.

@@ -28,29 +28,37 @@ struct Standing {
     int error = 0;              ///< errno value of the first look that failed; none where it is told elsewhere
 };
 
-constexpr Standing isFree{EntryState::New};
-constexpr Standing isEqual{EntryState::Same};
-constexpr Standing isDirectoryLink{.state = EntryState::Same, .isLink = true};
-constexpr Standing isDifferent{EntryState::Changed, Severity::Warning, "replaces", "the site has something else there"};
-constexpr Standing isExpected{EntryState::Changed};
-constexpr Standing isEdited{EntryState::Edited, Severity::Warning, "edited",
-                            "it is not what the previous release installed: somebody's changes are lost"};
-constexpr Standing isWritten{EntryState::Edited, Severity::Warning, "replaces",
-                             "it is not what the previous release installed: what visitors wrote is lost"};
-constexpr Standing isEmptyDirectory{EntryState::Changed, Severity::Warning, "directory-occupied",
-                                    "the site has an empty directory there, which will be replaced"};
-constexpr Standing isFullDirectory{
+constexpr Standing nothingThere{EntryState::New};
+constexpr Standing sameThere{EntryState::Same};
+constexpr Standing linkToDirectory{.state = EntryState::Same, .isLink = true};
+constexpr Standing differentThere{EntryState::Changed, Severity::Warning, "replaces",
+                                  "the site has something else there"};
+constexpr Standing expectedThere{EntryState::Changed};
+constexpr Standing editedThere{EntryState::Edited, Severity::Warning, "edited",
+                               "it is not what the previous release installed: somebody's changes are lost"};
+constexpr Standing writtenThere{EntryState::Edited, Severity::Warning, "replaces",
+                                "it is not what the previous release installed: what visitors wrote is lost"};
+constexpr Standing unknownThere{
+    EntryState::Changed, Severity::Warning, "unreadable-source",
+    "the previous package's file cannot be read: whether somebody's changes are lost is unknown"};
+constexpr Standing emptyDirectoryThere{EntryState::Changed, Severity::Warning, "directory-occupied",
+                                       "the site has an empty directory there, which will be replaced"};
+constexpr Standing fullDirectoryThere{
     EntryState::Blocked, Severity::Error, "directory-occupied",
     "the site has a directory with content where the package has a file: the extraction fails"};
-constexpr Standing isFile{EntryState::Blocked, Severity::Error, "file-occupied",
-                          "the site has a file where the package has a directory: the extraction fails"};
-constexpr Standing isDeadLink{EntryState::Blocked, Severity::Error, "file-occupied",
-                              "the site has a link there that leads nowhere: the extraction fails"};
-constexpr Standing isClosedLink{EntryState::Blocked, Severity::Error, "file-occupied",
-                                "the site has a link there that the account may not follow: the extraction fails"};
+constexpr Standing fileForDirectory{EntryState::Blocked, Severity::Error, "file-occupied",
+                                    "the site has a file where the package has a directory: the extraction fails"};
+constexpr Standing deadLink{EntryState::Blocked, Severity::Error, "file-occupied",
+                            "the site has a link there that leads nowhere: the extraction fails"};
+constexpr Standing closedLink{EntryState::Blocked, Severity::Error, "file-occupied",
+                              "the site has a link there that the account may not follow: the extraction fails"};
 
-Standing isUnreadable(int error) {
+Standing unreadable(int error) {
     return {.state = EntryState::Unknown, .error = error};
+}
+
+Finding unreadableSite(const std::string& directory, int error) {
+    return warning("unreadable-site", directory, std::string("what stands there is unknown: ") + std::strerror(error));
 }
 
 using Buffer = std::array<char, 64U << 10>;
@@ -59,54 +67,103 @@ using Buffer = std::array<char, 64U << 10>;
 ssize_t readFull(int fd, Buffer& buffer) {
     std::size_t size = 0;
     while (size < buffer.size()) {
-        const ssize_t got = read(fd, buffer.data() + size, buffer.size() - size);
-        if (got < 0 && errno != EINTR)
+        const ssize_t got = TEMP_FAILURE_RETRY(read(fd, buffer.data() + size, buffer.size() - size));
+        if (got < 0)
             return -1;
         if (got == 0)
             break;
-        size += static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+        size += static_cast<std::size_t>(got);
     }
     return static_cast<ssize_t>(size);
 }
 
+/// How a file of the site stands to one of a package.
+struct Likeness {
+    enum class Kind { Same, Different, SourceUnread, SiteUnread };
+
+    Kind kind;
+    int error = 0; ///< errno value with SiteUnread
+};
+
 /// Compares two files of the same size.
-Standing compareContents(const std::string& source, const std::string& target) {
+Likeness compareContents(const std::string& source, const std::string& target) {
     static Buffer expected;
     static Buffer found;
     constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     const UniqueFd from(open(source.c_str(), flags));
     const UniqueFd to(open(target.c_str(), flags | O_NOFOLLOW));
     if (to.get() < 0)
-        return isUnreadable(errno);
+        return {Likeness::Kind::SiteUnread, errno};
     for (;;) {
         const ssize_t size = readFull(from.get(), expected);
         if (size < 0)
-            return isUnreadable(0); // the source, of which there is another finding
+            return {Likeness::Kind::SourceUnread};
         const ssize_t there = readFull(to.get(), found);
         if (there < 0)
-            return isUnreadable(errno);
+            return {Likeness::Kind::SiteUnread, errno};
         if (there != size || std::memcmp(expected.data(), found.data(), static_cast<std::size_t>(size)) != 0)
-            return isDifferent;
+            return {Likeness::Kind::Different};
         if (static_cast<std::size_t>(size) < expected.size()) // the end of both
-            return isEqual;
+            return {Likeness::Kind::Same};
     }
 }
 
+/// How what stands at a place is like the file that the previous release installed there.
+/// \param old that file.
+/// \param here as of lstat.
+Likeness likenessToOld(const PreviousRelease& previous, const PreviewEntry& old, const std::string& target,
+                       const struct stat& here) {
+    if (!S_ISREG(here.st_mode))
+        return {Likeness::Kind::Different};
+    if (!old.size)
+        return {Likeness::Kind::SourceUnread};
+    if (*old.size != static_cast<std::uintmax_t>(here.st_size))
+        return {Likeness::Kind::Different};
+    return compareContents(joined(previous.packageDir, old.source), target);
+}
+
 Standing withoutLook(int error) {
-    return isNowhere(error) ? isFree : isUnreadable(error);
+    return isNowhere(error) ? nothingThere : unreadable(error);
 }
 
 /// Of what stands at a file's place and is not the same: whose is it?
 /// \param here as of lstat.
 Standing standingOfChanged(const std::string& target, const std::string& path, const PreviewEntry& entry,
                            const struct stat& here, const Comparison& comparison) {
-    const auto old = comparison.previous ? comparison.previous->fileAt(path) : std::nullopt;
-    if (!old) // visitors may have written it where they can
-        return comparison.listed.contains(path) && !entry.isInWritableTree ? isExpected : isDifferent;
-    const bool mayBeOld = S_ISREG(here.st_mode) && old->second == static_cast<std::uintmax_t>(here.st_size);
-    if (mayBeOld && compareContents(old->first, target).state == EntryState::Same)
-        return isExpected;
-    return entry.isInWritableTree ? isWritten : isEdited;
+    const auto& previous = comparison.previous;
+    const bool isUnread = previous && previous->isUnread(path); // there is a finding of the package's part
+    const PreviewEntry* const old = previous ? previous->fileAt(path) : nullptr;
+    if (old == nullptr) { // visitors may have written it where they can
+        const bool isExpected = comparison.listed.contains(path) && !entry.isInWritableTree;
+        return isExpected || isUnread ? expectedThere : differentThere;
+    }
+    const auto [likeness, error] = likenessToOld(*previous, *old, target, here);
+    switch (likeness) {
+    case Likeness::Kind::Same:
+        return expectedThere;
+    case Likeness::Kind::Different:
+        return entry.isInWritableTree ? writtenThere : editedThere;
+    case Likeness::Kind::SourceUnread:
+        return isUnread ? expectedThere : unknownThere;
+    default:
+        return unreadable(error);
+    }
+}
+
+/// Of a file's place where the site has one of the same size.
+Standing standingOfSameSize(const std::string& target, const std::string& path, const PreviewEntry& entry,
+                            const Comparison& comparison) {
+    if (comparison.isKnown && comparison.isKnown(path, entry))
+        return sameThere;
+    const auto [likeness, error] = compareContents(joined(comparison.packageDir, entry.source), target);
+    switch (likeness) {
+    case Likeness::Kind::Same:
+        return sameThere;
+    case Likeness::Kind::Different:
+        return differentThere;
+    default:
+        return unreadable(error); // none for the source, of which there is another finding
+    }
 }
 
 /// \param entry keeps what is found.
@@ -120,23 +177,22 @@ Standing standingAt(const std::string& target, const std::string& path, PreviewE
     struct stat behind = here;
     if (isLink && stat(target.c_str(), &behind) != 0) {
         if (isNowhere(errno))
-            return isDeadLink;
-        return comparison.rights == Rights::Own ? isClosedLink : isUnreadable(errno);
+            return deadLink;
+        return comparison.rights == Rights::Own ? closedLink : unreadable(errno);
     }
     if (entry.isDirectory && S_ISDIR(behind.st_mode))
-        return isLink ? isDirectoryLink : isEqual;
+        return isLink ? linkToDirectory : sameThere;
     if (entry.isDirectory)
-        return isFile;
+        return fileForDirectory;
     if (S_ISDIR(here.st_mode)) {
         boost::system::error_code failure;
         const bool isEmpty = fs::is_empty(target, failure);
-        return failure ? withoutLook(failure.value()) : isEmpty ? isEmptyDirectory : isFullDirectory;
+        return failure ? withoutLook(failure.value()) : isEmpty ? emptyDirectoryThere : fullDirectoryThere;
     }
-    Standing standing = isDifferent;
+    Standing standing = differentThere;
     if (S_ISREG(here.st_mode) && entry.size == static_cast<std::uintmax_t>(here.st_size)) {
         entry.found = here;
-        const bool isKnown = comparison.isKnown && comparison.isKnown(path, entry);
-        standing = isKnown ? isEqual : compareContents(joined(comparison.packageDir, entry.source), target);
+        standing = standingOfSameSize(target, path, entry, comparison);
     }
     return standing.state == EntryState::Changed ? standingOfChanged(target, path, entry, here, comparison) : standing;
 }
@@ -185,8 +241,7 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
         if (standing.isLink) {
             findings.push_back(linkFinding(path, comparison));
         } else if (standing.error != 0) {
-            findings.push_back(warning("unreadable-site", parent,
-                                       std::string("what stands there is unknown: ") + std::strerror(standing.error)));
+            findings.push_back(unreadableSite(parent, standing.error));
         } else if (standing.text != nullptr) {
             findings.push_back({standing.severity, standing.code, visible(path), standing.text});
         }
@@ -194,18 +249,29 @@ Findings compareEntries(PreviewEntries& entries, const Comparison& comparison) {
     return findings;
 }
 
-Findings checkObsolete(const std::vector<InstanceEntry>& obsolete, const Comparison& comparison) {
+Findings checkObsolete(const std::vector<InstanceEntry>& obsolete, const PreviousRelease& previous, const Site& site) {
     Findings findings;
-    for (const auto& [section, path] : obsolete) {
-        const auto old = section == InstallSectionHtdocs ? comparison.previous->fileAt(path.native()) : std::nullopt;
-        const std::string target = comparison.site.at(path.native());
-        struct stat status {};
-        if (!old || lstat(target.c_str(), &status) != 0)
+    for (const auto& [section, native] : obsolete) {
+        const std::string& path = native.native();
+        const PreviewEntry* const old = section == InstallSectionHtdocs ? previous.fileAt(path) : nullptr;
+        if (old == nullptr)
             continue;
-        const bool isSameSize = S_ISREG(status.st_mode) && old->second == static_cast<std::uintmax_t>(status.st_size);
-        if (!isSameSize || compareContents(old->first, target).state == EntryState::Changed)
-            findings.push_back(warning("edited", path.native(),
-                                       "only the previous release has it, and it is not what that installed"));
+        const std::string target = site.at(path);
+        struct stat here {};
+        Likeness likeness{Likeness::Kind::Same}; // what is gone is as it has to be
+        if (lstat(target.c_str(), &here) == 0)
+            likeness = likenessToOld(previous, *old, target, here);
+        else if (!isNowhere(errno))
+            likeness = {Likeness::Kind::SiteUnread, errno};
+        if (likeness.kind == Likeness::Kind::Different)
+            findings.push_back(
+                warning("edited", path, "only the previous release has it, and it is not what that installed"));
+        else if (likeness.kind == Likeness::Kind::SourceUnread && !previous.isUnread(path))
+            findings.push_back(warning("unreadable-source", path,
+                                       "only the previous package has it, and it cannot be read there: whether it is "
+                                       "as that installed it is unknown"));
+        else if (likeness.kind == Likeness::Kind::SiteUnread)
+            findings.push_back(unreadableSite(std::string(parentOf(path)), likeness.error));
     }
     return findings;
 }

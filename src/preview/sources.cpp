@@ -178,10 +178,14 @@ bool MappingSource::isMissing() const {
     return !closed && isNotFound(error);
 }
 
-bool PlannedSources::isWhole() const {
-    return unlisted.empty() && unread.empty() && std::ranges::all_of(mappings, [](const auto& mapping) {
-               return !mapping || mapping->isMissing() || (!mapping->closed && mapping->error == 0);
-           });
+std::set<std::string> PlannedSources::unreadSources() const {
+    std::set<std::string> parts(unlisted.begin(), unlisted.end());
+    for (const auto& [path, error] : unread)
+        parts.insert(path);
+    for (const auto& mapping : mappings)
+        if (mapping && mapping->isUnread())
+            parts.insert(mapping->closed.value_or(mapping->path));
+    return parts;
 }
 
 PlannedSources planSources(const std::string& packageDir, const std::string& destination,

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -29,6 +30,7 @@ struct MappingSource {
     std::optional<std::string> closed; ///< of closedOnTheWay
 
     bool isMissing() const;
+    bool isUnread() const { return closed || (error != 0 && !isMissing()); }
 };
 
 /// One a mapping; nothing for a redirect.
@@ -64,8 +66,8 @@ struct PlannedSources {
     std::vector<std::string> unentered; ///< directories that it may list but not enter
     std::vector<std::pair<std::string, int>> unread; ///< other places that planning could not read, and errno values
 
-    /// False while a part of the package cannot be read.
-    bool isWhole() const;
+    /// The parts of the package that cannot be read.
+    std::set<std::string> unreadSources() const;
 };
 
 /// planCopies without a line or an exception for what cannot be read.

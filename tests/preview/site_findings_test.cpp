@@ -34,6 +34,33 @@ TEST_F(SiteFindings, OfWhatIsReplaced) {
     });
 }
 
+TEST_F(SiteFindings, WhatThePreviousPackageDoesNotShowIsNobodysChangeAndNoEmptyList) {
+    makePackage(previous, metadata(rootMapping), {"htdocs/d/f", "htdocs/gone -> /proc/self/mem"});
+    makePackage(package, metadata(rootMapping), {"htdocs/d/f", "htdocs/page"});
+    make(site, {"d/", "gone"});
+    fs::create_symlink("/proc/self/mem", previous / "htdocs/page");
+    for (const std::string empty : {"d/f", "gone", "page"})
+        writeFile(site / empty, "");
+    writeFile(list, "<INSTANCE-DATA/>");
+    const Words words{package.string(), previousPackage};
+    const Words withSite = joined(words, {"--www-root=" + site.string()});
+    const std::string page = "warning: unreadable-source: page: the previous package's file cannot be read: whether "
+                             "somebody's changes are lost is unknown\n";
+    const std::string gone =
+        "warning: unreadable-source: gone: only the previous package has it, and it cannot be read "
+        "there: whether it is as that installed it is unknown\n";
+    EXPECT_THAT(preview(withSite), ended(1, HasSubstr(page + gone), HasSubstr("~ -rw-r--r--   page\n")));
+    EXPECT_THAT(preview(joined(words, {"--format=obsolete-files"})), ended(0, _, HasSubstr("<FILE>gone</FILE>")));
+
+    fs::permissions(previous / "htdocs/d", static_cast<fs::perms>(0711));
+    const std::string closed = "warning: unreadable-source: " + (previous / "htdocs/d").string() +
+                               ": the previous package cannot be read there: what it installed, and what of that "
+                               "somebody has edited, is unknown\n";
+    EXPECT_THAT(preview(withSite), ended(1, closed + page, HasSubstr("~ -rw-r--r--   d/f\n")));
+    EXPECT_THAT(preview(joined(words, {"--format=obsolete-files"})), ended(2, StartsWith("larkspur-preview: "), ""));
+    EXPECT_THAT(preview(joined(words, {"--format=obsolete-files", previousList})), ended(1, closed));
+}
+
 TEST_F(SiteFindings, OfWhatStandsInTheWay) {
     check({
         {.entries = {"htdocs/d/e/f"},
