@@ -27,7 +27,6 @@ def descriptors():
 
 
 found = {
-    "environment": dict(os.environ),
     "descriptors": descriptors(),
     "terminal": terminal(),
     "ids": os.getresuid(),

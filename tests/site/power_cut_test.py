@@ -61,8 +61,8 @@ class PowerCutTest(DiskTest):
         (self.app / "index").write_text("mine")
         self.cut_power("end", self.words(self.two), written=self.state_disk)
         self.assertEqual(self.call("recover").status, 0)
-        (kept,) = self.applications("list")[0]["kept"]
-        self.assertEqual(pathlib.Path(kept).read_text(), "mine")
+        (kept,) = self.kept()
+        self.assertEqual(kept.read_text(), "mine")
 
 
 if __name__ == "__main__":

@@ -2,7 +2,6 @@
 """A removal takes what was installed and nothing of anybody else's, and what is gone already can be forgotten."""
 
 import os
-import pathlib
 import shutil
 
 from calls import kill_tree
@@ -15,6 +14,7 @@ class RemovalTest(SiteTest):
         super().setUp()
         self.one = self.package("one", ONE, mappings=mappings("one"))
         self.two = self.package("two", TWO, mappings=mappings("two"))
+        self.both = self.package("both", {"htdocs/mine/app/index": "one", "htdocs/other": "other"})
         self.changes(self.present(self.one))
 
     def test_an_application_goes_without_its_script_or_package(self):
@@ -53,19 +53,20 @@ class RemovalTest(SiteTest):
         self.assertEqual([path.name for path in self.app.rglob("*")], ["sub", "page"])
         self.stays(self.absent())
 
-    def test_a_removal_takes_nothing_of_somebody_else_s(self):
+    def test_a_removal_takes_nothing_of_another_application_or_of_the_customer(self):
         self.changes(self.absent())
         (self.root / "mine").mkdir()
         os.chown(self.root / "mine", SITEA, -1)
         self.changes(self.present(self.one, name="mine/app"))
-        self.changes(self.present(self.package("both", {"htdocs/mine/app/index": "one", "htdocs/other": "other"}),
-                                  name=".", options=["--ignore=replaces"]))
+        self.changes(self.present(self.both, name=".", options=["--ignore=replaces"]))
         self.changes(self.absent(name="."))
         self.assertEqual((self.root / "mine/app/index").read_text(), "one")
         self.changes(self.absent(name="mine/app"))
         self.assertEqual([path.name for path in self.root.rglob("*")], ["mine"])
-        # The same where the other one is cut off, and its record is written.
-        self.changes(self.present(self.base / "packages/both", name="."))
+
+    def test_a_removal_takes_nothing_of_another_application_that_is_cut_off_and_recorded(self):
+        self.changes(self.absent())
+        self.changes(self.present(self.both, name="."))
         words = self.words(self.one, name="mine/app", options=["--ignore=replaces"])
         self.cut(kill_tree, ("record", 1), words)
         self.changes(self.absent(name="."))
@@ -73,26 +74,33 @@ class RemovalTest(SiteTest):
         self.changes(self.absent(name="mine/app"))
         self.assertEqual([path.name for path in self.root.rglob("*") if path.is_file()], [])
 
-    def test_a_fragment_that_somebody_has_edited_is_kept(self):
+    def test_a_fragment_that_is_edited_while_the_script_runs_is_kept_by_the_way_back(self):
         fragment = self.places().fragment
         failing = self.package("failing", TWO, "exit 3", mappings=mappings("two"))
         outcome = self.meanwhile("script", self.words(failing), lambda: fragment.write_text("# in the middle\n"))
         self.fails(outcome, "script upgrade: exit status 3", is_taken_back=True)
-        (kept,) = self.applications("list")[0]["kept"]
-        self.assertEqual(pathlib.Path(kept).read_text(), "# in the middle\n")
+        (kept,) = self.kept()
+        self.assertEqual(kept.read_text(), "# in the middle\n")
+
+    def test_a_fragment_that_was_edited_before_is_kept(self):
         acts = {"upgrade": self.words(self.two), "removal": ["absent", "one.example", "app"]}
         for name, words in acts.items():
             with self.subTest(name):
                 text = f"# before the {name}\n"
-                fragment.write_text(text)
+                self.places().fragment.write_text(text)
                 outcome = self.call(*words)
                 self.changes(outcome)
-                kept_by_text = {pathlib.Path(file).read_text(): file for file in self.applications("list")[0]["kept"]}
+                kept_by_text = {file.read_text(): file for file in self.kept()}
                 self.assertIn(text, kept_by_text)
                 self.assertIn(f"kept as {kept_by_text[text]}", outcome.error)
-        kept = self.applications("list")[0]["kept"]
+
+    def test_a_call_that_fails_takes_nothing_that_is_kept(self):
+        self.places().fragment.write_text("# mine\n")
+        self.changes(self.present(self.two))
+        kept = self.kept()
+        self.assertEqual(len(kept), 1)
         self.fails(self.present(self.one, account="nobody-here"), "account: ")
-        self.assertEqual(self.applications("list")[0]["kept"], kept)
+        self.assertEqual(self.kept(), kept)
 
     def test_a_removal_is_not_finished_while_the_hosts_are_not_mounted(self):
         (self.one / "scripts/configure").write_text(f"#!/bin/sh\ntouch {self.marks}/ran\n")
@@ -108,32 +116,30 @@ class RemovalTest(SiteTest):
         self.assertTrue((self.marks / "ran").exists())
         self.assertFalse(self.app.exists())
 
-    def test_what_a_host_or_an_account_leaves_behind_is_forgotten(self):
-        self.changes(self.call("reload"))
+    def test_what_an_account_leaves_behind_that_is_another_one_now_is_forgotten(self):
         record = self.places().state / "record.json"
         record.write_text(record.read_text().replace(str(SITEA), str(SITEB)))
         self.fails(self.present(self.two), "account: sitea is another one than it was installed for")
         self.places().fragment.write_text("# mine\n")
         self.changes(self.absent(options=["--without-script"]))
         self.assertTrue((self.app / "index").exists())
-        (kept,) = self.applications("list")[0]["kept"]
-        self.assertEqual(pathlib.Path(kept).read_text(), "# mine\n")
+        (kept,) = self.kept()
+        self.assertEqual(kept.read_text(), "# mine\n")
         self.changes(self.present(self.one, options=["--ignore=replaces"]))
+
+    def test_what_a_host_leaves_behind_is_forgotten_by_the_server_as_well(self):
         self.changes(self.call("reload"))
         shutil.rmtree(self.root.parent)
         self.fails(self.absent(), "there is no host ")
-        (self.places().state / "record.json.new").touch()
         self.changes(self.absent(options=["--without-script"]))
-        self.assertFalse((self.places().state / "record.json.new").exists())
         self.changes(self.call("reload"))
         self.assertEqual(self.loaded.read_text(), "")
 
-    def test_what_a_call_had_staged_is_forgotten_with_the_application(self):
-        self.cut(kill_tree, ("staged", 1), self.words(self.two))
-        record = self.places()[0] / "record.json"
-        record.write_text(record.read_text().replace("20001", "20002"))
+    def test_a_record_that_was_not_finished_is_forgotten_as_well(self):
+        shutil.rmtree(self.root.parent)
+        (self.places().state / "record.json.new").touch()
         self.changes(self.absent(options=["--without-script"]))
-        self.assertFalse(self.places()[1].exists())
+        self.assertFalse(self.places().state.exists())
 
     def test_a_host_that_is_made_anew_does_not_stay_barred(self):
         self.cut(kill_tree, ("swapped", 1), self.words(self.two))

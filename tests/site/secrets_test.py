@@ -83,7 +83,7 @@ class SecretsTest(SiteTest):
             if file.is_file() and file != self.common:
                 self.assertNotIn(secret.encode(), file.read_bytes(), file)
         for words in (["list"], ["status", "one.example", "app"], ["--json", "list"]):
-            self.assertNotIn(secret, str(self.call(*words)))
+            self.assertNotIn(secret, self.asked(*words))
 
     def test_the_site_s_own_come_first_and_a_change_configures_the_sites_that_use_it(self):
         self.host("two.example", "siteb")

@@ -172,6 +172,11 @@ class SiteTest(unittest.TestCase):
         """The same as what programs are told."""
         return json.loads(self.asked("--json", *words, status=status))["applications"]
 
+    def kept(self):
+        """The files of which one.example/app says that they are kept."""
+        (told,) = self.applications("list", "one.example")
+        return [pathlib.Path(file) for file in told["kept"]]
+
     def changes(self, outcome):
         self.assertEqual((outcome.status, outcome.output), (0, "changed\n"), outcome.error)
         self.assertNotIn("failed:", outcome.error)
