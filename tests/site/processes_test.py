@@ -181,7 +181,8 @@ class ProcessesTest(SiteTest):
     def test_what_a_script_that_fails_leaves_running_is_ended(self):
         scripts = [
             Script("a daemon", "setsid sh -c 'sleep 1000; :'", ends="exit 3"),
-            Script("descendants without end", "sh -c 'while :; do setsid sleep 1000 & sleep 0.01; done'", ends="exit 3"),
+            Script("descendants without end", "sh -c 'while :; do setsid sleep 1000 & sleep 0.01; done'",
+                   ends="exit 3"),
         ]
         for script in scripts:
             with self.subTest(script.name):

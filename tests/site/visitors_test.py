@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Nothing of a visitor's is lost or changed, whatever larkspur-site does and however that ends."""
 
+import itertools
 import os
 import pathlib
 import pwd
@@ -61,21 +62,23 @@ class Visitor:
     def __exit__(self, *failure):
         os.kill(self.pid, signal.SIGTERM)
         status = os.waitpid(self.pid, 0)[1]
-        if failure[0] is not None:
-            return
-        self.test.assertEqual(os.WTERMSIG(status), signal.SIGTERM, "the visitor met an error")
-        expected = {"append": [], "page": [], "delete": []}
+        if failure[0] is None:
+            self.test.assertEqual(os.WTERMSIG(status), signal.SIGTERM, "the visitor met an error")
+            self.check_all_is_there()
+
+    def check_all_is_there(self):
+        done = {"append": [], "page": [], "delete": []}
         for line in self.done.read_text().splitlines():
             what, number = line.split()
-            expected[what].append(int(number))
+            done[what].append(int(number))
         lines = list(map(int, (self.directory / "log").read_text().split()))
-        self.test.assertEqual(lines[:len(expected["append"])], expected["append"])
-        pages = set(expected["page"]) - set(expected["delete"])
+        self.test.assertEqual(lines[:len(done["append"])], done["append"], "lines of the log")
+        pages = set(done["page"]) - set(done["delete"])
         there = {int(path.name[5:]): path.read_text() for path in self.directory.glob("page-*")}
-        missing = [number for number in pages if there.get(number) != str(number)]
+        wrong = {number for number in pages if there.get(number) != str(number)}
         # The last thing that it did may be done and not written down.
-        self.test.assertLessEqual(set(missing), {max(expected["page"]) - 1})
-        self.test.assertLessEqual(len(there.keys() - pages), 1)
+        self.test.assertLessEqual(wrong, {max(done["page"]) - 1}, "pages that are missing or have another text")
+        self.test.assertLessEqual(len(there.keys() - pages), 1, "pages that were deleted")
 
 
 def append(path, text):
@@ -207,12 +210,12 @@ class VisitorsTest(SiteTest):
             self.changes(self.present(self.two, options=["--repair"]))
             self.fails(self.present(self.failing), "exit status 3", is_taken_back=True)
             self.fails(self.present(self.refused), "refuses the fragment", is_taken_back=True)
-            for end in (kill_tree, kill_leader, kill_child):
-                for moment in moments:
+            for end, moment in itertools.product((kill_tree, kill_leader, kill_child), moments):
+                with self.subTest(end.__name__, moment=moment):
                     self.cut(end, moment, self.words(self.one))
                     self.cut_while_it_goes_back()
                     self.stays(self.call("recover"))
-                    self.present(self.two)
+                    self.assertEqual(self.present(self.two).status, 0)  # it is there already where the cut was early
             self.changes(self.absent())
             self.cut(kill_tree, ("swap", 4), self.words(self.one))
             self.changes(self.present(self.one))
