@@ -2,6 +2,7 @@
 """On an empty site larkspur-site leaves byte for byte the tree that `larkspur --extract-application` leaves."""
 
 import grp
+import itertools
 import os
 import subprocess
 from typing import Callable, NamedTuple
@@ -86,51 +87,81 @@ def seen(root):
 
 
 class SameTreeTest(SiteTest):
-    def extract(self, package, row, root, is_opened):
-        command = [BUILD / "larkspur", "--extract-application", f"--application-full-name=file:///{package}",
-                   f"--vhost-path={root.parent}", f"--www-root={root}", f"--application-subdirectory={row.place}",
-                   "--user-name=sitea", "--metadata-file", ""]
+    def setUp(self):
+        super().setUp()
+        self.extracted_root = self.vhosts / "two.example/httpdocs"
+        self.packages = {}
+        for number, row in enumerate(ROWS):
+            package = self.package(f"package-{number}", FILES, mappings=row.mappings, version=row.version, script=None)
+            row.package(package)
+            self.packages[row.name] = package
+
+    def empty(self, host, row):
+        """A host is made anew, as the row wants it."""
+        subprocess.run(["rm", "-rf", self.vhosts / host, self.vhosts / "system" / host], check=True)
+        row.site(self.host(host, "sitea"))
+
+    def install(self, row, is_opened, options=()):
+        self.settings(WEBSERVER_WRITE="yes" if is_opened else "no")
+        options = [*options, *(f"--ignore={code}" for code in row.ignored)]
+        before = os.umask(row.umask)
+        outcome = self.present(self.packages[row.name], name=row.place, options=options)
+        os.umask(before)
+        return outcome
+
+    def extract(self, row, is_opened):
+        self.empty("two.example", row)
+        command = [BUILD / "larkspur", "--extract-application",
+                   f"--application-full-name=file:///{self.packages[row.name]}",
+                   f"--vhost-path={self.extracted_root.parent}", f"--www-root={self.extracted_root}",
+                   f"--application-subdirectory={row.place}", "--user-name=sitea", "--metadata-file", ""]
         if not is_opened:
             command.append("--skip-webserver-write")
         done = subprocess.run(command, umask=row.umask, check=False, capture_output=True, text=True)
         self.assertEqual(done.returncode, 0, done.stderr)
 
-    def test_both_programs_leave_the_same(self):
-        extracted_root = self.host("two.example", "sitea")
-        for number, row in enumerate(ROWS):
-            package = self.package(f"package-{number}", FILES, mappings=row.mappings, version=row.version, script=None)
-            row.package(package)
-            for is_opened in (False, True):
-                with self.subTest(row.name, is_opened=is_opened):
-                    for root in (self.root, extracted_root):
-                        subprocess.run(["rm", "-rf", root.parent], check=True)
-                        self.make_root(root.parent.name, "sitea")
-                        row.site(root)
-                    self.settings(WEBSERVER_WRITE="yes" if is_opened else "no")
-                    self.extract(package, row, extracted_root, is_opened)
-                    options = [f"--ignore={code}" for code in row.ignored]
-                    before = os.umask(row.umask)
-                    outcome = self.present(package, name=row.place, options=options)
-                    os.umask(before)
-                    self.changes(outcome)
-                    self.assertEqual(differences(seen(extracted_root), seen(self.root)), [])
-                    verified = self.call("verify", "one.example")
-                    self.assertEqual((verified.status, verified.output), (0, ""), verified.error)
-                    again = self.present(package, name=row.place, options=[*options, "--repair", "--dry-run"])
-                    self.assertEqual((again.status, again.output), (10, "script   configure\n"))
-                    if is_opened and row.can_be_closed:
-                        self.close(package, row, extracted_root)
-                    self.changes(self.absent(name=row.place))
+    def both_are_the_same(self):
+        self.assertEqual(differences(seen(self.extracted_root), seen(self.root)), [])
 
-    def close(self, package, row, extracted_root):
-        """Takes the web server's right away: what is there is as if it had never had it."""
-        subprocess.run(["rm", "-rf", extracted_root.parent], check=True)
-        self.make_root(extracted_root.parent.name, "sitea")
-        row.site(extracted_root)
-        self.extract(package, row, extracted_root, False)
-        self.settings(WEBSERVER_WRITE="no")
-        self.changes(self.present(package, name=row.place, options=[f"--ignore={code}" for code in row.ignored]))
-        self.assertEqual(differences(seen(extracted_root), seen(self.root)), [])
+    def each_installed(self, check):
+        """Checks each row, whether or not the web server is given what it may write."""
+        for row, is_opened in itertools.product(ROWS, (False, True)):
+            with self.subTest(row.name, is_opened=is_opened):
+                self.empty("one.example", row)
+                subprocess.run(["rm", "-rf", self.state], check=True)
+                self.changes(self.install(row, is_opened))
+                check(row, is_opened)
+
+    def test_both_programs_leave_the_same(self):
+        def check(row, is_opened):
+            self.extract(row, is_opened)
+            self.both_are_the_same()
+        self.each_installed(check)
+
+    def test_verify_finds_nothing_different(self):
+        def check(_row, _is_opened):
+            self.assertEqual(self.asked("verify", "one.example"), "")
+        self.each_installed(check)
+
+    def test_a_repair_finds_nothing_to_mend(self):
+        def check(row, is_opened):
+            outcome = self.install(row, is_opened, options=["--repair", "--dry-run"])
+            self.assertEqual((outcome.status, outcome.output), (10, "script   configure\n"), outcome.error)
+        self.each_installed(check)
+
+    def test_a_removal_leaves_nothing(self):
+        def check(row, _is_opened):
+            self.changes(self.absent(name=row.place))
+            self.assertEqual(list(self.root.iterdir()), [])
+        self.each_installed(check)
+
+    def test_what_is_taken_from_the_web_server_is_as_if_it_had_never_had_it(self):
+        def check(row, is_opened):
+            if is_opened and row.can_be_closed:
+                self.extract(row, is_opened=False)
+                self.changes(self.install(row, is_opened=False))
+                self.both_are_the_same()
+        self.each_installed(check)
 
 
 if __name__ == "__main__":
