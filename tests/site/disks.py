@@ -100,8 +100,8 @@ class DiskTest(SiteTest):
         self.changes(self.present(self.one))
         self.is_one = self.release()
 
-    def all_moments(self, words):
-        """The first and the last arrival at each."""
+    def first_and_last_moments(self, words):
+        """The first and the last arrival of a call at each place where it can be held."""
         moments = self.moments(*words)
         self.changes(self.present(self.one))
         first = dict(reversed(moments))

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""A disk that becomes full at any moment: a call does all or nothing, and the next one needs no hand."""
+"""A disk becomes full during an upgrade or a removal, at the first and the last arrival at each place where a call can
+be held: it does all or nothing, and the next one needs no hand."""
 
 from typing import NamedTuple
 
@@ -16,7 +17,7 @@ class Act(NamedTuple):
 
 class FullTest(DiskTest):
     def full(self, fill, disk):
-        """Fills a disk at each moment.  A call that ends well has done all; the next one is made when there is room."""
+        """Fills a disk during a call.  One that ends well has done all; the next one is made when there is room."""
         upgrade = Act(self.words(self.two), done=self.is_two, failed={"one": self.is_one})
         failures = self.full_during(upgrade, fill, disk)
         self.assertGreater(failures, 0)
@@ -28,7 +29,7 @@ class FullTest(DiskTest):
     def full_during(self, act, fill, disk):
         failures = 0
         fails = ("swap", 1)  # the upgrade, on each of the disks
-        for moment in dict.fromkeys([fails, *share(self.all_moments(act.words))]):
+        for moment in dict.fromkeys([fails, *share(self.first_and_last_moments(act.words))]):
             with self.subTest(f"{moment} of {act.words}"):
                 outcome = self.meanwhile(moment, act.words, fill)
                 self.assertIn((outcome.status, outcome.output), [(0, "changed\n"), (1, "")], outcome.error)

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The power is cut at any moment: what the disks have then becomes one release, with all its content."""
+"""The power is cut during an upgrade or a removal, at the first and the last arrival at each place where a call can be
+held: what the disks have then becomes one release, with all its content."""
 
 import itertools
 import pathlib
@@ -15,15 +16,15 @@ class PowerCutTest(DiskTest):
     has had it write.  So what has to be on one disk before something is on the other one, is missing if it was not
     waited for."""
 
-    def test_power_cut_at_any_moment_of_an_upgrade(self):
+    def test_power_cut_during_an_upgrade(self):
         self.cut_power_during(self.words(self.two), self.is_two)
 
-    def test_power_cut_at_any_moment_of_a_removal(self):
+    def test_power_cut_during_a_removal(self):
         self.cut_power_during(["absent", "one.example", "app"], self.is_none)
 
     def cut_power_during(self, words, done):
         """`done` is the release that the call leaves when nothing cuts it off."""
-        for moment, written in share(itertools.product([*self.all_moments(words), "end"], self.disks)):
+        for moment, written in share(itertools.product([*self.first_and_last_moments(words), "end"], self.disks)):
             with self.subTest(f"{moment}, written for another program: {written.directory.name}"):
                 self.cut_power(moment, words, written)
                 self.assertEqual(self.call("recover").status, 0)
