@@ -2,6 +2,7 @@
 
 #include "cleanup/docroot_cleaning.h"
 #include "deploy/htdocs_installer.h"
+#include "deploy/web_access.h"
 #include "files/subdirectory.h"
 #include "metadata/exceptions.h"
 #include "metadata/metadata_reader.h"
@@ -53,7 +54,7 @@ int extractApplication(int argc, char** argv) {
 int fsa_extract_application(const std::string& fullName, const std::string& vhostPath, const std::string& wwwRoot,
                             const std::string& userName, const std::string& applicationSubdirectory, int cleanDocroot,
                             const std::string& metadataFile, bool makeWritable) {
-    if (get_group_id("krocln") == 0)
+    if (get_group_id(customersGroup) == 0)
         std::exit(-1);
 
     const std::string packageDir = packageDirectoryOf(fullName).value_or("");

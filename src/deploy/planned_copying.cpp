@@ -1,6 +1,7 @@
 #include "deploy/planned_copying.h"
 
 #include "deploy/file_copy.h"
+#include "deploy/web_access.h"
 #include "files/entry_handle.h"
 #include "files/last_directory.h"
 #include "files/paths.h"
@@ -21,17 +22,37 @@ namespace fs = boost::filesystem;
 
 namespace {
 
+/// Whose directories they are decides how they are made writable.
+struct SiteIds {
+    uid_t user; ///< the site's account
+    gid_t customers;
+
+    /// Each failure has its message.
+    static SiteIds of(const std::string& userName) {
+        return {nimbo_ugid(userName.c_str(), 0), get_group_id(customersGroup)};
+    }
+};
+
 /// The mode bits with which the site's user can write a directory.
-mode_t bitsForUser(const struct stat& status, const std::string& userName) {
-    static const uid_t userUid = nimbo_ugid(userName.c_str(), 0);
-    static const gid_t kroclnGid = get_group_id("krocln");
-    return status.st_uid == userUid ? 0700U : status.st_gid == kroclnGid ? 0070U : 0007U;
+mode_t bitsForUser(const struct stat& status, const SiteIds& ids) {
+    return status.st_uid == ids.user ? 0700U : status.st_gid == ids.customers ? 0070U : 0007U;
+}
+
+/// As makeUserWritableDir.
+bool makeWritableForUser(const std::string& directory, const SiteIds& ids) {
+    const EntryHandle entry(AT_FDCWD, directory.c_str());
+    if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
+        return false;
+    if (entry.addMode(bitsForUser(entry.status(), ids)) == 0)
+        return true;
+    std::cerr << "Unable to change mode for " << directory << ": " << std::strerror(errno) << '\n';
+    return false;
 }
 
 /// The directories above the targets, and which of them the site's user is known to be able to write.
 class Parents {
 public:
-    explicit Parents(const std::string& userName) : userName_(userName) {}
+    explicit Parents(const std::string& userName) : ids_(SiteIds::of(userName)) {}
 
     /// Gives the directory above a target the access that the copy needs.
     /// \param place the target's.
@@ -40,7 +61,7 @@ public:
         if (writable_.contains(parent))
             return;
         const std::string directory(parent);
-        if (isHeldAndWritable(place) || makeUserWritableDir(directory, userName_))
+        if (isHeldAndWritable(place) || makeWritableForUser(directory, ids_))
             writable_.insert(directory);
     }
 
@@ -53,11 +74,11 @@ private:
         struct stat status {};
         if (place.directory == AT_FDCWD || fstat(place.directory, &status) != 0)
             return false;
-        const mode_t needed = bitsForUser(status, userName_);
+        const mode_t needed = bitsForUser(status, ids_);
         return (status.st_mode & needed) == needed;
     }
 
-    const std::string& userName_;
+    SiteIds ids_;
     std::set<std::string, std::less<>> writable_;
 };
 
@@ -202,11 +223,6 @@ bool create_directories(const fs::path& directory) {
 }
 
 bool makeUserWritableDir(const boost::filesystem::path& directory, const std::string& userName) {
-    const EntryHandle entry(AT_FDCWD, directory.c_str());
-    if (entry.error() != 0 || !S_ISDIR(entry.status().st_mode))
-        return false;
-    if (entry.addMode(bitsForUser(entry.status(), userName)) == 0)
-        return true;
-    std::cerr << "Unable to change mode for " << directory.native() << ": " << std::strerror(errno) << '\n';
-    return false;
+    static const SiteIds ids = SiteIds::of(userName);
+    return makeWritableForUser(directory.native(), ids);
 }

@@ -12,17 +12,29 @@
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace {
 
-void openEntry(const EntryHandle& entry, const std::string& path, bool isMappingRoot, const std::string& userName) {
+constexpr const char* webServerAccount = "www-data";
+constexpr const char* webServerGroup = "kroserv";
+
+/// 0 for none.
+gid_t groupNamed(const char* name) {
+    const group* const found = getgrnam(name);
+    return found == nullptr ? 0 : found->gr_gid;
+}
+
+void openEntry(const EntryHandle& entry, const std::string& path, bool isMappingRoot, const WebAccessIds& ids) {
     if (entry.error() != 0)
         throw nimbo::FSAFileException("Unable to stat file  " + path + " mode: " + std::strerror(entry.error()));
     const mode_t type = entry.status().st_mode;
     if (!S_ISDIR(type) && !S_ISREG(type))
         throw nimbo::FSAFileException("Unknown type of file `" + path + "`. Unable to change file mode.");
     // Entries below the mapping's directory may belong to somebody else; only the directory itself must be opened.
-    if (entry.addMode(bitsForWebserver(entry.status(), userName)) != 0 && isMappingRoot)
+    if (entry.addMode(bitsForWebserver(entry.status(), ids)) != 0 && isMappingRoot)
         throw nimbo::FSAFileException("Unable to change mode for: " + path + " Error: " + std::strerror(errno));
 }
 
@@ -40,7 +52,7 @@ EntryHandle find(const std::string& path, NoLinksBelow& tree, const std::string&
 }
 
 void openTree(const std::string& target, const OutermostTrees::Way& way, const MappedPlaces& plain,
-              const std::string& userName) {
+              const WebAccessIds& ids) {
     const std::string targetKey = placeKey(target);
     NoLinksBelow tree(way.root);
     for (const boost::filesystem::path& listed : readDirContent(target)) {
@@ -48,17 +60,30 @@ void openTree(const std::string& target, const OutermostTrees::Way& way, const M
         if (plain.standBetween(targetKey, targetKey + pathKey(entry)))
             continue;
         const std::string path = entryIn(target, entry);
-        openEntry(find(path, tree, withElements(way.below, entry)), path, entry.empty(), userName);
+        openEntry(find(path, tree, withElements(way.below, entry)), path, entry.empty(), ids);
     }
 }
 
 } // namespace
 
 void openToWebServer(const InstallPlan& plan, const std::string& userName) {
+    if (plan.writableTargets.empty())
+        return;
+    const WebAccessIds ids = WebAccessIds::of(userName);
     const MappedPlaces plain(plan.plainTargets);
     const OutermostTrees outermost(plan.writableTargets);
     for (const std::string& target : plan.writableTargets)
-        openTree(target, outermost.wayTo(target), plain, userName);
+        openTree(target, outermost.wayTo(target), plain, ids);
+}
+
+WebAccessIds WebAccessIds::of(const std::string& userName) {
+    return {nimbo_ugid(userName.c_str(), 0), get_user_id(webServerAccount), get_group_id(webServerGroup),
+            get_group_id(customersGroup)};
+}
+
+WebAccessIds WebAccessIds::ofThisProcess() {
+    const passwd* const apache = getpwnam(webServerAccount);
+    return {geteuid(), apache == nullptr ? 0 : apache->pw_uid, groupNamed(webServerGroup), groupNamed(customersGroup)};
 }
 
 mode_t bitsForWebserver(const struct stat& status, const WebAccessIds& ids) {
@@ -71,12 +96,6 @@ mode_t bitsForWebserver(const struct stat& status, const WebAccessIds& ids) {
     return S_ISDIR(status.st_mode) ? directoryBits : directoryBits & 0666U;
 }
 
-mode_t bitsForWebserver(const struct stat& status, const std::string& userName) {
-    static const WebAccessIds ids{nimbo_ugid(userName.c_str(), 0), get_user_id("www-data"), get_group_id("kroserv"),
-                                  get_group_id("krocln")};
-    return bitsForWebserver(status, ids);
-}
-
 int makeWritableByWebserver(const boost::filesystem::path& path, const struct stat& status,
                             const std::string& userName) {
     const EntryHandle entry(AT_FDCWD, path.c_str());
@@ -84,5 +103,6 @@ int makeWritableByWebserver(const boost::filesystem::path& path, const struct st
         errno = entry.error();
         return -1;
     }
-    return entry.addMode(bitsForWebserver(status, userName));
+    static const WebAccessIds ids = WebAccessIds::of(userName);
+    return entry.addMode(bitsForWebserver(status, ids));
 }

@@ -3,8 +3,6 @@
 #include "deploy/web_access.h"
 
 #include <cerrno>
-#include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <unordered_map>
@@ -13,18 +11,9 @@
 namespace {
 
 /// True when somebody else's directory has too few rights for the web server: only its owner can add some.
-bool isClosed(const struct stat& status) {
-    static const WebAccessIds ids = [] {
-        const passwd* const apache = getpwnam("www-data");
-        WebAccessIds found{geteuid(), apache == nullptr ? 0 : apache->pw_uid, 0, 0};
-        if (const group* const named = getgrnam("kroserv"))
-            found.kroserv = named->gr_gid;
-        if (const group* const named = getgrnam("krocln"))
-            found.krocln = named->gr_gid;
-        return found;
-    }();
+bool isClosed(const struct stat& status, const WebAccessIds& ids) {
     const mode_t needed = bitsForWebserver(status, ids);
-    return status.st_uid != geteuid() && (status.st_mode & needed) != needed;
+    return status.st_uid != ids.user && (status.st_mode & needed) != needed;
 }
 
 /// Follows an extraction through the directories of a site.
@@ -43,7 +32,7 @@ public:
 
     void open(const Opening::Tree& tree, const Opening& opening, bool isReplaced) {
         struct stat status {};
-        if (!isReplaced && lstat(tree.path.c_str(), &status) == 0 && isClosed(status))
+        if (!isReplaced && lstat(tree.path.c_str(), &status) == 0 && isClosed(status, ids_))
             tell(site_.at(tree.place), "only its owner can open it to the web server");
         const auto nothing = [](std::string_view, EntryKind) {};
         const auto fail = [&](const std::string& path, int, const std::string&) { tellIfHidden(path, tree, opening); };
@@ -118,26 +107,29 @@ private:
             directory.mayWrite = true;
     }
 
+    void requireWritable(const std::string& path) {
+        if (!at(path).mayWrite)
+            tell(path, "the account may not write there");
+    }
+
     void makeDirectory(const std::string& path) {
         if (at(path).isThere)
             return;
         const std::string parent(parentOf(path));
         makeDirectory(parent);
-        if (!at(parent).mayWrite)
-            tell(parent, "the account may not write there");
+        requireWritable(parent);
         at(path).isThere = true;
     }
 
     void replaceFile(const std::string& path, const std::string& parent) {
         struct stat status {};
-        const Directory& directory = at(parent);
-        if (!directory.mayWrite)
-            tell(parent, "the account may not write there");
-        else if (directory.keepsOthersFiles && lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid())
+        requireWritable(parent);
+        if (at(parent).keepsOthersFiles && lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid())
             tell(parent, "its sticky bit keeps the account from replacing files of others");
     }
 
     const Site& site_;
+    const WebAccessIds ids_ = WebAccessIds::ofThisProcess();
     std::unordered_map<std::string, Directory> known_;
     std::unordered_set<std::string> told_;
 };

@@ -18,12 +18,12 @@ namespace site {
 namespace {
 
 /// The permission bits that something new needs for the web server to write it.
-mode_t bitsToOpenNew(mode_t type, const Account& account, gid_t group) {
+mode_t bitsToOpenNew(mode_t type, const WebAccessIds& ids, gid_t group) {
     struct stat status {};
     status.st_mode = type;
-    status.st_uid = account.uid;
+    status.st_uid = ids.user;
     status.st_gid = group;
-    return bitsForWebserver(status, account.name);
+    return bitsForWebserver(status, ids);
 }
 
 /// Decides what becomes of each directory and file.
@@ -89,8 +89,7 @@ private:
     }
 
     void addNewDirectory(const std::string& path, const PreviewEntry& wanted) {
-        const mode_t opening =
-            isOpened(wanted) ? bitsToOpenNew(S_IFDIR, request_.account, groupOfNew(path)) : mode_t{0};
+        const mode_t opening = isOpened(wanted) ? bitsToOpenNew(S_IFDIR, webAccess(), groupOfNew(path)) : mode_t{0};
         steps_.addChanging({.kind = StepKind::MakeDirectory, .path = path, .mode = opening});
         files_.push_back({.path = path, .isDirectory = true, .mode = wanted.mode | opening, .opened = opening});
     }
@@ -100,7 +99,7 @@ private:
         const InstalledEntry* const brought = brought_.directory(path);
         const mode_t standing = status.st_mode & permissions;
         const mode_t wereOpened = brought == nullptr ? 0 : brought->opened & standing;
-        const mode_t opening = isOpened(wanted) ? bitsForWebserver(status, request_.account.name) : 0;
+        const mode_t opening = isOpened(wanted) ? bitsForWebserver(status, webAccess()) : 0;
         const bool isOwn = status.st_uid == request_.account.uid;
         const mode_t mode = isOwn ? (standing & ~wereOpened) | opening : standing;
         if (mode != standing)
@@ -114,11 +113,18 @@ private:
 
     bool isOpened(const PreviewEntry& wanted) const { return wanted.isInWritableTree && request_.webserverWrite; }
 
+    /// Looked up only where something is opened, because each failure has its message.
+    const WebAccessIds& webAccess() {
+        if (!webAccess_)
+            webAccess_ = WebAccessIds::of(request_.account.name);
+        return *webAccess_;
+    }
+
     /// True where the site's own file is what the package would bring, in content, owner and mode.
-    bool isAsWanted(const PreviewEntry& wanted) const {
+    bool isAsWanted(const PreviewEntry& wanted) {
         if (wanted.state != EntryState::Same || !wanted.found || wanted.found->st_uid != request_.account.uid)
             return false;
-        const mode_t opening = isOpened(wanted) ? bitsForWebserver(*wanted.found, request_.account.name) : 0;
+        const mode_t opening = isOpened(wanted) ? bitsForWebserver(*wanted.found, webAccess()) : 0;
         return (wanted.found->st_mode & permissions) == (wanted.mode | opening);
     }
 
@@ -129,8 +135,7 @@ private:
             file.size = wanted.found->st_size;
             file.time = modificationOf(*wanted.found);
         } else {
-            const mode_t opening =
-                isOpened(wanted) ? bitsToOpenNew(S_IFREG, request_.account, groupOfNew(path)) : mode_t{0};
+            const mode_t opening = isOpened(wanted) ? bitsToOpenNew(S_IFREG, webAccess(), groupOfNew(path)) : mode_t{0};
             file.mode = wanted.mode | opening;
             addBringing(path, joined(request_.packageDir, wanted.source));
         }
@@ -183,6 +188,7 @@ private:
     }
 
     const SiteRequest& request_;
+    std::optional<WebAccessIds> webAccess_;
     const Brought& brought_;
     SiteTree& tree_;
     StepList steps_;
