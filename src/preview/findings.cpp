@@ -21,6 +21,10 @@ std::string headingOf(Severity severity, std::string_view code) {
 
 } // namespace
 
+bool isFindingCode(std::string_view word) {
+    return std::ranges::find(findingCodes, word) != findingCodes.end();
+}
+
 const char* wordOf(Severity severity) {
     constexpr std::array words{"error", "warning", "note"}; // by Severity
     return words.at(static_cast<std::size_t>(severity));

@@ -16,6 +16,8 @@ inline constexpr auto findingCodes = std::to_array<std::string_view>({
     "url-leaves-root", "url-text",
 });
 
+bool isFindingCode(std::string_view word);
+
 enum class Severity {
     Error,   ///< the extraction or the fragment will fail or be refused
     Warning, ///< probably a mistake, or something is lost

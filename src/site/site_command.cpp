@@ -244,7 +244,7 @@ const Act& takeAct(Words& words) {
 
 void requireKnownCodes(const std::vector<std::string>& codes) {
     for (const std::string& code : codes)
-        if (std::ranges::find(findingCodes, code) == findingCodes.end())
+        if (!isFindingCode(code))
             throw Misuse("unknown code: " + code);
 }
 
