@@ -3,6 +3,7 @@
 #include "preview/formats.h"
 #include "preview/preview.h"
 #include "preview/previous_release.h"
+#include "runtime/accounts.h"
 #include "runtime/option_errors.h"
 
 #include <algorithm>
@@ -10,10 +11,9 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/program_options.hpp>
 #include <cerrno>
-#include <grp.h>
+#include <cstring>
 #include <iostream>
 #include <optional>
-#include <pwd.h>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 namespace po = boost::program_options;
+using namespace std::string_literals;
 
 namespace {
 
@@ -122,7 +123,7 @@ const Format& formatOf(const Request& request) {
 
 /// Gives this process the rights of the site's account, as an extraction does before it looks at the package's files.
 void become(const std::string& user) {
-    const passwd* const account = getpwnam(user.c_str());
+    const passwd* const account = lookUpAccount(user);
     if (account == nullptr)
         throw std::runtime_error("no such account: " + user);
     if (account->pw_uid == 0)
@@ -131,8 +132,8 @@ void become(const std::string& user) {
         return;
     if (geteuid() != 0)
         throw std::runtime_error("only root and " + user + " can look as " + user);
-    if (initgroups(user.c_str(), account->pw_gid) != 0 || setgid(account->pw_gid) != 0 || setuid(account->pw_uid) != 0)
-        throw std::system_error(errno, std::generic_category(), user);
+    if (switchTo(user, account->pw_uid, account->pw_gid))
+        throw std::runtime_error("cannot become " + user + (errno != 0 ? ": "s + std::strerror(errno) : ""s));
 }
 
 Preview previewOf(Request& request) {
@@ -152,7 +153,7 @@ Preview previewOf(Request& request) {
 int printPreview(Request request) {
     const Format& format = formatOf(request);
     for (const std::string& code : request.ignored)
-        if (std::ranges::find(findingCodes, code) == findingCodes.end())
+        if (!isFindingCode(code))
             throw std::runtime_error("unknown code: " + code);
     Preview preview = previewOf(request);
     std::erase_if(preview.findings, [&](const Finding& finding) {

@@ -1,5 +1,6 @@
 #include "runtime/accounts.h"
 
+#include "runtime/errors.h"
 #include "runtime/utility_log.h"
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <charconv>
 #include <cstring>
 #include <grp.h>
-#include <pwd.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -35,11 +35,12 @@ int p_setuid_ex(const char* user, int changeDir, int allowRoot) {
         messlog2(1, 0, "Cannot chdir to %s homedir %s", user, home);
     if (allowRoot == 0 && uid == 0)
         messlog2(1, 0, "Cannot run as forbidden uid: %d\n", static_cast<int>(uid));
-    if (initgroups(user, gid) != 0)
+    const auto failed = switchTo(user, uid, gid);
+    if (failed == SwitchStep::Groups)
         messlog2(1, 0, "Unable to init new groups for user %s: %s", user, std::strerror(errno));
-    if (setgid(gid) != 0)
+    if (failed == SwitchStep::Group)
         messlog2(1, 0, "Failed to setgid: %d\n", static_cast<int>(gid));
-    if (setuid(uid) != 0 || !isForGood(uid))
+    if (failed == SwitchStep::User)
         messlog2(1, 0, "Failed to setuid: %d\n", static_cast<int>(uid));
     return 0;
 }
@@ -113,4 +114,24 @@ uid_t get_user_id(const char* name) {
 int is_number(const char* text) {
     const std::string_view characters(text);
     return std::all_of(characters.begin(), characters.end(), [](char c) { return c >= '0' && c <= '9'; }) ? 1 : 0;
+}
+
+const passwd* lookUpAccount(const std::string& name) {
+    errno = 0;
+    const passwd* const found = getpwnam(name.c_str());
+    // Which numbers say "not found" is the name service's own matter (getpwnam(3)).
+    const bool isUnknown = errno == 0 || errno == ENOENT || errno == ESRCH || errno == EBADF || errno == EPERM;
+    if (found == nullptr && !isUnknown)
+        nimbo::throwSystemError("account " + name);
+    return found;
+}
+
+std::optional<SwitchStep> switchTo(const std::string& user, uid_t uid, gid_t gid) {
+    if (initgroups(user.c_str(), gid) != 0)
+        return SwitchStep::Groups;
+    if (setgid(gid) != 0)
+        return SwitchStep::Group;
+    if (setuid(uid) != 0 || !isForGood(uid))
+        return SwitchStep::User;
+    return std::nullopt;
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <pwd.h>
+#include <string>
 #include <sys/types.h>
 
 /// System accounts: the switch to a site's account and look-ups by name.  Messages go through messlog2, which adds
@@ -42,3 +45,17 @@ uid_t get_user_id(const char* name);
 /// \return 1 when every character is a decimal digit (of none, too), else 0.
 int is_number(const char* text);
 }
+
+// The same without messages.
+
+/// \return the account database's record, valid until the next account look-up; null for an account that does not
+/// exist. \throw nimbo::SystemError where it cannot be looked up: that is not "there is none".
+const passwd* lookUpAccount(const std::string& name);
+
+/// The steps of a switch to an account, in their order.
+enum class SwitchStep { Groups, Group, User };
+
+/// Switches the whole process to an account as p_setuid_ex does, which account it may ever be.  A failure leaves the
+/// steps before it done.
+/// \return the step that failed, with errno, which is 0 where the way back to root is open; nothing for a whole switch.
+std::optional<SwitchStep> switchTo(const std::string& user, uid_t uid, gid_t gid);

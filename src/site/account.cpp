@@ -1,15 +1,12 @@
 #include "site/account.h"
 
 #include "runtime/accounts.h"
-#include "runtime/errors.h"
 
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <linux/capability.h>
-#include <pwd.h>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -19,17 +16,6 @@
 namespace site {
 
 namespace {
-
-/// \return null for an account that does not exist.
-const passwd* lookUp(const std::string& name) {
-    errno = 0;
-    const passwd* const found = getpwnam(name.c_str());
-    // Which numbers say "not found" is the name service's own matter (getpwnam(3)).
-    const bool isUnknown = errno == 0 || errno == ENOENT || errno == ESRCH || errno == EBADF || errno == EPERM;
-    if (found == nullptr && !isUnknown)
-        nimbo::throwSystemError("account " + name);
-    return found;
-}
 
 /// Leaves this process, which has become an account's, one of root's rights, and that only while it asks for it.
 /// \param isUsed whether it has it now.
@@ -49,12 +35,12 @@ void haveSetGroupIdKept(bool isUsed) {
 } // namespace
 
 bool isAccount(const std::string& name, uid_t uid) {
-    const passwd* const found = lookUp(name);
+    const passwd* const found = lookUpAccount(name);
     return found != nullptr && found->pw_uid == uid;
 }
 
 Account accountOf(const std::string& name) {
-    const passwd* const found = lookUp(name);
+    const passwd* const found = lookUpAccount(name);
     if (found == nullptr)
         throw std::runtime_error("there is no account " + name);
     if (found->pw_uid == 0)
