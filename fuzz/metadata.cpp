@@ -31,11 +31,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const UniqueFd file(memfd_create("input", MFD_CLOEXEC));
     if (write(file.get(), data, size) != static_cast<ssize_t>(size))
         std::abort();
-    const std::string name = "/proc/self/fd/" + std::to_string(file.get());
+    if (lseek(file.get(), 0, SEEK_SET) != 0 || dup2(file.get(), STDIN_FILENO) != STDIN_FILENO)
+        std::abort();
+    const std::string name = "-"; // standard input
     const XmlDocument document = parseXmlFile(name);
     try {
-        if (document != nullptr)
+        if (document != nullptr) {
+            nimbo::requireUrls(document.get());
             nimbo::passedOver(document.get());
+        }
     } catch (const std::runtime_error&) {
         return 0; // a mapping without "url": the reader would end the process, as it has to
     }

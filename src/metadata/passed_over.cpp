@@ -58,6 +58,26 @@ std::string nameOfChild(const xmlNode* child) {
     return child->type == XML_ELEMENT_NODE ? nameOf(child->ns, child->name) : std::string();
 }
 
+bool isApplication(const xmlNode* root) {
+    return root != nullptr && nameOf(root->ns, root->name) == names::application;
+}
+
+bool isVirtualMapping(const xmlNode* mapping) {
+    return attributeOf(mapping, names::virtualAttribute) != nullptr;
+}
+
+/// Of the mappings that are read below an element.
+void requireUrlsBelow(const xmlNode* parent) {
+    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
+        if (nameOfChild(child) != names::mapping)
+            continue;
+        if (attributeOf(child, names::urlAttribute) == nullptr)
+            throw std::runtime_error("line " + std::to_string(xmlGetLineNo(child)) + ": a mapping without \"url\"");
+        if (!isVirtualMapping(child))
+            requireUrlsBelow(child);
+    }
+}
+
 std::string withoutBasePrefix(const std::string& name) {
     return name.starts_with("s:") ? name.substr(2) : name;
 }
@@ -70,11 +90,14 @@ public:
     void inside(const xmlNode* parent, std::string_view name) {
         const auto* const known = std::ranges::find(names::elements, name, &names::Element::name);
         const bool isRoot = known == names::elements.begin();
+        const names::List read = known == names::elements.end() ? names::List{} : known->children;
         for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
             const std::string childName = nameOfChild(child);
-            if (known != names::elements.end() && !childName.empty() && contains(known->children, childName))
-                read(child, childName);
-            else if (!childName.empty() && (!isRoot || isRead(childName) || isNearMiss(childName)))
+            if (childName.empty())
+                insideDescription(child);
+            else if (contains(read, childName))
+                insideRead(child, childName);
+            else if (!isRoot || isRead(childName) || isNearMiss(childName))
                 add(PassedOver::Kind::Element, withoutBasePrefix(childName), child);
             else
                 insideDescription(child);
@@ -82,15 +105,12 @@ public:
     }
 
 private:
-    void read(const xmlNode* element, const std::string& name) {
+    void insideRead(const xmlNode* element, const std::string& name) {
         if (isDescription(name)) {
             insideDescription(element);
             return;
         }
-        const bool isMapping = name == names::mapping;
-        if (isMapping && attributeOf(element, names::urlAttribute) == nullptr)
-            throw std::runtime_error("line " + std::to_string(xmlGetLineNo(element)) + ": a mapping without \"url\"");
-        const bool isVirtual = isMapping && attributeOf(element, names::virtualAttribute) != nullptr;
+        const bool isVirtual = name == names::mapping && isVirtualMapping(element);
         const std::string_view kind = isVirtual ? names::virtualMapping : std::string_view(name);
         attributes(element, kind);
         inside(element, kind);
@@ -131,9 +151,14 @@ private:
 std::vector<PassedOver> passedOver(const xmlDoc* document) {
     Search search;
     const xmlNode* const root = xmlDocGetRootElement(document);
-    if (root != nullptr && nameOf(root->ns, root->name) == names::application)
+    if (isApplication(root))
         search.inside(root, names::application);
     return std::move(search.found);
+}
+
+void requireUrls(const xmlDoc* document) {
+    if (const xmlNode* const root = xmlDocGetRootElement(document); isApplication(root))
+        requireUrlsBelow(root);
 }
 
 } // namespace nimbo

@@ -16,7 +16,9 @@ struct PassedOver {
 };
 
 /// Finds all of these, in document order.
-/// \throw std::runtime_error for a mapping without "url", which would end the reader's process.
 std::vector<PassedOver> passedOver(const xmlDoc* document);
+
+/// \throw std::runtime_error for a mapping without "url", which would end the reader's process.
+void requireUrls(const xmlDoc* document);
 
 } // namespace nimbo

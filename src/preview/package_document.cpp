@@ -40,6 +40,10 @@ XmlDocument parseSilently(const std::string& file) {
 PackageDocument readDocument(const std::string& packageDir, const std::string& metadataFile) {
     const std::string file = documentOf(packageDir, metadataFile);
     const XmlDocument document = parseSilently(file);
-    auto passedOver = document == nullptr ? std::vector<nimbo::PassedOver>() : nimbo::passedOver(document.get());
+    std::vector<nimbo::PassedOver> passedOver;
+    if (document != nullptr) {
+        nimbo::requireUrls(document.get());
+        passedOver = nimbo::passedOver(document.get());
+    }
     return {nimbo::FSAMetaDataReader(document, file), std::move(passedOver)};
 }

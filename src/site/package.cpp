@@ -149,7 +149,7 @@ nimbo::FSAMetaDataReader metadataOf(const Package& package) {
     const std::string file = metadataFileOf(package.directory);
     const XmlDocument document = parseXmlFile(file);
     if (document != nullptr)
-        (void)nimbo::passedOver(document.get()); // throws for a mapping for which the reader would end the process
+        nimbo::requireUrls(document.get());
     return {document, file};
 }
 
