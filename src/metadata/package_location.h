@@ -14,6 +14,9 @@ std::string metadataFileOf(const std::string& packageDir);
 /// The directory of a package's scripts.
 std::string scriptsDirectoryOf(const std::string& packageDir);
 
+/// The script of a package whose format names none (FSAMetaDataReader::callerChoosesScript).
+inline constexpr const char* fixedScript = "configure";
+
 /// packageDirectoryOf for callers with a buffer; no command is one.
 /// \param packageDir receives at most 4096 bytes with strncpy(3) semantics: a location of 4096 bytes or more is cut
 ///        and not terminated, so a buffer of 4097 zeroed bytes is always a string afterwards.

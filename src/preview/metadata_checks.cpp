@@ -89,7 +89,7 @@ Findings checkScripts(const std::string& packageDir, const nimbo::FSAMetaDataRea
     if (metadata.callerChoosesScript())
         return {};
     struct stat status {};
-    const std::string script = joined(scriptsDirectoryOf(packageDir), "configure");
+    const std::string script = joined(scriptsDirectoryOf(packageDir), fixedScript);
     if (stat(script.c_str(), &status) == 0)
         return {};
     return {warning("no-script", "scripts/configure",

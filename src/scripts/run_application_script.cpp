@@ -122,7 +122,7 @@ std::optional<PackageScript> chooseScript(const std::string& packageDir, const n
         return std::nullopt;
     return PackageScript{.interpreter = std::move(*interpreter),
                          .directory = scriptsDirectoryOf(packageDir),
-                         .file = callerChooses ? scriptFile : "configure"};
+                         .file = callerChooses ? scriptFile : fixedScript};
 }
 
 int runScript(const PackageScript& script, const std::string& action, const std::vector<std::string>& additional) {

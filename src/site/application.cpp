@@ -1,6 +1,7 @@
 #include "site/application.h"
 
 #include "files/paths.h"
+#include "webserver/virtual_host.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -19,7 +20,7 @@ bool isControl(char byte) {
 std::string hostOf(const std::string& word) {
     const bool isUsable = !word.empty() && !word.starts_with('.') && word.find('/') == std::string::npos &&
                           std::ranges::none_of(word, isControl);
-    if (!isUsable || word == "system") // the panel's own directory stands beside the hosts
+    if (!isUsable || word == nimbo::layout::systemDirectory)
         throw std::runtime_error("not the name of a host: " + word);
     return word;
 }

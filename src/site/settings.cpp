@@ -3,6 +3,7 @@
 #include "files/paths.h"
 #include "site/assignments.h"
 #include "site/durable_files.h"
+#include "webserver/virtual_host.h"
 
 #include <algorithm>
 #include <array>
@@ -89,7 +90,7 @@ Settings readSettings(const std::string& file, bool hasToExist) {
         }
     }
     if (settings.store.empty())
-        settings.store = settings.vhosts + "/system";
+        settings.store = joined(settings.vhosts, nimbo::layout::systemDirectory);
     return settings;
 }
 

@@ -12,7 +12,7 @@ VirtualHost virtualHostOf(const std::string& vhostPath) {
 
 std::string siteApplicationConfigDirectory(const VirtualHost& host) {
     // The doubled slash belongs to the path as the panel forms it.
-    return host.vhostsRoot + "/system/" + host.name + "/conf/" + "/siteapp.d/";
+    return host.vhostsRoot + "/" + systemDirectory + "/" + host.name + "/conf/" + "/siteapp.d/";
 }
 
 std::string fragmentPathOf(const std::string& vhostPath, const std::string& configFileName) {

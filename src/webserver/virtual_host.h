@@ -4,6 +4,9 @@
 
 namespace nimbo::layout {
 
+/// The panel's own directory among those of the hosts.
+inline constexpr const char* systemDirectory = "system";
+
 /// Where a virtual host stands in the panel's layout.
 struct VirtualHost {
     std::string name;       ///< the host's directory name
