@@ -109,8 +109,8 @@ InstallPlan planCopies(const std::string& packageDir, const std::string& destina
 
 std::string InstallPlan::sourcePathOf(const PlannedCopy& copy) const {
     const auto& [path, url] = roots[copy.mapping];
-    if (copy.targetPath.size() == url.size())
-        return path; // the mapping's own record
+    if (isMappingItself(copy))
+        return path;
     const std::string_view entry = std::string_view(copy.targetPath).substr(url.empty() ? 0 : url.size() + 1);
     return relativeBelow(path, entry);
 }

@@ -58,6 +58,11 @@ struct InstallPlan {
     std::vector<std::string> plainTargets;    ///< target directories of all others
     std::vector<Shadowed> shadowed;           ///< in the order of planning
 
+    /// True for the record of what a mapping itself names, not of something in it.
+    bool isMappingItself(const PlannedCopy& copy) const {
+        return copy.targetPath.size() == roots[copy.mapping].url.size();
+    }
+
     /// FSAInstallFileinfo::sourcePath of a record.
     std::string sourcePathOf(const PlannedCopy& copy) const;
     nimbo::FSAInstallFileinfo info(const PlannedCopy& copy) const;

@@ -25,7 +25,7 @@ OpenedTrees::OpenedTrees(const InstallPlan& plan)
     : rootKey_(placeKey(plan.destinationRoot)), writable_(plan.writableTargets), plain_(plan.plainTargets) {
 }
 
-std::optional<std::string> OpenedTrees::openerOf(const std::string& entry) const {
+std::optional<std::string> OpenedTrees::openerByText(const std::string& entry) const {
     const std::string key = rootKey_ + pathKey(entry);
     // Where the tree of the deepest writable mapping leaves an entry alone, those above it do so, too.
     const auto opener = writable_.deepestAt(key);

@@ -35,7 +35,7 @@ public:
     explicit OpenedTrees(const InstallPlan& plan);
 
     /// The target of the deepest writable mapping that opens an entry; nothing for a closed entry.
-    std::optional<std::string> openerOf(const std::string& entry) const;
+    std::optional<std::string> openerByText(const std::string& entry) const;
 
     /// The path below the destination root of one that leads there.
     std::string belowRoot(const std::string& path) const;

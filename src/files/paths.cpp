@@ -23,7 +23,7 @@ std::string entryIn(std::string_view directory, std::string_view entry) {
 }
 
 std::string relativeBelow(std::string_view directory, std::string_view rest) {
-    return directory.empty() ? std::string(rest) : joined(directory, rest);
+    return directory.empty() ? std::string(rest) : entryIn(directory, rest);
 }
 
 void appendElement(std::string& path, std::string_view element) {

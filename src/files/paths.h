@@ -13,10 +13,10 @@
 /// Both with one slash between them, as they stand.
 std::string joined(std::string_view directory, std::string_view rest);
 
-/// The same for what lies in a directory; the directory itself for an empty `entry`.
+/// The path of what lies in a directory, after one slash; the directory itself for an empty `entry`.
 std::string entryIn(std::string_view directory, std::string_view entry);
 
-/// The same for two relative paths, the second below the first; the second alone where the first is empty.
+/// The relative path of what lies below a relative path, after one slash; either alone where the other is empty.
 std::string relativeBelow(std::string_view directory, std::string_view rest);
 
 /// Appends an element after one slash.

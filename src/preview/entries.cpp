@@ -67,8 +67,10 @@ private:
             if (isAbove(place))
                 continue;
             const auto [position, isNew] = planned.entries.try_emplace(place);
-            if (!position->second.isDirectory)
-                return tellOccupied(place);
+            if (!position->second.isDirectory) {
+                tellOccupied(place);
+                return;
+            }
             if (!isNew && isPlain)
                 return;
         }
@@ -81,12 +83,16 @@ private:
             above = parentOf(above);
             const std::string place = placeOf(destination_, above);
             const auto known = planned.entries.find(place);
-            if (known != planned.entries.end() && !known->second.isDirectory)
-                return tellOccupied(place);
+            if (known != planned.entries.end() && !known->second.isDirectory) {
+                tellOccupied(place);
+                return;
+            }
             // What leads out of the application's directory is there as soon as that directory is.
             const bool isMade = known != planned.entries.end() || (isAbove(place) && planned.entries.contains(""));
-            if (!isMade && !isThere_(place))
-                return tell("no-parent", target, "nothing makes the directory of this single file");
+            if (!isMade && !isThere_(place)) {
+                tell("no-parent", target, "nothing makes the directory of this single file");
+                return;
+            }
         } while (hasDotDot(target) && !above.empty());
     }
 

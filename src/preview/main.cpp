@@ -17,6 +17,7 @@ int refuse(const char* reason) {
 
 int main(int argc, char** argv) {
     try {
+        // Missing standard streams stay missing: the preview writes no file, and its output has to fail without one.
         letWritesFail();
         return previewCommand(argc, argv);
     } catch (const nimbo::FSAXMLException& exception) {

@@ -9,7 +9,7 @@ Opening::Opening(const InstallPlan& plan, Site site, bool isSkipped)
     for (const std::string& target : plan.writableTargets) {
         const std::string spelled = opened_.belowRoot(target);
         const bool isNew = known.insert(spelled).second;
-        if (!isNew || !opened_.openerOf(spelled)) // a plain mapping of the same place closes it
+        if (!isNew || !opened_.openerByText(spelled)) // a plain mapping of the same place closes it
             continue;
         if (hasDotDot(spelled))
             dotted_.push_back(spelled);
@@ -19,23 +19,24 @@ Opening::Opening(const InstallPlan& plan, Site site, bool isSkipped)
         // An extraction follows no link from the outermost tree's directory down to this one.
         const auto [root, below] = outermost.wayTo(target);
         for (std::string way = below; !way.empty(); way = parentOf(way))
-            unlinked_.insert(placeOf(site_.destination, opened_.belowRoot(joined(root, way))));
+            mustNotBeLinks_.insert(placeOf(site_.destination, opened_.belowRoot(joined(root, way))));
     }
 }
 
 std::optional<std::string> Opening::openerOf(const std::string& place) const {
-    std::optional<std::string> opener = opened_.openerOf(place);
+    std::optional<std::string> opener = opened_.openerByText(place);
     // Which trees lie in each other goes by their text: in a tree with ".." in it, by that.
     for (auto tree = dotted_.begin(); !opener && tree != dotted_.end(); ++tree) {
         const std::string root = lexicalPath(site_.at(*tree));
         const std::string path = lexicalPath(site_.at(place));
         if (isSubdir(path, root))
-            opener = opened_.openerOf(normalPath(joined(*tree, std::string_view(path).substr(root.size()))));
+            opener = opened_.openerByText(normalPath(joined(*tree, std::string_view(path).substr(root.size()))));
     }
     return opener ? std::optional(placeOf(site_.destination, *opener)) : std::nullopt;
 }
 
-bool Opening::isThere(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries, bool hasSite) const {
+bool Opening::canBeOpened(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries,
+                          bool hasSite) const {
     const std::string below(withoutLeadingSlashes(mapping.url));
     const std::string place = placeOf(site_.destination, below);
     if (isSkipped_ || !openerOf(place))
@@ -49,7 +50,7 @@ bool Opening::isThere(const nimbo::FSAMetaDataWebContent& mapping, const Preview
         return false;
     for (std::string above = place; !above.empty(); above = parentOf(above)) {
         struct stat link {};
-        if (unlinked_.contains(above) && lstat(site_.at(above).c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+        if (mustNotBeLinks_.contains(above) && lstat(site_.at(above).c_str(), &link) == 0 && S_ISLNK(link.st_mode))
             return false;
     }
     return S_ISDIR(status.st_mode) || S_ISREG(status.st_mode);
@@ -57,7 +58,7 @@ bool Opening::isThere(const nimbo::FSAMetaDataWebContent& mapping, const Preview
 
 bool Opening::isBrokenByLink(const std::string& place) const {
     const auto opener = openerOf(place);
-    return !isSkipped_ && (unlinked_.contains(place) || (opener && *opener != place));
+    return !isSkipped_ && (mustNotBeLinks_.contains(place) || (opener && *opener != place));
 }
 
 Findings Opening::check(const PreviewEntries& entries) const {

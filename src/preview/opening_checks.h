@@ -25,7 +25,7 @@ public:
 
     /// True when an extraction finds what a writable mapping without a source has to open, or need not open it.
     /// \param hasSite the site is looked at.
-    bool isThere(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries, bool hasSite) const;
+    bool canBeOpened(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries, bool hasSite) const;
 
     /// True where a link fails the extraction: it is to be opened itself, or lies on the way to something that is.
     bool isBrokenByLink(const std::string& place) const;
@@ -38,6 +38,8 @@ private:
     bool isSkipped_;
     OpenedTrees opened_;
     std::vector<Tree> trees_;
-    std::vector<std::string> dotted_;          ///< writable mappings with ".." in them, below the destination
-    std::unordered_set<std::string> unlinked_; ///< places on the way to trees that are opened
+    /// Writable mappings with ".." in them, below the destination.  OpenedTrees goes by text, so they are looked for
+    /// apart.
+    std::vector<std::string> dotted_;
+    std::unordered_set<std::string> mustNotBeLinks_; ///< places on the way to trees that are opened
 };

@@ -91,7 +91,7 @@ Findings checkPackage(const PreviewSettings& settings, const PackageDocument& do
     append(findings, checkMappings(mappings, fragmentSettingsOf(settings)));
     append(findings, checkScripts(packageDir, document.metadata));
     append(findings, checkMappingSources(mappings, planned.mappings, [&](const auto& mapping) {
-               return plan.opening.isThere(mapping, entries.entries, hasSite);
+               return plan.opening.canBeOpened(mapping, entries.entries, hasSite);
            }));
     append(findings, checkReadable(settings.rights, planned));
     append(findings, checkKinds(planned.sources));

@@ -61,14 +61,15 @@ MappingSources lookAtMappings(const std::string& packageDir, const std::list<FSA
                               Rights rights) {
     MappingSources sources;
     for (const FSAMetaDataWebContent& mapping : mappings) {
-        struct stat status {};
+        if (!mapping.redirect.empty()) {
+            sources.emplace_back();
+            continue;
+        }
         const std::string path = joined(packageDir, withoutLeadingSlashes(mapping.path));
         const std::string inside = inPackage(packageDir, path);
-        if (!mapping.redirect.empty())
-            sources.emplace_back();
-        else
-            sources.push_back(MappingSource{inside, stat(path.c_str(), &status) == 0 ? 0 : errno,
-                                            closedOnTheWay(rights, packageDir, inside)});
+        struct stat status {};
+        const int error = stat(path.c_str(), &status) == 0 ? 0 : errno;
+        sources.push_back(MappingSource{inside, error, closedOnTheWay(rights, packageDir, inside)});
     }
     return sources;
 }
@@ -140,7 +141,7 @@ Source sourceOf(const InstallPlan& plan, const PlannedCopy& copy, Rights rights,
         .target = normalPath(copy.targetPath),
         .path = inPackage(plan.packageDir, path),
         .mapping = copy.mapping,
-        .isWholeMapping = copy.targetPath.size() == plan.roots[copy.mapping].url.size(),
+        .isWholeMapping = plan.isMappingItself(copy),
         .listed = copy.kind,
         .isTooLong = isTooLong(plan.destinationRoot, copy.targetPath),
         .asDirectory = isWrittenAsDirectory("/" + copy.targetPath),

@@ -19,25 +19,41 @@ bool isPlain(char byte) {
     return byte >= 0x20 && byte < 0x7f && byte != '&' && byte != '<' && byte != '>';
 }
 
-/// The text with what `change(bytes, code point)` gives for each character that is not plain and, with `illegal`, for
-/// each byte that is not UTF-8.  Plain text is taken in runs.
-template <class Change>
-std::string changed(std::string_view text, const Change& change) {
-    std::string result;
+/// Calls `visitPlain(bytes)` for each run of plain text, and `visit(bytes, code point)` for each other character and,
+/// with `illegal`, for each byte that is not UTF-8.
+template <class VisitPlain, class Visit>
+void forEachPart(std::string_view text, const VisitPlain& visitPlain, const Visit& visit) {
     while (!text.empty()) {
         auto size = static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
         if (size > 0) {
-            result += text.substr(0, size);
+            visitPlain(text.substr(0, size));
         } else {
             const char* end = text.data();
             code_point character = boost::locale::utf::utf_traits<char>::decode(end, text.data() + text.size());
             const bool isCharacter = boost::locale::utf::is_valid_codepoint(character);
             size = isCharacter ? static_cast<std::size_t>(end - text.data()) : 1;
-            result += change(text.substr(0, size), isCharacter ? character : illegal);
+            visit(text.substr(0, size), isCharacter ? character : illegal);
         }
         text.remove_prefix(size);
     }
+}
+
+/// The text with what `change(bytes, code point)` gives in the place of what is not plain, as of forEachPart.
+template <class Change>
+std::string changed(std::string_view text, const Change& change) {
+    std::string result;
+    const auto add = [&](std::string_view bytes) { result += bytes; };
+    forEachPart(text, add, [&](std::string_view bytes, code_point character) { result += change(bytes, character); });
     return result;
+}
+
+/// True when `fits(code point)` is true of all that is not plain, as of forEachPart.
+template <class Fits>
+bool allFit(std::string_view text, const Fits& fits) {
+    bool all = true;
+    const auto pass = [](std::string_view) {};
+    forEachPart(text, pass, [&](std::string_view, code_point character) { all = all && fits(character); });
+    return all;
 }
 
 struct Range {
@@ -100,7 +116,7 @@ std::string asUtf8(std::string_view text) {
 }
 
 bool isUtf8(std::string_view text) {
-    return asUtf8(text) == text;
+    return allFit(text, [](code_point character) { return character != illegal; });
 }
 
 std::string withJsonEscapes(std::string_view json) {
@@ -112,12 +128,7 @@ std::string withJsonEscapes(std::string_view json) {
 }
 
 bool fitsXml(std::string_view text) {
-    bool all = true;
-    changed(text, [&](std::string_view, code_point character) {
-        all = all && character != illegal && xmlIsCharQ(character);
-        return "";
-    });
-    return all;
+    return allFit(text, [](code_point character) { return character != illegal && xmlIsCharQ(character); });
 }
 
 std::string xmlContent(std::string_view text) {

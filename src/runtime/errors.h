@@ -47,6 +47,6 @@ public:
 /// True for the errno values of a look at a place where nothing is.
 bool isNotFound(int error);
 
-/// The same, and for a link that leads nowhere; also what opening a place for a directory, links not followed, tells of
-/// a file or a link.
+/// True for these values and for that of a link that leads only to itself.  Opening a place for a directory, links not
+/// followed, gives one of them where a file or a link is.
 bool isNowhere(int error);

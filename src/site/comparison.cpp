@@ -29,8 +29,7 @@ bool isOwnReplaced(const Finding& finding, const SiteRequest& request, const Pre
 } // namespace
 
 std::string sitePath(const Application& application, const std::string& relative) {
-    const std::string below = application.below();
-    return below.empty() ? relative : entryIn(below, relative);
+    return relativeBelow(application.below(), relative);
 }
 
 Preview compare(const SiteRequest& request, const Brought& brought) {

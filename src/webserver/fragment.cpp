@@ -62,6 +62,11 @@ std::string dotted(const std::string& extension, const FSAMetaDataWebContent& ma
     return "." + requireOneLine(extension, mapping) + " ";
 }
 
+/// True when a PHP handler writes a section.  One that is neither off nor has extensions says nothing.
+bool hasSection(const FSAMetaDataWebContent::PHPHandler& handler) {
+    return handler.disabled || !handler.extensions.empty();
+}
+
 std::string phpSections(const FSAMetaDataWebContent& mapping) {
     std::string sections;
     for (const auto& handler : mapping.phpHandlers) {
@@ -72,7 +77,7 @@ std::string phpSections(const FSAMetaDataWebContent& mapping) {
         std::string extensions;
         for (const auto& extension : handler.extensions)
             extensions += dotted(extension.value, mapping);
-        if (!extensions.empty())
+        if (hasSection(handler))
             sections += boost::replace_all_copy(std::string(phpOn), "%1%", extensions);
     }
     return sections;
@@ -115,8 +120,7 @@ std::string redirectLine(const FSAMetaDataWebContent& mapping, const FragmentSet
 }
 
 bool hasSections(const FSAMetaDataWebContent& mapping, const FragmentSettings& settings) {
-    const auto says = [](const auto& php) { return php.disabled || !php.extensions.empty(); };
-    return (settings.php && std::ranges::any_of(mapping.phpHandlers, says)) ||
+    return (settings.php && std::ranges::any_of(mapping.phpHandlers, hasSection)) ||
            (settings.cgi && !mapping.cgiHandlers.empty());
 }
 
