@@ -14,38 +14,22 @@ namespace {
 
 constexpr long fchmodat2 = 452;
 
-void leaveAll(const fs::path& /*base*/) {
-}
-
 /// An ordinary user cannot do this.
-void hideProc(const fs::path& /*base*/) {
+void hideProc() {
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
         std::exit(notAllowed);
 }
 
-void hideProcFromNobody(const fs::path& base) {
-    hideProc(base);
-    constexpr uid_t nobody = 65534;
-    for (const fs::path& path : {base, base / "entry", base / "private"})
-        EXPECT_EQ(chown(path.c_str(), nobody, nobody), 0);
-    EXPECT_EQ(setuid(nobody), 0);
-}
-
-void putLink(const fs::path& base) {
-    fs::create_symlink("private", base / "entry");
-}
-
-void putFile(const fs::path& base) {
-    fs::rename(base / "private", base / "entry");
-}
-
-/// Adds a mode to the entry, puts something else in its place, adds a mode again, and prints the modes of both.
-void changeTwice(const fs::path& base, void (*replace)(const fs::path&)) {
+/// Adds a mode to the entry, puts a link or a file in its place, adds a mode again, and prints the modes of both.
+void changeTwice(const fs::path& base, bool putsFile) {
     const std::string path = (base / "entry").string();
     const EntryHandle entry(AT_FDCWD, path.c_str());
     std::cout << (entry.addMode(0060) == 0 ? "Success" : std::strerror(errno)) << '|';
     fs::rename(path, base / "moved");
-    replace(base);
+    if (putsFile)
+        fs::rename(base / "private", path);
+    else
+        fs::create_symlink("private", path);
     std::cout << (entry.addMode(0606) == 0 ? "Success" : std::strerror(errno)) << '|' << std::oct
               << fs::status(base / "moved").permissions() << ' ' << fs::status(path).permissions() << std::flush;
     _exit(0); // the usual exit looks for leaks, under a sanitizer that needs /proc
@@ -59,9 +43,10 @@ TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
     struct Row {
         std::string name;
         unsigned refusal = ENOSYS; ///< of fchmodat2(2), or none
-        void (*prepare)(const fs::path&) = leaveAll;
+        bool hidesProc = false;
         mode_t mode = 04600;
-        void (*replace)(const fs::path&) = putLink;
+        uid_t user = 0;
+        bool putsFile = false;
         std::string printed;
     };
     const std::vector<Row> rows{
@@ -70,15 +55,16 @@ TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
         {.name = "a filter does not know it", .refusal = EPERM, .printed = "Success|Success|4606 600"},
         {.name = "it fails", .refusal = EROFS, .printed = "Read-only file system|Read-only file system|4600 600"},
         {.name = "without /proc, by root",
-         .prepare = hideProc,
+         .hidesProc = true,
          .printed = "Success|Too many levels of symbolic links|4660 600"},
         {.name = "without /proc, an entry that its owner cannot read",
-         .prepare = hideProcFromNobody,
+         .hidesProc = true,
          .mode = 0200,
+         .user = 65534,
          .printed = "Success|Too many levels of symbolic links|260 600"},
         {.name = "without /proc, another file in its place",
-         .prepare = hideProc,
-         .replace = putFile,
+         .hidesProc = true,
+         .putsFile = true,
          .printed = "Success|No such file or directory|4660 600"},
     };
     for (const Row& row : rows) {
@@ -86,10 +72,16 @@ TEST_F(Entries, TheEntryThatWasExaminedIsTheOneThatChanges) {
         writeFile(base / "entry", "x", row.mode);
         writeFile(base / "private", "x", 0600);
         const Outcome outcome = inChild([&] {
-            row.prepare(base);
+            if (row.hidesProc)
+                hideProc();
+            if (row.user != 0) {
+                for (const fs::path& path : {base, base / "entry", base / "private"})
+                    EXPECT_EQ(chown(path.c_str(), row.user, row.user), 0);
+                EXPECT_EQ(setuid(row.user), 0);
+            }
             if (row.refusal != 0)
                 refuseCall(fchmodat2, row.refusal);
-            changeTwice(base, row.replace);
+            changeTwice(base, row.putsFile);
         });
         if (outcome.status == notAllowed)
             GTEST_SKIP() << "needs the right to refuse system calls and to mount: " << row.name;

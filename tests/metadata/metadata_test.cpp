@@ -113,26 +113,23 @@ TEST_F(Metadata, UnusableDocumentsAreNotLoaded) {
 }
 
 TEST_F(Metadata, ANameThatIsOneSlipAwayFromAKnownOneIsTold) {
-    struct Slip {
+    struct Row {
         std::string name;
         std::string word;
+        bool isTold = true;
     };
-    const std::vector<Slip> told{
+    const std::vector<Row> rows{
         {.name = "two letters in the other order", .word = "nmae"},
         {.name = "a letter more", .word = "names"},
         {.name = "a letter less", .word = "nam"},
         {.name = "another letter", .word = "nome"},
+        {.name = "another order, and the second letter another one", .word = "nmxe", .isTold = false},
+        {.name = "another order, and the first letter another one", .word = "nxae", .isTold = false},
+        {.name = "another order and a letter less", .word = "nma", .isTold = false},
+        {.name = "another order and a letter more", .word = "nmaxe", .isTold = false},
     };
-    for (const Slip& slip : told)
-        EXPECT_EQ(passedOverIn("<" + slip.word + "/>"), "1: " + slip.word + "\n") << slip.name;
-    const std::vector<Slip> tooFar{
-        {.name = "another order, and the second letter another one", .word = "nmxe"},
-        {.name = "another order, and the first letter another one", .word = "nxae"},
-        {.name = "another order and a letter less", .word = "nma"},
-        {.name = "another order and a letter more", .word = "nmaxe"},
-    };
-    for (const Slip& slip : tooFar)
-        EXPECT_EQ(passedOverIn("<" + slip.word + "/>"), "") << slip.name;
+    for (const Row& row : rows)
+        EXPECT_EQ(passedOverIn("<" + row.word + "/>"), row.isTold ? "1: " + row.word + "\n" : "") << row.name;
 }
 
 TEST_F(Metadata, WhatBelongsToMappingsIsToldWhereItIsNotRead) {

@@ -83,10 +83,9 @@ class PanelConfiguration : public SandboxTest {
 protected:
     /// How `body` ends with a configuration file of this text, or without one.
     static Outcome with(const std::optional<std::string>& text, const std::function<void()>& body) {
-        const ChangedFile changed("/etc/kro/kro.conf");
-        fs::remove("/etc/kro/kro.conf");
-        if (text)
-            writeFile("/etc/kro/kro.conf", *text);
+        const ChangedFile changed("/etc/kro/kro.conf", text.value_or(""));
+        if (!text)
+            fs::remove("/etc/kro/kro.conf");
         return inChild(body);
     }
 };
@@ -229,57 +228,50 @@ static void exhaustMemory() {
             continue;
 }
 
-/// What there is before the memory is used up.
-struct Supplies {
-    conf_table empty{};
-    conf_table begun{};
-    nimbo::SystemError failure{"unnamed", EIO};
-    std::string tooLarge = std::string(std::size_t{64} << 20, 'x');
-};
-
 TEST_F(Configuration, ALackOfMemoryIsTold) {
     struct Row {
         std::string name;
         bool isAllTaken = true; ///< down to the smallest pieces
-        void (*act)(Supplies& supplies);
+        std::function<void()> act;
         int status = 0;
         std::string told;
     };
+    conf_table empty{};
+    conf_table begun{};
+    conf_init_r(&begun);
+    const nimbo::SystemError failure("unnamed", EIO);
+    const std::string tooLarge(std::size_t{64} << 20, 'x');
     const std::vector<Row> rows{
         {.name = "for a value, where there is some for its name",
          .isAllTaken = false,
-         .act = [](Supplies& supplies) { conf_set_r("V", supplies.tooLarge.c_str(), &supplies.begun); },
+         .act = [&] { conf_set_r("V", tooLarge.c_str(), &begun); },
          .told = "Unable to form configuration: Cannot allocate memory\n"},
         {.name = "for the name of a value",
-         .act = [](Supplies& supplies) { conf_set_r("V", "x", &supplies.begun); },
+         .act = [&] { conf_set_r("V", "x", &begun); },
          .told = "Unable to form configuration: Cannot allocate memory\n"},
         {.name = "for a table",
-         .act = [](Supplies& supplies) { nimbo_log(1, "%d", conf_set_r("V", "x", &supplies.empty)); },
+         .act = [&] { nimbo_log(1, "%d", conf_set_r("V", "x", &empty)); },
          .told = "Unable to read configuration: Cannot allocate memory\n-1\n"},
         {.name = "for a message",
-         .act = [](Supplies& /*supplies*/) { messlog2(0, 0, "message"); },
+         .act = [] { messlog2(0, 0, "message"); },
          .told = "Can't allocate memory for error message\n"},
         {.name = "for the panel's configuration",
-         .act = [](Supplies& /*supplies*/) { autoprepend(); },
+         .act = [] { autoprepend(); },
          .told = "Not enough memory to allocate Nimbo runtime configuration structure\n"},
-        {.name = "for the text of a failure",
-         .act = [](Supplies& supplies) { nimbo_log(1, "%s", supplies.failure.what()); },
-         .told = "unnamed\n"},
+        {.name = "for the text of a failure", .act = [&] { nimbo_log(1, "%s", failure.what()); }, .told = "unnamed\n"},
         {.name = "for a document",
-         .act = [](Supplies& /*supplies*/) { parseXmlMemory("<a/>"); },
+         .act = [] { parseXmlMemory("<a/>"); },
          .status = aborted,
          .told = "terminate called after throwing an instance of 'St9bad_alloc'\n  what():  std::bad_alloc\n"},
     };
     for (const Row& row : rows) {
         const auto actWithoutMemory = [&] {
             LogLevel = 12;
-            Supplies supplies;
-            conf_init_r(&supplies.begun);
             const rlimit none{0, 0};
             setrlimit(RLIMIT_AS, &none);
             if (row.isAllTaken)
                 exhaustMemory();
-            row.act(supplies);
+            row.act();
             _exit(0); // what a usual exit does may need memory
         };
         EXPECT_THAT(inChild(actWithoutMemory), ended(row.status, row.told)) << row.name;

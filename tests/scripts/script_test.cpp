@@ -69,8 +69,7 @@ TEST_F(PhpScript, GetsTheEngineFirstWhereItsLanguageNamesIt) {
 }
 
 TEST_F(PhpScript, FailsWithoutAnInterpreter) {
-    const ChangedFile configuration("/etc/kro/kro.conf");
-    configuration.replace("CLIENT_PHP_BIN", "-CLIENT_PHP_BIN");
+    const ChangedFile configuration("/etc/kro/kro.conf", "");
     EXPECT_THAT(runScript({php_}), ended(255, "Unable to find command line php interpreter.\n"));
 }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/algorithm/string/replace.hpp>
 #include <cstddef>
 #include <ctime>
 #include <fstream>
@@ -141,11 +140,6 @@ void writeFile(const fs::path& file, const std::string& content, mode_t mode) {
     fs::create_directories(file.parent_path());
     std::ofstream(file.string(), std::ios::binary) << content;
     chmod(file.c_str(), mode);
-}
-
-void ChangedFile::replace(const std::string& words, const std::string& others) const {
-    ASSERT_THAT(text_, HasSubstr(words));
-    writeFile(file_, boost::replace_all_copy(text_, words, others));
 }
 
 void make(const fs::path& root, const Words& entries) {

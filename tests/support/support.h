@@ -76,20 +76,18 @@ Words linesOf(const std::string& text);
 /// Makes the parent directories too.
 void writeFile(const fs::path& file, const std::string& content, mode_t mode = 0644);
 
-/// Gives a file of the sandbox, which a test changes, its text back in the end.
+/// A file of the sandbox with another text, which gets its own back in the end.
 class ChangedFile {
 public:
-    explicit ChangedFile(const fs::path& file) : file_(file), text_(contentOf(file)) {}
+    ChangedFile(const fs::path& file, const std::string& text) : file_(file), own_(contentOf(file)) {
+        writeFile(file, text);
+    }
     ChangedFile(const ChangedFile&) = delete;
-    ChangedFile& operator=(const ChangedFile&) = delete;
-    ~ChangedFile() { writeFile(file_, text_); }
-
-    /// Puts other words in the place of all of these.
-    void replace(const std::string& words, const std::string& others) const;
+    ~ChangedFile() { writeFile(file_, own_); }
 
 private:
     const fs::path file_;
-    const std::string text_;
+    const std::string own_;
 };
 
 /// Makes entries below `root`: files of "content\n", a directory "NAME/" and a link "NAME -> TARGET".

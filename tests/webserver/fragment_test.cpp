@@ -11,6 +11,8 @@ const std::string onePhp = "<php:handler><php:extension>php</php:extension><php:
 const std::string oneCgi = "<cgi:handler><cgi:extension>cgi</cgi:extension><cgi:extension>php</cgi:extension>"
                            "<cgi:extension>.php</cgi:extension></cgi:handler>";
 
+const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>";
+
 class FragmentText : public DirectoryTest {
 protected:
     std::string textOf(const std::string& document, const FragmentSettings& settings) const {
@@ -29,6 +31,9 @@ protected:
     }
     Outcome install(const std::string& elements, const Words& changes = {}) const {
         return run(installation(elements, changes));
+    }
+    static Matcher<const Outcome&> failed(const std::string& error) {
+        return ended(255, AllOf(StartsWith("Filesystem exception during config creation: "), HasSubstr(error)));
     }
 };
 
@@ -167,115 +172,85 @@ TEST_F(Fragment, IsForRootAloneWhateverTheUmask) {
 }
 
 TEST_F(Fragment, IsKeptWhereAnInstallationFails) {
-    const std::string some = "<mapping url='/'>" + oneCgi + "</mapping>";
     const std::string breaking = "x\nInclude /y";
     const std::string document = (package / "APP-META.xml").string();
     const std::string inXml = "XML occured during processing the package file " + document + ": ";
     struct Row {
-        std::string name;
         std::string elements;
         Words changes = {};
         int status = 1;
         std::string error = "invalid_option_value";
     };
     const std::vector<Row> rows{
-        {.name = "a document that cannot be read",
-         .elements = "<unclosed>",
-         .status = 255,
-         .error = inXml + "Unable to load file: " + document + "\n"},
-        {.name = "a line break in a redirection",
-         .elements = "<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>",
+        {.elements = "<unclosed>", .status = 255, .error = inXml + "Unable to load file: " + document + "\n"},
+        {.elements = "<mapping url='a' virtual='redirect' href='/x&#10;Include /y'/>",
          .status = 255,
          .error = inXml + "the mapping of URL /a"},
-        {.name = "a line break in the document root, also where nothing would be written",
-         .elements = some,
-         .changes = {"--disable-php-support=1", "--disable-cgi-support=1", "--www-root=" + breaking}},
-        {.name = "a line break in the subdirectory",
-         .elements = some,
-         .changes = {"--application-subdirectory=" + breaking}},
-        {.name = "an option that is no number", .elements = some, .changes = {"--disable-php-support=yes"}},
-        {.name = "a mapping without a URL",
-         .elements = "<mapping path='no url'/>",
-         .status = aborted,
-         .error = "std::logic_error"},
+        // Also where nothing would be written.
+        {.elements = some, .changes = {"--disable-php-support=1", "--disable-cgi-support=1", "--www-root=" + breaking}},
+        {.elements = some, .changes = {"--application-subdirectory=" + breaking}},
+        {.elements = some, .changes = {"--disable-php-support=yes"}},
+        {.elements = "<mapping path='no url'/>", .status = aborted, .error = "std::logic_error"},
     };
     writeFile(fragments / "app.conf", "old");
     for (const Row& row : rows)
-        EXPECT_THAT(install(row.elements, row.changes), ended(row.status, HasSubstr(row.error))) << row.name;
+        EXPECT_THAT(install(row.elements, row.changes), ended(row.status, HasSubstr(row.error))) << row.elements;
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--install-apache-conf"}), ended(1, StartsWith("Fatal error: boost::")));
     EXPECT_EQ(contentOf(fragments / "app.conf"), "old");
     EXPECT_THAT(namesIn(fragments), MatchesRegex("d . f app.conf f app.conf.new......")); // of the abort alone
 }
 
-class FragmentFailure : public Fragment {
-protected:
-    static Matcher<const Outcome&> failed(const std::string& error) {
-        return ended(255, AllOf(StartsWith("Filesystem exception during config creation: "), HasSubstr(error)));
-    }
-
-    const std::string some_ = "<mapping url='/'>" + oneCgi + "</mapping>";
-};
-
-TEST_F(FragmentFailure, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
-    struct Row {
-        std::string name;
-        std::string elements;
-    };
-    const std::vector<Row> rows{
-        {.name = "met at the end", .elements = some_},
-        {.name = "met before", .elements = "<mapping url='" + std::string(5000, 'x') + "'><cgi:handler/></mapping>"},
-    };
+TEST_F(Fragment, WhatTheDiskDoesNotTakeIsNotRenamedIntoPlace) {
+    const std::string longUrl = "<mapping url='long" + std::string(5000, 'x') + "'><cgi:handler/></mapping>";
     make(fragments, {"app.conf"});
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        // A write beyond the limit raises SIGXFSZ.
-        EXPECT_THAT(run(joined({"prlimit", "--fsize=300"}, installation(row.elements))), failed("(system:27)\n"));
+    // A write beyond the limit raises SIGXFSZ; the short text meets it at the end, the long one before.
+    for (const std::string& elements : {some, longUrl}) {
+        SCOPED_TRACE(elements);
+        EXPECT_THAT(run(joined({"prlimit", "--fsize=300"}, installation(elements))), failed("(system:27)\n"));
         EXPECT_EQ(namesIn(fragments), "d . f app.conf");
         EXPECT_EQ(contentOf(fragments / "app.conf"), "content\n");
     }
 }
 
-TEST_F(FragmentFailure, ADirectoryInItsPlaceStays) {
+TEST_F(Fragment, ADirectoryInItsPlaceStays) {
     make(fragments, {"app.conf/full/"});
-    EXPECT_THAT(install(some_), failed(" error code: (system:39)\n"));
+    EXPECT_THAT(install(some), failed(" error code: (system:39)\n"));
     EXPECT_EQ(namesIn(fragments), "d . d app.conf d app.conf/full");
 }
 
-TEST_F(FragmentFailure, AFileInTheDirectorysPlaceIsNamedByTheAbort) {
+TEST_F(Fragment, AFileInTheDirectorysPlaceIsNamedByTheAbort) {
     make(fragments.parent_path(), {"siteapp.d"});
-    EXPECT_THAT(install(some_), ended(aborted, HasSubstr("mkstemp() failed: : Not a directory")));
+    EXPECT_THAT(install(some), ended(aborted, HasSubstr("mkstemp() failed: : Not a directory")));
 }
 
-TEST_F(FragmentFailure, TheHostsConfigurationIsNotMade) {
+TEST_F(Fragment, TheHostsConfigurationIsNotMade) {
     fs::remove_all(fragments.parent_path());
-    EXPECT_THAT(install(some_), failed(" error code: (system:2)\n"));
+    EXPECT_THAT(install(some), failed(" error code: (system:2)\n"));
     EXPECT_FALSE(fs::exists(fragments.parent_path()));
 }
 
-class FragmentRemoval : public Fragment {
-protected:
-    void prepare() override { make(fragments, {"app.conf", "full/file"}); }
-};
-
-TEST_F(FragmentRemoval, IsBelowThePanelsDirectoryAlone) {
+TEST_F(Fragment, IsRemovedBelowThePanelsDirectoryAlone) {
+    make(fragments, {"app.conf", "full/file"});
     EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example"})), ended(0));
     EXPECT_EQ(namesIn(fragments), "d . d full f full/file");
     EXPECT_THAT(run(command("remove-apache-conf")), ended(0)); // no longer there
 }
 
-TEST_F(FragmentRemoval, OfAPathWithASlashAtItsEndIsThatOfNoHost) {
+TEST_F(Fragment, StaysWhereThePathOfTheHostEndsInASlash) {
+    make(fragments, {"app.conf"});
     EXPECT_THAT(run(command("remove-apache-conf", {"--vhost-path=/x/test.example/"})), ended(0));
-    EXPECT_EQ(namesIn(fragments), "d . f app.conf d full f full/file");
+    EXPECT_EQ(namesIn(fragments), "d . f app.conf");
 }
 
-TEST_F(FragmentRemoval, ThatFailsIsTold) {
+TEST_F(Fragment, ARemovalThatFailsIsTold) {
+    make(fragments, {"full/file"});
     const Words words = command("remove-apache-conf", {"--config-file-name=full"});
     const Outcome outcome = run(words);
     EXPECT_THAT(outcome, ended(1, StartsWith("Fatal error: boost::filesystem::filesystem_error("), outcome.error));
     EXPECT_THAT(run(unread(words)), ended(1));
 }
 
-TEST_F(FragmentRemoval, NeedsTheDocumentRoot) {
+TEST_F(Fragment, ARemovalNeedsTheDocumentRoot) {
     EXPECT_THAT(run({LARKSPUR_PROGRAM, "--remove-apache-conf", "--vhost-path=/x", "--config-file-name=app.conf"}),
                 ended(1, HasSubstr("www-root")));
 }
