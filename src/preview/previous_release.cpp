@@ -23,9 +23,11 @@ bool PreviousRelease::isUnread(const std::string& place) const {
 PreviousRelease previousReleaseOf(const PlannedSources& planned, PreviewEntries entries) {
     const InstallPlan& plan = planned.plan;
     PreviousRelease release{plan.packageDir, std::move(entries), planned.unreadSources(), {}};
-    for (std::size_t mapping = 0; mapping < planned.mappings.size(); ++mapping)
-        if (const auto& source = planned.mappings[mapping]; source && source->isUnread())
-            release.unreadPlaces.insert(placeOf(plan.destinationRoot, plan.roots[mapping].url));
+    for (std::size_t i = 0; i < plan.roots.size(); ++i) {
+        const auto& source = planned.mappings[i];
+        if (source && source->isUnread())
+            release.unreadPlaces.insert(placeOf(plan.destinationRoot, plan.roots[i].url));
+    }
     for (const Source& source : planned.sources)
         if (release.unreadSources.contains(source.path))
             release.unreadPlaces.insert(placeOf(plan.destinationRoot, source.target));

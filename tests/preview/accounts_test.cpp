@@ -137,4 +137,21 @@ TEST_F(Accounts, WhatTheSiteDoesNotShowIsUnknownOnceADirectory) {
                                   AllOf(HasSubstr("? drwxr-xr-x   d/b\n? -rw-r--r--   d/b/c\n? -rw-r--r--   e\n"),
                                         EndsWith("0 errors, 2 warnings\n"))));
     EXPECT_THAT(run(joined(words, {"--ignore=unreadable-site", "--ignore=not-permitted"})), ended(0));
+    // Nor is it somebody's change where the previous release has files of the same size.
+    makePackage(base / "previous", metadata(rootMapping), {"htdocs/d/a", "htdocs/e", "htdocs/gone"});
+    writeFile(package / "htdocs/e", "of another size\n");
+    make(docroot, {"gone"});
+    chmod((docroot / "gone").c_str(), 0600);
+    EXPECT_THAT(run(joined(words, {"--previous-package=" + (base / "previous").string()})),
+                ended(1,
+                      "warning: unreadable-site: d: what stands there is unknown: Permission denied\n"
+                      "warning: unreadable-site: .: what stands there is unknown: Permission denied\n",
+                      HasSubstr("\n? -rw-r--r--   e\n")));
+}
+
+TEST_F(Accounts, NobodyLooksWhereTheRightsOfRootAreKept) {
+    makePackage(package, metadata(rootMapping));
+    EXPECT_THAT(
+        run({"setpriv", "--securebits=+no_setuid_fixup", LARKSPUR_PREVIEW, "--user-name=sitea", package.string()}),
+        ended(2, "larkspur-preview: cannot become sitea\n", ""));
 }
