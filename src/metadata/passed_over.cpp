@@ -93,18 +93,22 @@ public:
         const names::List read = known == names::elements.end() ? names::List{} : known->children;
         for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
             const std::string childName = nameOfChild(child);
-            if (childName.empty())
+            if (isFree(childName, isRoot))
                 insideDescription(child);
             else if (contains(read, childName))
                 insideRead(child, childName);
-            else if (!isRoot || isRead(childName) || isNearMiss(childName))
-                add(PassedOver::Kind::Element, withoutBasePrefix(childName), child);
             else
-                insideDescription(child);
+                add(PassedOver::Kind::Element, withoutBasePrefix(childName), child);
         }
     }
 
 private:
+    /// True for what nobody can have meant for the reader: what is foreign and, directly in the document's element,
+    /// what has no name like those that are read.
+    static bool isFree(std::string_view name, bool isInRoot) {
+        return name.empty() || (isInRoot && !isRead(name) && !isNearMiss(name));
+    }
+
     void insideRead(const xmlNode* element, const std::string& name) {
         if (isDescription(name)) {
             insideDescription(element);
