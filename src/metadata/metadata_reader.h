@@ -34,6 +34,9 @@ public:
     /// A deep copy of webContent, in its order.
     std::list<FSAMetaDataWebContent> get_web_content_info() const;
 
+    /// "VERSION-RELEASE".
+    std::string versionAndRelease() const { return version + '-' + release; }
+
     /// True for a format that leaves the choice of script and language to the caller.
     bool callerChoosesScript() const;
 

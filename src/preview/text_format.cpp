@@ -136,7 +136,7 @@ std::string summaryOf(const Preview& preview) {
                            counted(count(preview.findings, Severity::Warning), "warning", "warnings");
     if (const auto notes = count(preview.findings, Severity::Note); notes > 0)
         findings += ", " + counted(notes, "note", "notes");
-    return escaped(metadata.name + ' ' + metadata.version + '-' + metadata.release) + ": " + counts.kinds() + ", " +
+    return escaped(metadata.name + ' ' + metadata.versionAndRelease()) + ": " + counts.kinds() + ", " +
            counted(counts.bytes, "byte", "bytes") + ", " + std::to_string(counts.opened) + " opened (w)\n" +
            (states.empty() ? "" : states + '\n') + findings + '\n';
 }

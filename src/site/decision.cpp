@@ -115,7 +115,7 @@ Decision decide(const CallOptions& options, const Wish& wish, const Places& plac
                                            .isWanted = options.script.has_value()});
     });
     wanted.title = metadata.name;
-    wanted.version = versionOf(metadata);
+    wanted.version = metadata.versionAndRelease();
     wanted.fragment = decision.fragment.empty() ? "" : fingerprint(decision.fragment);
     stamp(wanted, before);
     decision.action = actionOf(before, wanted);

@@ -153,8 +153,4 @@ nimbo::FSAMetaDataReader metadataOf(const Package& package) {
     return {document, file};
 }
 
-std::string versionOf(const nimbo::FSAMetaDataReader& metadata) {
-    return metadata.version + "-" + metadata.release;
-}
-
 } // namespace site

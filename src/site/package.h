@@ -20,7 +20,4 @@ Package examinePackage(const std::string& directory);
 /// \throw std::exception, nimbo::FSAXMLException
 nimbo::FSAMetaDataReader metadataOf(const Package& package);
 
-/// The text with which a package's document names its version.
-std::string versionOf(const nimbo::FSAMetaDataReader& metadata);
-
 } // namespace site

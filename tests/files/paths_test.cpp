@@ -23,6 +23,7 @@ TEST(Paths, ArePutTogetherAsTheyStand) {
     EXPECT_EQ(entryIn("", "a"), "/a");
     EXPECT_EQ(entryIn("a", ""), "a");
     EXPECT_EQ(relativeBelow("", "a"), "a");
+    EXPECT_EQ(relativeBelow("a", ""), "a");
     EXPECT_EQ(relativeBelow("a/", "b"), "a//b");
 }
 
