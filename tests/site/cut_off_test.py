@@ -206,13 +206,6 @@ class CutOffTest(SiteTest):
         self.changes(self.call("reload"))
         self.stays(self.call("reload"))
 
-    def test_a_reload_that_has_failed_is_done_again(self):
-        self.begin("one")
-        self.settings(RELOAD="false")
-        self.assertEqual(self.call("reload").status, 1)
-        self.settings()
-        self.changes(self.call("reload"))
-
 
 if __name__ == "__main__":
     main()

@@ -139,9 +139,7 @@ class SameTreeTest(SiteTest):
         self.each_installed(check)
 
     def test_verify_finds_nothing_different(self):
-        def check(_row, _is_opened):
-            self.assertEqual(self.asked("verify", "one.example"), "")
-        self.each_installed(check)
+        self.each_installed(lambda _row, _is_opened: self.assertEqual(self.asked("verify", "one.example"), ""))
 
     def test_a_repair_finds_nothing_to_mend(self):
         def check(row, is_opened):

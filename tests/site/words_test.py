@@ -55,11 +55,6 @@ def put_file_for_state(test):
     test.state.touch()
 
 
-def run_without_end(test):
-    test.script("sleep 1000")
-    test.settings(TIME_LIMIT=1)
-
-
 FAILURES = [
     Row("a script that the package has not", no_change, "script: the package has no script other; it has: configure",
         options=("--script=other",)),
@@ -95,7 +90,6 @@ FAILURES = [
     Row("a store that is a file", lambda test: (test.vhosts / "system/one.example/larkspur").touch(), "recovery: "),
     Row("a script that cannot be executed", lambda test: test.script("", "#!/no/such/interpreter"),
         "script upgrade: exit status 255", is_taken_back=True),
-    Row("a script without end", run_without_end, "script upgrade: no end within 1 s", is_taken_back=True),
 ]
 
 
