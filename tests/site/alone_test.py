@@ -123,7 +123,7 @@ class AloneTest(SiteTest):
         site runs, which then fails."""
         is_late = self.marks / "is-late"
         late = self.marks / "late"
-        # The kernel tells when a process was started in steps of 10 ms.
+        # The kernel tells in steps of 10 ms when a process was started: the second script has to be younger.
         starting = self.package("starting", {}, f"setsid sh -c 'while [ ! -e {is_late} ]; do sleep 0.01; done; "
                                                 f"sleep 1000 & echo $! >{late}; {then}' &\nsleep 0.02")
         failing = self.package("late failure", {},
@@ -134,17 +134,10 @@ class AloneTest(SiteTest):
         self.assertEqual((outcome.status, outcome.output), (1, f"changed {first}/app\n"), outcome.error)
         self.assertFalse(are_gone(started))
 
-    def break_configuration(self):
-        """Somebody has put a fragment that the server refuses on another host."""
-        self.host("broken.example", "siteb")
-        fragment = self.places("broken.example").fragment
-        fragment.parent.mkdir()
-        fragment.write_text("no-such-directive\n")
-
     def test_a_configuration_that_was_broken_before_is_told_before_the_script_runs(self):
         self.changes(self.present(self.one))
         before = self.release()
-        self.break_configuration()
+        self.refusal.touch()
         upgrade = self.package("upgrade", {"htdocs/index": "two"}, f"touch {self.marks}/ran",
                                mappings=mappings("upgrade"))
         self.fails(self.present(upgrade),
@@ -157,18 +150,18 @@ class AloneTest(SiteTest):
         self.host("two.example", "siteb")
         self.changes(self.present(self.package("removed", {}, f"touch {self.marks}/ran-$1")))
         self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
-        self.break_configuration()
+        self.refusal.touch()
         self.fails(self.neighbour(self.two), "broken before this call", host="two.example", is_taken_back=True)
         self.assertFalse((self.marks / "ran-remove").exists())
 
     def test_what_changes_no_fragment_needs_no_check(self):
         self.changes(self.present(self.one))
-        self.break_configuration()
+        self.refusal.touch()
         self.changes(self.present(self.package("same fragment", {}, mappings=mappings("one"))))
 
     def test_a_removal_needs_no_check(self):
         self.changes(self.present(self.one))
-        self.break_configuration()
+        self.refusal.touch()
         self.changes(self.absent())
 
     def test_a_reload_that_fails_stays_due(self):
