@@ -52,7 +52,8 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
         .hosts = options.settings.vhosts,
         .documentRoot = record.terms.documentRoot,
         .brought = inStep("files", [&] { return listOfFiles(places); }),
-        .others = inStep("files", [&] { return listsOfOthers(options.settings, application); }),
+        .others =
+            inStep("files", [&] { return listsOfOthers(options.settings, application, record.terms.documentRoot); }),
         .ignored = {},
         .callStore = callStore.get(),
     };
@@ -87,9 +88,11 @@ void endFarewell(const PendingCall& call) {
 std::string whatHasGone(const Places& places, const std::optional<Record>& record) {
     if (isMissing(places.hostDirectory))
         return "the host has gone";
-    if (record && !isAccount(record->terms.account, record->terms.uid))
-        return "its account has gone: the files stay";
     const std::optional<Journal> journal = readJournal(places.journal);
+    const bool isRecordsAccount = !record || isAccount(record->terms.account, record->terms.uid);
+    const bool isJournalsAccount = !journal || isAccount(journal->account, journal->uid);
+    if (!isRecordsAccount || !isJournalsAccount)
+        return "its account has gone: the files stay";
     if (journal && !hasCallDirectory(journal->store))
         return "the store of a call that was cut off has gone: the files stay";
     return "";
@@ -107,8 +110,12 @@ void removeInstallation(const CallOptions& options, const Application& applicati
         throw Refused(failure.what());
     }
     // There is no way back any more: the script has removed what it had made.
-    noteFarewell(call);
-    inStep("files", [&] { finishRemoval(call); });
+    try {
+        noteFarewell(call);
+        inStep("files", [&] { finishRemoval(call); });
+    } catch (const std::exception& failure) {
+        throw std::runtime_error(std::string(failure.what()) + "; the next call goes on with the removal");
+    }
 }
 
 /// \return false when there was nothing to do.

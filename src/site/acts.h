@@ -35,7 +35,8 @@ bool recover(const CallOptions& options);
 
 /// Puts the fragments back that cut-off calls have left, on every host where no call is at work.  What cannot be put
 /// back is told on standard error.
-void recoverFragments(const CallOptions& options);
+/// \return true where there were any.
+bool recoverFragments(const CallOptions& options);
 
 /// Recovers, then reloads the server if that is due.
 /// \return Failed for a reload that was due and failed; what could not be recovered is told on standard error only.

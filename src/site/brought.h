@@ -3,7 +3,6 @@
 #include "site/installed_files.h"
 #include "site/times.h"
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -29,8 +28,8 @@ public:
     bool isUntouched(const std::string& path, const struct stat& standing) const;
 
     /// True where the source of a file has the time that it had when the file was brought, so that it has the same
-    /// content if it has the same size.  A time that more than half of the files share tells nothing: some archives
-    /// give all files of all releases one time.
+    /// content if it has the same size.  A time in whole seconds tells nothing: it comes from an archive, and some
+    /// archives give many files of all releases one time.
     bool comesFrom(const std::string& path, Nanoseconds sourceTime) const;
 
 private:
@@ -38,7 +37,6 @@ private:
 
     InstalledFiles files_;
     std::unordered_map<std::string_view, const InstalledEntry*> byPath_;
-    std::optional<Nanoseconds> sharedTime_; ///< that the sources of more than half of the files have
 };
 
 } // namespace site

@@ -157,6 +157,7 @@ std::vector<MadeDirectory> madeDirectoriesOf(std::string_view text) {
 
 std::vector<MadeDirectory> carryOut(SiteTree& tree, int store, const std::vector<Step>& steps) {
     Carrying carrying(tree, store);
+    forgetReached(store);
     for (std::size_t number = 0; number < steps.size(); ++number) {
         cutPoint("swap");
         try {

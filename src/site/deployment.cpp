@@ -11,6 +11,7 @@
 #include "site/known_applications.h"
 #include "site/planning.h"
 #include "site/presence_end.h"
+#include "site/reached_step.h"
 #include "site/report.h"
 #include "site/script.h"
 #include "site/settling.h"
@@ -66,6 +67,7 @@ void Deployment::begin() {
                                 fingerprint(journal_.fragment) != decision_->before->fragment;
     hasWayBack_ = true;
     inStep("journal", [&] {
+        noteReached(callStore_.get(), 0); // as long as the fragment is checked, no directory is the call's
         syncHosts(callStore_.get());
         writeDurably(places_.journal, textOf(journal_));
     });
@@ -98,10 +100,10 @@ void Deployment::fail(const std::string& cause) {
         const Uninterrupted toTheEnd;
         if (hasWayBack_ && goBack(pending()))
             sayAsBefore(wish_.application);
-        if (!hasWayBack_ && isSettled_) {
+        if (!hasWayBack_ && isSettled_)
             dropStore(places_.store);
+        if (isSettled_ && isMissing(places_.record))
             removeState(places_);
-        }
     } catch (const std::exception& again) {
         say(wish_.application.title() + ": way back: " + again.what() + "; the next call tries again");
     }
@@ -126,7 +128,8 @@ SiteRequest Deployment::siteRequest() const {
         .documentRoot = places_.documentRoot,
         .webserverWrite = options_.settings.webserverWrite,
         .brought = listBefore(),
-        .others = inStep("files", [&] { return listsOfOthers(options_.settings, wish_.application); }),
+        .others =
+            inStep("files", [&] { return listsOfOthers(options_.settings, wish_.application, places_.documentRoot); }),
         .trustsTimes = !options_.repairs,
         .ignored = options_.ignored,
         .callStore = callStore_.get(),

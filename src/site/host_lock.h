@@ -4,6 +4,7 @@
 #include "site/places.h"
 
 #include <chrono>
+#include <optional>
 
 namespace site {
 
@@ -12,5 +13,10 @@ namespace site {
 /// it for instance, it is killed.
 /// \throw std::exception as FileLock::take.
 FileLock lockHost(const Application& application, const Places& places, std::chrono::seconds wait);
+
+/// The same without waiting for a call that is at work.
+/// \return nothing where one is.
+/// \throw std::exception as FileLock::take.
+std::optional<FileLock> tryToLockHost(const Application& application, const Places& places);
 
 } // namespace site

@@ -2,6 +2,7 @@
 
 #include "files/paths.h"
 #include "site/durable_files.h"
+#include "site/record.h"
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
@@ -25,6 +26,16 @@ std::vector<std::string> directoriesIn(const std::string& directory) {
             names.push_back(entry->path().filename().native());
     std::ranges::sort(names);
     return names;
+}
+
+/// True where an application was installed in another document root; false where its record does not tell.
+bool isElsewhere(const Places& places, const std::string& documentRoot) {
+    try {
+        const std::optional<Record> record = readRecord(places.record);
+        return record && record->terms.documentRoot != documentRoot;
+    } catch (const std::exception&) {
+        return false; // what is wrong with it is told of itself, and its files stay
+    }
 }
 
 } // namespace
@@ -62,13 +73,16 @@ FilesText listOfFilesOrNone(const Places& places) {
     return {readIfThere(places.files).value_or(textOf(InstalledFiles())), places.files};
 }
 
-std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application) {
+std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application,
+                                     const std::string& documentRoot) {
     std::vector<FilesText> lists;
     for (const Application& other : applicationsOf(settings, application.host)) {
         if (other.name == application.name)
             continue;
-        // Of one that was cut off, either may be the list of what is there.
         const Places places(settings, other);
+        if (isElsewhere(places, documentRoot))
+            continue;
+        // Of one that was cut off, either may be the list of what is there.
         for (const std::string& file : {places.files, places.newFiles})
             if (std::optional<std::string> text = readIfThere(file))
                 lists.push_back({std::move(*text), file});

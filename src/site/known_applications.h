@@ -32,8 +32,9 @@ FilesText listOfFiles(const Places& places);
 /// \throw nimbo::SystemError
 FilesText listOfFilesOrNone(const Places& places);
 
-/// The same of all other applications on the host, as far as it is there; two of one that was cut off.
-/// \throw boost::filesystem::filesystem_error; nimbo::SystemError
-std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application);
+/// The same of all other applications in a document root of the host, as far as it is there; two of one that was cut
+/// off. \throw boost::filesystem::filesystem_error; nimbo::SystemError
+std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application,
+                                     const std::string& documentRoot);
 
 } // namespace site

@@ -18,16 +18,17 @@ bool isRecorded(const PendingCall& call) {
     return record && record->journal == call.journal.id;
 }
 
-void putFragmentBack(const PendingCall& call) {
+bool putFragmentBack(const PendingCall& call) {
     const std::string standing = readIfThere(call.places.fragment).value_or("");
     if (standing == call.journal.fragment)
-        return;
+        return false;
     if (!standing.empty() && fingerprint(standing) != call.journal.newFragment)
         keepEditedFragment(call.application, call.journal.store, standing);
     const auto lock = lockServer(call.options.settings);
     noteReload(call.options.settings); // the next call would not know of it after a cut
     placeFragment(call.places, call.journal.fragment);
     cutPoint("put-back");
+    return true;
 }
 
 bool goBack(const PendingCall& call) {
@@ -37,7 +38,7 @@ bool goBack(const PendingCall& call) {
         return textOf(takeBack(tree, callStore.get(), call.journal.steps));
     }));
     syncHosts(callStore.get());
-    putFragmentBack(call);
+    (void)putFragmentBack(call);
     cutPoint("taken-back");
     if (!back.unreached.empty())
         noteDoubt(call.places, call.journal.steps, back.unreached);

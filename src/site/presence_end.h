@@ -18,8 +18,9 @@ bool isRecorded(const PendingCall& call);
 bool goBack(const PendingCall& call);
 
 /// Puts the fragment back that was there before the call, and notes that the server has to be told.
+/// \return false where it is there already.
 /// \throw std::exception
-void putFragmentBack(const PendingCall& call);
+bool putFragmentBack(const PendingCall& call);
 
 /// Clears up behind a call whose record is written.
 /// \throw std::exception; the next call goes on.

@@ -101,7 +101,7 @@ private:
     }
 
     void place(const std::vector<FragmentChange>& changes) {
-        placeChecked(options_.settings, changes, [&] { recoverFragments(options_); });
+        placeChecked(options_.settings, changes, [&] { return recoverFragments(options_); });
     }
 
     const CallOptions& options_;

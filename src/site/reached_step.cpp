@@ -19,6 +19,10 @@ void noteReached(int store, std::size_t step) {
     std::ignore = symlinkat(std::to_string(step).c_str(), store, reachedName);
 }
 
+void forgetReached(int store) {
+    (void)unlinkat(store, reachedName, 0);
+}
+
 std::size_t reachedStep(int store) {
     std::array<char, 32> digits{};
     const ssize_t length = readlinkat(store, reachedName, digits.data(), digits.size() - 1);

@@ -11,6 +11,9 @@ namespace site {
 /// \param store directory of the staged files.
 void noteReached(int store, std::size_t step);
 
+/// Takes the note away.
+void forgetReached(int store);
+
 /// \return the step that was refused; a number beyond all steps where none was.
 std::size_t reachedStep(int store);
 

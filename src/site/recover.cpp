@@ -1,6 +1,6 @@
 #include "site/acts.h"
 #include "site/durable_files.h"
-#include "site/file_lock.h"
+#include "site/host_lock.h"
 #include "site/interruption.h"
 #include "site/known_applications.h"
 #include "site/pending_call.h"
@@ -17,6 +17,7 @@ namespace site {
 
 namespace {
 
+using Lock = std::function<std::optional<FileLock>(const Application&, const Places&)>;
 using Work = std::function<void(const Application&, const Places&, int lock)>;
 
 /// \return false when it failed, of which standard error tells.
@@ -34,14 +35,14 @@ bool attempt(const std::string& title, const std::function<void()>& work) {
 
 /// Does something for each application of a host, unless a call is at work there: that ends by itself.
 /// \return false when it failed for one.
-bool forEachOnHost(const std::string& host, const CallOptions& options, const Work& work) {
+bool forEachOnHost(const std::string& host, const CallOptions& options, const Lock& tryToLock, const Work& work) {
     std::vector<Application> applications;
     bool isGood = attempt(host, [&] { applications = applicationsOf(options.settings, host); });
     for (const Application& application : applications) {
         throwIfInterrupted();
         const bool isDone = attempt(application.title(), [&] {
             const Places places(options.settings, application);
-            if (const std::optional<FileLock> lock = FileLock::tryToTake(places.lock))
+            if (const std::optional<FileLock> lock = tryToLock(application, places))
                 work(application, places, lock->descriptor());
         });
         isGood = isGood && isDone;
@@ -59,7 +60,7 @@ bool recover(const CallOptions& options) {
     };
     bool isGood = true;
     for (const std::string& host : hostsOf(options.settings)) {
-        if (forEachOnHost(host, options, end))
+        if (forEachOnHost(host, options, tryToLockHost, end))
             continue;
         sayFailed(host);
         isGood = false;
@@ -67,12 +68,15 @@ bool recover(const CallOptions& options) {
     return isGood;
 }
 
-void recoverFragments(const CallOptions& options) {
+bool recoverFragments(const CallOptions& options) {
+    bool hasPutBack = false;
     const auto putBack = [&](const Application& application, const Places& places, int lock) {
-        settleFragment(options, application, places, lock);
+        hasPutBack = settleFragment(options, application, places, lock) || hasPutBack;
     };
+    const auto tryToLock = [](const Application&, const Places& places) { return FileLock::tryToTake(places.lock); };
     for (const std::string& host : hostsOf(options.settings))
-        (void)forEachOnHost(host, options, putBack); // the host at hand has not failed
+        (void)forEachOnHost(host, options, tryToLock, putBack); // the host at hand has not failed
+    return hasPutBack;
 }
 
 Outcome reload(const CallOptions& options) {

@@ -89,9 +89,9 @@ std::shared_ptr<FileLock> lockServer(const Settings& settings) {
     std::shared_ptr<FileLock> lock = held.lock();
     if (lock == nullptr) {
         makeDirectories(settings.state);
-        // Whoever has it runs CONFIGTEST four times at most (placeChecked), or CONFIGTEST and RELOAD, each with this
+        // Whoever has it runs CONFIGTEST three times at most (placeChecked), or CONFIGTEST and RELOAD, each with this
         // limit.  Twice that is for another one that waits, too, and comes first.
-        const std::chrono::seconds wait = 8 * settings.timeLimit;
+        const std::chrono::seconds wait = 6 * settings.timeLimit;
         const auto tell = [] { say("waits for another call's check of the server"); };
         lock = std::make_shared<FileLock>(FileLock::take(joined(settings.state, "server.lock"), wait, tell));
         held = lock;
@@ -119,20 +119,19 @@ void placeFragment(const Places& places, const std::string& text) {
 }
 
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
-                  const std::function<void()>& putOthersBack) {
+                  const std::function<bool()>& putOthersBack) {
     if (std::ranges::all_of(changes, [](const FragmentChange& change) { return change.formerText == change.text; }))
         return;
     const auto lock = lockServer(settings);
     std::optional<std::string> why = tryFragments(settings, changes);
     if (!why)
         return;
-    if (refusalOf(settings)) {
-        // It may be the fragment of a call that was cut off during its check.
-        putOthersBack();
-        if (const auto still = refusalOf(settings))
-            throw NoCheck("the server's configuration was broken before this call: " + *still);
+    // It may be against the fragment of a call that was cut off during its check, by itself or beside these.
+    const bool hasPutBack = putOthersBack();
+    if (const auto without = refusalOf(settings))
+        throw NoCheck("the server's configuration was broken before this call: " + *without);
+    if (hasPutBack)
         why = tryFragments(settings, changes);
-    }
     if (why)
         throw std::runtime_error("the server refuses the fragment: " + *why);
 }

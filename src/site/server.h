@@ -42,12 +42,12 @@ public:
 
 /// Puts fragments into their places and has the server check its whole configuration, once, while no other call can.
 /// If it is against it, they go back.  Where all of them are there already, nothing is checked.
-/// \param putOthersBack called where the server refuses its configuration without them, too: puts the fragments of
-///        cut-off calls back.
+/// \param putOthersBack called where the server is against them: puts the fragments of cut-off calls back, and tells
+///        whether there were any.
 /// \throw NoCheck; std::runtime_error where the fragments are refused or cannot be put there.  All fragments are then
 ///        as before, but for one that cannot be put back, of which standard error tells.
 void placeChecked(const Settings& settings, const std::vector<FragmentChange>& changes,
-                  const std::function<void()>& putOthersBack);
+                  const std::function<bool()>& putOthersBack);
 
 /// Notes that the server has to be told.
 void noteReload(const Settings& settings);

@@ -56,13 +56,12 @@ void settleOthers(const CallOptions& options, const Application& application, in
     }
 }
 
-void settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock) {
+bool settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock) {
     const std::optional<Journal> journal = readJournal(places.journal);
-    if (!journal)
-        return;
+    if (!journal || journal->doing != Doing::Presence)
+        return false;
     const PendingCall call{options, application, places, lock, *journal};
-    if (call.journal.doing == Doing::Presence && !isRecorded(call))
-        putFragmentBack(call);
+    return !isRecorded(call) && putFragmentBack(call);
 }
 
 } // namespace site

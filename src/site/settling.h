@@ -20,7 +20,8 @@ void settleOthers(const CallOptions& options, const Application& application, in
 
 /// Of all that a cut-off call has left, puts only the fragment back.  Runs nothing in the account's name, so it takes
 /// no time that others would wait for.  The rest is ended by settle.
+/// \return true where it was another one than before.
 /// \throw std::exception when it cannot be put back.
-void settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock);
+bool settleFragment(const CallOptions& options, const Application& application, const Places& places, int lock);
 
 } // namespace site

@@ -59,6 +59,8 @@ private:
         if (!place) {
             if (hasCome(step, stored))
                 leave(step.path, "somebody has removed or replaced its directory; the old one is kept");
+            else if (isCarriedOut(step, stored))
+                leave(step.path, "somebody has removed or replaced its directory");
             return false;
         }
         const Ends ends{*place, store_, storeName(number)};

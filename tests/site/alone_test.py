@@ -99,6 +99,13 @@ class AloneTest(SiteTest):
         self.changes(self.call(*self.words_for(other, self.one)))
         self.stays(self.call(*self.words_for(host, self.one)))
 
+    def test_two_fragments_of_which_the_server_takes_only_one_fail_nobody_when_one_is_left_behind(self):
+        host, other = self.hosts(2)
+        both = " ".join(f"{self.vhosts}/system/{name}/conf/siteapp.d/app.conf" for name in (host, other))
+        self.settings(CONFIGTEST=f'"! ls {both}"')
+        self.cut(kill_tree, ("fragment", 1), self.words_for(host, self.one))
+        self.changes(self.call(*self.words_for(other, self.one)))
+
     def test_a_package_that_has_been_broken_since_fails_nobody_else(self):
         package = self.package("broken", {"htdocs/index": "one"})
         self.changes(self.present(package))

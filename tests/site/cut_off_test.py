@@ -2,10 +2,12 @@
 """Each step of each act is ended by SIGKILL; then the same call, another call, or recover leaves one release."""
 
 import itertools
+import os
+import subprocess
 from typing import NamedTuple
 
 from calls import kill_child, kill_leader, kill_tree
-from support import SiteTest, main, mappings, share
+from support import SITEA, TWO, SiteTest, main, mappings, share
 from trees import differences
 
 HANDLER = "<php:handler><php:extension>php</php:extension></php:handler>"
@@ -183,6 +185,41 @@ class CutOffTest(SiteTest):
         (self.app / "index").unlink()
         self.stays(self.call("recover"))
         self.assertEqual(differences(self.releases["one"], self.release()), [])
+
+    def test_an_old_file_that_is_not_in_the_store_any_more_is_told(self):
+        self.begin("one")
+        self.cut(kill_tree, ("swapped", 1), self.acts["upgrade"])
+        for file in [*(self.places().store / "call").iterdir(), self.app / "index"]:
+            if file.is_file():
+                file.unlink()
+                file.write_text("another one")
+        outcome = self.call("recover")
+        self.stays(outcome)
+        self.assertIn("app/index: the old one is not in the store any more\n", outcome.error)
+
+    def test_what_has_gone_with_its_directory_is_not_said_to_be_as_before(self):
+        self.begin("one")
+        failing = self.package("failing", TWO, "exit 3")
+        call = self.hold("script", self.words(failing))
+        (self.app / "new").rename(self.app / "moved")
+        call.go_on()
+        outcome = call.end()
+        self.fails(outcome, "script upgrade: exit status 3")
+        self.assertIn("app/new/page: somebody has removed or replaced its directory\n", outcome.error)
+        subprocess.run(["rm", "-r", self.app / "moved"], check=True)
+
+    def test_a_directory_of_a_visitor_s_stays_where_no_step_had_begun(self):
+        self.begin("one")
+        call = self.hold(("fragment", 1), self.acts["upgrade"])
+        new = self.app / "new"
+        new.mkdir()
+        os.chown(new, SITEA, -1)
+        self.refusal.touch()
+        call.go_on()
+        self.fails(call.end(), "broken before", is_taken_back=True)
+        self.refusal.unlink()
+        self.assertTrue(new.exists())
+        new.rmdir()
 
     def test_a_directory_of_somebody_else_s_in_a_place_stays_there(self):
         self.begin("one")

@@ -79,13 +79,16 @@ class ProcessesTest(SiteTest):
                 self.assertEqual(differences(self.is_one, self.release()), [])
 
     def test_what_a_killed_call_has_left_is_ended_by_the_next_one(self):
-        call = self.hold("script", self.words(self.two))
-        stopped = above_script(call)
-        as_account("sitea", lambda: os.kill(stopped, signal.SIGSTOP))
-        os.kill(call.leader, signal.SIGKILL)
-        call.end()
-        self.changes(self.present(self.two))
-        self.assertTrue(are_gone([stopped]))
+        for name, words in [("recover", ["recover"]), ("the same call", self.words(self.two))]:
+            with self.subTest(name):
+                call = self.hold("script", self.words(self.two))
+                stopped = above_script(call)
+                as_account("sitea", lambda: os.kill(stopped, signal.SIGSTOP))
+                os.kill(call.leader, signal.SIGKILL)
+                call.end()
+                self.assertEqual(self.call(*words).status, 0)
+                self.assertTrue(are_gone([stopped]))
+                self.stays(self.call("recover"))
 
     @staticmethod
     def looks_into(pid):

@@ -201,6 +201,13 @@ state:         whole
         self.changes(self.present(self.one, "a title", "two\nlines", options=["--repair"]))
         self.assertEqual((self.app / "index").read_text(), "one")
 
+    def test_a_time_in_whole_seconds_does_not_tell_what_a_file_holds(self):
+        packages = [self.package(f"lib {text}", {"htdocs/lib": text, "htdocs/page": "own time"}) for text in ("1", "2")]
+        for package in packages:
+            os.utime(package / "htdocs/lib", (0, 0))
+            self.assertEqual(self.present(package, name="lib").status, 0)
+            self.assertEqual((self.root / "lib/lib").read_text(), package.name[-1])
+
     def test_a_dry_run_shows_what_the_call_does_and_does_nothing(self):
         plan = "changed  app/index\nnew      app/new\nnew      app/new/page\nobsolete app/old\n" \
                "fragment changes\nscript   upgrade\n"

@@ -102,6 +102,14 @@ class RemovalTest(SiteTest):
         self.fails(self.present(self.one, account="nobody-here"), "account: ")
         self.assertEqual(self.kept(), kept)
 
+    def test_a_script_that_has_ended_is_not_asked_again(self):
+        asked = self.marks / "asked"
+        (self.one / "scripts/configure").write_text(f"#!/bin/sh\necho $1 >>{asked}\n")
+        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
+        self.cut(kill_tree, ("taken", 1), ["recover"])
+        self.stays(self.call("recover"))
+        self.assertEqual(asked.read_text(), "remove\n")
+
     def test_a_removal_is_not_finished_while_the_hosts_are_not_mounted(self):
         (self.one / "scripts/configure").write_text(f"#!/bin/sh\ntouch {self.marks}/ran\n")
         self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
@@ -117,8 +125,7 @@ class RemovalTest(SiteTest):
         self.assertFalse(self.app.exists())
 
     def test_what_an_account_leaves_behind_that_is_another_one_now_is_forgotten(self):
-        record = self.places().state / "record.json"
-        record.write_text(record.read_text().replace(str(SITEA), str(SITEB)))
+        self.give_to_another_account(self.places().state / "record.json")
         self.fails(self.present(self.two), "account: sitea is another one than it was installed for")
         self.places().fragment.write_text("# mine\n")
         self.changes(self.absent(options=["--without-script"]))
@@ -140,6 +147,39 @@ class RemovalTest(SiteTest):
         (self.places().state / "record.json.new").touch()
         self.changes(self.absent(options=["--without-script"]))
         self.assertFalse(self.places().state.exists())
+
+    def test_what_a_call_had_staged_is_forgotten_as_well(self):
+        self.cut(kill_tree, ("staged", 1), self.words(self.two))
+        self.give_to_another_account(self.places().state / "record.json")
+        self.changes(self.absent(options=["--without-script"]))
+        self.assertFalse(self.places().store.exists())
+
+    def test_a_first_installation_whose_account_is_another_one_now_is_forgotten(self):
+        self.changes(self.absent())
+        self.cut(kill_tree, ("swapped", 1), self.words(self.one))
+        self.give_to_another_account(self.places().state / "journal")
+        self.fails(self.absent(), "recovery: ")
+        self.changes(self.absent(options=["--without-script"]))
+        self.changes(self.present(self.two, options=["--ignore=replaces"]))
+
+    @staticmethod
+    def give_to_another_account(file):
+        text = file.read_text()
+        file.write_text(text.replace(str(SITEA), str(SITEB)))
+
+    def test_an_application_in_another_document_root_keeps_no_file(self):
+        self.changes(self.absent())
+        outer = self.package("outer", {"htdocs/app/index": "outer", "htdocs/app/old": "outer"})
+        self.changes(self.present(outer, name="."))
+        self.settings(DOCUMENT_ROOT="web")
+        web = self.vhosts / "one.example/web"
+        web.mkdir()
+        os.chown(web, SITEA, -1)
+        self.changes(self.present(self.one))
+        self.changes(self.present(self.two))
+        self.assertFalse((web / "app/old").exists())
+        self.changes(self.absent())
+        self.assertEqual(list(web.iterdir()), [])
 
     def test_a_host_that_is_made_anew_does_not_stay_barred(self):
         self.cut(kill_tree, ("swapped", 1), self.words(self.two))
