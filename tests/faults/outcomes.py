@@ -159,6 +159,10 @@ BEST_EFFORT = [
         message="getpwnam|getgrnam|uid for user",
     ),
     BestEffort(
+        "an entry that another call has taken away is passed over",
+        fault=r"\b(statx|newfstatat|unlinkat)\(.* ENOENT .*INJECTED",
+    ),
+    BestEffort(
         "a directory that cannot be listed is passed over",
         command="extract",
         fault=rf"\b({LOOK}|getdents64|opendir|fdopendir)\b",

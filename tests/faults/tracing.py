@@ -24,6 +24,10 @@ PLAUSIBLE = [
     ("EAGAIN ENOMEM", "clone clone3 fork vfork"),
     ("EINTR", "wait4 waitid rt_sigtimedwait"),
     ("EMFILE", "socket pipe2"),
+    # Another call for the same application takes the entry away, or makes it.
+    ("ENOENT", "openat openat2 newfstatat statx faccessat faccessat2 readlink unlink unlinkat rmdir chmod fchmodat"),
+    ("EEXIST", "mkdir mkdirat open openat renameat renameat2"),
+    ("ENOTEMPTY", "unlinkat rmdir"),
     # A kernel that is older than the call.
     ("ENOSYS", "openat2 copy_file_range statx faccessat2 fchmodat2 close_range"),
 ]
