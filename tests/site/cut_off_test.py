@@ -229,14 +229,6 @@ class CutOffTest(SiteTest):
         self.assertTrue((self.app / "new").exists())
         (self.app / "new").rmdir()
 
-    def test_a_reload_in_the_middle_of_a_call_is_done_again(self):
-        for moment in [("swapped", 1), ("script-ended", 1), "script", ("record", 1), ("noted", 1)]:
-            with self.subTest(moment):
-                self.begin("one")
-                self.cut(self.reload_and_kill, moment, self.acts["upgrade"])
-                self.assertEqual(self.call("recover").status, 0)
-                self.reloaded()
-
     def test_a_reload_that_was_cut_off_is_done_again(self):
         self.begin("one")
         self.cut(kill_tree, ("reload", 1), ["reload"])

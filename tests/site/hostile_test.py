@@ -2,14 +2,10 @@
 """What a customer puts into the way of a call can spoil it for that host, which then says so: it never leads the call
 to anything else."""
 
-import ctypes
 import grp
 import json
-import mmap
 import os
 import pathlib
-import signal
-import socket
 import subprocess
 import time
 from typing import Callable, NamedTuple
@@ -18,8 +14,6 @@ from calls import CUT, as_account, until
 from support import SITEA, SiteTest, main
 from trees import all_facts, differences, facts
 
-LIBC = ctypes.CDLL(None)
-AT_FDCWD, RENAME_EXCHANGE = -100, 2
 ONE = {"htdocs/index": "one", "htdocs/same": "same", "htdocs/gone": "one", "htdocs/sub/page": "one",
        "htdocs/old/page": "one"}
 TWO = {"htdocs/index": "two", "htdocs/same": "same", "htdocs/sub/page": "two", "htdocs/new/page": "two"}
@@ -33,13 +27,6 @@ def replace(path, make):
 
 def link_to(target):
     return lambda path: path.symlink_to(target)
-
-
-def make_socket(path):
-    with socket.socket(socket.AF_UNIX) as listener:
-        os.chdir(path.parent)
-        listener.bind(path.name)
-        os.chdir("/")
 
 
 def make_directory(path):
@@ -62,15 +49,6 @@ def nest(path):
 
 def set_immutable(path, is_immutable=True):
     subprocess.run(["chattr", "+i" if is_immutable else "-i", path], check=True)
-
-
-def end_process(child):
-    """Ends a child, if that is not done."""
-    try:
-        os.kill(child, signal.SIGKILL)
-        os.waitpid(child, 0)
-    except (ChildProcessError, ProcessLookupError):
-        pass
 
 
 class Obstacle(NamedTuple):
@@ -96,10 +74,8 @@ OBSTACLES = [
     Obstacle("a file is a FIFO", lambda test: replace(test.app / "index", os.mkfifo)),
     Obstacle("an unchanged file is a FIFO", lambda test: replace(test.app / "same", os.mkfifo)),
     Obstacle("an obsolete file is a FIFO", lambda test: replace(test.app / "gone", os.mkfifo)),
-    Obstacle("a file is a socket", lambda test: replace(test.app / "index", make_socket)),
     Obstacle("a file is a directory", lambda test: replace(test.app / "index", make_directory), AGAINST_IT),
     Obstacle("a file is a sparse giant", lambda test: replace(test.app / "index", make_giant)),
-    Obstacle("an obsolete file is a sparse giant", lambda test: replace(test.app / "gone", make_giant)),
     Obstacle("files of mode 0", lambda test: [path.chmod(0) for path in (test.app / "index", test.app / "same")],
              AGAINST_IT),
     Obstacle("a directory of mode 0", lambda test: (test.app / "sub").chmod(0), AGAINST_IT),
@@ -178,26 +154,6 @@ class HostileTest(SiteTest):
                     self.assertIn((outcome.status, outcome.output), [(0, "changed\n"), (1, "")])
                     self.nothing_elsewhere()
                     self.start_anew()
-
-    def test_what_is_exchanged_all_the_time(self):
-        directory, decoy = os.fsencode(self.app / "sub"), os.fsencode(self.app / "decoy")
-        os.symlink(self.roots / "sub", decoy)
-        exchanges = memoryview(mmap.mmap(-1, 8)).cast("Q")  # their number, which the other process counts
-        exchanger = os.fork()
-        if exchanger == 0:
-            while True:
-                if LIBC.renameat2(AT_FDCWD, directory, AT_FDCWD, decoy, RENAME_EXCHANGE) == 0:
-                    exchanges[0] += 1
-        self.addCleanup(end_process, exchanger)
-        end = time.monotonic() + 8
-        statuses = []
-        while time.monotonic() < end:
-            statuses += [self.present(package).status for package in (self.two, self.one)]
-        end_process(exchanger)
-        self.assertGreater(exchanges[0], len(statuses))
-        self.assertLessEqual(set(statuses), {0, 1})
-        self.nothing_elsewhere()
-        self.start_anew()
 
     def plant(self, held_directory):
         """As the account, which has a directory open: puts it into the place of a file between the look at that and its
