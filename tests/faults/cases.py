@@ -1,12 +1,12 @@
 """The cases that faults are tried on: a package, a virtual host, and each command with its words."""
 
-import os
 import shutil
 import subprocess
 from dataclasses import dataclass
 from pathlib import Path
 
 from testing import SANDBOX, application
+from trees import tree
 
 VHOSTS = SANDBOX / "vhosts"
 HOST = VHOSTS / "fault.example"
@@ -113,27 +113,9 @@ def make_site():
     subprocess.run(["cp", "-a", TEMPLATE, VHOSTS], check=True)
 
 
-@dataclass(frozen=True)
-class Entry:
-    mode: int
-    owner: int
-    group: int
-    content: bytes | str
-
-
 def snapshot():
     """All that is below VHOSTS, by path."""
-    return {path: entry(path) for path in [VHOSTS, *VHOSTS.rglob("*")]}
-
-
-def entry(path):
-    status = path.lstat()
-    content = ""
-    if path.is_symlink():
-        content = os.readlink(path)
-    elif path.is_file():
-        content = path.read_bytes()
-    return Entry(status.st_mode, status.st_uid, status.st_gid, content)
+    return {VHOSTS / path: entry for path, entry in tree(VHOSTS).items()}
 
 
 def differences(before, after):

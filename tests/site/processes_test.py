@@ -47,12 +47,6 @@ VICTIMS = [
 ]
 
 
-class Script(NamedTuple):
-    name: str
-    leaves: str  # a command that goes on
-    ends: str = ""
-
-
 class ProcessesTest(SiteTest):
     def setUp(self):
         super().setUp()
@@ -157,23 +151,19 @@ class ProcessesTest(SiteTest):
             kill_all([*children(pid), pid])
         (self.marks / "left").unlink(missing_ok=True)
 
-    def leave(self, script):
-        """What comes of an upgrade with the script."""
+    def leave(self, name, command, then=""):
+        """What comes of an upgrade whose script leaves a command running."""
         self.addCleanup(self.end_left_behind)
-        text = f"{script.leaves} & echo $! >>{self.marks}/left\n{script.ends}"
-        return self.present(self.package(f"leaving {script.name}", TWO, text))
+        text = f"{command} & echo $! >>{self.marks}/left\n{then}"
+        return self.present(self.package(f"leaving {name}", TWO, text))
 
     def test_what_a_script_leaves_running_is_not_waited_for_and_goes_on(self):
         writes_on = "trap \"\" PIPE; while :; do echo x; sleep 0.01; done"
         makes_files = f"i=0; while :; do : >{self.app}/$i; i=$((i + 1)); done"
-        scripts = [
-            Script("a daemon", "setsid sh -c 'sleep 1000; :'"),
-            Script("a daemon that writes", f"setsid sh -c '{writes_on}'"),
-            Script("new files", f"sh -c '{makes_files}'"),
-        ]
-        for script in scripts:
-            with self.subTest(script.name):
-                self.changes(self.leave(script))
+        commands = {"a daemon that writes": f"setsid sh -c '{writes_on}'", "new files": f"sh -c '{makes_files}'"}
+        for name, command in commands.items():
+            with self.subTest(name):
+                self.changes(self.leave(name, command))
                 self.stays(self.neighbour(self.one))
                 self.assertFalse(are_gone(self.left_behind()))
                 self.assertEqual(self.asked("verify"), "")
@@ -182,8 +172,8 @@ class ProcessesTest(SiteTest):
 
     def test_what_a_script_that_fails_leaves_running_is_ended(self):
         daemon = "setsid sh -c 'while :; do setsid sleep 1000 & sleep 0.01; done'"
-        script = Script("a daemon with descendants without end", daemon, ends="exit 3")
-        self.fails(self.leave(script), "script upgrade: exit status 3", is_taken_back=True)
+        outcome = self.leave("a daemon with descendants without end", daemon, then="exit 3")
+        self.fails(outcome, "script upgrade: exit status 3", is_taken_back=True)
         self.assertNotEqual(self.left_behind(), [])
         self.assertTrue(are_gone(self.left_behind()))
 

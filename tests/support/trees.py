@@ -4,7 +4,7 @@ import os
 import pathlib
 import stat
 import struct
-
+from typing import NamedTuple
 
 USER_OBJ, USER, GROUP_OBJ, MASK, OTHER = 0x01, 0x02, 0x04, 0x10, 0x20  # tags of an ACL's entries
 ALL = 0xFFFFFFFF  # in place of an id, in an entry that names none
@@ -54,13 +54,17 @@ def differences(before, after):
     return lines
 
 
+class Entry(NamedTuple):
+    mode: str  # with the kind
+    owner: int
+    group: int
+    content: bytes | str | None  # of a file, or of a link
+
+
 def tree(root):
-    """What a person sees of a tree: path to kind, mode, owner and group, and content."""
-    seen = {}
-    for path, told in all_facts(root).items():
-        uid, gid = told["owner"]
-        seen[path] = (told["mode"], uid, gid, told.get("content", told.get("target")))
-    return seen
+    """What a person sees of a tree: path to entry."""
+    return {path: Entry(told["mode"], *told["owner"], told.get("content", told.get("target")))
+            for path, told in all_facts(root).items()}
 
 
 def acl(*entries):
