@@ -73,7 +73,9 @@ bool recoverFragments(const CallOptions& options) {
     const auto putBack = [&](const Application& application, const Places& places, int lock) {
         hasPutBack = settleFragment(options, application, places, lock) || hasPutBack;
     };
-    const auto tryToLock = [](const Application&, const Places& places) { return FileLock::tryToTake(places.lock); };
+    const auto tryToLock = [](const Application&, const Places& places) {
+        return hasJournal(places) ? FileLock::tryToTake(places.lock) : std::nullopt;
+    };
     for (const std::string& host : hostsOf(options.settings))
         (void)forEachOnHost(host, options, tryToLock, putBack); // the host at hand has not failed
     return hasPutBack;
