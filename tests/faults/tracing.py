@@ -63,6 +63,19 @@ class Run:
     trace: str
 
 
+def whole_calls(trace):
+    """The lines of a trace.  A call during which another process was heard of stands in two of them."""
+    begun = {}
+    for line in trace.splitlines():
+        process, _, said = line.partition(" ")
+        if said.endswith(" <unfinished ...>"):
+            begun[process] = said.removesuffix(" <unfinished ...>")
+        elif said.lstrip().startswith("<... "):
+            yield f"{process} {begun.pop(process, '')}{said.partition(' resumed>')[2]}"
+        else:
+            yield line
+
+
 def run(program, case, options, deaf=False):
     """Runs the case on a fresh site.  strace follows the program's children until they become another program."""
     cases.make_site()
@@ -81,7 +94,8 @@ def run(program, case, options, deaf=False):
         os.close(writer)
         os.close(reader)
         output, errors = process.communicate()
-    return Run(process.returncode, output, errors or "", trace.read_text(errors="replace"))
+    lines = whole_calls(trace.read_text(errors="replace"))
+    return Run(process.returncode, output, errors or "", "\n".join(lines))
 
 
 def calls_of(program, case):
