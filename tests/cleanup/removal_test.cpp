@@ -33,9 +33,6 @@ TEST_F(Removal, ListedEntriesGoContentsFirst) {
     put({"blog/index.php", "blog/img/logo.png", "blog/img-2/a"});
     EXPECT_THAT(removeBy(list, {"--application-subdirectory=blog", "--application-full-name=ignored"}), ended(0));
     EXPECT_EQ(tree(docroot), before_);
-    put({"img/logo.png", "index.php"});
-    EXPECT_THAT(removeBy(list), ended(0));
-    EXPECT_EQ(tree(docroot), before_);
 }
 
 TEST_F(Removal, ByFunctionsIsWhatTheCommandDoes) {

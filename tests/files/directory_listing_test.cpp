@@ -8,13 +8,6 @@
 class Listing : public DirectoryTest {};
 class ListingOfSomebodyElse : public SandboxTest {};
 
-TEST_F(Listing, HasADirectoryBeforeItsContents) {
-    make(base, {"dir/file", "link -> dir"});
-    EXPECT_THAT(readDirContent(base / "/"),
-                AnyOf(ElementsAre("", "dir", "dir/file", "link"), ElementsAre("", "link", "dir", "dir/file")));
-    EXPECT_THAT(readDirContent(base / "missing"), ElementsAre(""));
-}
-
 TEST_F(Listing, IsAddedWithoutTheFirstElements) {
     make(base, {"dir/file"});
     const auto added = [](const fs::path& path, unsigned skip) {
@@ -40,8 +33,4 @@ TEST_F(ListingOfSomebodyElse, TellsWhatItMayNotLookAt) {
             std::cout << path.string() << '|';
     };
     EXPECT_THAT(inChild(list), ended(0, (base / "list/dir/file").string() + ": Permission denied\n", "|dir|dir/file|"));
-}
-
-TEST(PathForTheSystem, IsAsItIsWritten) {
-    EXPECT_EQ(nimbo::syscall::stringFromPath("a//b/"), "a//b/");
 }

@@ -132,11 +132,6 @@ TEST_F(Metadata, ANameThatIsOneSlipAwayFromAKnownOneIsTold) {
         EXPECT_EQ(passedOverIn("<" + row.word + "/>"), row.isTold ? "1: " + row.word + "\n" : "") << row.name;
 }
 
-TEST_F(Metadata, WhatBelongsToMappingsIsToldWhereItIsNotRead) {
-    EXPECT_EQ(passedOverIn("\n<name><free/><mapping url='a'/></name>"), "2: mapping\n");
-    EXPECT_EQ(passedOverIn("\n\n<mapping url='a' href='a'/>"), "3: attribute href\n");
-}
-
 TEST_F(Metadata, AQueryThatFailsIsNamed) {
     xmlXPathContext* const context = xmlXPathNewContext(nullptr); // freed by the failure
     EXPECT_THAT(failureOf<nimbo::FSAXMLException>(

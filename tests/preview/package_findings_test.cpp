@@ -44,7 +44,6 @@ TEST_F(PackageFindings, OfItsMetadata) {
          .warning = "url-text: /old: the redirect has ${ in it"},
         {.mappings = "<mapping url='a\\' " + handled, .warning = "url-text: /a\\: the URL has a backslash in it"},
         {.mappings = "<mapping url='a>' " + handled, .warning = "url-text: /a>: the URL has an angle bracket in it"},
-        {.mappings = "<mapping url='a b' " + handled, .warning = "url-text: /a b: the URL has a blank in it"},
         {.mappings = "<mapping url='a&#10;b' " + handled,
          .error = "url-text: /a\\nb: the URL has a line break in it; no fragment is written"},
         {.mappings = rootWithExtension(".php"), .warning = "dotted-extension: /: extension \".php\" gets a second dot"},

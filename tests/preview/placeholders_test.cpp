@@ -13,7 +13,6 @@ TEST_F(Placeholders, OnlyCloseOrDescribeTheirDirectory) {
     };
     const std::vector<File> files{
         {.name = "data", .content = ""},
-        {.name = "README", .content = "$x = 1;"},
         {.name = "index.html", .content = "<!DOCTYPE html><html><body bgcolor=\"#FFFFFF\"></body></html>\n"},
         {.name = "index.html", .content = "<!-- <p>$a</p> --><p>Directory access is forbidden.</p>\n"},
         {.name = "index.html", .content = "<p>Welcome</p>\n", .isPlaceholder = false},

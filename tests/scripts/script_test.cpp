@@ -31,7 +31,8 @@ TEST_F(Script, IsStartedAsTheCommandSays) {
 class PhpScript : public Script {
 protected:
     void prepare() override {
-        NEEDS_PROGRAM("/usr/bin/php");
+        if (!fs::exists("/usr/bin/php"))
+            GTEST_SKIP() << "needs PHP";
         Script::prepare();
         script("act", contentOf(LARKSPUR_SOURCE_DIR "/tests/scripts/act.php"), 0644);
         writeFile(own_, "#!/bin/sh\necho own \"$@\"\n", 0755);
@@ -46,10 +47,6 @@ protected:
     const std::string php_ = "--script-language=php";
     const std::string cli_ = "--php-cli=" + own_.string();
 };
-
-TEST_F(PhpScript, GetsThePanelsInterpreter) {
-    EXPECT_THAT(runScript({php_}), ended(0, "", ofPanel()));
-}
 
 TEST_F(PhpScript, GetsTheCallersInterpreterWhereEverybodyMayRunIt) {
     EXPECT_THAT(runScript({php_, cli_}), ended(0, "", ofOwn()));

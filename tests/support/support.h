@@ -60,11 +60,6 @@ Words unread(const Words& words);
 /// The same words run by a shell under redirections, ulimit or the like: SHELL has "$@" for the words.
 Words byShell(const std::string& shell, const Words& words);
 
-/// Skips the running test, with the reason, where the program is not installed.
-#define NEEDS_PROGRAM(path)                                                                                            \
-    if (!fs::exists(path))                                                                                             \
-    GTEST_SKIP() << (path) << " is not installed"
-
 /// One line an entry from `root` (".") on, sorted by name, as "d 0755 sitea:krocln img": the type is find's (%y):
 /// d, f or l for a directory, a regular file or a link.
 Words tree(const fs::path& root);

@@ -4,8 +4,6 @@
 #include "metadata/metadata_reader.h"
 #include "tests/support/support.h"
 
-#include <boost/algorithm/string/replace.hpp>
-
 const std::string onePhp = "<php:handler><php:extension>php</php:extension><php:extension>.x</php:extension>"
                            "</php:handler>";
 const std::string oneCgi = "<cgi:handler><cgi:extension>cgi</cgi:extension><cgi:extension>php</cgi:extension>"
@@ -37,63 +35,53 @@ protected:
     }
 };
 
-TEST_F(FragmentText, OfTheExample) {
-    const std::string example =
-        boost::replace_all_copy(contentOf(LARKSPUR_SOURCE_DIR "/examples/guestbook/APP-META.xml"),
-                                "http://nimbo.example/ns/wtx/1", LARKSPUR_WTX_NAMESPACE);
-    const FragmentSettings visitors{true, true, "/var/www/vhosts/example.com/httpdocs", "/visitors"};
-    EXPECT_EQ(textOf(example, visitors), R"(# ATTENTION!
+TEST_F(FragmentText, HasASectionForEachHandler) {
+    const std::string elements = "<mapping url='old/' virtual='redirect' href='http://x/'/><mapping url='a'>" + onePhp +
+                                 "<php:handler><php:disabled/></php:handler>" + oneCgi +
+                                 "<cgi:handler><cgi:all-files/></cgi:handler>"
+                                 "<cgi:handler><cgi:disabled/></cgi:handler></mapping>";
+    EXPECT_EQ(textOf(metadata(elements), {true, true, "/w", "/visitors"}), R"(# ATTENTION!
 # DO NOT MODIFY THIS FILE OR ANY PART OF IT. THIS CAN RESULT IN IMPROPER NIMBO
 # FUNCTIONING OR FAILURE, CAUSE DAMAGE AND LOSS OF DATA.
-<Directory /var/www/vhosts/example.com/httpdocs/visitors/ >
+<Directory /w/visitors/a >
 
 <IfModule mod_php4.c>
   php_admin_flag engine on
-  AddHandler php-script .php 
+  AddHandler php-script .php ..x 
 </IfModule>
 
 <IfModule mod_php5.c>
   php_admin_flag engine on
-  AddHandler php5-script .php 
+  AddHandler php5-script .php ..x 
 </IfModule>
-
-</Directory>
-
-RedirectPermanent /visitors/old http://guestbook.example/archive
-
-<Directory /var/www/vhosts/example.com/httpdocs/visitors/docs >
-
-<IfModule mod_cgi.c>
-  Options -ExecCGI
-</IfModule>
-
-</Directory>
-
-<Directory /var/www/vhosts/example.com/httpdocs/visitors/data >
-
 <IfModule mod_php4.c>
   php_admin_flag engine off
 </IfModule>
 <IfModule mod_php5.c>
   php_admin_flag engine off
 </IfModule>
-<IfModule mod_cgi.c>
-  Options -ExecCGI
-</IfModule>
-
-</Directory>
-
-<Directory /var/www/vhosts/example.com/httpdocs/visitors/cgi-bin >
-
 <IfModule mod_cgi.c>
   Options +ExecCGI
   <Files ~ (\.pl$)>
     SetHandler None
   </Files>
-  AddHandler cgi-script .cgi 
+  AddHandler cgi-script .cgi ..php 
+  AddHandler php-script .php
+</IfModule>
+<IfModule mod_cgi.c>
+  Options +ExecCGI
+  <Files *>
+    SetHandler None
+    SetHandler cgi-script
+  </Files>
+</IfModule>
+<IfModule mod_cgi.c>
+  Options -ExecCGI
 </IfModule>
 
 </Directory>
+
+RedirectPermanent /visitors/old http://x/
 
 )");
 }
