@@ -7,13 +7,11 @@ import pwd
 import select
 import signal
 import subprocess
-import sys
 import tempfile
 import time
 import traceback
 from typing import NamedTuple
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 from testing import ROOT
 
 BUILD = pathlib.Path(os.environ.get("LARKSPUR_BUILD", ROOT / "build/release"))
