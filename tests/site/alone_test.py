@@ -200,5 +200,4 @@ class AloneTest(SiteTest):
             self.assertFalse(are_gone([pid]), noted)
 
 
-if __name__ == "__main__":
-    main()
+main()

@@ -236,5 +236,4 @@ class CutOffTest(SiteTest):
         self.stays(self.call("reload"))
 
 
-if __name__ == "__main__":
-    main()
+main()

@@ -64,5 +64,4 @@ class FullTest(DiskTest):
         self.full(self.state_disk.use_all_inodes, self.state_disk)
 
 
-if __name__ == "__main__":
-    main()
+main()

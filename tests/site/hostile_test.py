@@ -221,5 +221,4 @@ class HostileTest(SiteTest):
         self.assertEqual(differences(self.is_one, self.release()), [])
 
 
-if __name__ == "__main__":
-    main()
+main()

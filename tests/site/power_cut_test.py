@@ -66,5 +66,4 @@ class PowerCutTest(DiskTest):
         self.assertEqual(kept.read_text(), "mine")
 
 
-if __name__ == "__main__":
-    main()
+main()

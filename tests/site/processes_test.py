@@ -37,8 +37,6 @@ class Victim(NamedTuple):
 
 VICTIMS = [
     Victim(("stage", 1), held, signal.SIGSTOP, "files: stopped by signal 19", is_taken_back=False),
-    Victim(("stage", 2), held, signal.SIGKILL, "files: killed by signal 9", is_taken_back=False),
-    Victim(("swap", 1), held, signal.SIGSTOP, "files: stopped by signal 19"),
     Victim(("swap", 4), held, signal.SIGKILL, "files: killed by signal 9"),
     Victim("script", held, signal.SIGSTOP, "script upgrade: it did not end by itself"),
     Victim("script", held, signal.SIGKILL, "script upgrade: it did not end by itself"),
@@ -185,5 +183,4 @@ class ProcessesTest(SiteTest):
         self.assertIn("(the rest is left out)\n", outcome.error)
 
 
-if __name__ == "__main__":
-    main()
+main()

@@ -232,5 +232,4 @@ class QuestionsTest(SiteTest):
         self.assertEqual(self.asked("verify"), "")
 
 
-if __name__ == "__main__":
-    main()
+main()

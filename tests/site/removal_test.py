@@ -191,5 +191,4 @@ class RemovalTest(SiteTest):
         self.changes(self.present(self.one))
 
 
-if __name__ == "__main__":
-    main()
+main()

@@ -162,5 +162,4 @@ class SameTreeTest(SiteTest):
         self.each_installed(check)
 
 
-if __name__ == "__main__":
-    main()
+main()

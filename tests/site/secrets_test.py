@@ -115,5 +115,4 @@ class SecretsTest(SiteTest):
         self.assertTrue(self.own.exists())
 
 
-if __name__ == "__main__":
-    main()
+main()

@@ -297,5 +297,4 @@ class WordsTest(SiteTest):
         self.assertEqual((self.app / "index").read_text(), "one")
 
 
-if __name__ == "__main__":
-    main()
+main()
