@@ -56,3 +56,8 @@ TEST_F(CleaningByList, TakesAPathFromItsDirectoryAsItIsWritten) {
     EXPECT_THAT(inChild(removeThem), ended(0, "rmdir(\"host/other//kept\"): Directory not empty\n"));
     EXPECT_EQ(namesIn(base), "d . d host d host/other d host/other/kept f host/other/kept/f");
 }
+
+TEST(DirectoriesOfAHost, AreInTheOrderOfTheSkeletonsList) {
+    EXPECT_THAT(vhostUsedDirs(SetupSkeletonExceptHttpdocs),
+                ElementsAre("conf", "cgi-bin", "anon_ftp", "error_docs", "statistics"));
+}

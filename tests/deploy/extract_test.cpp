@@ -55,14 +55,6 @@ TEST_F(Extract, OpensWritableMappingsButPlainOnesInside) {
                             "f 0646 sitea:krocln fixed/open/file"));
 }
 
-TEST_F(Extract, OpensNothingWhereTheWebServerIsNotToWrite) {
-    mappings("<mapping url='/' path='htdocs'><php:permissions writable='true'/></mapping>");
-    make(package / "htdocs", {"a/file"});
-    EXPECT_THAT(extract({"--skip-webserver-write"}), ended(0));
-    EXPECT_THAT(tree(docroot),
-                ElementsAre("d 0755 sitea:kroserv .", "d 0755 sitea:krocln a", "f 0644 sitea:krocln a/file"));
-}
-
 TEST_F(Extract, OwnerAndGroupDecideWhichBitsOpenADirectory) {
     const fs::path directory = base / "directory";
     EXPECT_EQ(makeWritableByWebserver(directory, {}, "sitea"), -1);

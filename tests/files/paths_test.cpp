@@ -19,14 +19,6 @@ TEST(Paths, AreCutAtTheirSlashes) {
     EXPECT_EQ(partBehind("a", "ab/c"), std::nullopt);
 }
 
-TEST(Paths, ArePutTogetherAsTheyStand) {
-    EXPECT_EQ(entryIn("", "a"), "/a");
-    EXPECT_EQ(entryIn("a", ""), "a");
-    EXPECT_EQ(relativeBelow("", "a"), "a");
-    EXPECT_EQ(relativeBelow("a", ""), "a");
-    EXPECT_EQ(relativeBelow("a/", "b"), "a//b");
-}
-
 TEST(Paths, AreOrderedByTheirElements) {
     const Words ascending{"", "/", "/a", "a", "a/", "a/b", "a/b/c", "a-b", "a\x80"};
     for (std::size_t i = 1; i < ascending.size(); ++i)

@@ -35,15 +35,6 @@ protected:
         }
         return text.str();
     }
-    /// Every element and attribute that is passed over as one line: "line: [attribute ]name".
-    std::string passedOverIn(const std::string& elements) const {
-        writeFile(file_, metadata(elements));
-        const XmlDocument document = parseXmlFile(file_);
-        std::ostringstream text;
-        for (const auto& [kind, name, line] : nimbo::passedOver(document.get()))
-            text << line << (kind == nimbo::PassedOver::Kind::Attribute ? ": attribute " : ": ") << name << '\n';
-        return text.str();
-    }
 
     const std::string file_ = (base / "meta.xml").string();
 };
@@ -128,8 +119,12 @@ TEST_F(Metadata, ANameThatIsOneSlipAwayFromAKnownOneIsTold) {
         {.name = "another order and a letter less", .word = "nma", .isTold = false},
         {.name = "another order and a letter more", .word = "nmaxe", .isTold = false},
     };
+    const auto isTold = [this](const std::string& word) {
+        writeFile(file_, metadata("<" + word + "/>"));
+        return !nimbo::passedOver(parseXmlFile(file_).get()).empty();
+    };
     for (const Row& row : rows)
-        EXPECT_EQ(passedOverIn("<" + row.word + "/>"), row.isTold ? "1: " + row.word + "\n" : "") << row.name;
+        EXPECT_EQ(isTold(row.word), row.isTold) << row.name;
 }
 
 TEST_F(Metadata, AQueryThatFailsIsNamed) {
@@ -168,18 +163,6 @@ TEST_F(Metadata, ExternalEntitiesAreNotRead) {
     const auto reader = read(types + metadata("<mapping url='&own;'/>", "1.1", "[&outer;]"));
     EXPECT_EQ(reader.scriptLanguage, "[]");
     EXPECT_EQ(reader.get_web_content_info().front().url, "/data");
-}
-
-TEST_F(Metadata, MappingsAreOrderedByDepth) {
-    EXPECT_EQ(mappings("<mapping url='/' path='htdocs'><mapping url='admin'/><mapping url='cgi-bin'/></mapping>"
-                       "<mapping url='/blog/' virtual='redirect' href='http://x/'/>"
-                       "<mapping url='/data'><mapping url='x/y'/></mapping>"),
-              "1 /data /data\n"
-              "1 / /htdocs\n"
-              "1 /cgi-bin /htdocs/cgi-bin\n"
-              "1 /admin /htdocs/admin\n"
-              "2 /blog/  >http://x/\n"
-              "3 /data/x/y /data/x/y\n");
 }
 
 TEST_F(Metadata, AMappingHasWhatItsElementSays) {
