@@ -263,15 +263,24 @@ Findings checkObsolete(const std::vector<InstanceEntry>& obsolete, const Previou
             likeness = likenessToOld(previous, *old, target, here);
         else if (!isNowhere(errno))
             likeness = {Likeness::Kind::SiteUnread, errno};
-        if (likeness.kind == Likeness::Kind::Different)
+        switch (likeness.kind) {
+        case Likeness::Kind::Same:
+            break;
+        case Likeness::Kind::Different:
             findings.push_back(
                 warning("edited", path, "only the previous release has it, and it is not what that installed"));
-        else if (likeness.kind == Likeness::Kind::SourceUnread && !previous.isUnread(path))
-            findings.push_back(warning("unreadable-source", path,
-                                       "only the previous package has it, and it cannot be read there: whether it is "
-                                       "as that installed it is unknown"));
-        else if (likeness.kind == Likeness::Kind::SiteUnread)
+            break;
+        case Likeness::Kind::SourceUnread:
+            if (!previous.isUnread(path)) {
+                findings.push_back(warning("unreadable-source", path,
+                                           "only the previous package has it, and it cannot be read there: whether it "
+                                           "is as that installed it is unknown"));
+            }
+            break;
+        case Likeness::Kind::SiteUnread:
             findings.push_back(unreadableSite(std::string(parentOf(path)), likeness.error));
+            break;
+        }
     }
     return findings;
 }
