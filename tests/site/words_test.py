@@ -130,6 +130,12 @@ class WordsTest(SiteTest):
                 if row.is_taken_back:
                     self.assertEqual(differences(before, self.release()), [])
 
+    def test_a_record_that_cannot_be_written_leaves_no_list_of_the_call(self):
+        (self.places().state / "record.json.new").mkdir()
+        before = sorted(self.places().state.iterdir())
+        self.fails(self.present(self.two), "record: ", is_taken_back=True)
+        self.assertEqual(sorted(self.places().state.iterdir()), before)
+
     def test_a_file_in_a_writable_tree_that_a_visitor_has_changed_is_not_replaced(self):
         tree = mappings("two", inner="<php:permissions writable='true'/>")
         one, two = (self.package(f"{name} writable", {"htdocs/page": name}, mappings=tree) for name in ("one", "two"))
