@@ -43,10 +43,11 @@ Findings checkUnread(const PreviousRelease& release) {
         subjects.insert(isHidden ? std::string(parentOf(path)) : path);
     }
     Findings findings;
-    for (const std::string& subject : subjects)
+    for (const std::string& subject : subjects) {
         findings.push_back(warning("unreadable-source", subject,
                                    "the previous package cannot be read there: what it installed, and what of that "
                                    "somebody has edited, is unknown"));
+    }
     return findings;
 }
 
