@@ -2,18 +2,17 @@
 
 #include "preview/findings.h"
 #include "preview/text.h"
-#include "runtime/option_errors.h"
 #include "site/acts.h"
 #include "site/formats.h"
 #include "site/inquiries.h"
 #include "site/interruption.h"
 #include "site/known_applications.h"
 #include "site/misuse.h"
+#include "site/options.h"
 #include "site/wish_list.h"
 
 #include <algorithm>
 #include <array>
-#include <boost/program_options.hpp>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
@@ -23,21 +22,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace po = boost::program_options;
-
 namespace site {
 
 namespace {
 
 using Words = std::vector<std::string>;
-
-/// What a command line says beside the words of its act.
-struct Request {
-    CallOptions call;
-    std::string settings = "/etc/larkspur/site.conf";
-    std::string list; ///< file of several wishes; empty for none
-    bool wantsJson = false;
-};
 
 constexpr int exitDone = 0;
 constexpr int exitFailed = 1;
@@ -162,71 +151,13 @@ constexpr std::array acts{
     Act{"verify", 0, 2, "[HOST [NAME]]", runVerify},
 };
 
-/// A text that may be left out.
-po::typed_value<std::string>* textInto(std::optional<std::string>& target) {
-    return po::value<std::string>()->notifier([&target](const std::string& text) { target = text; });
-}
-
-po::options_description optionsInto(Request& request) {
-    CallOptions& call = request.call;
-    po::options_description options("Options");
-    // clang-format off
-    options.add_options()
-        ("dry-run", po::bool_switch(&call.looksOnly), "present: say what would be done, and do nothing")
-        ("ignore", po::value(&call.ignored)->composing()->value_name("CODE"), "present: go on in spite of this finding of larkspur-preview; may be given again")
-        ("json", po::bool_switch(&request.wantsJson), "one JSON document on standard output")
-        ("language", textInto(call.language)->value_name("LANGUAGE"), "present: language of the package's script")
-        ("list", po::value(&request.list)->value_name("FILE"), "present: several calls, a line each, with one check of the server for a hundred")
-        ("repair", po::bool_switch(&call.repairs), "present: act although the record agrees")
-        ("script", textInto(call.script)->value_name("FILE"), "present: the package's script")
-        ("settings", po::value(&request.settings)->value_name("FILE"), "settings in place of /etc/larkspur/site.conf")
-        ("wait", po::value<std::string>()->value_name("SECONDS"), "how long to wait for another call")
-        ("without-script", po::bool_switch(&call.withoutScript), "absent: do not ask the package's script")
-        ("help", "print this")
-        ("version", "print the version");
-    // clang-format on
-    return options;
-}
-
-std::string usageOf(const po::options_description& options) {
+std::string usage() {
     std::ostringstream usage;
     for (const Act& act : acts)
         usage << (&act == acts.data() ? "Usage: " : "       ") << "larkspur-site [OPTION]... " << act.word
               << (act.usage.empty() ? "" : " ") << act.usage << '\n';
-    usage << '\n' << options;
+    usage << '\n' << usageOfOptions();
     return usage.str();
-}
-
-/// How many words stand in front of the act: options, and the values of those that have them as words of their own.
-/// Everything behind the act is its own, whatever it looks like.
-std::size_t optionWords(const Words& words, const po::options_description& options) {
-    std::size_t at = 0;
-    while (at < words.size() && words[at].starts_with('-')) {
-        const bool hasValue = words[at].find('=') != std::string::npos;
-        const std::string name = words[at].substr(std::min(words[at].find_first_not_of('-'), words[at].size()));
-        const auto* const option = name.empty() ? nullptr : options.find_nothrow(name, false);
-        const bool takesValue = option != nullptr && option->semantic()->max_tokens() > 0;
-        at += takesValue && !hasValue ? 2 : 1;
-    }
-    return std::min(at, words.size());
-}
-
-/// \param words keeps the act and what stands behind it.
-po::variables_map takeOptions(Words& words, const po::options_description& options) {
-    const auto act = words.begin() + static_cast<std::ptrdiff_t>(optionWords(words, options));
-    const Words own(words.begin(), act);
-    words.erase(words.begin(), act);
-    po::variables_map values;
-    try {
-        withPlainErrors([&] {
-            const int style = po::command_line_style::default_style & ~po::command_line_style::allow_guessing;
-            po::store(po::command_line_parser(own).options(options).positional({}).style(style).run(), values);
-            po::notify(values);
-        });
-    } catch (const po::error& failure) {
-        throw Misuse(failure.what());
-    }
-    return values;
 }
 
 /// \param words keeps what stands behind the act.
@@ -253,27 +184,11 @@ void requireRoot() {
         throw std::runtime_error("only root can do this");
 }
 
-std::optional<std::string> valueOf(const po::variables_map& values, const char* name) {
-    return values.count(name) == 0 ? std::nullopt : std::optional(values[name].as<std::string>());
-}
-
-/// How long to wait, where the command line says so.
-std::optional<std::chrono::seconds> waitIn(const po::variables_map& values) {
-    const std::optional<std::string> text = valueOf(values, "wait");
-    if (!text)
-        return std::nullopt;
-    try {
-        return secondsOf(*text, 0);
-    } catch (const std::exception& failure) {
-        throw Misuse("--wait " + std::string(failure.what()) + ": " + *text);
-    }
-}
-
-/// What the command line leaves to the settings, and what it says in words that options cannot hold as they are.
-void complete(Request& request, const po::variables_map& values) {
-    CallOptions& call = request.call;
-    call.settings = readSettings(request.settings, values.count("settings") != 0);
-    call.wait = waitIn(values).value_or(call.settings.timeLimit);
+/// What the command line leaves to the settings.
+void complete(Request& request) {
+    constexpr const char* usual = "/etc/larkspur/site.conf";
+    request.call.settings = readSettings(request.settings.value_or(usual), request.settings.has_value());
+    request.call.wait = request.wait.value_or(request.call.settings.timeLimit);
 }
 
 /// Replaces the environment by a small fixed one: what root's shell has in it is nobody else's business.
@@ -284,28 +199,27 @@ void setFixedEnvironment() {
 }
 
 int run(Words words) {
-    Request request;
-    const po::options_description options = optionsInto(request);
     try {
-        const po::variables_map values = takeOptions(words, options);
-        if (values.count("help") != 0) {
-            print(usageOf(options));
+        Request request = takeOptions(words);
+        if (request.wantsHelp) {
+            print(usage());
             return exitDone;
         }
-        if (values.count("version") != 0) {
+        if (request.wantsVersion) {
             print("larkspur-site " LARKSPUR_VERSION "\n");
             return exitDone;
         }
         const Act& act = takeAct(words);
+        requireOptionsOf(act.word, request);
         requireKnownCodes(request.call.ignored);
         requireRoot();
-        complete(request, values);
+        complete(request);
         setFixedEnvironment();
         umask(022);
         watchSignals();
         return act.run(request, words);
     } catch (const Misuse& misuse) {
-        std::cerr << "larkspur-site: " << escaped(misuse.what()) << "\n" << usageOf(options);
+        std::cerr << "larkspur-site: " << escaped(misuse.what()) << "\n" << usage();
         return exitMisuse;
     }
 }

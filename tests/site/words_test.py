@@ -160,6 +160,9 @@ class WordsTest(SiteTest):
             (self.words(self.two, name="a\nb"), "not a place below a document root"),
             (["absent", "one.example"], "wrong number of words"),
             (["--wait=-1", "absent", "one.example", "app"], "--wait is no number of seconds from 0 to 1000000: -1"),
+            (["--dry-run", "absent", "one.example", "app"], "absent: --dry-run is not for this act"),
+            (["--without-script", *self.words(self.two)], "present: --without-script is not for this act"),
+            (["--json", "reload"], "reload: --json is not for this act"),
         ]
         before = self.release()
         for words, cause in rows:
