@@ -41,8 +41,8 @@ Journal journalOfRemoval(const Places& places, const Record& record, std::vector
 }
 
 /// The steps of a removal, on the disk before the script is asked: whatever comes then, the next call finishes it.
-PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
-                         const Record& record, int lock) {
+PendingCall planAndNoteRemoval(const CallOptions& options, const Application& application, const Places& places,
+                               const Record& record, int lock) {
     const Account account = inStep("account", [&] { return accountOf(record.terms.account, record.terms.uid); });
     const UniqueFd callStore = inStep("store", [&] { return makeCallDirectory(places.store); });
     const SiteRequest request{
@@ -51,7 +51,7 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
         .account = account,
         .hosts = options.settings.vhosts,
         .documentRoot = record.terms.documentRoot,
-        .brought = inStep("files", [&] { return listOfFiles(places); }),
+        .brought = inStep("files", [&] { return listOfFiles(places, record); }),
         .others =
             inStep("files", [&] { return listsOfOthers(options.settings, application, record.terms.documentRoot); }),
         .ignored = {},
@@ -77,11 +77,23 @@ PendingCall beginRemoval(const CallOptions& options, const Application& applicat
     return call;
 }
 
-/// What a script has refused has not begun.
-void endFarewell(const PendingCall& call) {
+/// Forgets what is noted of a removal that has not begun.
+void endFarewell(const Places& places) {
     const Uninterrupted toTheEnd;
-    removeDurably(call.places.journal);
-    dropStore(call.journal.store);
+    removeDurably(places.journal);
+    dropStore(places.store);
+}
+
+/// \throw std::exception; nothing is then noted any more, also where the journal got its name before its writing
+/// failed.
+PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
+                         const Record& record, int lock) {
+    try {
+        return planAndNoteRemoval(options, application, places, record, lock);
+    } catch (const std::exception&) {
+        endFarewell(places);
+        throw;
+    }
 }
 
 /// Why nobody can remove an application's files; empty where its account can.
@@ -106,7 +118,7 @@ void removeInstallation(const CallOptions& options, const Application& applicati
     try {
         askForFarewell(call);
     } catch (const std::exception& failure) {
-        endFarewell(call);
+        endFarewell(places); // what a script has refused has not begun
         throw Refused(failure.what());
     }
     // There is no way back any more: the script has removed what it had made.

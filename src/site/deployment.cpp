@@ -116,7 +116,7 @@ FilesText Deployment::listBefore() const {
     const bool mayBeMissing = !decision_->before || options_.repairs; // a repair makes the list anew
     if (mayBeMissing)
         return listOfFilesOrNone(places_);
-    return inStep("files", [&] { return listOfFiles(places_); });
+    return inStep("files", [&] { return listOfFiles(places_, *decision_->before); });
 }
 
 SiteRequest Deployment::siteRequest() const {

@@ -104,7 +104,7 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
     const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
     if (!record)
         return {};
-    const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places); }));
+    const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places, *record); }));
     std::vector<Difference> differences = differencesAsAccount(settings, *record, files, lock.descriptor());
     compareFragment(places, *record, differences);
     return differences;

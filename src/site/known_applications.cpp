@@ -2,7 +2,7 @@
 
 #include "files/paths.h"
 #include "site/durable_files.h"
-#include "site/record.h"
+#include "site/journal.h"
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
@@ -61,11 +61,12 @@ std::vector<Application> pendingOn(const Settings& settings, const std::string& 
     return applications;
 }
 
-FilesText listOfFiles(const Places& places) {
-    // The second one is that of a first call that was cut off behind its record.
-    for (const std::string& file : {places.files, places.newFiles})
-        if (std::optional<std::string> text = readIfThere(file))
-            return {std::move(*text), file};
+FilesText listOfFiles(const Places& places, const Record& record) {
+    const std::optional<Journal> journal = readJournal(places.journal);
+    const bool isOfCutOffCall = journal && journal->id == record.journal && !isMissing(places.newFiles);
+    const std::string& file = isOfCutOffCall ? places.newFiles : places.files;
+    if (std::optional<std::string> text = readIfThere(file))
+        return {std::move(*text), file};
     throw std::runtime_error("the list of what was installed is missing: " + places.files);
 }
 
@@ -82,10 +83,8 @@ std::vector<FilesText> listsOfOthers(const Settings& settings, const Application
         const Places places(settings, other);
         if (isElsewhere(places, documentRoot))
             continue;
-        // Of one that was cut off, either may be the list of what is there.
-        for (const std::string& file : {places.files, places.newFiles})
-            if (std::optional<std::string> text = readIfThere(file))
-                lists.push_back({std::move(*text), file});
+        if (std::optional<std::string> text = readIfThere(places.files))
+            lists.push_back({std::move(*text), places.files});
     }
     return lists;
 }

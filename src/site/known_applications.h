@@ -2,6 +2,7 @@
 
 #include "site/installed_files.h"
 #include "site/places.h"
+#include "site/record.h"
 #include "site/settings.h"
 
 #include <string>
@@ -24,16 +25,17 @@ bool hasJournal(const Places& places);
 /// \throw boost::filesystem::filesystem_error, nimbo::SystemError when they cannot be read.
 std::vector<Application> pendingOn(const Settings& settings, const std::string& host);
 
-/// What is recorded of an application's files.
+/// The files of what the record says is installed.  A call that was cut off behind its record has not given their list
+/// its name yet.
 /// \throw std::runtime_error when it is missing, so that nothing would be known of them; nimbo::SystemError
-FilesText listOfFiles(const Places& places);
+FilesText listOfFiles(const Places& places, const Record& record);
 
 /// The same, or a list of nothing where it is missing.
 /// \throw nimbo::SystemError
 FilesText listOfFilesOrNone(const Places& places);
 
-/// The same of all other applications in a document root of the host, as far as it is there; two of one that was cut
-/// off. \throw boost::filesystem::filesystem_error; nimbo::SystemError
+/// The same of all other applications in a document root of the host, whose calls have ended, as far as it is there.
+/// \throw boost::filesystem::filesystem_error; nimbo::SystemError
 std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application,
                                      const std::string& documentRoot);
 

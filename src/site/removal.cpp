@@ -73,8 +73,12 @@ void forget(const CallOptions& options, const Application& application, const Pl
     if (canKeep)
         keepUnknownFragment(application, places, places.store);
     if (const std::optional<Journal> journal = readJournal(places.journal)) {
-        if (hasCallDirectory(journal->store))
+        if (hasCallDirectory(journal->store)) {
+            const UniqueFd callStore = openCallDirectory(journal->store);
             emptyCallDirectoryOf(application, *journal, Ending::TakenBack);
+            syncHosts(
+                callStore.get()); // without a journal the next call would drop what the disk had not taken as kept
+        }
         dropStore(journal->store);
         if (canKeep && journal->isFragmentEdited)
             keepEditedFragment(application, places.store, journal->fragment);

@@ -53,6 +53,17 @@ std::optional<std::string> refusalOf(const Settings& settings) {
     }
 }
 
+/// \throw NoCheck where another call does not let go of it; Interrupted.
+std::shared_ptr<FileLock> lockForCheck(const Settings& settings) {
+    try {
+        return lockServer(settings);
+    } catch (const Interrupted&) {
+        throw;
+    } catch (const std::exception& failure) {
+        throw NoCheck(failure.what());
+    }
+}
+
 /// All of them, whatever becomes of one: one that cannot go back stays for the way back of its own call.
 void putBack(const std::vector<FragmentChange>& changes) {
     const Uninterrupted toTheEnd;
@@ -122,7 +133,7 @@ void placeChecked(const Settings& settings, const std::vector<FragmentChange>& c
                   const std::function<bool()>& putOthersBack) {
     if (std::ranges::all_of(changes, [](const FragmentChange& change) { return change.formerText == change.text; }))
         return;
-    const auto lock = lockServer(settings);
+    const auto lock = lockForCheck(settings);
     std::optional<std::string> why = tryFragments(settings, changes);
     if (!why)
         return;

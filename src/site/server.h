@@ -34,7 +34,7 @@ void removeFragment(const Settings& settings, const Places& places);
 void placeFragment(const Places& places, const std::string& text);
 
 /// Whether the server takes what a call brings cannot be told: it refuses its configuration without that, too, or its
-/// check does not come to an end.
+/// check does not come to an end, or another call's.
 class NoCheck : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -42,9 +42,15 @@ bool isToBeKept(const Step& step, const Entry& entry, Ending ending) {
     return true; // it is no file of this call: a visitor's, caught in an exchange
 }
 
-/// From here on nobody but root changes what is in the directory, whatever descriptors of it others have.
+/// From here on nobody but the owner changes what is in the directory, whatever descriptors of it others have: an owner
+/// before may have changed its mode as well.
+/// \return false with errno.
+bool giveTo(int call, uid_t uid, gid_t gid) {
+    return fchown(call, uid, gid) == 0 && fchmod(call, 0700) == 0;
+}
+
 void reclaim(int call, const std::string& store) {
-    if (fchown(call, 0, 0) != 0)
+    if (!giveTo(call, 0, 0))
         nimbo::throwSystemError(callDirectory(store));
 }
 
@@ -118,12 +124,12 @@ void dropCall(const std::string& store) {
 } // namespace
 
 LentStore::LentStore(int call, const Account& account) : call_(call) {
-    if (call >= 0 && fchown(call, account.uid, account.gid) != 0)
+    if (call >= 0 && !giveTo(call, account.uid, account.gid))
         nimbo::throwSystemError("the store");
 }
 
 LentStore::~LentStore() {
-    std::ignore = fchown(call_, 0, 0); // what failed here fails again before root does anything there
+    std::ignore = giveTo(call_, 0, 0); // what failed here fails again before root does anything there
 }
 
 UniqueFd makeCallDirectory(const std::string& store) {

@@ -106,9 +106,9 @@ private:
 
     static void changeModeBack(const Step& step, const Place& place) {
         const std::optional<Entry> entry = entryAt(place.directory, place.name);
-        const bool isDirectory = entry && S_ISDIR(entry->status.st_mode);
+        const bool isOwnDirectory = entry && S_ISDIR(entry->status.st_mode) && entry->status.st_uid == geteuid();
         // Without CAP_FSETID the bit may have gone with the change.
-        if (isDirectory && ((entry->status.st_mode ^ step.mode) & permissions & ~mode_t{S_ISGID}) == 0)
+        if (isOwnDirectory && ((entry->status.st_mode ^ step.mode) & permissions & ~mode_t{S_ISGID}) == 0)
             changeModeOfStanding(place, step.formerMode, step.path);
     }
 

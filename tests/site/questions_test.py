@@ -134,6 +134,10 @@ class QuestionsTest(SiteTest):
         self.look_and_cut(("staged", 1), self.one)
         self.assertEqual(self.asked("list"), "")
 
+    def test_an_upgrade_that_was_killed_behind_its_record_is_compared_with_the_new_release(self):
+        self.cut(kill_tree, ("record", 1), self.words(self.two))
+        self.assertEqual(self.asked("verify"), "")
+
     def test_what_is_wrong_with_one_application_is_not_told_of_another(self):
         self.changes(self.present(self.one, name="other"))
         record = self.places(name="other").state / "record.json"
