@@ -37,12 +37,12 @@ InstalledFiles filesOf(const std::vector<Step>& steps, const std::vector<std::si
 
 } // namespace
 
-void noteDoubt(const Places& places, const std::vector<Step>& steps, const std::vector<std::size_t>& unreached) {
+void noteDoubt(const Places& places, const std::vector<Step>& steps, const std::vector<std::size_t>& notEntered) {
     std::optional<Record> record = readRecord(places.record);
     if (!record)
         return;
     InstalledFiles files = installedFilesOf(listOfFilesOrNone(places));
-    std::ranges::move(filesOf(steps, unreached), std::back_inserter(files));
+    std::ranges::move(filesOf(steps, notEntered), std::back_inserter(files));
     std::ranges::stable_sort(files, {}, &InstalledEntry::path);
     const auto isSame = [](const InstalledEntry& a, const InstalledEntry& b) { return a.path == b.path; };
     // It has them already where this was cut off.

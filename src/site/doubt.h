@@ -11,8 +11,8 @@ namespace site {
 /// To be called where steps could not be taken back, so that record and list of files are not true any more.  Without
 /// the package's fingerprint the next call finds something to do, and what may stand there of the new release counts as
 /// brought.  An application without a record has neither.
-/// \param unreached positions of these steps.
+/// \param notEntered positions of these steps.
 /// \throw std::exception
-void noteDoubt(const Places& places, const std::vector<Step>& steps, const std::vector<std::size_t>& unreached);
+void noteDoubt(const Places& places, const std::vector<Step>& steps, const std::vector<std::size_t>& notEntered);
 
 } // namespace site

@@ -40,8 +40,8 @@ bool goBack(const PendingCall& call) {
     syncHosts(callStore.get());
     (void)putFragmentBack(call);
     cutPoint("taken-back");
-    if (!back.unreached.empty())
-        noteDoubt(call.places, call.journal.steps, back.unreached);
+    if (!back.notEntered.empty())
+        noteDoubt(call.places, call.journal.steps, back.notEntered);
     removeDurably(call.places.newFiles);
     endJournal(call, callStore.get(), Ending::TakenBack);
     return back.isWhole;

@@ -30,17 +30,17 @@ public:
 
     void takeBack(const Step& step, std::size_t number) {
         const Identity stored = identityOf(entryAt(store_, storeName(number).c_str()));
-        bool isReached = false;
+        bool isEntered = false;
         try {
-            isReached = takeBackWhereItIsOpen(step, number, stored);
+            isEntered = takeBackWhereItIsOpen(step, number, stored);
         } catch (const nimbo::SystemError& failure) {
             if (failure.err != EACCES)
                 throw;
             // Its owner has closed the directory: a call that waited for it would never end.
             leave(step.path, "left as it is: its directory is closed");
         }
-        if (!isReached && isCarriedOut(step, stored))
-            result_.unreached.push_back(number);
+        if (!isEntered && isCarriedOut(step, stored))
+            result_.notEntered.push_back(number);
     }
 
 private:
@@ -172,7 +172,7 @@ WayBack takeBack(SiteTree* tree, int store, const std::vector<Step>& steps) {
 std::string textOf(const WayBack& back) {
     std::string text;
     LineWriter(text).word(back.isWhole ? wholeWord : "part").path("");
-    for (const std::size_t step : back.unreached)
+    for (const std::size_t step : back.notEntered)
         LineWriter(text).number(static_cast<std::int64_t>(step)).path("");
     return text;
 }
@@ -181,7 +181,7 @@ WayBack wayBackOf(std::string_view text) {
     WayBack back;
     back.isWhole = LineReader(takeLine(text)).word() == wholeWord;
     while (!text.empty())
-        back.unreached.push_back(LineReader(takeLine(text)).number<std::size_t>());
+        back.notEntered.push_back(LineReader(takeLine(text)).number<std::size_t>());
     return back;
 }
 

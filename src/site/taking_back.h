@@ -14,8 +14,8 @@ namespace site {
 struct WayBack {
     bool isWhole = true; ///< every place is as before
 
-    /// Steps that were carried out and whose places could not be reached: what they brought may stand there.
-    std::vector<std::size_t> unreached;
+    /// Steps that were carried out and whose places could not be entered: what they brought may stand there.
+    std::vector<std::size_t> notEntered;
 };
 
 /// Takes back what was carried out, in the reverse order; can be cut off and begun again.  Only what this call brought
