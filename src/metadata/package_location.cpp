@@ -5,13 +5,13 @@
 #include <cstring>
 #include <string_view>
 
-constexpr std::size_t limit = 4096;
+constexpr std::size_t mostBytes = 4096;
 
 std::optional<std::string> packageDirectoryOf(const std::string& fullName) {
     constexpr std::string_view prefix = "file:///";
     if (!fullName.starts_with(prefix))
         return std::nullopt;
-    return fullName.substr(prefix.size(), limit);
+    return fullName.substr(prefix.size(), mostBytes);
 }
 
 std::string metadataFileOf(const std::string& packageDir) {
@@ -26,6 +26,6 @@ bool get_trx_application_path(char* packageDir, const char* fullName) {
     const std::optional<std::string> directory = packageDirectoryOf(fullName);
     if (!directory || directory->empty())
         return false;
-    std::strncpy(packageDir, directory->c_str(), limit);
+    std::strncpy(packageDir, directory->c_str(), mostBytes);
     return true;
 }

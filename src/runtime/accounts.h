@@ -48,8 +48,8 @@ int is_number(const char* text);
 
 // The same without messages.
 
-/// \return the account database's record, valid until the next account look-up; null for an account that does not
-/// exist. \throw nimbo::SystemError where it cannot be looked up: that is not "there is none".
+/// \return the account database's record, valid until the next account look-up; null where there is none.
+/// \throw nimbo::SystemError where it cannot be looked up: that is not "there is none".
 const passwd* lookUpAccount(const std::string& name);
 
 /// The steps of a switch to an account, in their order.
