@@ -50,12 +50,6 @@ TEST_F(Removal, OfNothingAtASlashLeavesTheDocumentRoot) {
     EXPECT_EQ(tree(docroot), before_);
 }
 
-TEST_F(Removal, ALinkThatGoesTakesTheWayThroughItAlong) {
-    put({"self -> .", "f"});
-    EXPECT_THAT(removeBy(listOf({"self/self", "self/f"})), ended(0));
-    EXPECT_EQ(namesIn(docroot), "d . f f d own f own/page");
-}
-
 TEST_F(Removal, TheDocumentRootAndKeptPlacesStay) {
     make(vhost, {"cgi-bin/run", "httpdocs/run"});
     fs::remove_all(docroot / "own");

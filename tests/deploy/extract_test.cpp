@@ -119,14 +119,6 @@ TEST_F(Extract, MissesASourceThatIsItsOwnTargetWhateverItIs) {
     }
 }
 
-TEST_F(Extract, FollowsALinkAtAWritableMappingWhoseUrlEndsInASlash) {
-    const std::string open = "<php:permissions writable='true'/></mapping>";
-    mappings("<mapping url='to/' path='none'>" + open + "<mapping url='to/.' path='none'>" + open);
-    put({"to -> open", "open/"});
-    EXPECT_THAT(extract(), ended(0, HasSubstr("is not exist")));
-    EXPECT_THAT(tree(docroot), Contains("d 0757 sitea:krocln open"));
-}
-
 TEST_F(Extract, EmptiesTheDocumentRootWhereAsked) {
     make(package, {"htdocs/page"});
     put({"old/file"});
@@ -162,15 +154,10 @@ TEST_F(Extract, AFailureTakesEverythingPlannedAway) {
         std::string left = "d ."; ///< below the document root
     };
     const std::vector<Row> rows{
-        // A mapping of "/" plans the root itself, so that goes as well, with what is not the package's.
-        {.mappings = "<mapping url='/' path='f'/>",
-         .error = "(system:39)",
-         .package = {"f"},
-         .site = {"g"},
-         .left = ""},
         {.error = to + "/f - filename occupied\n", .package = {"htdocs/f/g"}, .site = {"f"}, .left = ""},
-        // What stands at a target goes before the copy is tried, here of a file that the site may not read.
-        {.error = "(system:39)", .package = {"htdocs/f -> /etc/shadow"}, .site = {"f/g"}, .left = ""},
+        // What stands at a target goes before the copy is tried, here of a file that the site may not read.  A mapping
+        // of "/" plans the root itself, so that goes as well, with what is not the package's.
+        {.error = "(system:39)", .package = {"htdocs/f -> /etc/shadow"}, .site = {"f/g", "g"}, .left = ""},
         // The link "l" goes, and with it the way that leads through it.
         {.mappings = "<mapping url='l' path='htdocs'/>",
          .error = "(system:2)",
@@ -300,12 +287,6 @@ TEST_F(Extract, NeedsThePanelsGroup) {
     const ChangedFile groups("/etc/group", "");
     const std::string message = "getgrnam(krocln): ";
     EXPECT_THAT(extract(), ended(255, StartsWith(message), StartsWith(message)));
-}
-
-TEST_F(Extract, NeedsThePackagesDocumentBesideAnotherOne) {
-    fs::rename(package / "APP-META.xml", base / "other.xml");
-    EXPECT_THAT(extract({"--metadata-file=" + (base / "other.xml").string()}),
-                ended(1, StartsWith("Application metadata file ")));
 }
 
 TEST_F(Extract, CreatesDirectoriesWithThoseAboveWhereThereIsNone) {

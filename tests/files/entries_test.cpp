@@ -110,21 +110,6 @@ TEST_F(Entries, BelowARootNoLinkIsFollowed) {
     EXPECT_EQ(NoLinksBelow((base / "none").string()).find("x").error(), ENOENT);
 }
 
-TEST_F(Entries, BelowAnOpenRootNamesAreMadeWithoutFollowingALink) {
-    make(base, {"root/d/", "root/link -> d"});
-    NoLinksBelow tree(UniqueFd(open((base / "root").c_str(), O_PATH | O_DIRECTORY)));
-    fs::rename(base / "root", base / "moved");
-    const auto makeDirectory = [&](const std::string& below) -> std::string {
-        const Place place = tree.placeOf(below);
-        return place.directory >= 0 && mkdirat(place.directory, place.name, 0755) == 0 ? "made" : std::strerror(errno);
-    };
-    EXPECT_EQ(makeDirectory("d/new"), "made");
-    EXPECT_EQ(makeDirectory("link/new"), "Not a directory");
-    EXPECT_EQ(makeDirectory("new"), "made");
-    EXPECT_EQ(makeDirectory(""), "File exists");
-    EXPECT_EQ(namesIn(base), "d . d moved d moved/d d moved/d/new l moved/link d moved/new");
-}
-
 TEST_F(Entries, AWalkSaysNothingOfADirectoryThatHasVanished) {
     make(base, {"d/gone/", "d/kept/"});
     const auto visit = [&](std::string_view relative, EntryKind) {
