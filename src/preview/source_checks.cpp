@@ -4,7 +4,6 @@
 #include "files/real_path.h"
 #include "runtime/errors.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
@@ -33,7 +32,10 @@ std::string whyUnreadable(Rights rights, const std::string& packageDir, const So
 class ReadableCheck {
 public:
     ReadableCheck(Rights rights, const PlannedSources& planned)
-        : rights_(rights), planned_(planned), unentered_(planned.unentered.begin(), planned.unentered.end()) {}
+        : rights_(rights),
+          planned_(planned),
+          unentered_(planned.unentered.begin(), planned.unentered.end()),
+          unlisted_(planned.unlisted.begin(), planned.unlisted.end()) {}
 
     void add(const Source& source) {
         if (planned_.mappings[source.mapping]->closed) // the finding is the mapping's
@@ -46,7 +48,7 @@ public:
     }
 
     void addUnread(const std::string& path, int error) {
-        if (closed_.contains(std::string(parentOf(path))) || std::ranges::count(planned_.unlisted, path) > 0)
+        if (closed_.contains(std::string(parentOf(path))) || unlisted_.contains(path))
             return;
         findings.push_back(
             warning("unreadable-source", path, std::string("this preview cannot list it: ") + std::strerror(error)));
@@ -70,7 +72,8 @@ private:
 
     Rights rights_;
     const PlannedSources& planned_;
-    std::unordered_set<std::string> unentered_;
+    std::unordered_set<std::string> unentered_; ///< these two of planned_
+    std::unordered_set<std::string> unlisted_;
     std::unordered_set<std::string> closed_; ///< directories that have their finding, and those in them
 };
 

@@ -15,7 +15,7 @@ namespace {
 using ErrorWords = std::map<std::string, std::string>;
 
 /// The words of the command line that an error names, by their placeholders.  The library shows them to derived classes
-/// only.
+/// only: such a class may name the member, and the pointer to it that is formed there fits every object of the base.
 struct OpenedError : po::error_with_option_name {
     static ErrorWords& wordsOf(po::error_with_option_name& failure) { return failure.*&OpenedError::m_substitutions; }
 };

@@ -39,7 +39,7 @@ bool createConfigDirectory(const fs::path& directory) {
     return fs::create_directory(directory); // tells what is wrong in the library's words
 }
 
-void writeWhole(nimbo::TmpFile& file, const std::string& text) {
+void writeFragment(nimbo::TmpFile& file, const std::string& text) {
     errno = 0;
     file << text;
     if (!file.close()) {
@@ -63,7 +63,7 @@ int installFragment(const std::string& metadataFile, const FragmentSettings& set
     nimbo::TmpFile file(configPath + ".new", true);
     const nimbo::FSAMetaDataReader reader(metadataFile);
     const std::string text = fragmentText(reader.get_web_content_info(), settings);
-    writeWhole(file, text);
+    writeFragment(file, text);
 
     if (fs::exists(configPath))
         fs::remove(configPath);
