@@ -1,7 +1,5 @@
 #include "deploy/install_plan.h"
 
-#include "files/paths.h"
-
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <iostream>
@@ -115,18 +113,10 @@ std::string InstallPlan::sourcePathOf(const PlannedCopy& copy) const {
     return relativeBelow(path, entry);
 }
 
-nimbo::FSAInstallFileinfo InstallPlan::info(const PlannedCopy& copy) const {
-    return {sourcePathOf(copy), copy.targetPath, copy.executable};
-}
-
 std::string erase_starting_slashes(const std::string& text) {
     return std::string(withoutLeadingSlashes(text));
 }
 
 bool fileHasExtension(std::string_view name, std::string_view ext) {
     return name.ends_with(ext);
-}
-
-bool isSubdir(const fs::path& child, const fs::path& parent) {
-    return placeKey(child).starts_with(placeKey(parent));
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "files/directory_walk.h"
+#include "files/paths.h" // other tools find isSubdir here
 #include "metadata/web_content.h"
 
 #include <boost/filesystem/exception.hpp>
@@ -13,7 +14,7 @@
 
 namespace nimbo {
 
-/// One planned copy.
+/// One planned copy as other tools know it.  No command makes one: a plan has PlannedCopy.
 struct FSAInstallFileinfo {
     std::string sourcePath; ///< relative to the package directory, no leading slash
     std::string targetPath; ///< relative to the destination root, no leading slash; empty for the root itself
@@ -65,7 +66,6 @@ struct InstallPlan {
 
     /// FSAInstallFileinfo::sourcePath of a record.
     std::string sourcePathOf(const PlannedCopy& copy) const;
-    nimbo::FSAInstallFileinfo info(const PlannedCopy& copy) const;
 };
 
 /// Plans the copies of all mappings, which are to be given in the reader's order: a later mapping's record for the same
@@ -98,7 +98,3 @@ std::string erase_starting_slashes(const std::string& text);
 
 /// True when `name` ends in `ext`; no dot is added or required.
 bool fileHasExtension(std::string_view name, std::string_view ext);
-
-/// True when `parent` is `child` or one of its ancestors, element by element, "." elements left out; no resolution of
-/// ".." or symbolic links.  Every path is below the empty one.
-bool isSubdir(const boost::filesystem::path& child, const boost::filesystem::path& parent);

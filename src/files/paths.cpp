@@ -122,6 +122,10 @@ std::string placeKey(const boost::filesystem::path& path) {
     return place;
 }
 
+bool isSubdir(const boost::filesystem::path& child, const boost::filesystem::path& parent) {
+    return placeKey(child).starts_with(placeKey(parent));
+}
+
 std::string pathOfKey(std::string key) {
     if (!key.starts_with('/')) { // a root would bring a slash of its own
         if (!key.empty())

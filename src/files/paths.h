@@ -86,6 +86,10 @@ std::string pathKey(const boost::filesystem::path& path);
 /// The key of the place that a path names: without "." elements, and with one slash in front where there are more.
 std::string placeKey(const boost::filesystem::path& path);
 
+/// True when `parent` is `child` or one of its ancestors, element by element, "." elements left out; no resolution of
+/// ".." or symbolic links.  Every path is below the empty one.
+bool isSubdir(const boost::filesystem::path& child, const boost::filesystem::path& parent);
+
 /// The path that a key stands for, its elements joined by single slashes.
 std::string pathOfKey(std::string key);
 

@@ -1,5 +1,5 @@
 #include "preview/formats.h"
-#include "preview/text.h"
+#include "preview/json_text.h"
 
 #include <algorithm>
 #include <boost/json.hpp>
@@ -9,10 +9,6 @@
 namespace json = boost::json;
 
 namespace {
-
-json::string utf8(std::string_view text) {
-    return json::string(asUtf8(text));
-}
 
 /// The elements of an array as text: an array of a hundred thousand objects would take many times its text in memory.
 class ArrayText {

@@ -1,5 +1,6 @@
 #include "preview/preview.h"
 
+#include "files/directory_names.h"
 #include "files/paths.h"
 #include "files/subdirectory.h"
 #include "metadata/exceptions.h"
@@ -14,22 +15,13 @@
 #include "runtime/one_line.h"
 #include "webserver/fragment.h"
 
-#include <algorithm>
-#include <boost/filesystem/operations.hpp>
-
-namespace fs = boost::filesystem;
-
 namespace {
 
 constexpr const char* usualRoot = "/var/www/vhosts/example.com/httpdocs";
 
 std::vector<std::string> scriptsOf(const std::string& packageDir) {
-    std::vector<std::string> scripts;
     boost::system::error_code none;
-    for (fs::directory_iterator entry(scriptsDirectoryOf(packageDir), none), end; entry != end; entry.increment(none))
-        scripts.push_back(entry->path().filename().native());
-    std::ranges::sort(scripts);
-    return scripts;
+    return namesIn(scriptsDirectoryOf(packageDir), none);
 }
 
 FragmentSettings fragmentSettingsOf(const PreviewSettings& settings) {

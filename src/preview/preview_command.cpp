@@ -5,6 +5,7 @@
 #include "preview/previous_release.h"
 #include "runtime/accounts.h"
 #include "runtime/option_errors.h"
+#include "runtime/options.h"
 
 #include <algorithm>
 #include <array>
@@ -48,11 +49,6 @@ constexpr std::array formats{
     Format{"obsolete-files", [](const Preview& preview, const Request&) { return obsoleteFilesOf(preview); }},
     Format{"fragment", [](const Preview& preview, const Request&) { return preview.fragment; }},
 };
-
-/// A text that may be left out.
-po::typed_value<std::string>* textInto(std::optional<std::string>& target) {
-    return po::value<std::string>()->notifier([&target](const std::string& text) { target = text; });
-}
 
 /// A number that is not 0 turns `target` off.
 po::typed_value<int>* turningOff(bool& target) {

@@ -29,6 +29,10 @@ void validate(boost::any& value, const std::vector<std::string>& words, OneLine*
 
 } // namespace
 
+po::typed_value<std::string>* textInto(std::optional<std::string>& target) {
+    return po::value<std::string>()->notifier([&target](const std::string& text) { target = text; });
+}
+
 void CommandOptions::add(const Option& option, const po::value_semantic* value) {
     options_.add_options()(option.name, value, option.text);
 }

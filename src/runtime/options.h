@@ -2,6 +2,8 @@
 
 #include <boost/program_options/options_description.hpp>
 #include <boost/program_options/positional_options.hpp>
+#include <boost/program_options/value_semantic.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +27,9 @@ inline constexpr Option vhostPath{"vhost-path", "path to virutal host root direc
 inline constexpr Option wwwRoot{"www-root", "path to domain www-root"};
 
 } // namespace option
+
+/// The value of an option of a text that may be left out, for programs whose options are the library's own.
+boost::program_options::typed_value<std::string>* textInto(std::optional<std::string>& target);
 
 /// The options of one command.  Each function adds one option; the variables that it names receive the values when the
 /// arguments are parsed, and have to live until then.

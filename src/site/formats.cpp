@@ -1,6 +1,6 @@
 #include "site/formats.h"
 
-#include "preview/text.h"
+#include "preview/json_text.h"
 #include "site/journal.h"
 
 #include <algorithm>
@@ -19,10 +19,6 @@ constexpr std::size_t versionWidth = 14;
 constexpr std::size_t dayWidth = 12;
 constexpr std::size_t nameWidth = 15; // of a line of `status`
 constexpr std::size_t wordWidth = 9;  // of a line of a look
-
-json::string utf8(const std::string& text) {
-    return json::string(asUtf8(text));
-}
 
 std::string document(json::array applications) {
     return withJsonEscapes(json::serialize(json::object{{"applications", std::move(applications)}})) + '\n';

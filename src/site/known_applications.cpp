@@ -1,32 +1,17 @@
 #include "site/known_applications.h"
 
+#include "files/directory_names.h"
 #include "files/paths.h"
 #include "site/durable_files.h"
 #include "site/journal.h"
 
-#include <algorithm>
-#include <boost/filesystem/operations.hpp>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
-namespace fs = boost::filesystem;
-
 namespace site {
 
 namespace {
-
-/// The directories in a directory; none where it is missing.
-std::vector<std::string> directoriesIn(const std::string& directory) {
-    std::vector<std::string> names;
-    if (!fs::exists(directory))
-        return names;
-    for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
-        if (fs::is_directory(entry->symlink_status()))
-            names.push_back(entry->path().filename().native());
-    std::ranges::sort(names);
-    return names;
-}
 
 /// True where an application was installed in another document root; false where its record does not tell.
 bool isElsewhere(const Places& places, const std::string& documentRoot) {

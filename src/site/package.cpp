@@ -119,7 +119,7 @@ private:
         const auto target = S_ISLNK(status.st_mode) ? targetOf(path) : std::nullopt;
         if (target && stat(target->c_str(), &status) == 0) {
             append(facts, status);
-            const bool isElsewhere = !pathKey(*target).starts_with(pathKey(package_));
+            const bool isElsewhere = !isSubdir(*target, package_);
             if (S_ISDIR(status.st_mode) && isElsewhere && visited_.insert(*target).second)
                 elsewhere.push_back(*target);
         }

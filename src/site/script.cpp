@@ -1,10 +1,10 @@
 #include "site/script.h"
 
+#include "files/directory_names.h"
 #include "metadata/package_location.h"
 #include "runtime/errors.h"
 #include "runtime/shared_end.h"
 
-#include <algorithm>
 #include <boost/algorithm/string/join.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
@@ -19,17 +19,6 @@ namespace site {
 
 namespace {
 
-/// The names in a directory, for a person; empty where it is missing.
-std::string namesIn(const std::string& directory) {
-    if (!fs::exists(directory))
-        return {};
-    std::vector<std::string> names;
-    for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
-        names.push_back(entry->path().filename().native());
-    std::ranges::sort(names);
-    return boost::algorithm::join(names, ", ");
-}
-
 /// When this process's parent ends, the script ends with all that it runs in its process group.  Otherwise it would go
 /// on beside the next call.
 void endWithParent() {
@@ -43,7 +32,7 @@ void endWithParent() {
 } // namespace
 
 std::optional<PackageScript> scriptOf(const Package& package, const ScriptChoice& choice) {
-    const std::string others = namesIn(scriptsDirectoryOf(package.directory));
+    const std::string others = boost::algorithm::join(namesIn(scriptsDirectoryOf(package.directory)), ", ");
     if (others.empty() && !choice.isWanted)
         return std::nullopt;
     std::optional<PackageScript> found =
