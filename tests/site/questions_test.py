@@ -28,16 +28,6 @@ def rewrite(path, text):
     os.utime(path, ns=(status.st_atime_ns, status.st_mtime_ns))
 
 
-def take_directory(test):
-    (test.app / "sub/page").unlink()
-    (test.app / "sub").rmdir()
-
-
-def put_link(test):
-    (test.app / "index").unlink()
-    (test.app / "index").symlink_to("old")
-
-
 def close_directory(test):
     os.chown(test.app / "sub", 0, 0)
     (test.app / "sub").chmod(0o700)
@@ -50,9 +40,7 @@ def open_directory(test):
 
 CHANGES = [
     Change("a file is gone", lambda test: (test.app / "index").unlink(), "missing: app/index"),
-    Change("a directory is gone", take_directory, "missing: app/sub"),
     Change("a file is edited", lambda test: (test.app / "index").write_text("mine"), "edited: app/index"),
-    Change("a file is a link", put_link, "edited: app/index"),
     Change("a file has another mode", lambda test: (test.app / "index").chmod(0o600), "mode: app/index"),
     Change("a directory has another mode", lambda test: (test.app / "sub").chmod(0o700), "mode: app/sub"),
     Change("a file has another owner", lambda test: os.chown(test.app / "index", SITEB, -1), "owner: app/index"),

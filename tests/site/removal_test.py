@@ -39,12 +39,6 @@ class RemovalTest(SiteTest):
         self.changes(self.absent(options=["--without-script"]))
         self.assertTrue(asked.exists())
 
-    def test_a_store_that_a_cut_off_call_has_left_empty_goes(self):
-        store = self.places().store
-        store.mkdir(parents=True)
-        self.stays(self.call("recover"))
-        self.assertFalse(store.parent.exists())
-
     def test_a_removal_passes_over_what_the_account_may_not_take(self):
         os.chown(self.app / "sub", SITEB, -1)
         outcome = self.absent()
@@ -63,16 +57,6 @@ class RemovalTest(SiteTest):
         self.assertEqual((self.root / "mine/app/index").read_text(), "one")
         self.changes(self.absent(name="mine/app"))
         self.assertEqual([path.name for path in self.root.rglob("*")], ["mine"])
-
-    def test_a_removal_takes_nothing_of_another_application_that_is_cut_off_and_recorded(self):
-        self.changes(self.absent())
-        self.changes(self.present(self.both, name="."))
-        words = self.words(self.one, name="mine/app", options=["--ignore=replaces"])
-        self.cut(kill_tree, ("record", 1), words)
-        self.changes(self.absent(name="."))
-        self.assertEqual((self.root / "mine/app/index").read_text(), "one")
-        self.changes(self.absent(name="mine/app"))
-        self.assertEqual([path.name for path in self.root.rglob("*") if path.is_file()], [])
 
     def test_a_fragment_that_is_edited_while_the_script_runs_is_kept_by_the_way_back(self):
         fragment = self.places().fragment
@@ -93,14 +77,6 @@ class RemovalTest(SiteTest):
                 kept_by_text = {file.read_text(): file for file in self.kept()}
                 self.assertIn(text, kept_by_text)
                 self.assertIn(f"kept as {kept_by_text[text]}", outcome.error)
-
-    def test_a_call_that_fails_takes_nothing_that_is_kept(self):
-        self.places().fragment.write_text("# mine\n")
-        self.changes(self.present(self.two))
-        kept = self.kept()
-        self.assertEqual(len(kept), 1)
-        self.fails(self.present(self.one, account="nobody-here"), "account: ")
-        self.assertEqual(self.kept(), kept)
 
     def test_a_script_that_has_ended_is_not_asked_again(self):
         asked = self.marks / "asked"
@@ -152,7 +128,7 @@ class RemovalTest(SiteTest):
         self.cut(kill_tree, ("staged", 1), self.words(self.two))
         self.give_to_another_account(self.places().state / "record.json")
         self.changes(self.absent(options=["--without-script"]))
-        self.assertFalse(self.places().store.exists())
+        self.assertFalse(self.places().store.parent.exists())
 
     def test_a_first_installation_whose_account_is_another_one_now_is_forgotten(self):
         self.changes(self.absent())

@@ -48,8 +48,6 @@ class Row(NamedTuple):
     place: str = "app"
     site: Callable = no_change     # changes the document root
     package: Callable = no_change
-    version: str = "1.1"
-    umask: int = 0o022
     ignored: tuple = ()
     can_be_closed: bool = True  # when it has been open to the web server
 
@@ -68,12 +66,10 @@ ROWS = [
     Row("a source that is missing", "<mapping url='/' path='htdocs'><mapping url='no'/></mapping>",
         ignored=("missing-source",)),
     Row("links", package=links),
-    Row("an older format", version="1.0", ignored=("no-script",)),
     # A directory of a group that the account is not in loses its set-group-id bit with each change of its mode.
     Row("a site of the server's group", f"<mapping url='/' path='data'>{WRITABLE}</mapping>", site=group_of_the_server,
         can_be_closed=False),
     Row("a site with a default ACL", f"<mapping url='/' path='data'>{WRITABLE}</mapping>", site=default_acl),
-    Row("a caller's umask", f"<mapping url='/' path='data'>{WRITABLE}</mapping>", umask=0o077),
 ]
 
 
@@ -92,7 +88,7 @@ class SameTreeTest(SiteTest):
         self.extracted_root = self.vhosts / "two.example/httpdocs"
         self.packages = {}
         for number, row in enumerate(ROWS):
-            package = self.package(f"package-{number}", FILES, mappings=row.mappings, version=row.version, script=None)
+            package = self.package(f"package-{number}", FILES, mappings=row.mappings, script=None)
             row.package(package)
             self.packages[row.name] = package
 
@@ -104,10 +100,7 @@ class SameTreeTest(SiteTest):
     def install(self, row, is_opened, options=()):
         self.settings(WEBSERVER_WRITE="yes" if is_opened else "no")
         options = [*options, *(f"--ignore={code}" for code in row.ignored)]
-        before = os.umask(row.umask)
-        outcome = self.present(self.packages[row.name], name=row.place, options=options)
-        os.umask(before)
-        return outcome
+        return self.present(self.packages[row.name], name=row.place, options=options)
 
     def extract(self, row, is_opened):
         self.empty("two.example", row)
@@ -117,7 +110,7 @@ class SameTreeTest(SiteTest):
                    f"--application-subdirectory={row.place}", "--user-name=sitea", "--metadata-file", ""]
         if not is_opened:
             command.append("--skip-webserver-write")
-        done = subprocess.run(command, umask=row.umask, check=False, capture_output=True, text=True)
+        done = subprocess.run(command, check=False, capture_output=True, text=True)
         self.assertEqual(done.returncode, 0, done.stderr)
 
     def both_are_the_same(self):

@@ -121,7 +121,7 @@ class SiteTest(unittest.TestCase):
             os.chown(directory, pwd.getpwnam(account).pw_uid, KROCLN)
         return root
 
-    def package(self, name, files, script="", mappings=ROOT, version="1.1"):
+    def package(self, name, files, script="", mappings=ROOT):
         """A package of `files` (path to text), whose script runs `script` behind the place where it can be held."""
         package = self.base / "packages" / name
         for path, text in files.items():
@@ -132,7 +132,7 @@ class SiteTest(unittest.TestCase):
         (package / "APP-META.xml").write_text(application(
             f"<name>book</name><version>{name}</version><release>1</release>"
             f"<configuration-script-language>php</configuration-script-language>{mappings}",
-            attributes=f"version='{version}'"))
+            attributes="version='1.1'"))
         if script is not None:
             scripts = package / "scripts"
             scripts.mkdir()

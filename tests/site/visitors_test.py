@@ -140,10 +140,7 @@ class VisitorsTest(SiteTest):
         rows = [
             ("script", lambda: self.present(self.failing)),
             ("fragment", lambda: self.present(self.refused)),
-            ("killed tree", lambda: self.cut_and_recover(kill_tree, ("swap", 3))),
-            ("killed leader", lambda: self.cut_and_recover(kill_leader, ("fragment", 1))),
-            ("killed child", lambda: self.cut_and_recover(kill_child, ("swap", 5))),
-            ("killed in the script", lambda: self.cut_and_recover(kill_tree, "script")),
+            ("killed half way", self.cut_and_recover),
             ("killed in the way back", self.cut_twice_and_recover),
         ]
         for name, act in rows:
@@ -151,8 +148,8 @@ class VisitorsTest(SiteTest):
                 act()
                 self.assertEqual(differences(before, self.comparable_facts(own)), [])
 
-    def cut_and_recover(self, end, moment):
-        self.cut(end, moment, self.words(self.two))
+    def cut_and_recover(self):
+        self.cut(kill_tree, ("swap", 3), self.words(self.two))
         self.stays(self.call("recover"))
 
     def cut_twice_and_recover(self):

@@ -10,7 +10,7 @@ import time
 from typing import Callable, NamedTuple
 
 from calls import PATIENCE, SITE, kill_tree
-from support import KROCLN, SITEA, SITEB, SiteTest, main, mappings, no_change
+from support import SITEA, SITEB, SiteTest, main, mappings, no_change
 from trees import differences
 
 
@@ -40,11 +40,6 @@ def link_through_directory_of_other(test):
     (test.two / "htdocs/linked").symlink_to(others / "link")
 
 
-def let_group_write(test):
-    os.chown(test.two / "htdocs", 0, KROCLN)
-    (test.two / "htdocs").chmod(0o775)
-
-
 def take_place_of_fragments(test):
     system = test.vhosts / "system/one.example"
     (system / "conf").rename(system / "moved")
@@ -61,7 +56,7 @@ FAILURES = [
     Row("a package that is not there", no_change, "package: ", package="none"),
     Row("a package that others may write", lambda test: (test.two / "htdocs/index").chmod(0o646),
         "package: others than root can write to "),
-    Row("a package that its group may write", let_group_write,
+    Row("a package that its group may write", lambda test: (test.two / "htdocs/index").chmod(0o664),
         "package: others than root can write to "),
     Row("a package below a directory that others may write", lambda test: test.two.parent.chmod(0o777),
         "package: others than root can write to "),
@@ -278,12 +273,9 @@ class WordsTest(SiteTest):
     def test_a_list_with_a_line_that_cannot_be_used_does_nothing(self):
         good = json.dumps([str(self.two), "one.example", "sitea", "app"])
         causes = {
-            "one.example": "syntax error",
-            '["no end"': "incomplete",
-            '["too", "few", "words"]': "too few words",
+            "one.example": "",  # a library says the rest
             '["/package", "one.example", 5, "app"]': "no array of texts",
             '["/package", "one.example", "sitea", "app", "a\\u0000b"]': "a text with a NUL",
-            '["/package", "../host", "sitea", "app"]': "not the name of a host",
             good: "one.example/app is there already",
         }
         before = self.release()
