@@ -105,8 +105,10 @@ private:
     static void exchange(const Step& step, const Ends& ends) {
         if (!isEntry(ends.standing(), step.standing))
             refuse(step.path, changed);
+        cutPoint("exchange");
         if (!ends.toSite(RENAME_EXCHANGE))
             nimbo::throwSystemError(step.path);
+        cutPoint("exchange");
         if (isEntry(ends.stored(), step.standing))
             return;
         (void)ends.toSite(RENAME_EXCHANGE);

@@ -120,9 +120,9 @@ def as_account(account, work):
 
 class Call:
     """One larkspur-site that runs beside the test.  `moment` is a cut point and its number, or "script", at which the
-    script of a package of these tests waits.  `program` runs one in place of larkspur-site."""
+    script of a package of these tests waits.  `later` has more cut points, which come behind that one."""
 
-    def __init__(self, test, words, moment=None, program=None, **streams):
+    def __init__(self, test, words, moment=None, later=(), **streams):
         self.mark = test.marks / "held"
         self.moment = moment
         environment = dict(os.environ)
@@ -130,17 +130,18 @@ class Call:
             self.mark.touch()
             self.mark.chmod(0o666)
         elif moment:
-            environment["LARKSPUR_CUT"] = f"{moment[0]} {moment[1]} {self.mark}"
+            moments = " ".join(f"{name} {number}" for name, number in (moment, *later))
+            environment["LARKSPUR_CUT"] = f"{self.mark} {moments}"
         self.files = [tempfile.TemporaryFile(), tempfile.TemporaryFile()]
         streams = {"stdin": subprocess.DEVNULL, "stdout": self.files[0], "stderr": self.files[1], **streams}
-        program = program or (CUT if moment else SITE)
+        program = CUT if moment else SITE
         self.process = subprocess.Popen([program, f"--settings={test.conf}", *words], env=environment, **streams)
         self.leader = self.process.pid
         self.held = None
         test.addCleanup(self.abandon)
 
     def hold(self):
-        """Waits for the moment.  Returns False when the call has ended without it."""
+        """Waits for the next moment.  Returns False when the call has ended without it."""
         def look():
             if self.process.poll() is not None:
                 return "ended"

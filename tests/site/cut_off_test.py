@@ -77,7 +77,7 @@ class CutOffTest(SiteTest):
         moments = self.moments(*self.acts[act])
         self.assertGreater(len(moments), 7, moments)
         for moment in [*moments, "script"]:
-            has_child = moment == "script" or moment[0] in ("stage", "swap")
+            has_child = moment == "script" or moment[0] in ("stage", "swap", "exchange")
             ends = ENDS if has_child and is_repeated else ENDS[:1]
             for who, end in ends:
                 yield moment, who, end

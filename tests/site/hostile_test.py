@@ -7,10 +7,9 @@ import json
 import os
 import pathlib
 import subprocess
-import time
 from typing import Callable, NamedTuple
 
-from calls import CUT, as_account, until
+from calls import as_account
 from support import SITEA, SiteTest, main
 from trees import all_facts, differences, facts
 
@@ -148,14 +147,12 @@ class HostileTest(SiteTest):
                     self.nothing_elsewhere()
                     self.start_anew()
 
-    def plant(self, held_directory):
-        """As the account, which has a directory open: puts it into the place of a file between the look at that and its
-        exchange, by which it comes to the store for a moment; and then leaves in the store what leads elsewhere."""
-        time.sleep(1)
+    def put_in_place_of_file(self):
         os.rename(self.app / "index", self.app / "away")
         os.rename(self.app / "mine", self.app / "index")
-        application = os.stat(self.app).st_ino
-        until(lambda: os.stat("..", dir_fd=held_directory).st_ino != application)
+
+    def plant(self, held_directory):
+        """Through a directory that is in the store for a moment: leaves there what leads elsewhere."""
         store = os.open("..", os.O_RDONLY | os.O_DIRECTORY, dir_fd=held_directory)
         # Step 1 makes the directory new, and step 2 brings new/page.
         os.symlink(self.roots / "empty", "1", dir_fd=store)
@@ -165,19 +162,17 @@ class HostileTest(SiteTest):
         os.mkdir("full/of-it", dir_fd=store)
 
     def test_what_is_planted_in_the_store_leads_nowhere(self):
-        # Both system calls of the exchange take so long that the moment between them is met.
-        slow = self.base / "slow"
-        # No leak is looked for, because that does not work under strace.
-        slow.write_text("#!/bin/sh\nexport ASAN_OPTIONS=detect_leaks=0\nexec strace -f -o /dev/null -e trace=renameat2 "
-                        f"-e inject=renameat2:delay_enter=2000000:delay_exit=2000000:when=1 {CUT} \"$@\"\n")
-        slow.chmod(0o755)
         (self.app / "mine").mkdir()
         os.chown(self.app / "mine", SITEA, -1)
         held_directory = os.open(self.app / "mine", os.O_RDONLY | os.O_DIRECTORY)
         self.addCleanup(os.close, held_directory)
-        call = self.hold(("swap", 1), self.words(self.two), program=slow)
+        # Between the look at the file and its exchange, and between that and the look at what has come to the store.
+        call = self.hold(("exchange", 1), self.words(self.two), later=[("exchange", 2)])
+        as_account("sitea", self.put_in_place_of_file)
         call.go_on()
+        self.assertTrue(call.hold())
         as_account("sitea", lambda: self.plant(held_directory))
+        call.go_on()
         self.fails(call.end(), "app/index: something else stands there", is_taken_back=True)
         self.nothing_elsewhere()
         (told,) = json.loads(self.call("--json", "status", "one.example", "app").output)["applications"]

@@ -225,7 +225,7 @@ class SiteTest(unittest.TestCase):
         trace = self.marks / "trace"
         trace.touch()
         trace.chmod(0o666)
-        environment = {**os.environ, "LARKSPUR_CUT": f"all 0 {trace}"}
+        environment = {**os.environ, "LARKSPUR_CUT": f"{trace} all 0"}
         subprocess.run([CUT, f"--settings={self.conf}", *map(str, words)], env=environment, timeout=PATIENCE,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
         names = trace.read_text().split()

@@ -3,27 +3,33 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
-/// What LARKSPUR_CUT says: "MOMENT NUMBER FILE".  The process that comes to a moment of that name for the NUMBER-th
-/// time writes its process number to FILE, which is not there before, and waits until somebody removes FILE.  With the
-/// moment "all", every process writes each moment that it comes to at the end of FILE, which is there.
+/// What LARKSPUR_CUT says: "FILE MOMENT NUMBER [MOMENT NUMBER]...".  The process that comes to a moment of such a name
+/// for the NUMBER-th time writes its process number to FILE, which is not there before, and waits until somebody
+/// removes FILE.  With "FILE all 0", every process writes each moment that it comes to at the end of FILE, which is
+/// there.
 struct Cut {
     Cut() {
         // Before main, which leaves nothing of the environment.
         const char* const value = std::getenv("LARKSPUR_CUT");
-        std::istringstream(value == nullptr ? "" : value) >> moment >> number >> file;
+        std::istringstream words(value == nullptr ? "" : value);
+        words >> file;
+        std::pair<std::string, int> moment;
+        while (words >> moment.first >> moment.second)
+            moments.insert(moment);
     }
 
-    std::string moment;
-    int number = 0;
     std::string file;
+    std::set<std::pair<std::string, int>> moments;
 };
 
 const Cut wanted;
@@ -48,8 +54,8 @@ void waitThere() {
 
 void site::cutPoint(const char* name) {
     const int arrival = ++arrivals[name];
-    if (wanted.moment == "all")
+    if (wanted.moments.contains({"all", 0}))
         append(std::string(name) + '\n', 0);
-    else if (wanted.moment == name && wanted.number == arrival)
+    else if (wanted.moments.contains({name, arrival}))
         waitThere();
 }
