@@ -1,6 +1,7 @@
 #include "site/options.h"
 
 #include "runtime/option_errors.h"
+#include "runtime/options.h"
 #include "site/misuse.h"
 
 #include <algorithm>
@@ -33,11 +34,6 @@ constexpr std::array limited{
     Limited{"wait", {"present", "absent", "verify"}},
     Limited{"without-script", {"absent"}},
 };
-
-/// A text that may be left out.
-po::typed_value<std::string>* textInto(std::optional<std::string>& target) {
-    return po::value<std::string>()->notifier([&target](const std::string& text) { target = text; });
-}
 
 std::chrono::seconds waitOf(const std::string& text) {
     try {

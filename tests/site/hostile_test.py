@@ -161,7 +161,9 @@ class HostileTest(SiteTest):
         os.mkdir("full", dir_fd=store)
         os.mkdir("full/of-it", dir_fd=store)
 
-    def test_what_is_planted_in_the_store_leads_nowhere(self):
+    def with_directory_in_the_store(self, work):
+        """What comes of an upgrade when the account does work while a directory of its own, whose descriptor the work is
+        given, has come to the store in the place of a file."""
         (self.app / "mine").mkdir()
         os.chown(self.app / "mine", SITEA, -1)
         held_directory = os.open(self.app / "mine", os.O_RDONLY | os.O_DIRECTORY)
@@ -171,14 +173,22 @@ class HostileTest(SiteTest):
         as_account("sitea", self.put_in_place_of_file)
         call.go_on()
         self.assertTrue(call.hold())
-        as_account("sitea", lambda: self.plant(held_directory))
+        as_account("sitea", lambda: work(held_directory))
         call.go_on()
-        self.fails(call.end(), "app/index: something else stands there", is_taken_back=True)
+        return call.end()
+
+    def test_what_is_planted_in_the_store_leads_nowhere(self):
+        outcome = self.with_directory_in_the_store(self.plant)
+        self.fails(outcome, "app/index: something else stands there", is_taken_back=True)
         self.nothing_elsewhere()
         (told,) = json.loads(self.call("--json", "status", "one.example", "app").output)["applications"]
         self.assertEqual(sorted(pathlib.Path(file).name for file in told["kept"]), ["entry-2", "full", "new"])
         self.assertEqual(self.call("recover").status, 0)
         self.start_anew()
+
+    def test_a_store_that_the_customer_closes_while_it_is_lent_keeps_no_way_back(self):
+        outcome = self.with_directory_in_the_store(lambda directory: os.chmod("..", 0, dir_fd=directory))
+        self.fails(outcome, "Permission denied", is_taken_back=True)
 
     def test_directories_that_the_customer_has_closed_are_as_before(self):
         failing = self.package("failing", TWO, "exit 3")
