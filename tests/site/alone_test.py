@@ -65,6 +65,7 @@ class AloneTest(SiteTest):
         self.the_server_has_all_fragments()
 
     def test_fifty_calls_at_once_over_ten_sites(self):
+        self.settings(TIME_LIMIT=600)  # the last call for a host waits for four others, also on a busy machine
         hosts = self.hosts(10)
         self.changes_all(self.listed(*((host, self.one) for host in hosts)), hosts)
         wishes = {host: self.two for host in hosts} | {hosts[7]: self.refused, hosts[8]: self.failing}
@@ -171,15 +172,15 @@ class AloneTest(SiteTest):
 
     def next_call_need_not_wait(self):
         """Nothing of an earlier one holds the site or the server."""
-        self.settings(TIME_LIMIT=2)
+        self.settings()
         outcome = self.present(self.two, options=["--wait=1"])
         self.changes(outcome)
         self.assertNotIn("waits for", outcome.error)
         self.changes(self.call("reload"))
 
     def test_a_check_that_hangs_fails_the_call_and_holds_nobody(self):
-        self.settings(TIME_LIMIT=2, CONFIGTEST='"sleep 1000"')
-        self.fails(self.present(self.one), "fragment: CONFIGTEST: no end within 2 s", is_taken_back=True)
+        self.settings(TIME_LIMIT=5, CONFIGTEST='"sleep 1000"')
+        self.fails(self.present(self.one), "fragment: CONFIGTEST: no end within 5 s", is_taken_back=True)
         self.stays(self.call("reload"))  # there is nothing new
         self.next_call_need_not_wait()
 
@@ -189,9 +190,9 @@ class AloneTest(SiteTest):
 
     def test_daemons_of_the_server_live_on_and_hold_nobody(self):
         of_check, of_failed_reload = self.base / "check", self.base / "reload"
-        self.settings(TIME_LIMIT=2, CONFIGTEST=f'"{self.daemon_noted_in(of_check)}"')
+        self.settings(CONFIGTEST=f'"{self.daemon_noted_in(of_check)}"')
         self.changes(self.present(self.one))
-        self.settings(TIME_LIMIT=2, RELOAD=f'"{self.daemon_noted_in(of_failed_reload)}; exit 3"')
+        self.settings(RELOAD=f'"{self.daemon_noted_in(of_failed_reload)}; exit 3"')
         self.reload_fails("RELOAD: exit status 3")
         self.next_call_need_not_wait()
         for noted in (of_check, of_failed_reload):

@@ -2,7 +2,6 @@
 """What larkspur-site is asked: list, status, verify and a dry run, and what --repair mends.  No question changes a
 site."""
 
-import json
 import os
 import pathlib
 from typing import Callable, NamedTuple
@@ -61,11 +60,11 @@ class QuestionsTest(SiteTest):
     def test_what_is_installed_is_listed_and_told(self):
         self.host("two.example", "siteb")
         self.changes(self.present(self.two, host="two.example", account="siteb", name="sub/wiki"))
-        today = json.loads((self.places().state / "record.json").read_text())["changed"][:10]
+        one, two = (told["changed"][:10] for told in self.applications("list"))
         self.assertEqual(self.asked("list"),
-                         f"one.example/app       one-1          {today}\n"
-                         f"two.example/sub/wiki  two-1          {today}\n")
-        self.assertEqual(self.asked("list", "two.example"), f"two.example/sub/wiki  two-1          {today}\n")
+                         f"one.example/app       one-1          {one}\n"
+                         f"two.example/sub/wiki  two-1          {two}\n")
+        self.assertEqual(self.asked("list", "two.example"), f"two.example/sub/wiki  two-1          {two}\n")
         self.assertEqual(self.asked("list", "three.example"), "")
         self.assertIn("parameter:     two\\nlines\n", self.asked("status", "one.example", "app"))
         outcome = self.call("status", "one.example", "other")
