@@ -2,10 +2,23 @@
 """What goes wrong on one site, or with the server, leaves all other sites alone."""
 
 import json
+from typing import NamedTuple
 
-from calls import are_gone, children, kill_all, kill_tree
+from calls import PATIENCE, are_gone, children, kill_all, kill_tree
 from support import SiteTest, main, mappings
 from trees import differences
+
+
+class Check(NamedTuple):
+    """A check of the server, and what becomes of a list's calls on three hosts."""
+
+    name: str
+    command: str
+    asked: int  # how often the server is asked
+    one: str
+    two: str
+    three: str
+    limit: int = PATIENCE
 
 
 class AloneTest(SiteTest):
@@ -28,11 +41,8 @@ class AloneTest(SiteTest):
         return self.words(package, host=host, account=self.accounts[host])
 
     def listed(self, *wishes):
-        """A list of (host, package)."""
-        file = self.base / "list"
-        file.write_text("".join(json.dumps([str(package), host, self.accounts[host], "app"]) + "\n"
-                                for host, package in wishes))
-        return self.call("--language=binary", f"--list={file}", "present")
+        """What comes of a list of (host, package)."""
+        return self.call(*self.words_of_list((package, host, self.accounts[host]) for host, package in wishes))
 
     def changes_all(self, outcome, hosts):
         changed = "".join(f"changed {host}/app\n" for host in hosts)
@@ -63,6 +73,27 @@ class AloneTest(SiteTest):
             self.assertEqual(differences(release, self.release(host)), [])
         self.assertEqual([self.index(host) for host in hosts], ["one", "one", "one", "two", "one", "two"])
         self.the_server_has_all_fragments()
+
+    def test_a_list_asks_the_server_once_unless_a_fragment_is_refused(self):
+        hosts = self.hosts(3)
+        self.changes(self.call(*self.words_for(hosts[0], self.one)))
+        words = self.words_of_list((self.two, host, self.accounts[host]) for host in hosts)
+        asked = self.base / "asked"
+        second = self.places(hosts[1]).fragment
+        rows = [
+            Check("broken before", "exit 3", asked=2, one="failed", two="failed", three="failed"),
+            Check("a check that hangs", "sleep 1000", asked=1, one="failed", two="failed", three="failed", limit=5),
+            Check("one refused", f"! test -e {second}", asked=6, one="changed", two="failed", three="changed"),
+            Check("none refused", "true", asked=1, one="unchanged", two="changed", three="unchanged"),
+        ]
+        for row in rows:
+            with self.subTest(row.name):
+                asked.write_text("")
+                self.settings(CONFIGTEST=f'"echo >>{asked}; {row.command}"', TIME_LIMIT=row.limit)
+                answer = json.loads(self.call("--json", *words).output)
+                outcomes = {one["host"]: one["outcome"] for one in answer["applications"]}
+                self.assertEqual(outcomes, dict(zip(hosts, (row.one, row.two, row.three))))
+                self.assertEqual(asked.read_text().count("\n"), row.asked)
 
     def test_fifty_calls_at_once_over_ten_sites(self):
         self.settings(TIME_LIMIT=600)  # the last call for a host waits for four others, also on a busy machine

@@ -65,6 +65,14 @@ def are_gone(pids):
     return True
 
 
+def has_taken_signals(pid):
+    """True when a process has read the signals that it blocks, and sleeps again or has ended."""
+    lines = pathlib.Path(f"/proc/{pid}/status").read_text().splitlines()
+    status = dict(line.split(":\t", 1) for line in lines)
+    state = status["State"][0]
+    return state == "Z" or (state == "S" and int(status["ShdPnd"], 16) == 0)
+
+
 def kill_all(pids):
     for pid in pids:
         try:

@@ -6,7 +6,7 @@ import os
 from typing import NamedTuple
 
 from calls import kill_child, kill_leader, kill_tree
-from support import SITEA, SiteTest, main, mappings, share
+from support import SITEA, SiteTest, main, share
 from trees import differences
 
 HANDLER = "<php:handler><php:extension>php</php:extension></php:handler>"
@@ -38,15 +38,9 @@ ROWS = [
 
 
 class CutOffTest(SiteTest):
-    """Releases one and two have a file that is the same, one that differs, and each a directory of its own."""
-
     def setUp(self):
         super().setUp()
-        both = {"htdocs/same": "same", "htdocs/sub/page": ""}
-        self.one = self.package("one", both | {"htdocs/index": "one", "htdocs/old/page": "one"},
-                                mappings=mappings("one", HANDLER))
-        self.two = self.package("two", both | {"htdocs/index": "two", "htdocs/new/page": "two"},
-                                mappings=mappings("two", HANDLER))
+        self.one, self.two = self.two_releases(HANDLER)
         self.acts = {"install": self.words(self.one), "upgrade": self.words(self.two),
                      "remove": ["absent", "one.example", "app"], "recover": ["recover"]}
         self.releases = {"nothing": self.release()}

@@ -4,7 +4,7 @@ import os
 import subprocess
 import unittest
 
-from support import SiteTest, mappings
+from support import SiteTest
 
 
 class Disk:
@@ -89,11 +89,7 @@ class DiskTest(SiteTest):
     def setUp(self):
         self.disks = []
         super().setUp()
-        both = {"htdocs/same": "same", "htdocs/sub/page": "x" * 3000}
-        self.one = self.package("one", both | {"htdocs/index": "one", "htdocs/old/page": "one" * 1000},
-                                mappings=mappings("one"))
-        self.two = self.package("two", both | {"htdocs/index": "two", "htdocs/new/page": "two" * 1000},
-                                mappings=mappings("two"))
+        self.one, self.two = self.two_releases()
         self.is_none = self.release()
         self.changes(self.present(self.two))
         self.is_two = self.release()

@@ -152,6 +152,22 @@ class SiteTest(unittest.TestCase):
     def words(self, package, *parameters, host="one.example", account="sitea", name="app", options=()):
         return ["--language=binary", *options, "present", package, host, account, name, *parameters]
 
+    def words_of_list(self, wishes):
+        """Of a call with a list of (package, host, account)."""
+        file = self.base / "list"
+        file.write_text("".join(json.dumps([str(package), host, account, "app"]) + "\n"
+                                for package, host, account in wishes))
+        return ["--language=binary", f"--list={file}", "present"]
+
+    def two_releases(self, inner=""):
+        """Packages one and two: files that are the same, one that differs, and each a directory of its own.  `inner` is
+        put into the mapping of htdocs."""
+        both = {"htdocs/same": "", "htdocs/sub/page": "x" * 3000}
+        one = both | {"htdocs/index": "one", "htdocs/old/page": "one" * 1000}
+        two = both | {"htdocs/index": "two", "htdocs/new/page": "two" * 1000}
+        return (self.package("one", one, mappings=mappings("one", inner)),
+                self.package("two", two, mappings=mappings("two", inner)))
+
     def present(self, package, *parameters, moment=None, **where):
         return self.call(*self.words(package, *parameters, **where), moment=moment)
 

@@ -4,12 +4,10 @@
 import json
 import os
 import pathlib
-import signal
 import subprocess
-import time
 from typing import Callable, NamedTuple
 
-from calls import PATIENCE, SITE, kill_tree
+from calls import PATIENCE, SITE
 from support import SITEA, SITEB, SiteTest, main, mappings, no_change
 from trees import differences
 
@@ -83,18 +81,6 @@ FAILURES = [
     Row("a script that cannot be executed", lambda test: test.script("", "#!/no/such/interpreter"),
         "script upgrade: exit status 255", is_taken_back=True),
 ]
-
-
-class Check(NamedTuple):
-    """A check of the server, and what becomes of a list's calls on three hosts."""
-
-    name: str
-    command: str
-    asked: int  # how often the server is asked
-    one: str
-    two: str
-    three: str
-    limit: int = PATIENCE
 
 
 class WordsTest(SiteTest):
@@ -203,73 +189,6 @@ class WordsTest(SiteTest):
         os.close(closed_pipe)
         os.close(full)
 
-    def test_a_signal_ends_a_call_with_its_way_back(self):
-        before = self.release()
-        for moment in [("stage", 1), ("swap", 2), "script"]:
-            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-                with self.subTest(f"{number.name} at {moment}"):
-                    # What is held would not end by itself.
-                    call = self.hold(moment, self.words(self.two))
-                    os.kill(call.leader, number)
-                    self.fails(call.end(), f"interrupted by signal {number.name[3:]}",
-                               is_taken_back=moment != ("stage", 1))
-                    self.assertEqual(differences(before, self.release()), [])
-
-    def test_a_signal_ends_no_way_back(self):
-        before = self.release()
-        self.cut(kill_tree, ("swapped", 1), self.words(self.two))
-        self.signal_in_the_middle(["recover"], ("back", 1))
-        self.assertEqual(differences(before, self.release()), [])
-
-    def test_a_signal_ends_no_removal_that_has_begun(self):
-        self.signal_in_the_middle(["absent", "one.example", "app"], ("swap", 1))
-        self.assertEqual(self.asked("list"), "")
-        self.assertFalse(self.app.exists())
-
-    def signal_in_the_middle(self, words, moment):
-        call = self.hold(moment, words)
-        os.kill(call.leader, signal.SIGTERM)
-        time.sleep(0.1)  # in which it would end its child
-        call.go_on()
-        call.end()
-
-    def test_a_signal_ends_a_call_while_it_waits_for_another_one(self):
-        holder = self.start(*self.words(self.two), moment="script")
-        self.assertTrue(holder.hold())
-        waiting = self.start(*self.words(self.two))
-        waiting.wait_for("waits for another call")
-        os.kill(waiting.leader, signal.SIGTERM)
-        self.fails(waiting.end(), "interrupted by signal TERM")
-        holder.go_on()
-        self.changes(holder.end())
-
-    def list_of_three(self):
-        for host in ("two.example", "three.example"):
-            self.host(host, "siteb")
-        sites = [("one.example", "sitea"), ("two.example", "siteb"), ("three.example", "siteb")]
-        lines = [f'["{self.two}", "{host}", "{account}", "app"]\n' for host, account in sites]
-        (self.base / "list").write_text("".join(lines))
-        return sites, ["--language=binary", f"--list={self.base}/list", "present"]
-
-    def test_a_list_asks_the_server_once_unless_a_fragment_is_refused(self):
-        _, words = self.list_of_three()
-        asked = self.base / "asked"
-        twos = self.vhosts / "system/two.example/conf/siteapp.d/app.conf"
-        rows = [
-            Check("broken before", "exit 3", asked=2, one="failed", two="failed", three="failed"),
-            Check("a check that hangs", "sleep 1000", asked=1, one="failed", two="failed", three="failed", limit=1),
-            Check("one refused", f"! test -e {twos}", asked=6, one="changed", two="failed", three="changed"),
-            Check("none refused", "true", asked=1, one="unchanged", two="changed", three="unchanged"),
-        ]
-        for row in rows:
-            with self.subTest(row.name):
-                asked.write_text("")
-                self.settings(CONFIGTEST=f'"echo >>{asked}; {row.command}"', TIME_LIMIT=row.limit)
-                answer = json.loads(self.call("--json", *words).output)
-                outcomes = {one["host"]: one["outcome"] for one in answer["applications"]}
-                self.assertEqual(outcomes, {"one.example": row.one, "two.example": row.two, "three.example": row.three})
-                self.assertEqual(asked.read_text().count("\n"), row.asked)
-
     def test_a_list_with_a_line_that_cannot_be_used_does_nothing(self):
         good = json.dumps([str(self.two), "one.example", "sitea", "app"])
         causes = {
@@ -286,16 +205,6 @@ class WordsTest(SiteTest):
                 told = f"larkspur-site: {self.base}/list, line 4: {cause}"
                 self.assertEqual((outcome.status, outcome.error[:len(told)]), (2, told))
         self.assertEqual(differences(before, self.release()), [])
-
-    def test_a_signal_ends_all_calls_of_a_list(self):
-        sites, words = self.list_of_three()
-        call = self.hold("script", words)
-        os.kill(call.leader, signal.SIGINT)
-        outcome = call.end()
-        self.assertEqual((outcome.status, outcome.output), (1, ""), outcome.error)
-        self.assertEqual(sorted(line for line in outcome.error.splitlines() if line.startswith("failed: ")),
-                         sorted(f"failed: {host}" for host, _ in sites))
-        self.assertEqual((self.app / "index").read_text(), "one")
 
 
 main()
