@@ -17,10 +17,9 @@ SYSTEM = HOSTS / "system/example.com"
 def make(programs):
     """To be called in a sandbox with copies over /opt and /var."""
     remove_earlier_traces()
-    machine.add_account("example", HOST)
     shutil.copy(ROOT / "examples/kro.conf", "/etc/kro/kro.conf")
     add_settings()
-    make_host()
+    machine.make_host(HOST.name, "example")
     add_package()
     add_commands(programs)
     install_guest_book()
@@ -29,14 +28,6 @@ def make(programs):
 def remove_earlier_traces():
     for directory in [HOST, SYSTEM, PACKAGES, STATE, "/var/lib/panel", "/etc/larkspur"]:
         shutil.rmtree(directory, ignore_errors=True)
-
-
-def make_host():
-    (SYSTEM / "conf").mkdir(parents=True)
-    for directory, mode in [(HOST, 0o0750), (HOST / "httpdocs", 0o2750)]:
-        directory.mkdir()
-        shutil.chown(directory, "example", "kroserv")
-        directory.chmod(mode)
 
 
 def add_settings():

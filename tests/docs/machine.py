@@ -2,6 +2,7 @@
 
 import os
 import pwd
+import shutil
 import subprocess
 from pathlib import Path
 
@@ -26,10 +27,20 @@ def write_command(name, line):
 
 
 def add_account(name, home):
-    """Returns its entry; one that is there already stays."""
+    """One that is there already stays."""
     accounts = {entry.pw_name: entry for entry in pwd.getpwall()}
     if name not in accounts:
         number = max(entry.pw_uid for entry in accounts.values() if entry.pw_uid < 30000) + 1
         with open("/etc/passwd", "a", encoding="utf-8") as passwd:
             passwd.write(f"{name}:x:{number}:20100::{home}:/usr/sbin/nologin\n")
-    return pwd.getpwnam(name)
+
+
+def make_host(host, user):
+    """A virtual host as the page for the first site makes it, with its account."""
+    root = HOSTS / host
+    add_account(user, root)
+    (HOSTS / "system" / host / "conf").mkdir(parents=True)
+    for directory, mode in [(root, 0o0750), (root / "httpdocs", 0o2750)]:
+        directory.mkdir()
+        shutil.chown(directory, user, "kroserv")
+        directory.chmod(mode)
