@@ -15,7 +15,8 @@ from trees import all_facts, differences, facts
 
 ONE = {"htdocs/index": "one", "htdocs/same": "same", "htdocs/gone": "one", "htdocs/sub/page": "one",
        "htdocs/old/page": "one"}
-TWO = {"htdocs/index": "two", "htdocs/same": "same", "htdocs/sub/page": "two", "htdocs/new/page": "two"}
+TWO = {"htdocs/index": "two", "htdocs/same": "same", "htdocs/sub/page": "two", "htdocs/new/page": "two",
+       "htdocs/other/page": "two"}
 
 
 def replace(path, make):
@@ -154,10 +155,12 @@ class HostileTest(SiteTest):
     def plant(self, held_directory):
         """Through a directory that is in the store for a moment: leaves there what leads elsewhere."""
         store = os.open("..", os.O_RDONLY | os.O_DIRECTORY, dir_fd=held_directory)
-        # Step 1 makes the directory new, and step 2 brings new/page.
+        # Steps 1 and 3 make the directories new and other, and step 2 brings new/page, step 4 other/page.
         os.symlink(self.roots / "empty", "1", dir_fd=store)
-        staged = os.open("2", os.O_WRONLY | os.O_TRUNC, dir_fd=store)
-        os.write(staged, b"the customer's")
+        os.mkdir("3", dir_fd=store)
+        for name in ("2", "4"):
+            staged = os.open(name, os.O_WRONLY | os.O_TRUNC, dir_fd=store)
+            os.write(staged, b"the customer's")
         os.mkdir("full", dir_fd=store)
         os.mkdir("full/of-it", dir_fd=store)
 
@@ -182,7 +185,9 @@ class HostileTest(SiteTest):
         self.fails(outcome, "app/index: something else stands there", is_taken_back=True)
         self.nothing_elsewhere()
         (told,) = json.loads(self.call("--json", "status", "one.example", "app").output)["applications"]
-        self.assertEqual(sorted(pathlib.Path(file).name for file in told["kept"]), ["entry-2", "full", "new"])
+        # Neither page is kept below what the customer has put in the place of its directory.
+        self.assertEqual(sorted(pathlib.Path(file).name for file in told["kept"]),
+                         ["entry-2", "entry-4", "full", "new", "other"])
         self.assertEqual(self.call("recover").status, 0)
         self.start_anew()
 
