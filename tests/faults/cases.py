@@ -51,32 +51,14 @@ SCRIPT_OPTIONS = ["--script-name=install", "--script-file-name=act", "--script-l
 PLACE_OPTIONS = [*HOST_OPTIONS, "--application-subdirectory=app"]
 
 CASES = [
-    Case(
-        "extract",
-        ["--extract-application", *PACKAGE_OPTIONS, *PLACE_OPTIONS, "--metadata-file", ""],
-        area=DOCROOT,
-    ),
-    Case(
-        "delete",
-        ["--delete-application", *PLACE_OPTIONS, f"--user-name={ACCOUNT}"],
-        area=DOCROOT,
-        input=REMOVAL_LIST,
-        installed=True,
-    ),
-    Case(
-        "install-conf",
-        ["--install-apache-conf", *PLACE_OPTIONS, f"--metadata-file={PACKAGE}/APP-META.xml", FRAGMENT_OPTION],
-        area=FRAGMENTS,
-    ),
-    Case(
-        "remove-conf",
-        ["--remove-apache-conf", *HOST_OPTIONS, FRAGMENT_OPTION],
-        area=FRAGMENTS,
-    ),
-    Case(
-        "run-script",
-        ["--run-application-script", *PACKAGE_OPTIONS, *SCRIPT_OPTIONS],
-    ),
+    Case("extract", ["--extract-application", *PACKAGE_OPTIONS, *PLACE_OPTIONS, "--metadata-file", ""], area=DOCROOT),
+    Case("delete", ["--delete-application", *PLACE_OPTIONS, f"--user-name={ACCOUNT}"],
+         area=DOCROOT, input=REMOVAL_LIST, installed=True),
+    Case("install-conf",
+         ["--install-apache-conf", *PLACE_OPTIONS, f"--metadata-file={PACKAGE}/APP-META.xml", FRAGMENT_OPTION],
+         area=FRAGMENTS),
+    Case("remove-conf", ["--remove-apache-conf", *HOST_OPTIONS, FRAGMENT_OPTION], area=FRAGMENTS),
+    Case("run-script", ["--run-application-script", *PACKAGE_OPTIONS, *SCRIPT_OPTIONS]),
 ]
 
 

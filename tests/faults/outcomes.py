@@ -149,45 +149,20 @@ LOOK = "newfstatat|lstat|statx?|openat2?"
 ACCOUNT_FILES = r"/etc/(passwd|group|nsswitch\.conf)|nss|socket|ld\.so\.cache|get(pw|gr)nam"
 
 BEST_EFFORT = [
-    BestEffort(
-        "an unreadable panel configuration stands for its defaults",
-        fault=r"kro\.conf|conf_read_file_r|autoprepend",
-    ),
-    BestEffort(
-        "an account that cannot be looked up counts as unknown",
-        fault=ACCOUNT_FILES,
-        message="getpwnam|getgrnam|uid for user",
-    ),
-    BestEffort(
-        "an entry that another call has taken away is passed over",
-        fault=r"\b(statx|newfstatat|unlinkat)\(.* ENOENT .*INJECTED",
-    ),
-    BestEffort(
-        "a directory that cannot be listed is passed over",
-        command="extract",
-        fault=rf"\b({LOOK}|getdents64|opendir|fdopendir)\b",
-        message=r"^Unable to list directory: ERROR|^/[^:\n]+: ERROR$",
-    ),
-    BestEffort(
-        "a source that cannot be found counts as missing",
-        command="extract",
-        fault=rf"\b({LOOK})\b",
-        message=r'^Source directory "[^\n]+" is not exist$',
-    ),
-    BestEffort(
-        "modes below a mapping are opened as far as possible",
-        command="extract",
-        fault="chmod",
-    ),
-    BestEffort(
-        "an entry that resists is one line",
-        command="delete",
-        fault=f"unlink|rmdir|{LOOK}",
-        message=r'^(unlink|rmdir|lstat)\("[^\n]+"\): ERROR$',
-    ),
-    BestEffort(
-        "a script that cannot be examined counts as absent",
-        command="run-script",
-        fault=f"({LOOK}).*scripts/act",
-    ),
+    BestEffort("an unreadable panel configuration stands for its defaults",
+               fault=r"kro\.conf|conf_read_file_r|autoprepend"),
+    BestEffort("an account that cannot be looked up counts as unknown",
+               fault=ACCOUNT_FILES, message="getpwnam|getgrnam|uid for user"),
+    BestEffort("an entry that another call has taken away is passed over",
+               fault=r"\b(statx|newfstatat|unlinkat)\(.* ENOENT .*INJECTED"),
+    BestEffort("a directory that cannot be listed is passed over", command="extract",
+               fault=rf"\b({LOOK}|getdents64|opendir|fdopendir)\b",
+               message=r"^Unable to list directory: ERROR|^/[^:\n]+: ERROR$"),
+    BestEffort("a source that cannot be found counts as missing", command="extract",
+               fault=rf"\b({LOOK})\b", message=r'^Source directory "[^\n]+" is not exist$'),
+    BestEffort("modes below a mapping are opened as far as possible", command="extract", fault="chmod"),
+    BestEffort("an entry that resists is one line", command="delete",
+               fault=f"unlink|rmdir|{LOOK}", message=r'^(unlink|rmdir|lstat)\("[^\n]+"\): ERROR$'),
+    BestEffort("a script that cannot be examined counts as absent", command="run-script",
+               fault=f"({LOOK}).*scripts/act"),
 ]

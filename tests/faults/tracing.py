@@ -83,14 +83,9 @@ def run(program, case, options, deaf=False):
     command = ["timeout", "-s", "KILL", str(PATIENCE), "strace", "-f", "-b", "execve", "-y", "-q", "-o", trace]
     with open(case.input) as standard_input:
         reader, writer = os.pipe()
-        process = subprocess.Popen(
-            [*command, *options, program, *case.words],
-            stdin=standard_input,
-            stdout=subprocess.PIPE,
-            stderr=writer if deaf else subprocess.PIPE,
-            text=True,
-            errors="replace",
-        )
+        process = subprocess.Popen([*command, *options, program, *case.words], text=True, errors="replace",
+                                   stdin=standard_input, stdout=subprocess.PIPE,
+                                   stderr=writer if deaf else subprocess.PIPE)
         os.close(writer)
         os.close(reader)
         output, errors = process.communicate()
