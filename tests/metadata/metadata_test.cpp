@@ -153,8 +153,8 @@ TEST_F(Metadata, ALinkIsReadOnlyWhereEverybodyMayRead) {
     for (const std::string name :
          {"to-private", "twice", "fifo", "to-fifo", "environment", "device", "in-closed", "beside/to-closed"}) {
         const std::string file = (base / name).string();
-        EXPECT_THAT(load(file), ended(0, "I/O warning : failed to load external entity \"" + file +
-                                             "\"\nUnable to load file: " + file));
+        // One line of the library is before it; of a file that it has read it would show more.
+        EXPECT_THAT(load(file), ended(0, MatchesRegex("[^\n]+\nUnable to load file: " + file)));
     }
 }
 

@@ -182,7 +182,7 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
         bool isAllTaken = true; ///< down to the smallest pieces
         std::function<void()> act;
         int status = 0;
-        std::string told;
+        Text told;
     };
     conf_table empty{};
     conf_table begun{};
@@ -210,7 +210,7 @@ TEST_F(Configuration, ALackOfMemoryIsTold) {
         {.name = "for a document",
          .act = [] { parseXmlMemory("<a/>"); },
          .status = aborted,
-         .told = "terminate called after throwing an instance of 'St9bad_alloc'\n  what():  std::bad_alloc\n"},
+         .told = HasSubstr("bad_alloc")},
     };
     for (const Row& row : rows) {
         const auto actWithoutMemory = [&] {

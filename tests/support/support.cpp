@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr unsigned patience = 25; ///< seconds, after which an alarm ends a process that does not end by itself
+constexpr unsigned patience = 100; ///< seconds, after which an alarm ends a process that does not end by itself
 
 class Impatience : public EmptyTestEventListener {
     void OnTestStart(const TestInfo&) override { alarm(2 * patience); }
