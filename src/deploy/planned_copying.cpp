@@ -143,11 +143,11 @@ private:
     /// it is tried first, until something was in the way.  Over small files that all stand there, to try first each
     /// time would take an eighth longer.
     void copyFile(const PlannedCopy& copy) {
-        if (isFilled_)
-            removeStanding();
+        if (makesRoomFirst_)
+            makeRoom();
         int error = tryToCopy(copy);
         // The failure that counts is that after the removal: what stood there may have been the source itself.
-        if (error != 0 && removeStanding())
+        if (error != 0 && makeRoom())
             error = tryToCopy(copy);
         if (error != 0)
             fail(error);
@@ -159,25 +159,33 @@ private:
         return copyToNewFile(sources_.of(source_), place_, copy.fileMode());
     }
 
-    /// Removes one file, link or empty directory at the target.  A link that leads nowhere does not count as standing
-    /// there.
-    /// \return true when something was removed.
-    bool removeStanding() {
-        struct stat standing {};
-        const bool isThere = fstatat(place_.directory, place_.name, &standing, AT_SYMLINK_NOFOLLOW) == 0;
-        if (!isThere && isNotFound(errno))
+    enum class Removed { Nothing, File, LinkOrDirectory };
+
+    /// \return true when something was removed at the target.
+    bool makeRoom() {
+        const Removed removed = removeStanding();
+        if (removed == Removed::Nothing)
             return false;
-        const bool isPlainFile = isThere && S_ISREG(standing.st_mode);
-        if (!isPlainFile || unlinkat(place_.directory, place_.name, 0) != 0) {
-            if (!fs::exists(target_)) // this and the next one fail in the library's words
-                return false;
-            fs::remove(target_);
-            // A way to a directory or a source may have led through the link or the directory that was removed.
+        makesRoomFirst_ = true;
+        if (removed == Removed::LinkOrDirectory) { // a way to a directory or a source may have led through it
             parents_.forget();
             isPlanOutdated_ = true;
         }
-        isFilled_ = true;
         return true;
+    }
+
+    /// Removes one file, link or empty directory at the target.  A link that leads nowhere stays.
+    Removed removeStanding() const {
+        struct stat standing {};
+        const bool isSeen = fstatat(place_.directory, place_.name, &standing, AT_SYMLINK_NOFOLLOW) == 0;
+        if (!isSeen && isNotFound(errno))
+            return Removed::Nothing;
+        if (isSeen && S_ISREG(standing.st_mode) && unlinkat(place_.directory, place_.name, 0) == 0)
+            return Removed::File;
+        if (!fs::exists(target_)) // this and the next one fail in the library's words
+            return Removed::Nothing;
+        fs::remove(target_);
+        return Removed::LinkOrDirectory; // a file that unlinkat left counts as one: that costs looks and nothing else
     }
 
     const InstallPlan& plan_;
@@ -187,7 +195,7 @@ private:
     std::string source_; ///< of the copy at hand
     std::string target_;
     Place place_{};               ///< of target_
-    bool isFilled_ = false;       ///< something stood at one of the targets
+    bool makesRoomFirst_ = false; ///< something stood at one of the targets before
     bool isPlanOutdated_ = false; ///< a directory or a link was removed
 };
 
