@@ -16,14 +16,14 @@ bool isClosed(const struct stat& status, const WebAccessIds& ids) {
     return status.st_uid != ids.user && (status.st_mode & needed) != needed;
 }
 
-/// Follows an extraction through the directories of a site.
+/// Follows an extraction through the directories of a site: what is known of them is what it has come to so far.
 class ExtractionAsAccount {
 public:
     explicit ExtractionAsAccount(const Site& site) : site_(site) {}
 
     void copy(const Source& source) {
         const std::string parent(parentOf(joined(site_.destination, source.target)));
-        openOwn(parent);
+        openIfOwn(parent);
         if (source.isDirectory())
             makeDirectory(site_.at(source.target));
         else
@@ -42,11 +42,13 @@ public:
     Findings findings;
 
 private:
+    /// A directory, or another place on the way to one.
     struct Directory {
-        bool isThere = false;
-        bool isOwnAndClosed = false; ///< so that an extraction opens it, if it copies something into it
+        bool isMissing = false;      ///< the extraction makes it
+        bool isHidden = false;       ///< the account may not enter what it lies in
+        bool isOwnAndClosed = false; ///< the extraction opens it as soon as it copies something into it
+        bool mayWrite = true;        ///< and enter
         bool keepsOthersFiles = false;
-        bool mayWrite = true; ///< and enter
     };
 
     void tell(const std::string& path, const std::string& text) {
@@ -73,38 +75,42 @@ private:
             tell(site_.at(std::string(parentOf(place))), "the account may list it but not enter it");
     }
 
-    Directory& at(const std::string& path) {
-        const auto [position, isNew] = known_.try_emplace(path);
-        Directory& directory = position->second; // stays where it is when others are added
-        if (isNew)
-            lookAt(path, directory);
+    Directory at(const std::string& path) {
+        if (const auto known = known_.find(path); known != known_.end())
+            return known->second;
+        const Directory directory = seen(path);
+        known_.emplace(path, directory); // before the next look: the directory above "" is "" itself
+        if (directory.isHidden)
+            requireEnterable(std::string(parentOf(path)));
         return directory;
     }
 
-    void lookAt(const std::string& path, Directory& directory) {
+    /// As the site has it before the extraction.
+    static Directory seen(const std::string& path) {
         struct stat status {};
         const char* const name = path.empty() ? "." : path.c_str();
-        if (lstat(name, &status) != 0) {
-            // What the account cannot see is taken for open: it lies in a directory of its own, which will be opened,
-            // or in one that is told.
-            directory.isThere = errno == EACCES;
-            if (directory.isThere && !at(std::string(parentOf(path))).mayWrite)
-                tell(std::string(parentOf(path)), "the account may not enter it");
-            return;
-        }
-        directory.isThere = true;
-        directory.isOwnAndClosed =
-            S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & S_IRWXU) != S_IRWXU;
+        if (lstat(name, &status) != 0)
+            return {.isMissing = errno != EACCES, .isHidden = errno == EACCES};
+        const bool isOwn = status.st_uid == geteuid();
+        Directory directory;
+        directory.isOwnAndClosed = S_ISDIR(status.st_mode) && isOwn && (status.st_mode & S_IRWXU) != S_IRWXU;
         if (stat(name, &status) != 0 || !S_ISDIR(status.st_mode))
-            return;
+            return directory;
         directory.mayWrite = access(name, W_OK | X_OK) == 0;
         directory.keepsOthersFiles = (status.st_mode & S_ISVTX) != 0 && status.st_uid != geteuid();
+        return directory;
     }
 
-    void openOwn(const std::string& path) {
-        Directory& directory = at(path);
-        if (directory.isOwnAndClosed)
-            directory.mayWrite = true;
+    void openIfOwn(const std::string& path) {
+        if (at(path).isOwnAndClosed)
+            known_[path].mayWrite = true;
+    }
+
+    /// What the account cannot see is taken for open: it lies in a directory of its own, which will be opened, or in
+    /// one that is told here.
+    void requireEnterable(const std::string& path) {
+        if (!at(path).mayWrite)
+            tell(path, "the account may not enter it");
     }
 
     void requireWritable(const std::string& path) {
@@ -113,12 +119,12 @@ private:
     }
 
     void makeDirectory(const std::string& path) {
-        if (at(path).isThere)
+        if (!at(path).isMissing)
             return;
         const std::string parent(parentOf(path));
         makeDirectory(parent);
         requireWritable(parent);
-        at(path).isThere = true;
+        known_[path].isMissing = false;
     }
 
     void replaceFile(const std::string& path, const std::string& parent) {

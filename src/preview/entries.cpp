@@ -60,40 +60,66 @@ private:
 
     /// A copied directory makes those on the way to it.
     void makeDirectoriesAbove(const std::string& target) {
-        const bool isPlain = !hasDotDot(target);
+        if (hasDotDot(target))
+            makeWholeWay(target);
+        else
+            makePlainWay(target);
+    }
+
+    /// Stops below the first directory that is known: those above it are known as well.
+    void makePlainWay(const std::string& target) {
+        for (std::string above = target; !above.empty();) {
+            above = parentOf(above);
+            const auto [position, isNew] = planned.entries.try_emplace(above);
+            if (!position->second.isDirectory)
+                tellOccupied(above);
+            if (!isNew)
+                return;
+        }
+    }
+
+    void makeWholeWay(const std::string& target) {
         for (std::string above = target; !above.empty();) {
             above = parentOf(above);
             const std::string place = placeOf(destination_, above);
             if (isAbove(place))
                 continue;
-            const auto [position, isNew] = planned.entries.try_emplace(place);
-            if (!position->second.isDirectory) {
+            if (!planned.entries.try_emplace(place).first->second.isDirectory) {
                 tellOccupied(place);
                 return;
             }
-            if (!isNew && isPlain)
-                return;
         }
     }
 
     /// A copied file makes no directory.
     void wantDirectoriesAbove(const std::string& target) {
+        if (hasDotDot(target))
+            wantWholeWay(target);
+        else // what its way goes through is there when the last directory is
+            wantDirectory(std::string(parentOf(target)), target);
+    }
+
+    void wantWholeWay(const std::string& target) {
         std::string above = target;
-        do { // what a plain path goes through is there when its last directory is
+        do {
             above = parentOf(above);
-            const std::string place = placeOf(destination_, above);
-            const auto known = planned.entries.find(place);
-            if (known != planned.entries.end() && !known->second.isDirectory) {
-                tellOccupied(place);
-                return;
-            }
-            // What leads out of the application's directory is there as soon as that directory is.
-            const bool isMade = known != planned.entries.end() || (isAbove(place) && planned.entries.contains(""));
-            if (!isMade && !isThere_(place)) {
-                tell("no-parent", target, "nothing makes the directory of this single file");
-                return;
-            }
-        } while (hasDotDot(target) && !above.empty());
+        } while (wantDirectory(above, target) && !above.empty());
+    }
+
+    /// True when a directory is there or made; else that is told.
+    bool wantDirectory(const std::string& directory, const std::string& target) {
+        const std::string place = placeOf(destination_, directory);
+        const auto known = planned.entries.find(place);
+        if (known != planned.entries.end() && !known->second.isDirectory) {
+            tellOccupied(place);
+            return false;
+        }
+        // What leads out of the application's directory is there as soon as that directory is.
+        const bool isMade = known != planned.entries.end() || (isAbove(place) && planned.entries.contains(""));
+        if (isMade || isThere_(place))
+            return true;
+        tell("no-parent", target, "nothing makes the directory of this single file");
+        return false;
     }
 
     const std::string& destination_;
