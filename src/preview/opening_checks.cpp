@@ -12,41 +12,55 @@ Opening::Opening(const InstallPlan& plan, Site site, bool isSkipped)
         if (!isNew || !opened_.openerByText(spelled)) // a plain mapping of the same place closes it
             continue;
         if (hasDotDot(spelled))
-            dotted_.push_back(spelled);
+            dotted_.push_back({spelled, lexicalPath(site_.at(spelled))});
         if (isSkipped_)
             continue;
         trees_.push_back({target, placeOf(site_.destination, spelled)});
-        // An extraction follows no link from the outermost tree's directory down to this one.
-        const auto [root, below] = outermost.wayTo(target);
-        for (std::string way = below; !way.empty(); way = parentOf(way))
-            mustNotBeLinks_.insert(placeOf(site_.destination, opened_.belowRoot(joined(root, way))));
+        forbidLinksOn(outermost.wayTo(target));
     }
+}
+
+/// An extraction follows no link from the outermost tree's directory down to a tree.
+void Opening::forbidLinksOn(const OutermostTrees::Way& way) {
+    for (std::string below = way.below; !below.empty(); below = parentOf(below))
+        mustNotBeLinks_.insert(placeOf(site_.destination, opened_.belowRoot(joined(way.root, below))));
+}
+
+/// A place as it would be spelled for what lies in such a tree: "a/../b/c" for "b/c" in the tree of "a/../b".  Nothing
+/// for a place outside.
+std::optional<std::string> Opening::spelledIn(const DottedTree& tree, const std::string& place) const {
+    const std::string path = lexicalPath(site_.at(place));
+    if (!isSubdir(path, tree.root))
+        return std::nullopt;
+    return normalPath(joined(tree.spelled, std::string_view(path).substr(tree.root.size())));
 }
 
 std::optional<std::string> Opening::openerOf(const std::string& place) const {
     std::optional<std::string> opener = opened_.openerByText(place);
-    // Which trees lie in each other goes by their text: in a tree with ".." in it, by that.
-    for (auto tree = dotted_.begin(); !opener && tree != dotted_.end(); ++tree) {
-        const std::string root = lexicalPath(site_.at(*tree));
-        const std::string path = lexicalPath(site_.at(place));
-        if (isSubdir(path, root))
-            opener = opened_.openerByText(normalPath(joined(*tree, std::string_view(path).substr(root.size()))));
-    }
+    for (auto tree = dotted_.begin(); !opener && tree != dotted_.end(); ++tree)
+        if (const auto spelled = spelledIn(*tree, place))
+            opener = opened_.openerByText(*spelled);
     return opener ? std::optional(placeOf(site_.destination, *opener)) : std::nullopt;
 }
 
-bool Opening::canBeOpened(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries,
-                          bool hasSite) const {
-    const std::string below(withoutLeadingSlashes(mapping.url));
+bool Opening::isOpened(const nimbo::FSAMetaDataWebContent& mapping) const {
+    return !isSkipped_ && openerOf(placeOf(site_.destination, erase_starting_slashes(mapping.url)));
+}
+
+bool Opening::isFound(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries, bool hasSite) const {
+    const std::string below = erase_starting_slashes(mapping.url);
     const std::string place = placeOf(site_.destination, below);
-    if (isSkipped_ || !openerOf(place))
-        return true;
     if (const auto entry = entries.find(place); entry != entries.end())
         return entry->second.isDirectory || !isWrittenAsDirectory(below);
-    if (isAbove(place) && entries.contains(""))
-        return true;
+    const bool isAboveAll = isAbove(place) && entries.contains(""); // what the package makes lies in it
+    return isAboveAll || (hasSite && siteHas(below, place));
+}
+
+/// True when the site has something that can be opened, reached without a forbidden link.
+/// \param below as the mapping spells the place.
+bool Opening::siteHas(const std::string& below, const std::string& place) const {
     struct stat status {};
-    if (!hasSite || lstat(joined(site_.destination, below).c_str(), &status) != 0)
+    if (lstat(joined(site_.destination, below).c_str(), &status) != 0)
         return false;
     for (std::string above = place; !above.empty(); above = parentOf(above)) {
         struct stat link {};

@@ -23,9 +23,13 @@ public:
     /// What is opened.
     const std::vector<Tree>& trees() const { return trees_; }
 
-    /// True when an extraction finds what a writable mapping without a source has to open, or need not open it.
+    /// True when an extraction opens what a writable mapping names.
+    bool isOpened(const nimbo::FSAMetaDataWebContent& mapping) const;
+
+    /// True when an extraction finds what a mapping without a source has to open: the package brings it for another
+    /// mapping, or the site has it.
     /// \param hasSite the site is looked at.
-    bool canBeOpened(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries, bool hasSite) const;
+    bool isFound(const nimbo::FSAMetaDataWebContent& mapping, const PreviewEntries& entries, bool hasSite) const;
 
     /// True where a link fails the extraction: it is to be opened itself, or lies on the way to something that is.
     bool isBrokenByLink(const std::string& place) const;
@@ -34,12 +38,20 @@ public:
     Findings check(const PreviewEntries& entries) const;
 
 private:
+    /// A writable mapping with ".." in it.  OpenedTrees goes by text, so it is looked for apart.
+    struct DottedTree {
+        std::string spelled; ///< below the destination: "a/../b"
+        std::string root;    ///< where that is, with the destination and without "..": "/site/b"
+    };
+
+    void forbidLinksOn(const OutermostTrees::Way& way);
+    std::optional<std::string> spelledIn(const DottedTree& tree, const std::string& place) const;
+    bool siteHas(const std::string& below, const std::string& place) const;
+
     Site site_;
     bool isSkipped_;
     OpenedTrees opened_;
     std::vector<Tree> trees_;
-    /// Writable mappings with ".." in them, below the destination.  OpenedTrees goes by text, so they are looked for
-    /// apart.
-    std::vector<std::string> dotted_;
+    std::vector<DottedTree> dotted_;
     std::unordered_set<std::string> mustNotBeLinks_; ///< places on the way to trees that are opened
 };

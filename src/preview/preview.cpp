@@ -83,7 +83,8 @@ Findings checkPackage(const PreviewSettings& settings, const PackageDocument& do
     append(findings, checkMappings(mappings, fragmentSettingsOf(settings)));
     append(findings, checkScripts(packageDir, document.metadata));
     append(findings, checkMappingSources(mappings, planned.mappings, [&](const auto& mapping) {
-               return plan.opening.canBeOpened(mapping, entries.entries, hasSite);
+               const Opening& opening = plan.opening;
+               return !opening.isOpened(mapping) || opening.isFound(mapping, entries.entries, hasSite);
            }));
     append(findings, checkReadable(settings.rights, planned));
     append(findings, checkKinds(planned.sources));
