@@ -66,6 +66,34 @@ private:
     std::string_view path_;
 };
 
+/// The directories on the way from one to what lies below it, to be iterated downwards: "a" and "a/b" between "a" and
+/// "a/b/c"; none between a path and itself.
+class DirectoriesBetween {
+public:
+    struct End {};
+    class Iterator {
+    public:
+        Iterator(std::string_view path, std::size_t size) : path_(path), size_(size) {}
+        std::string_view operator*() const { return path_.substr(0, size_); }
+        Iterator& operator++() { return *this = Iterator(path_, path_.find('/', size_ + 1)); }
+        bool operator!=(End /*end*/) const { return size_ < path_.size(); }
+
+    private:
+        std::string_view path_;
+        std::size_t size_; ///< of the directory; not smaller than the path's behind the last one
+    };
+
+    /// \param path begins with `start`, in the same spelling.  Its text must stay as it is while it is iterated.
+    DirectoriesBetween(std::string_view start, std::string_view path) : path_(path), startSize_(start.size()) {}
+
+    Iterator begin() const { return {path_, startSize_}; }
+    End end() const { return {}; }
+
+private:
+    std::string_view path_;
+    std::size_t startSize_;
+};
+
 /// True for a path that is written as only a directory's can be: one that ends in a slash or in "/.".  The system takes
 /// it for a directory's whatever stands there.
 bool isWrittenAsDirectory(std::string_view path);

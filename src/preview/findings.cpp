@@ -3,6 +3,7 @@
 #include "preview/text.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <map>
 #include <set>
@@ -40,6 +41,10 @@ Finding warning(std::string_view code, const std::string& subject, std::string t
 
 Finding failure(std::string_view code, const std::string& subject, std::string text) {
     return finding(Severity::Error, code, subject, std::move(text));
+}
+
+Finding unreadableSite(const std::string& directory, int error) {
+    return warning("unreadable-site", directory, std::string("what stands there is unknown: ") + std::strerror(error));
 }
 
 void append(Findings& findings, Findings more) {

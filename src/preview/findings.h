@@ -42,6 +42,10 @@ Finding note(std::string_view code, const std::string& subject, std::string text
 Finding warning(std::string_view code, const std::string& subject, std::string text);
 Finding failure(std::string_view code, const std::string& subject, std::string text);
 
+/// Of what the site has in a directory below the destination, and could not be looked at or read.
+/// \param error errno value.
+Finding unreadableSite(const std::string& directory, int error);
+
 void append(Findings& findings, Findings more);
 
 /// Leaves the first of those that are the same in everything.

@@ -5,8 +5,10 @@
 #include "files/subdirectory.h"
 #include "metadata/exceptions.h"
 #include "metadata/package_location.h"
+#include "preview/above_checks.h"
 #include "preview/account_checks.h"
 #include "preview/metadata_checks.h"
+#include "preview/obsolete_checks.h"
 #include "preview/opening_checks.h"
 #include "preview/previous_release.h"
 #include "preview/site_comparison.h"
@@ -126,12 +128,11 @@ Findings compareWithSite(const PreviewSettings& settings, const PackagePlan& pla
         .previous = previous,
         .listed = placesOf(list, plan.site),
         .isKnown = settings.isKnown,
-        .opening = plan.opening,
     };
     Findings findings = entries.empty() ? Findings() : checkAbove(plan.site);
     if (settings.rights == Rights::Own)
         append(findings, checkAccount(plan.planned.sources, entries, plan.site, plan.opening));
-    append(findings, compareEntries(entries, comparison));
+    append(findings, compareEntries(entries, comparison, plan.opening));
     if (previous && obsolete)
         append(findings, checkObsolete(*obsolete, *previous, plan.site));
     append(findings, plan.opening.check(entries));

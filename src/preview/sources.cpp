@@ -5,7 +5,6 @@
 #include "files/real_path.h"
 #include "runtime/errors.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <unordered_set>
@@ -31,30 +30,30 @@ bool isTooLong(std::string_view directory, std::string_view below) {
     return directory.size() + 1 + below.size() >= PATH_MAX || hasLongElement(directory) || hasLongElement(below);
 }
 
-/// The first directory on a way from `start` on, `start` included and the last element not, that the account may not
-/// enter; below `start`.
-std::optional<std::string> closedBetween(Rights rights, const std::string& start, const std::string& way) {
-    for (std::size_t end = 0; end < std::min<std::size_t>(way.size(), PATH_MAX); end = way.find('/', end + 1)) {
+/// The first one of the directories between `start` and a path that the account may not enter.
+std::optional<std::string> closedBetween(Rights rights, const std::string& start, const std::string& path) {
+    for (const std::string_view directory : DirectoriesBetween(start, path)) {
+        if (directory.size() >= PATH_MAX) // the system reaches no further
+            break;
         struct stat status {};
-        const std::string above = way.substr(0, end);
-        const std::string path = entryIn(start, above);
-        if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && !may(rights, path, status, X_OK))
+        const std::string above(directory);
+        if (stat(above.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && !may(rights, above, status, X_OK))
             return above;
     }
     return std::nullopt;
 }
 
-/// Where the way to a path of the package leads, links followed, as far as something is there.
-/// \return a path whose last element is not a part of the way, as closedBetween takes it.
-std::string realWay(const std::string& packageDir, const std::string& path) {
-    std::string there = path;
+/// Where a path of the package leads, links followed.  Of a path that leads to nothing, where its first missing element
+/// would be.
+std::string realPlace(const std::string& packageDir, const std::string& path) {
+    std::string_view there = path;
     std::string real = realPath(entryIn(packageDir, there));
     while (real.empty() && !there.empty()) {
         there = parentOf(there);
         real = realPath(entryIn(packageDir, there));
     }
-    const bool isWhole = there.size() == path.size();
-    return isWhole ? real : real + "/."; // the directory in which the next element is missing is a part of the way
+    const std::string_view missing = withoutLeadingSlashes(std::string_view(path).substr(there.size()));
+    return entryIn(real, firstElementOf(missing));
 }
 
 MappingSources lookAtMappings(const std::string& packageDir, const std::list<FSAMetaDataWebContent>& mappings,
@@ -163,16 +162,16 @@ bool may(Rights rights, const std::string& path, const struct stat& status, int 
 }
 
 std::optional<std::string> closedOnTheWay(Rights rights, const std::string& packageDir, const std::string& path) {
-    if (auto closed = closedBetween(rights, packageDir, path))
-        return closed;
+    if (const auto closed = closedBetween(rights, packageDir, entryIn(packageDir, path)))
+        return inPackage(packageDir, *closed);
     if (path.size() >= PATH_MAX)
         return std::nullopt;
-    const std::string real = realWay(packageDir, path);
+    const std::string real = realPlace(packageDir, path);
     const std::string package = realPath(packageDir);
-    if (isSubdir(real, package))
-        return closedBetween(rights, package, std::string(withoutLeadingSlashes(real.substr(package.size()))));
-    const auto closed = closedBetween(rights, "/", real.substr(1));
-    return closed ? std::optional("/" + *closed) : std::nullopt;
+    if (!isSubdir(real, package))
+        return closedBetween(rights, "/", real);
+    const auto closed = closedBetween(rights, package, real);
+    return closed ? std::optional(inPackage(package, *closed)) : std::nullopt;
 }
 
 bool MappingSource::isMissing() const {
