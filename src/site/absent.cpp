@@ -64,6 +64,8 @@ PendingCall planAndNoteRemoval(const CallOptions& options, const Application& ap
                 SiteTree tree(request.hosts, request.documentRoot);
                 return textOf(planAbsence(request, tree));
             } catch (const NoDocumentRoot&) {
+                if (!options.withoutScript)
+                    throw;                 // it may come back
                 return textOf(SitePlan()); // finishRemoval says so
             }
         }));
@@ -138,7 +140,7 @@ bool remove(const CallOptions& options, const Application& application) {
     if (isMissing(options.settings.vhosts))
         throw std::runtime_error("there is no " + options.settings.vhosts);
     const FileLock lock = inStep("lock", [&] { return lockHost(application, places, options.wait); });
-    const auto recorded = [&] { return inStep("record", [&] { return readRecord(places.record); }); };
+    const auto recorded = [&] { return inStep("record", [&] { return readRecord(places); }); };
     const std::string gone = options.withoutScript ? whatHasGone(places, recorded()) : "";
     if (!gone.empty() && (!isMissing(places.record) || hasJournal(places))) {
         say(application.title() + ": " + gone + "; only fragment and record are removed");

@@ -87,7 +87,7 @@ std::string actionOf(const std::optional<Record>& before, const Record& wanted) 
 
 Decision decide(const CallOptions& options, const Wish& wish, const Places& places) {
     Decision decision{
-        .before = inStep("record", [&] { return readRecord(places.record); }),
+        .before = inStep("record", [&] { return readRecord(places); }),
         .package = inStep("package", [&] { return examinePackage(wish.package); }),
         .account = inStep("account", [&] { return accountOf(wish.user); }),
         .secrets = inStep("secrets", [&] { return readSecrets(places); }),
@@ -114,6 +114,7 @@ Decision decide(const CallOptions& options, const Wish& wish, const Places& plac
                                            .php = options.settings.php,
                                            .isWanted = options.script.has_value()});
     });
+    wanted.place = places.title;
     wanted.title = metadata.name;
     wanted.version = metadata.versionAndRelease();
     wanted.fragment = decision.fragment.empty() ? "" : fingerprint(decision.fragment);

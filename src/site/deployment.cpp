@@ -209,7 +209,7 @@ void Deployment::writeRecord() const {
     try {
         writeDurably(places_.record, textOf(decision_->wanted));
     } catch (const nimbo::SystemError&) {
-        const std::optional<Record> record = readRecord(places_.record);
+        const std::optional<Record> record = readRecord(places_);
         if (!record || record->journal != decision_->wanted.journal)
             throw;
     }

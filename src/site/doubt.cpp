@@ -38,7 +38,7 @@ InstalledFiles filesOf(const std::vector<Step>& steps, const std::vector<std::si
 } // namespace
 
 void noteDoubt(const Places& places, const std::vector<Step>& steps, const std::vector<std::size_t>& notEntered) {
-    std::optional<Record> record = readRecord(places.record);
+    std::optional<Record> record = readRecord(places);
     if (!record)
         return;
     InstalledFiles files = installedFilesOf(listOfFilesOrNone(places));

@@ -29,7 +29,7 @@ Installation installationOf(const Settings& settings, const Application& applica
     const bool hasBegun = hasJournal(places) || hasCallDirectory(places.store);
     const bool isAtWork = hasBegun && FileLock::isHeld(places.lock);
     return {.application = application,
-            .record = readRecord(places.record),
+            .record = readRecord(places),
             .isAtWork = isAtWork,
             .isCutOff = hasBegun && !isAtWork && hasJournal(places), // a call may have ended since the first look
             .kept = keptFiles(places.store),
@@ -101,7 +101,7 @@ std::vector<Difference> verify(const CallOptions& options, const Installation& i
     const Settings& settings = options.settings;
     const Places places(settings, installation.application);
     const FileLock lock = inStep("lock", [&] { return lockHost(installation.application, places, options.wait); });
-    const std::optional<Record> record = inStep("record", [&] { return readRecord(places.record); });
+    const std::optional<Record> record = inStep("record", [&] { return readRecord(places); });
     if (!record)
         return {};
     const InstalledFiles files = installedFilesOf(inStep("files", [&] { return listOfFiles(places, *record); }));

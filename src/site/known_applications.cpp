@@ -13,11 +13,14 @@ namespace site {
 
 namespace {
 
-/// True where an application was installed in another document root; false where its record does not tell.
+/// True where an application was installed in another document root or is a copy of another one's state; false where
+/// its record does not tell.
 bool isElsewhere(const Places& places, const std::string& documentRoot) {
     try {
-        const std::optional<Record> record = readRecord(places.record);
+        const std::optional<Record> record = readRecord(places);
         return record && record->terms.documentRoot != documentRoot;
+    } catch (const RecordOfOther&) {
+        return true;
     } catch (const std::exception&) {
         return false; // what is wrong with it is told of itself, and its files stay
     }

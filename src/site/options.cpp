@@ -111,6 +111,16 @@ void requireOptionsOf(std::string_view act, const Request& request) {
     }
 }
 
+void requireNoOptionIn(const Words& words) {
+    Request request;
+    const po::options_description options = optionsInto(request);
+    for (const std::string& word : words) {
+        const std::string name = word.starts_with("--") ? word.substr(2, word.find('=') - 2) : "";
+        if (!name.empty() && options.find_nothrow(name, false) != nullptr)
+            throw Misuse("options stand before the act: " + word);
+    }
+}
+
 std::string usageOfOptions() {
     Request request;
     std::ostringstream usage;

@@ -33,6 +33,11 @@ Request takeOptions(std::vector<std::string>& words);
 /// \throw Misuse where the command line has an option that is not for this act.
 void requireOptionsOf(std::string_view act, const Request& request);
 
+/// Somebody who writes an option behind the act means it: "present ... --dry-run" must not install.
+/// \param words behind the act.
+/// \throw Misuse where one of them is spelled like an option.
+void requireNoOptionIn(const std::vector<std::string>& words);
+
 /// A table for people, a line each.
 std::string usageOfOptions();
 

@@ -7,6 +7,7 @@
 #include "metadata/passed_over.h"
 #include "runtime/errors.h"
 #include "site/fingerprint.h"
+#include "site/only_root.h"
 #include "site/times.h"
 #include "xml/document.h"
 
@@ -29,14 +30,6 @@ namespace fs = boost::filesystem;
 namespace site {
 
 namespace {
-
-/// \param status of the path, links not followed.
-void requireOnlyRootWrites(const std::string& path, const struct stat& status) {
-    // With an access control list, the group's bits are what any entry of the list may have (acl(5)).
-    const bool othersCanWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-    if (!S_ISLNK(status.st_mode) && (status.st_uid != 0 || othersCanWrite))
-        throw std::runtime_error("others than root can write to " + path);
-}
 
 /// What a path leads to.  Nobody but root can make it lead to something else, neither by an entry on its way nor by one
 /// on the way of its links.

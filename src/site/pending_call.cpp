@@ -61,7 +61,7 @@ void keepEditedFragment(const Application& application, const std::string& store
 }
 
 void keepUnknownFragment(const Application& application, const Places& places, const std::string& store) {
-    const std::optional<Record> record = readRecord(places.record);
+    const std::optional<Record> record = readRecord(places);
     const std::optional<std::string> fragment = readIfThere(places.fragment);
     if (record && fragment && fingerprint(*fragment) != record->fragment)
         keepEditedFragment(application, store, *fragment);

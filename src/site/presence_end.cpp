@@ -14,7 +14,7 @@
 namespace site {
 
 bool isRecorded(const PendingCall& call) {
-    const std::optional<Record> record = readRecord(call.places.record);
+    const std::optional<Record> record = readRecord(call.places);
     return record && record->journal == call.journal.id;
 }
 

@@ -28,9 +28,10 @@ constexpr std::array termFields{
 };
 
 constexpr std::array otherFields{
-    TextField<Record>{"title", &Record::title},       TextField<Record>{"version", &Record::version},
-    TextField<Record>{"fragment", &Record::fragment}, TextField<Record>{"installed", &Record::installed},
-    TextField<Record>{"changed", &Record::changed},   TextField<Record>{"journal", &Record::journal},
+    TextField<Record>{"place", &Record::place},         TextField<Record>{"title", &Record::title},
+    TextField<Record>{"version", &Record::version},     TextField<Record>{"fragment", &Record::fragment},
+    TextField<Record>{"installed", &Record::installed}, TextField<Record>{"changed", &Record::changed},
+    TextField<Record>{"journal", &Record::journal},
 };
 
 } // namespace
@@ -71,9 +72,14 @@ Record recordOf(const std::string& text, const std::string& file) {
     return record;
 }
 
-std::optional<Record> readRecord(const std::string& file) {
-    const std::optional<std::string> text = readIfThere(file);
-    return text ? std::optional(recordOf(*text, file)) : std::nullopt;
+std::optional<Record> readRecord(const Places& places) {
+    const std::optional<std::string> text = readIfThere(places.record);
+    if (!text)
+        return std::nullopt;
+    Record record = recordOf(*text, places.record);
+    if (record.place != places.title)
+        throw RecordOfOther(places.record + " is the record of " + record.place);
+    return record;
 }
 
 } // namespace site

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "site/places.h"
+
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -26,6 +29,7 @@ struct Record {
     };
 
     Terms terms;
+    std::string place;     ///< the title of the application that is installed there
     std::string title;     ///< the application's name, as the package tells it
     std::string version;   ///< version and release, joined by "-"
     std::string fragment;  ///< fingerprint; empty for no fragment
@@ -40,8 +44,14 @@ std::string textOf(const Record& record);
 /// \throw std::runtime_error for a text that is no record.
 Record recordOf(const std::string& text, const std::string& file);
 
-/// \return the record in a file; nothing when there is none.
-/// \throw std::runtime_error, nimbo::SystemError
-std::optional<Record> readRecord(const std::string& file);
+/// A record lies where another application's would: somebody has copied the state.
+class RecordOfOther : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// \return an application's record; nothing when there is none.
+/// \throw RecordOfOther, std::runtime_error, nimbo::SystemError
+std::optional<Record> readRecord(const Places& places);
 
 } // namespace site

@@ -19,7 +19,7 @@ namespace site {
 void askForFarewell(const PendingCall& call) {
     if (call.journal.doing == Doing::Absence)
         return;
-    const std::optional<Record> record = inStep("record", [&] { return readRecord(call.places.record); });
+    const std::optional<Record> record = inStep("record", [&] { return readRecord(call.places); });
     if (record && !call.options.withoutScript) {
         const Secrets secrets = inStep("secrets", [&] { return readSecrets(call.places); });
         inStep("script remove", [&] {

@@ -1,13 +1,16 @@
 #include "site/site_command.h"
 
+#include "files/paths.h"
 #include "preview/findings.h"
 #include "preview/text.h"
 #include "site/acts.h"
+#include "site/durable_files.h"
 #include "site/formats.h"
 #include "site/inquiries.h"
 #include "site/interruption.h"
 #include "site/known_applications.h"
 #include "site/misuse.h"
+#include "site/only_root.h"
 #include "site/options.h"
 #include "site/wish_list.h"
 
@@ -100,8 +103,13 @@ int runReload(const Request& request, const Words& /*words*/) {
 std::vector<Application> applicationsFor(const Settings& settings, const Words& words) {
     if (words.size() == 2)
         return {orMisuse([&] { return applicationOf(words[0], words[1]); })};
-    if (words.size() == 1)
-        return applicationsOf(settings, orMisuse([&] { return hostOf(words[0]); }));
+    if (words.size() == 1) {
+        const std::string host = orMisuse([&] { return hostOf(words[0]); });
+        std::vector<Application> applications = applicationsOf(settings, host);
+        if (applications.empty() && isMissing(joined(settings.vhosts, host)))
+            throw std::runtime_error("there is no host " + host);
+        return applications;
+    }
     std::vector<Application> all;
     for (const std::string& host : hostsOf(settings))
         std::ranges::move(applicationsOf(settings, host), std::back_inserter(all));
@@ -168,6 +176,7 @@ const Act& takeAct(Words& words) {
     if (act == acts.end())
         throw Misuse("no such act: " + words.front());
     words.erase(words.begin());
+    requireNoOptionIn(words);
     if (words.size() < act->fewest || words.size() > act->most)
         throw Misuse(std::string(act->word) + ": wrong number of words");
     return *act;
@@ -187,7 +196,10 @@ void requireRoot() {
 /// What the command line leaves to the settings.
 void complete(Request& request) {
     constexpr const char* usual = "/etc/larkspur/site.conf";
-    request.call.settings = readSettings(request.settings.value_or(usual), request.settings.has_value());
+    const std::string file = request.settings.value_or(usual);
+    requireOnlyRootWrites(file);
+    request.call.settings = readSettings(file, request.settings.has_value());
+    requireOnlyRootWrites(request.call.settings.state);
     request.call.wait = request.wait.value_or(request.call.settings.timeLimit);
 }
 

@@ -39,6 +39,8 @@ Wish wishOf(const std::vector<std::string>& words) {
     constexpr std::size_t fewest = 4;
     if (words.size() < fewest)
         throw Misuse("too few words");
+    if (words[0].empty())
+        throw Misuse("an empty word for a package"); // an unset variable would be the working directory
     return {.application = orMisuse([&] { return applicationOf(words[1], words[3]); }),
             .package = words[0],
             .user = words[2],

@@ -4,6 +4,7 @@ site."""
 
 import os
 import pathlib
+import subprocess
 from typing import Callable, NamedTuple
 
 from calls import kill_tree
@@ -65,7 +66,7 @@ class QuestionsTest(SiteTest):
                          f"one.example/app       one-1          {one}\n"
                          f"two.example/sub/wiki  two-1          {two}\n")
         self.assertEqual(self.asked("list", "two.example"), f"two.example/sub/wiki  two-1          {two}\n")
-        self.assertEqual(self.asked("list", "three.example"), "")
+        self.assertEqual(self.call("list", "three.example"), (1, "", "larkspur-site: there is no host three.example\n"))
         self.assertIn("parameter:     two\\nlines\n", self.asked("status", "one.example", "app"))
         outcome = self.call("status", "one.example", "other")
         self.assertEqual(outcome, (1, "", "larkspur-site: there is no one.example/other\n"))
@@ -135,6 +136,16 @@ class QuestionsTest(SiteTest):
             outcome = self.call(*words)
             self.assertEqual(outcome.status, 1)
             self.assertIn(f"one.example/other: {record} is no record: ", outcome.error)
+
+    def test_a_copy_of_an_application_s_state_is_no_application(self):
+        state = self.places().state
+        subprocess.run(["cp", "-a", state, f"{state}.bak"], check=True)
+        outcome = self.call("list")
+        self.assertEqual(outcome.status, 1)
+        self.assertIn(f"one.example/app.bak: {state}.bak/record.json is the record of one.example/app\n", outcome.error)
+        self.fails(self.absent(name="app.bak"), "is the record of one.example/app", name="app.bak")
+        self.changes(self.absent())
+        self.assertFalse(self.app.exists())
 
     def test_a_dry_run_names_the_application_that_was_cut_off(self):
         self.cut(kill_tree, ("swap", 1), self.words(self.two))

@@ -30,6 +30,16 @@ class RemovalTest(SiteTest):
         self.assertFalse(self.app.exists())
         self.stays(self.absent())
 
+    def test_files_that_are_away_are_not_forgotten(self):
+        before = self.release()
+        away = self.root.parent / "away"
+        self.root.rename(away)
+        self.fails(self.absent(), "files: there is no document root")
+        away.rename(self.root)
+        self.assertEqual(differences(before, self.release()), [])
+        self.root.rename(away)
+        self.changes(self.absent(options=["--without-script"]))
+
     def test_without_script_is_said_for_one_application_only(self):
         asked = self.marks / "asked"
         other = self.package("other", {}, f"touch {asked}")

@@ -144,6 +144,9 @@ class WordsTest(SiteTest):
             (["--dry-run", "absent", "one.example", "app"], "absent: --dry-run is not for this act"),
             (["--without-script", *self.words(self.two)], "present: --without-script is not for this act"),
             (["--json", "reload"], "reload: --json is not for this act"),
+            (self.words(self.two, "--dry-run"), "options stand before the act: --dry-run"),
+            (["verify", "--wait=5"], "options stand before the act: --wait=5"),
+            (self.words(""), "an empty word for a package"),
         ]
         before = self.release()
         for words, cause in rows:
@@ -154,6 +157,15 @@ class WordsTest(SiteTest):
                 self.assertEqual(told.partition(cause)[1], cause, outcome.error)
                 self.assertEqual(usage, "Usage: larkspur-site [OPTION]... present PACKAGE HOST USER NAME [PARAMETER]...")
         self.assertEqual(differences(before, self.release()), [])
+
+    def test_settings_and_state_that_others_may_write_are_refused(self):
+        for path in (self.conf, self.state):
+            with self.subTest(path.name):
+                mode = path.stat().st_mode
+                path.chmod(mode | 0o020)
+                told = f"larkspur-site: others than root can write to {path}\n"
+                self.assertEqual(self.call("list"), (1, "", told))
+                path.chmod(mode)
 
     def test_settings_that_are_missing_are_told(self):
         self.conf.unlink()
