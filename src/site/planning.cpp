@@ -155,16 +155,22 @@ private:
     }
 
     void addTaking(const InstalledEntry& file) {
-        std::optional<Entry> entry;
-        try {
-            entry = tree_.entry(file.path);
-        } catch (const nimbo::SystemError& failure) {
-            std::cerr << "left as it is: " << failure.what() << '\n';
-        }
+        const std::optional<Entry> entry = entryToTake(file.path);
         if (entry && !S_ISREG(entry->status.st_mode))
             std::cerr << file.path << ": left as it is: it is no file any more\n";
         else if (entry)
             steps_.addChanging(moving(StepKind::TakeFile, file.path, *entry));
+    }
+
+    /// Returned and not assigned within the try block: GCC 12 may have a result that is thrown away written over what a
+    /// variable of a trivial type held before.
+    std::optional<Entry> entryToTake(const std::string& path) {
+        try {
+            return tree_.entry(path);
+        } catch (const nimbo::SystemError& failure) {
+            std::cerr << "left as it is: " << failure.what() << '\n';
+            return std::nullopt;
+        }
     }
 
     /// A step in which what stands at a place comes to the store.

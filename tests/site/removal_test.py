@@ -50,12 +50,18 @@ class RemovalTest(SiteTest):
         self.assertTrue(asked.exists())
 
     def test_a_removal_passes_over_what_the_account_may_not_take(self):
-        os.chown(self.app / "sub", SITEB, -1)
-        outcome = self.absent()
-        self.changes(outcome)
-        self.assertIn("left as it is: app/sub/page: Permission denied\n", outcome.error)
-        self.assertEqual([path.name for path in self.app.rglob("*")], ["sub", "page"])
-        self.stays(self.absent())
+        sub = self.app / "sub"
+        rows = [("somebody else's directory", lambda: os.chown(sub, SITEB, -1)), ("a closed one", lambda: sub.chmod(0))]
+        for name, bar in rows:
+            with self.subTest(name):
+                bar()
+                outcome = self.absent()
+                self.changes(outcome)
+                self.assertEqual(outcome.error, "left as it is: app/sub/page: Permission denied\n")
+                self.assertEqual([path.name for path in self.app.rglob("*")], ["sub", "page"])
+                self.stays(self.absent())
+                shutil.rmtree(self.app)
+                self.changes(self.present(self.one))
 
     def test_a_removal_takes_nothing_of_another_application_or_of_the_customer(self):
         self.changes(self.absent())
