@@ -32,9 +32,10 @@ std::vector<std::string> directoriesIn(const std::string& directory) {
     });
 }
 
-std::vector<std::string> namesIn(const std::string& directory, boost::system::error_code& failure) {
+std::vector<std::string> listableNamesIn(const std::string& directory) {
     std::vector<std::string> names;
-    for (fs::directory_iterator entry(directory, failure), end; entry != end; entry.increment(failure))
+    boost::system::error_code none;
+    for (fs::directory_iterator entry(directory, none), end; entry != end; entry.increment(none))
         names.push_back(entry->path().filename().native());
     std::ranges::sort(names);
     return names;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <boost/system/error_code.hpp>
 #include <string>
 #include <vector>
 
@@ -14,5 +13,4 @@ std::vector<std::string> namesIn(const std::string& directory);
 std::vector<std::string> directoriesIn(const std::string& directory);
 
 /// All names as far as the directory can be listed.
-/// \param failure why it cannot, also where it is missing.
-std::vector<std::string> namesIn(const std::string& directory, boost::system::error_code& failure);
+std::vector<std::string> listableNamesIn(const std::string& directory);

@@ -22,8 +22,7 @@ namespace {
 constexpr const char* usualRoot = "/var/www/vhosts/example.com/httpdocs";
 
 std::vector<std::string> scriptsOf(const std::string& packageDir) {
-    boost::system::error_code none;
-    return namesIn(scriptsDirectoryOf(packageDir), none);
+    return listableNamesIn(scriptsDirectoryOf(packageDir));
 }
 
 FragmentSettings fragmentSettingsOf(const PreviewSettings& settings) {

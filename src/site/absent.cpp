@@ -80,20 +80,27 @@ PendingCall planAndNoteRemoval(const CallOptions& options, const Application& ap
 }
 
 /// Forgets what is noted of a removal that has not begun.
-void endFarewell(const Places& places) {
-    const Uninterrupted toTheEnd;
-    removeDurably(places.journal);
-    dropStore(places.store);
+/// \return false where that failed, which standard error tells.
+bool endFarewell(const Application& application, const Places& places) {
+    try {
+        const Uninterrupted toTheEnd;
+        removeDurably(places.journal);
+        dropStore(places.store);
+        return true;
+    } catch (const std::exception& failure) {
+        say(application.title() + ": way back: " + failure.what() + "; the next call goes on with the removal");
+        return false;
+    }
 }
 
-/// \throw std::exception; nothing is then noted any more, also where the journal got its name before its writing
-/// failed.
+/// \throw std::exception; what had been noted is then forgotten, also where the journal got its name before its writing
+///        failed.
 PendingCall beginRemoval(const CallOptions& options, const Application& application, const Places& places,
                          const Record& record, int lock) {
     try {
         return planAndNoteRemoval(options, application, places, record, lock);
     } catch (const std::exception&) {
-        endFarewell(places);
+        (void)endFarewell(application, places);
         throw;
     }
 }
@@ -120,8 +127,10 @@ void removeInstallation(const CallOptions& options, const Application& applicati
     try {
         askForFarewell(call);
     } catch (const std::exception& failure) {
-        endFarewell(places); // what a script has refused has not begun
-        throw Refused(failure.what());
+        // What a script has refused has not begun.
+        if (endFarewell(application, places))
+            throw Refused(failure.what());
+        throw;
     }
     // There is no way back any more: the script has removed what it had made.
     try {

@@ -114,7 +114,7 @@ Decision decide(const CallOptions& options, const Wish& wish, const Places& plac
                                            .php = options.settings.php,
                                            .isWanted = options.script.has_value()});
     });
-    wanted.place = places.title;
+    wanted.application = places.applicationTitle;
     wanted.title = metadata.name;
     wanted.version = metadata.versionAndRelease();
     wanted.fragment = decision.fragment.empty() ? "" : fingerprint(decision.fragment);

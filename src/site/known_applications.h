@@ -34,7 +34,8 @@ FilesText listOfFiles(const Places& places, const Record& record);
 /// \throw nimbo::SystemError
 FilesText listOfFilesOrNone(const Places& places);
 
-/// The same of all other applications in a document root of the host, whose calls have ended, as far as it is there.
+/// The same of all other applications in a document root of the host, as far as it is there.  No call of theirs may be
+/// cut off: its new list would be left out.
 /// \throw boost::filesystem::filesystem_error; nimbo::SystemError
 std::vector<FilesText> listsOfOthers(const Settings& settings, const Application& application,
                                      const std::string& documentRoot);

@@ -25,7 +25,7 @@ std::string sitesDirectory(const Settings& settings) {
 
 Places::Places(const Settings& settings, const Application& application) {
     const std::string element = elementOf(application.name);
-    title = application.title();
+    applicationTitle = application.title();
     hostDirectory = joined(settings.vhosts, application.host);
     documentRoot = entryIn(hostDirectory, settings.documentRoot);
     hostState = joined(sitesDirectory(settings), application.host);

@@ -11,7 +11,7 @@ namespace site {
 struct Places {
     Places(const Settings& settings, const Application& application);
 
-    std::string title;         ///< the application's
+    std::string applicationTitle;
     std::string hostDirectory; ///< the host's own, which its customer may own
     std::string documentRoot;
     std::string hostState; ///< directory of what is installed on the host

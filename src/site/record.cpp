@@ -28,9 +28,9 @@ constexpr std::array termFields{
 };
 
 constexpr std::array otherFields{
-    TextField<Record>{"place", &Record::place},         TextField<Record>{"title", &Record::title},
-    TextField<Record>{"version", &Record::version},     TextField<Record>{"fragment", &Record::fragment},
-    TextField<Record>{"installed", &Record::installed}, TextField<Record>{"changed", &Record::changed},
+    TextField<Record>{"application", &Record::application}, TextField<Record>{"title", &Record::title},
+    TextField<Record>{"version", &Record::version},         TextField<Record>{"fragment", &Record::fragment},
+    TextField<Record>{"installed", &Record::installed},     TextField<Record>{"changed", &Record::changed},
     TextField<Record>{"journal", &Record::journal},
 };
 
@@ -77,8 +77,8 @@ std::optional<Record> readRecord(const Places& places) {
     if (!text)
         return std::nullopt;
     Record record = recordOf(*text, places.record);
-    if (record.place != places.title)
-        throw RecordOfOther(places.record + " is the record of " + record.place);
+    if (record.application != places.applicationTitle)
+        throw RecordOfOther(places.record + " is the record of " + record.application);
     return record;
 }
 

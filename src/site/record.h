@@ -29,13 +29,13 @@ struct Record {
     };
 
     Terms terms;
-    std::string place;     ///< the title of the application that is installed there
-    std::string title;     ///< the application's name, as the package tells it
-    std::string version;   ///< version and release, joined by "-"
-    std::string fragment;  ///< fingerprint; empty for no fragment
-    std::string installed; ///< when it came here, UTC, as of RFC 3339
-    std::string changed;   ///< when it was last changed
-    std::string journal;   ///< the call that wrote this record
+    std::string application; ///< title of what is installed
+    std::string title;       ///< the application's name, as the package tells it
+    std::string version;     ///< version and release, joined by "-"
+    std::string fragment;    ///< fingerprint; empty for no fragment
+    std::string installed;   ///< when it came here, UTC, as of RFC 3339
+    std::string changed;     ///< when it was last changed
+    std::string journal;     ///< the call that wrote this record
 };
 
 std::string textOf(const Record& record);

@@ -13,12 +13,15 @@
 
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 
 namespace site {
 
 void askForFarewell(const PendingCall& call) {
     if (call.journal.doing == Doing::Absence)
         return;
+    if (!call.options.withoutScript && isMissing(call.journal.documentRoot)) // it may come back with its files
+        throw std::runtime_error("there is no document root " + call.journal.documentRoot);
     const std::optional<Record> record = inStep("record", [&] { return readRecord(call.places); });
     if (record && !call.options.withoutScript) {
         const Secrets secrets = inStep("secrets", [&] { return readSecrets(call.places); });
@@ -76,8 +79,8 @@ void forget(const CallOptions& options, const Application& application, const Pl
         if (hasCallDirectory(journal->store)) {
             const UniqueFd callStore = openCallDirectory(journal->store);
             emptyCallDirectoryOf(application, *journal, Ending::TakenBack);
-            syncHosts(
-                callStore.get()); // without a journal the next call would drop what the disk had not taken as kept
+            // Without a journal the next call would drop what the disk had not taken as kept.
+            syncHosts(callStore.get());
         }
         dropStore(journal->store);
         if (canKeep && journal->isFragmentEdited)

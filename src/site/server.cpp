@@ -53,7 +53,7 @@ std::optional<std::string> refusalOf(const Settings& settings) {
     }
 }
 
-/// \throw NoCheck where another call does not let go of it; Interrupted.
+/// \throw NoCheck where it is not had, because another call does not let go of it for instance; Interrupted.
 std::shared_ptr<FileLock> lockForCheck(const Settings& settings) {
     try {
         return lockServer(settings);
@@ -159,7 +159,6 @@ bool reloadIfDue(const Settings& settings) {
     renameDurably(due, running);
     if (isMissing(running))
         return false;
-    cutPoint("reload");
     inStep(checkName, [&] { runCommand(settings, settings.configTest); });
     inStep("RELOAD", [&] { runCommand(settings, settings.reload); });
     removeDurably(running);

@@ -106,8 +106,9 @@ std::vector<Application> applicationsFor(const Settings& settings, const Words& 
     if (words.size() == 1) {
         const std::string host = orMisuse([&] { return hostOf(words[0]); });
         std::vector<Application> applications = applicationsOf(settings, host);
-        if (applications.empty() && isMissing(joined(settings.vhosts, host)))
-            throw std::runtime_error("there is no host " + host);
+        const std::string directory = joined(settings.vhosts, host);
+        if (applications.empty() && isMissing(directory))
+            throw std::runtime_error("there is no host " + directory);
         return applications;
     }
     std::vector<Application> all;

@@ -1,5 +1,6 @@
 #include "site/store.h"
 
+#include "files/directory_names.h"
 #include "files/paths.h"
 #include "runtime/errors.h"
 #include "site/durable_files.h"
@@ -110,11 +111,8 @@ void dropCall(const std::string& store) {
     if (call.get() < 0)
         nimbo::throwSystemError(directory);
     reclaim(call.get(), store);
-    std::vector<std::string> names;
-    for (fs::directory_iterator entry(directory), end; entry != end; ++entry)
-        names.push_back(entry->path().filename().native());
     Keeping keeping(store);
-    for (const std::string& name : names)
+    for (const std::string& name : namesIn(directory))
         if (unlinkat(call.get(), name.c_str(), 0) != 0 && unlinkat(call.get(), name.c_str(), AT_REMOVEDIR) != 0)
             keeping.keep(call.get(), name, name);
     if (rmdir(directory.c_str()) != 0)

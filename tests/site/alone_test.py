@@ -209,6 +209,16 @@ class AloneTest(SiteTest):
         self.assertNotIn("waits for", outcome.error)
         self.changes(self.call("reload"))
 
+    def test_a_list_waits_once_for_a_check_that_another_call_does_not_end(self):
+        held, *others = self.hosts(3)
+        call = self.hold(("fragment", 1), self.words_for(held, self.one))
+        self.settings(TIME_LIMIT=1)
+        outcome = self.listed(*((host, self.one) for host in others))
+        self.assertEqual(outcome.error.count("waits for another call's check of the server\n"), 1)
+        self.assertEqual(outcome.error.count("fragment: another call has not ended within 6 s\n"), len(others))
+        call.go_on()
+        self.changes(call.end())
+
     def test_a_check_that_hangs_fails_the_call_and_holds_nobody(self):
         self.settings(TIME_LIMIT=5, CONFIGTEST='"sleep 1000"')
         self.fails(self.present(self.one), "fragment: CONFIGTEST: no end within 5 s", is_taken_back=True)

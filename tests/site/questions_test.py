@@ -66,7 +66,7 @@ class QuestionsTest(SiteTest):
                          f"one.example/app       one-1          {one}\n"
                          f"two.example/sub/wiki  two-1          {two}\n")
         self.assertEqual(self.asked("list", "two.example"), f"two.example/sub/wiki  two-1          {two}\n")
-        self.assertEqual(self.call("list", "three.example"), (1, "", "larkspur-site: there is no host three.example\n"))
+        self.assertEqual(self.call("list", "three.example"), (1, "", f"larkspur-site: there is no host {self.vhosts}/three.example\n"))
         self.assertIn("parameter:     two\\nlines\n", self.asked("status", "one.example", "app"))
         outcome = self.call("status", "one.example", "other")
         self.assertEqual(outcome, (1, "", "larkspur-site: there is no one.example/other\n"))

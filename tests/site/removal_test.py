@@ -37,7 +37,9 @@ class RemovalTest(SiteTest):
         self.fails(self.absent(), "files: there is no document root")
         away.rename(self.root)
         self.assertEqual(differences(before, self.release()), [])
+        self.cut(kill_tree, ("journal", 1), ["absent", "one.example", "app"])
         self.root.rename(away)
+        self.fails(self.absent(), "recovery: there is no document root")
         self.changes(self.absent(options=["--without-script"]))
 
     def test_without_script_is_said_for_one_application_only(self):
