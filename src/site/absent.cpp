@@ -64,9 +64,11 @@ PendingCall planAndNoteRemoval(const CallOptions& options, const Application& ap
                 SiteTree tree(request.hosts, request.documentRoot);
                 return textOf(planAbsence(request, tree));
             } catch (const NoDocumentRoot&) {
+                // It may come back.
                 if (!options.withoutScript)
-                    throw;                 // it may come back
-                return textOf(SitePlan()); // finishRemoval says so
+                    throw;
+                // finishRemoval says so.
+                return textOf(SitePlan());
             }
         }));
     });

@@ -70,11 +70,11 @@ po::options_description optionsInto(Request& request) {
 std::size_t optionWords(const Words& words, const po::options_description& options) {
     std::size_t at = 0;
     while (at < words.size() && words[at].starts_with('-')) {
-        const bool hasValue = words[at].find('=') != std::string::npos;
         const std::string name = words[at].substr(std::min(words[at].find_first_not_of('-'), words[at].size()));
+        // A word that has its value in it, "--wait=5", is no option's name.
         const auto* const option = name.empty() ? nullptr : options.find_nothrow(name, false);
         const bool takesValue = option != nullptr && option->semantic()->max_tokens() > 0;
-        at += takesValue && !hasValue ? 2 : 1;
+        at += takesValue ? 2 : 1;
     }
     return std::min(at, words.size());
 }

@@ -42,6 +42,14 @@ class RemovalTest(SiteTest):
         self.fails(self.absent(), "recovery: there is no document root")
         self.changes(self.absent(options=["--without-script"]))
 
+    def test_a_removal_that_fails_behind_its_script_is_told_and_finished_by_the_next_call(self):
+        in_the_way = self.places().state / "journal.new"
+        outcome = self.meanwhile(("script-ended", 1), ["absent", "one.example", "app"], in_the_way.mkdir)
+        self.fails(outcome, "; the next call goes on with the removal")
+        in_the_way.rmdir()
+        self.changes(self.absent())
+        self.assertFalse(self.app.exists())
+
     def test_without_script_is_said_for_one_application_only(self):
         asked = self.marks / "asked"
         other = self.package("other", {}, f"touch {asked}")
